@@ -1,0 +1,117 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace corvane::host {
+
+/// SCSI status codes (SAM) that a drive reports, and the host's own code for a command that it took back.
+namespace scsi_status {
+inline constexpr uint32_t good = 0x00;
+inline constexpr uint32_t checkCondition = 0x02;
+inline constexpr uint32_t busy = 0x08;
+inline constexpr uint32_t reservationConflict = 0x18;
+inline constexpr uint32_t taskSetFull = 0x28;
+inline constexpr uint32_t aborted = 0x40;
+}  // namespace scsi_status
+
+enum class CommandKind : uint8_t { write, writeAtomic, writeSame, trim, read, verify, syncCache };
+
+/// "write", "atomic", "writesame", "trim", "read", "verify", "sync".
+const char* commandKindName(CommandKind kind);
+
+/// Whether the command changes the medium.
+bool changesMedium(CommandKind kind);
+
+/// What a drive is, in the units of its commands.
+struct DriveGeometry {
+  uint64_t blocks = 0;            ///< capacity, logical blocks
+  uint32_t blockSize = 512;       ///< logical block, bytes
+  uint32_t protectionBytes = 0;   ///< transferred behind every block; 0: none
+  uint32_t physicalExponent = 0;  ///< physical block = blockSize << physicalExponent
+
+  uint32_t sectorBytes() const { return blockSize + protectionBytes; }
+};
+
+/// Which command kinds a drive carries out.
+struct DriveCapabilities {
+  bool atomicWrite = false;
+  bool writeSame = false;
+  bool trim = false;
+  bool verify = false;       ///< with byte check against data that is sent along
+  bool syncCache = false;
+  bool powerToggle = false;
+  bool deviceReset = false;
+  bool volatileCache = false;  ///< acknowledged writes need a flush to survive a power cut
+};
+
+/// One command as the drive gets it.
+///
+/// Block k of the transfer belongs to LBA `lba + k * lbaStep`. Data of a transfer stands sector after sector in
+/// `data`, each `DriveGeometry::sectorBytes()` long plus `trailerBytes` that the drive keeps or ignores as the
+/// transport needs; a write-same sends one block. The memory belongs to the caller and stays untouched until the
+/// command's completion was taken from `poll`, or `reset` or `powerCut` has returned.
+struct DriveCommand {
+  CommandKind kind = CommandKind::read;
+  uint32_t tag = 0;
+  uint64_t id = 0;               ///< unique for the life of the drive; completions carry it
+  uint64_t lba = 0;
+  uint32_t blocks = 0;
+  uint32_t lbaStep = 1;          ///< 2 with an alternating skip mask
+  uint32_t atomicBound = 0;      ///< blocks per atomic segment, counted from `lba`; 0: none
+  uint32_t trailerBytes = 0;     ///< end-to-end bytes behind each sector of the data
+  bool forceUnitAccess = false;  ///< the medium holds the data before the completion
+  uint8_t* data = nullptr;       ///< source of a write or verify, destination of a read
+  uint64_t dataBytes = 0;
+
+  /// One past the last LBA that the command touches.
+  uint64_t endLba() const {
+    return blocks == 0 ? lba : lba + static_cast<uint64_t>(blocks - 1) * lbaStep + 1;
+  }
+};
+
+/// How a command ended.
+struct DriveCompletion {
+  uint32_t tag = 0;
+  uint64_t id = 0;
+  uint32_t status = scsi_status::good;
+  uint64_t bytesTransferred = 0;        ///< of a read: valid bytes in the command's data
+  uint32_t senseBytes = 0;              ///< 0: no sense data
+  std::array<uint8_t, 64> sense{};      ///< SPC sense data, any format
+};
+
+/// A drive, or something that behaves like one.
+///
+/// One thread uses an object. A drive accepts as many commands at once as `maxOutstanding` says and answers them
+/// in any order, but the caller never has two commands outstanding that overlap when one of them changes the
+/// medium, nor any other command beside a cache flush: ordering is the caller's.
+///
+/// Failures of the transport itself (as against a command's status) are thrown as `DriveError`.
+class Drive {
+ public:
+  virtual ~Drive() = default;
+
+  virtual const DriveGeometry& geometry() const = 0;
+  virtual const DriveCapabilities& capabilities() const = 0;
+  /// One line for people: what it is and how it is reached, e.g. "file /tmp/x.img, 64 MiB, io_uring, O_DIRECT".
+  virtual std::string description() const = 0;
+  virtual uint32_t maxOutstanding() const = 0;
+
+  /// Starts a command. An impossible command (range, data size) completes with a check condition.
+  virtual void submit(const DriveCommand& command) = 0;
+
+  /// Takes the next completion.
+  ///
+  /// @param wait block until there is one; returns false at once when nothing is outstanding
+  virtual bool poll(DriveCompletion& out, bool wait) = 0;
+
+  /// Resets the device: every outstanding command is dropped without a completion. Each of them may have been
+  /// carried out wholly, partly (an atomic write segment by segment) or not at all.
+  virtual void reset() = 0;
+
+  /// Cuts and restores power: as `reset`, and a volatile cache is lost.
+  virtual void powerCycle() = 0;
+};
+
+}  // namespace corvane::host

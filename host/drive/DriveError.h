@@ -1,0 +1,19 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace corvane::host {
+
+/// A drive that cannot be opened or reached any more; the text names it, the cause and the remedy.
+class DriveError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A drive address that nobody can open; the text names the wrong piece and what would be accepted.
+class DriveAddressError : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+}  // namespace corvane::host

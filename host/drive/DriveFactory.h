@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/drive/Drive.h"
+
+namespace corvane::host {
+
+/// Opens a drive by its address.
+///
+/// | Address                                  | Drive                                                |
+/// |------------------------------------------|------------------------------------------------------|
+/// | `file:PATH[,size=64m][,block=512]…`      | a regular file; created when `size` is given         |
+/// | `sim:[SIZE][,block=512][,pi=8][,seed=N]…`| a simulated drive in memory                          |
+///
+/// `driveAddressHelp` lists every key with its meaning and default.
+///
+/// @param maxOutstanding the most commands that the caller will have outstanding
+/// Throws DriveAddressError for an address that is wrong by itself (exit status 2), DriveError for a drive that
+/// cannot be opened (exit status 3). Nothing is written to the drive.
+std::unique_ptr<Drive> openDrive(std::string_view address, uint32_t maxOutstanding);
+
+/// Every kind of address and its keys, for `--help`.
+std::string driveAddressHelp();
+
+}  // namespace corvane::host
