@@ -23,17 +23,17 @@ namespace vdl {
 /// status in `*err`; a map that succeeds leaves `*err` alone, so one cell serves a whole series of maps.
 class DriveThread {
  public:
-  EventLog* eventLog = nullptr;       ///< never null during a callback
-  int ostraDevice = -1;               ///< handle for the device-interface library; -1: none attached
-  uint32_t blockSize = 0;             ///< logical block, bytes
-  bool protectionEnabled = false;     ///< the drive transfers protection information with each block
-  uint32_t protectionBytes = 0;       ///< bytes of it per block; counted only when enabled
-  uint32_t physicalExponent = 0;      ///< physical block = blockSize << physicalExponent
-  std::string name;                   ///< display name, used as it stands in file names
-  uint64_t conditions = 0;            ///< the conditions that are set now, one bit each
-  uint64_t timestampUs = 0;           ///< wall clock, microseconds since the epoch
-  FreeTagQueue* freeTags = nullptr;   ///< never null during a callback
-  uint32_t queueDepth = 0;            ///< number of tags, at most 1024
+  EventLog* eventLog = nullptr;      ///< never null during a callback
+  int ostraDevice = -1;              ///< handle for the device-interface library; -1: none attached
+  uint32_t blockSize = 0;            ///< logical block, bytes
+  bool protectionEnabled = false;    ///< the drive transfers protection information with each block
+  uint32_t protectionBytes = 0;      ///< bytes of it per block; counted only when enabled
+  uint32_t physicalExponent = 0;     ///< physical block = blockSize << physicalExponent
+  std::string name;                  ///< display name, used as it stands in file names
+  uint64_t conditions = 0;           ///< the conditions that are set now, one bit each
+  uint64_t timestampUs = 0;          ///< wall clock, microseconds since the epoch
+  FreeTagQueue* freeTags = nullptr;  ///< never null during a callback
+  uint32_t queueDepth = 0;           ///< number of tags, at most 1024
 
   uint32_t* mapU32(const char* name, uint32_t mode, int* err, uint32_t dflt);
   uint64_t* mapU64(const char* name, uint32_t mode, int* err, uint64_t dflt);

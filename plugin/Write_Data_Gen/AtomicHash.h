@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "AtomicContext.h"
+#include "ChunkPool.h"
+#include "Event.h"
+#include "LBARecord.h"
+#include "NodeAllocator.h"
+
+namespace vdl {
+
+/// The expected state of a drive: for every block that still matters, the history of what was done to it.
+///
+/// A record lives while somebody has a claim on it: `ref_count` counts writes to read back, hashes kept with a
+/// reference and reads to repeat; `wait_read` holds the reads in flight. When both are gone the record and its
+/// events go too.
+///
+/// Statuses: 0; -1002 no memory; -1003 no record or no matching event; -1200 a reference count that had to be
+/// positive. A refusal writes one line to standard error, numbers in hexadecimal, and changes nothing; the stream
+/// stays in hexadecimal. An event that cannot be had for lack of memory is left out silently. Nothing here throws
+/// but `getContext`.
+///
+/// The argument order is the command id first, then the LBA, except in `getContext`.
+class AtomicHash {
+ public:
+  using Records = std::map<uint64_t, LBARecord, std::less<>, NodeAllocator<std::pair<const uint64_t, LBARecord>>>;
+
+  /// How `invalidate` marks a range.
+  enum InvalidationMethod : uint32_t {
+    InvalidateKeepPrior = 0,  ///< the previous content stays the expectation, as what must be gone
+    InvalidateReplace = 1,    ///< nothing is expected any more
+  };
+
+  AtomicHash() : records_(NodeAllocator<std::pair<const uint64_t, LBARecord>>(nodes_)) {}
+  AtomicHash(const AtomicHash&) = delete;
+  AtomicHash& operator=(const AtomicHash&) = delete;
+
+  /// The newest event of a block that is not a marker.
+  PeekResult peek(uint64_t lba) const;
+
+  /// A normal write over the block was issued: one more reference, one more event.
+  int32_t writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed);
+  /// An atomic write over the block was issued; its event is transparent until `writeFinished`.
+  int32_t atomicWriteIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed, AtomicSegment segment);
+  /// The write is on the medium.
+  void writeFinished(uint64_t cmd_id, uint64_t lba);
+  /// The write failed: a normal write's content becomes unknown, an atomic write stays transparent.
+  void hardWriteError(uint64_t cmd_id, uint64_t lba);
+
+  /// Whether the newest event that is not transparent is known.
+  bool isStateKnown(Records::const_iterator record) const;
+  /// Whether every block from `first` below `end` is known. A record at `end` itself is required, too.
+  bool isStateKnown(uint64_t first, uint64_t end) const;
+
+  /// Puts an event into a record's list by its id. Null arguments do nothing.
+  void insertEvent(LBARecord* record, Event* event);
+
+  /// Marks every record from `first` to `last`, both included. References stay.
+  void invalidate(uint64_t first, uint64_t last, InvalidationMethod method);
+
+  /// A read over the block was issued and waits for the history as it stands now.
+  ///
+  /// @param expect the read pays a write's reference off; the record must have one
+  int32_t readIssued(uint64_t cmd_id, uint64_t lba, bool expect);
+  /// The read is done; answers what it may have seen, as of its issue.
+  ///
+  /// @param keep leave a reference for a read that will be repeated
+  PeekResult readFinished(uint64_t cmd_id, uint64_t lba, bool keep);
+  /// A reference is given back without a read.
+  int32_t readSkip(uint64_t lba);
+
+  /// Keeps the hash of a block's content, with a reference of its own if asked.
+  int32_t saveHash(uint64_t cmd_id, uint64_t lba, uint64_t hash, bool addRef);
+  /// Gives a kept hash's reference back; the event stays while the record lives.
+  int32_t dropHash(uint64_t cmd_id, uint64_t lba);
+
+  /// Removes the record when nobody has a claim on it.
+  void hashClean(Records::iterator record);
+  void hashClean(uint64_t lba);
+
+  /// The histories from `first` to `last`, both included, of the blocks on which the read waits.
+  /// Throws std::bad_alloc without memory.
+  AtomicContext getContext(uint64_t first, uint64_t last, uint64_t cmd_id) const;
+
+  const Records& records() const { return records_; }
+  /// Sum of all reference counts.
+  uint64_t references() const { return references_; }
+
+ private:
+  LBARecord* getRecord(uint64_t lba);
+  Event* newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed);
+
+  NodeStore nodes_;
+  Records records_;
+  uint64_t references_ = 0;
+  ChunkPool<Event> events_;
+  ChunkPool<WaitRead> waits_;
+};
+
+}  // namespace vdl

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <new>
+
+namespace vdl {
+
+/// Objects linked through their own `next`, carved out of chunks of one mebibyte that stay until the pool goes.
+///
+/// Nothing here throws: a chunk that cannot be had makes `take` answer null.
+template <typename T>
+class ChunkPool {
+ public:
+  static constexpr std::size_t objectsPerChunk = (std::size_t{1} << 20) / sizeof(T);
+
+  ChunkPool() = default;
+  ChunkPool(const ChunkPool&) = delete;
+  ChunkPool& operator=(const ChunkPool&) = delete;
+  ~ChunkPool() {
+    while (chunks_ != nullptr) {
+      Chunk* older = chunks_->older;
+      delete chunks_;
+      chunks_ = older;
+    }
+  }
+
+  /// A default object, or null without memory. It goes back through `give`.
+  T* take() noexcept {
+    if (free_ == nullptr && !grow()) {
+      return nullptr;
+    }
+    T* object = free_;
+    free_ = object->next;
+    object->next = nullptr;
+    return object;
+  }
+
+  void give(T* object) noexcept {
+    *object = T{};
+    object->next = free_;
+    free_ = object;
+  }
+
+ private:
+  struct Chunk {
+    Chunk* older = nullptr;
+    T objects[objectsPerChunk];
+  };
+
+  bool grow() noexcept {
+    auto* chunk = new (std::nothrow) Chunk;
+    if (chunk == nullptr) {
+      return false;
+    }
+    chunk->older = chunks_;
+    chunks_ = chunk;
+    for (std::size_t i = objectsPerChunk; i-- > 0;) {
+      chunk->objects[i].next = free_;
+      free_ = &chunk->objects[i];
+    }
+    return true;
+  }
+
+  T* free_ = nullptr;
+  Chunk* chunks_ = nullptr;
+};
+
+}  // namespace vdl

@@ -1,0 +1,224 @@
+#include "Compare.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "BlockStamp.h"
+#include "LazyHasher.h"
+#include "Miscompare.h"
+#include "SectorBuckets.h"
+
+namespace vdl::agent {
+
+namespace {
+
+/// One block of a read under judgement.
+struct Block {
+  uint64_t lba;
+  const uint8_t* bytes;
+  ObserveData observed;
+  PeekResult expected;
+};
+
+/// How a block's content differs from the reference.
+struct Difference {
+  uint32_t firstOffset = 0;
+  uint32_t bytes = 0;
+};
+
+Difference differenceOf(const uint8_t* left, const uint8_t* right, uint32_t size) {
+  Difference difference;
+  for (uint32_t i = 0; i < size; ++i) {
+    if (left[i] != right[i]) {
+      if (difference.bytes == 0) {
+        difference.firstOffset = i;
+      }
+      ++difference.bytes;
+    }
+  }
+  return difference;
+}
+
+void logCdb(const Step& step) {
+  uint64_t size = 0;
+  const uint8_t* cdb = step.data.recvCDB->getData(*step.data.lastTagID, &size);
+  if (cdb == nullptr || size < 16) {
+    step.log().logf(2, "Could not dump CDB: cdb_size = %u", static_cast<unsigned>(cdb == nullptr ? 0 : size));
+    return;
+  }
+  step.log().logf(2, "Miscompare CDB: %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X",
+                  cdb[0], cdb[1], cdb[2], cdb[3], cdb[4], cdb[5], cdb[6], cdb[7], cdb[8], cdb[9], cdb[10], cdb[11],
+                  cdb[12], cdb[13], cdb[14], cdb[15]);
+}
+
+/// Keeps a sector for the dump at the end of the test; without memory there is simply none.
+void keepSector(Buffer& keep, const uint8_t* sector, uint32_t bytes) {
+  if (!keep.owned) {
+    keep.release();
+  }
+  if (keep.reserve(bytes) == status::ok) {
+    std::memcpy(keep.data, sector, bytes);
+    keep.size = bytes;
+  }
+}
+
+int32_t reportMiscompare(Step& step, const ComparableReadData& read, const Block& block, const uint8_t* reference) {
+  const uint32_t sector = sectorBytes(step.thread);
+  logCdb(step);
+  keepSector(*step.data.driveCompareData, block.bytes, sector);
+  keepSector(*step.data.referenceCompareData, reference, sector);
+  logFailure(step, "compareBlock", status::miscompare);
+  triggerMiscompare(step, block.lba, block.expected.block_num, block.observed.block_num, read.cmdId,
+                    block.expected.invalidated);
+  step.data.trace->setHistory(read.context.getHistory(block.lba));
+  return status::miscompare;
+}
+
+int32_t compareContent(Step& step, const ComparableReadData& read, const Block& block) {
+  const uint8_t* reference = expectedSector(step, block.expected.block_num, block.expected.embed);
+  if (reference == nullptr) {
+    return status::ok;
+  }
+  const uint32_t sector = sectorBytes(step.thread);
+  const bool equal = std::memcmp(block.bytes, reference, sector) == 0;
+  // An invalidated block may hold anything but its last content.
+  if (equal != block.expected.invalidated) {
+    return status::ok;
+  }
+  const auto lba = static_cast<unsigned long long>(block.lba);
+  if (equal) {
+    step.log().logf(2, "Data match on invalidated block at LBA 0x%016llX", lba);
+  } else {
+    const Difference difference = differenceOf(block.bytes, reference, sector);
+    step.log().logf(2, "Miscompare Detected at LBA 0x%016llX, first_offset = %u, num_bytes = %u", lba,
+                    difference.firstOffset, difference.bytes);
+  }
+  return reportMiscompare(step, read, block, reference);
+}
+
+int32_t compareHash(Step& step, const ComparableReadData& read, const Block& block, LazyHasher& hasher) {
+  if (hasher() == block.expected.hash) {
+    return status::ok;
+  }
+  std::printf("hash compare fail %lx != %lx\n", static_cast<unsigned long>(block.expected.hash),
+              static_cast<unsigned long>(hasher()));
+  triggerMiscompare(step, block.lba, block_num::unknown, block_num::unknown, read.cmdId, block.expected.invalidated);
+  step.data.trace->setHistory(read.context.getHistory(block.lba));
+  return status::miscompare;
+}
+
+/// @param atomicSeen set when the block may still be either side of an atomic write
+int32_t compareBlock(Step& step, const ComparableReadData& read, uint64_t lba, const uint8_t* bytes, bool& atomicSeen) {
+  LazyHasher hasher(bytes, bytes + sectorBytes(step.thread));
+  Block block{lba, bytes, getObserveData(bytes), {}};
+  // What explains the block, if anything does, decides what the peek answers.
+  read.context.observe(lba, block.observed, hasher);
+  block.expected = read.context.peek(lba);
+  switch (block.expected.block_type) {
+    case BlockType::Normal:
+      return compareContent(step, read, block);
+    case BlockType::Atomic:
+      atomicSeen = true;
+      return compareContent(step, read, block);
+    case BlockType::Hash:
+      return compareHash(step, read, block, hasher);
+    case BlockType::Unknown:
+      break;
+  }
+  return status::ok;
+}
+
+int32_t checkAtomicOrder(Step& step, const ComparableReadData& read) {
+  uint64_t failedLba = 0;
+  if (read.context.atomicValid(failedLba)) {
+    return status::ok;
+  }
+  std::fprintf(stderr, "atomic data ordering failure lba:0x%lx\n", static_cast<unsigned long>(failedLba));
+  triggerMiscompare(step, failedLba, block_num::unknown, block_num::unknown, 0, false);
+  std::string text = "atomic data ordering failure\n";
+  if (failedLba != 0) {
+    text += read.context.getHistory(failedLba - 1);
+  }
+  text += read.context.getHistory(failedLba);
+  text += read.context.getHistory(failedLba + 1);
+  std::printf("%s\n", text.c_str());
+  step.data.trace->setHistory(std::move(text));
+  return status::atomicOrder;
+}
+
+int32_t dataCompare(Step& step, const ComparableReadData& read) {
+  if (read.data.data == nullptr) {
+    step.log().logf(2, "Read Buffer == NULL");
+    return status::bufferTooLarge;
+  }
+  const uint64_t sector = sectorBytes(step.thread);
+  const bool withTrailer = read.data.size == read.xferLength * (sector + e2eBytes);
+  const uint64_t stride = withTrailer ? sector + e2eBytes : sector;
+  bool atomicSeen = false;
+  for (uint32_t i = 0; i < read.blockCount; ++i) {
+    const uint64_t offset = i * stride;
+    if (offset + sector > read.data.size) {
+      step.log().logf(2, "dataCompare() Read pointer: offset > buff size");
+      return status::pointerBeyondBuffer;
+    }
+    const uint64_t lba = read.lba + uint64_t{i} * read.lbaStep;
+    const int32_t result = compareBlock(step, read, lba, read.data.data + offset, atomicSeen);
+    if (result != status::ok) {
+      return result;
+    }
+  }
+  return atomicSeen ? checkAtomicOrder(step, read) : static_cast<int32_t>(status::ok);
+}
+
+int32_t judgeRead(Step& step, ComparableReadData& read) {
+  if (read.blockCount == 0) {
+    return status::ok;
+  }
+  AtomicHash& table = step.data.atomicHash;
+  const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
+  read.context = table.getContext(read.lba, end, read.cmdId);
+  for (uint64_t lba = read.lba; lba < end; lba += read.lbaStep) {
+    const int32_t result = table.readFinished(read.cmdId, lba, false).status;
+    if (result != status::ok) {
+      return result;
+    }
+  }
+  return dataCompare(step, read);
+}
+
+/// Forgets the writes that are no longer in flight; true while one is left.
+bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight) {
+  std::erase_if(read.pendingWrites,
+                [&inFlight](uint64_t id) { return !std::binary_search(inFlight.begin(), inFlight.end(), id); });
+  return !read.pendingWrites.empty();
+}
+
+}  // namespace
+
+int32_t doCompares(Step& step) {
+  DriveData& data = step.data;
+  std::vector<uint64_t> inFlight;
+  inFlight.reserve(data.writeSent.size());
+  for (const WriteSent& write : data.writeSent) {
+    inFlight.push_back(write.cmdId);
+  }
+  std::sort(inFlight.begin(), inFlight.end());
+
+  for (auto read = data.comparableReads.begin(); read != data.comparableReads.end();) {
+    if (stillWaits(*read, inFlight)) {
+      ++read;
+      continue;
+    }
+    const int32_t result = judgeRead(step, *read);
+    read = data.comparableReads.erase(read);
+    if (result != status::ok) {
+      return logFailure(step, "doCompares", result);
+    }
+  }
+  return status::ok;
+}
+
+}  // namespace vdl::agent

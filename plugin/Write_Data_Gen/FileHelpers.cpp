@@ -1,0 +1,95 @@
+#include "FileHelpers.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace vdl::fs {
+
+namespace {
+
+namespace stdfs = std::filesystem;
+
+// What cannot be classified counts as absent; nothing here may throw for a path that is merely odd.
+bool exists(const std::string& path) {
+  std::error_code error;
+  return stdfs::exists(path, error) && !error;
+}
+
+bool isDirectory(const stdfs::path& path) {
+  std::error_code error;
+  return stdfs::is_directory(path, error) && !error;
+}
+
+/// The first name of the numbered series that is free; the plain name, with result 5, when none is.
+std::string numberedFreeName(const std::string& path, int& result) {
+  for (unsigned number = 0; number <= 0xFFF; ++number) {
+    char suffix[8];
+    std::snprintf(suffix, sizeof(suffix), ".%03x", number);
+    std::string candidate = path + suffix;
+    if (!exists(candidate)) {
+      return candidate;
+    }
+  }
+  result = 5;
+  return path;
+}
+
+/// Looks why the name could not be opened, and makes the missing folders if it may.
+void prepareParent(const std::string& name, unsigned flags, int& result) {
+  const stdfs::path parent = stdfs::path(name).parent_path();
+  if (exists(parent.string())) {
+    result = isDirectory(parent) ? 3 : 1;
+    return;
+  }
+  if ((flags & createMissingParents) == 0) {
+    result = 2;
+    return;
+  }
+  std::error_code error;
+  stdfs::create_directories(parent, error);
+  if (error) {
+    result = 4;
+  }
+}
+
+FILE* openInCurrentDirectory(std::string& name, const std::string& requested, const std::string& mode, int& result) {
+  std::error_code error;
+  const stdfs::path directory = stdfs::current_path(error);
+  if (error) {
+    return nullptr;
+  }
+  std::string local = directory.string() + "/" + stdfs::path(requested).filename().string();
+  int ignored = 0;
+  FILE* file = openFile(local, mode, ignored, numberedName);
+  if (file != nullptr) {
+    result = 6;
+    name = local;
+  }
+  return file;
+}
+
+}  // namespace
+
+FILE* openFile(std::string& path, std::string mode, int& result, unsigned flags) {
+  std::string name = path;
+  if ((flags & numberedName) != 0 && exists(path)) {
+    name = numberedFreeName(path, result);
+  }
+  FILE* file = std::fopen(name.c_str(), mode.c_str());
+  if (file == nullptr) {
+    prepareParent(name, flags, result);
+    file = std::fopen(name.c_str(), mode.c_str());
+  }
+  if (file == nullptr) {
+    result = 3;
+    if ((flags & fallBackToCurrentDirectory) != 0) {
+      file = openInCurrentDirectory(name, path, mode, result);
+    }
+  }
+  if (file != nullptr) {
+    path = name;
+  }
+  return file;
+}
+
+}  // namespace vdl::fs

@@ -1,0 +1,62 @@
+#include "Completion.h"
+#include "FindByTag.h"
+#include "HardError.h"
+#include "LazyHasher.h"
+#include "LbaSpan.h"
+
+namespace vdl::agent {
+
+namespace {
+
+/// Keeps the hash of every block that the buffer holds. Sectors stand one after the other, whatever the stride.
+void saveHashes(Step& step, const PreRead& preRead, const LbaSpan& span, const uint8_t* bytes, uint64_t size) {
+  const uint32_t sector = sectorBytes(step.thread);
+  uint64_t offset = 0;
+  for (uint64_t lba = span.first; lba < span.end && offset + sector <= size; lba += span.step) {
+    const uint64_t hash = blockHash(bytes + offset, bytes + offset + sector);
+    // A pre-read that an atomic write claimed in flight holds no reference: that write holds one.
+    step.data.atomicHash.saveHash(preRead.cmdId, lba, hash, preRead.readCmdId == 0);
+    offset += sector;
+  }
+}
+
+}  // namespace
+
+int32_t recvPreRead(Step& step, const FinishedCommand& finished) {
+  DriveData& data = step.data;
+  const auto preRead = takeByTag(data.preReadSent, finished.tag);
+  if (!preRead) {
+    step.log().logf(2, "recvPreRead(): couldn't find pre-read");
+    return status::noRecord;
+  }
+  if (finished.status == statusAborted) {
+    data.trace->traceReadAborted(finished.lba, finished.xferLength, preRead->cmdId, finished.tag);
+    return status::ok;
+  }
+  const SenseResult sense = finished.status == statusGood ? SenseResult{} : readSense(step);
+  data.trace->traceReadFinished(finished.lba, finished.xferLength, preRead->cmdId, finished.tag, sense.uec, sense.kcq);
+  if (sense.hard) {
+    return status::ok;
+  }
+
+  int32_t result = status::ok;
+  LbaSpan span = spanOf(preRead->lba, preRead->xferLength, step.config.useSkipCommands);
+  uint64_t size = 0;
+  const uint8_t* bytes = data.readDataPtr == nullptr ? nullptr : data.readDataPtr->getData(finished.tag, &size);
+  if (bytes == nullptr) {
+    step.log().logf(2, "recvPreRead() Read Buffer == NULL");
+    result = status::bufferTooLarge;
+  }
+  if (sense.informationValid != 0) {
+    span.end = sense.information;
+  }
+  if (bytes != nullptr) {
+    saveHashes(step, *preRead, span, bytes, size);
+  }
+  if (preRead->readCmdId == 0) {
+    data.preReadFinished.push_back(*preRead);
+  }
+  return result == status::ok ? result : logFailure(step, "recvPreRead", result);
+}
+
+}  // namespace vdl::agent

@@ -1,0 +1,51 @@
+#include <algorithm>
+
+#include "Conditions.h"
+#include "LbaSpan.h"
+#include "ReadBack.h"
+#include "Scheduling.h"
+
+namespace vdl::agent {
+
+namespace {
+
+constexpr const char* operation = "doARead";
+
+/// Blocks of the write that the read leaves out are given up; blocks beside the write are read without a claim.
+int32_t recordIssue(AtomicHash& table, uint64_t cmdId, const LbaSpan& write, const LbaSpan& read) {
+  const uint64_t end = std::max(write.end, read.end);
+  for (uint64_t lba = std::min(write.first, read.first); lba < end; lba += read.step) {
+    const int32_t result = read.contains(lba) ? table.readIssued(cmdId, lba, write.contains(lba)) : table.readSkip(lba);
+    if (result != status::ok) {
+      return result;
+    }
+  }
+  return status::ok;
+}
+
+}  // namespace
+
+int32_t doARead(Step& step, uint32_t tag, uint64_t cmdId, const WriteToCheck* write) {
+  if (write == nullptr) {
+    step.log().logf(2, "doARead(): Invalid WriteSent and WriteFinished");
+    return status::noRecord;
+  }
+  DriveData& data = step.data;
+  const bool skip = step.config.useSkipCommands;
+  uint64_t lba = write->lba;
+  uint32_t xferLength = write->xferLength;
+  if (step.config.slideReads && write->spliceCheck == 0) {
+    slideRead(data, lba, xferLength, skip);
+  }
+  apply(step.config.readCondition, step.thread);
+  const PeekResult first = data.atomicHash.peek(lba);
+  data.trace->traceReadIssued(lba, xferLength, cmdId, tag, first.block_num, first.invalidated);
+  data.readSent.push_back(ReadSent{cmdId, lba, xferLength, tag, write->spliceCheck, write->spliceRetries});
+  *data.lba = lba;
+  *data.xferLength = xferLength;
+  const int32_t result =
+      recordIssue(data.atomicHash, cmdId, spanOf(write->lba, write->xferLength, skip), spanOf(lba, xferLength, skip));
+  return result == status::ok ? result : logFailure(step, operation, result);
+}
+
+}  // namespace vdl::agent

@@ -1,0 +1,149 @@
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "Completion.h"
+#include "FindByTag.h"
+#include "HardError.h"
+#include "LbaSpan.h"
+
+namespace vdl::agent {
+
+namespace {
+
+/// Unit error codes that say why a block cannot be read without a write having torn it.
+bool excludesSplice(SenseParser::Uec uec) { return uec == 0xF7C3 || uec == 0xF815 || uec == 0xF510 || uec == 0xF827; }
+
+/// Ends the read in the table, up to the first refusal.
+int32_t finishReads(AtomicHash& table, uint64_t cmdId, const LbaSpan& span) {
+  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
+    const int32_t result = table.readFinished(cmdId, lba, false).status;
+    if (result != status::ok) {
+      return result;
+    }
+  }
+  return status::ok;
+}
+
+int32_t absorbAbort(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span) {
+  DriveData& data = step.data;
+  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
+    data.atomicHash.readFinished(read.cmdId, lba, false);
+  }
+  data.trace->traceReadAborted(finished.lba, finished.xferLength, read.cmdId, finished.tag);
+  if (read.spliceCheck != 0 && read.spliceRetries == 0) {
+    data.writeFinished.push_front(WriteFinished{0, read.lba, read.xferLength, 1, 1});
+    // The repeated check has no reference to pay off.
+    data.referencesBalanced = false;
+  }
+  return status::ok;
+}
+
+int32_t absorbHardError(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
+                        const SenseResult& sense) {
+  DriveData& data = step.data;
+  data.trace->traceReadFinished(finished.lba, finished.xferLength, read.cmdId, finished.tag, sense.uec, sense.kcq);
+  if (read.spliceCheck != 0 && !excludesSplice(sense.uec)) {
+    data.trace->traceWriteSplice(finished.lba, finished.xferLength, read.cmdId, finished.tag, sense.uec, sense.kcq);
+    data.failureSeen = true;
+    step.log().logf(2, "Write Splice Detected at LBA 0x%016llX Transfer Length 0x%lX",
+                    static_cast<unsigned long long>(read.lba), static_cast<unsigned long>(read.xferLength));
+    return status::writeSplice;
+  }
+  return finishReads(data.atomicHash, read.cmdId, span);
+}
+
+/// Writes that were issued before the read, overlap it, and are still in flight: the drive answered out of order.
+std::vector<uint64_t> overtakenWrites(Step& step, const FinishedCommand& finished, const ReadSent& read,
+                                      const LbaSpan& span) {
+  DriveData& data = step.data;
+  std::vector<uint64_t> pending;
+  for (const WriteSent& write : data.writeSent) {
+    const LbaSpan written = spanOf(write.lba, write.xferLength, step.config.useSkipCommands);
+    const bool sameBlocks = span.step == 1 || ((written.first ^ span.first) & 1) == 0;
+    if (write.cmdId < read.cmdId && sameBlocks && span.overlaps(written.first, written.end)) {
+      pending.push_back(write.cmdId);
+      data.trace->traceRecvOutOfOrder(write.cmdId, finished.tag, read.cmdId);
+    }
+  }
+  if (!pending.empty()) {
+    std::sort(pending.begin(), pending.end());
+    step.log().logf(1, "recvRead(): recv read %lu out of order before write %lu",
+                    static_cast<unsigned long>(read.cmdId), static_cast<unsigned long>(pending.front()));
+    data.failureSeen = true;
+  }
+  return pending;
+}
+
+/// The host's memory is only valid during this call.
+int32_t copyReadData(Step& step, uint32_t tag, Buffer& copy) {
+  uint64_t size = 0;
+  const uint8_t* bytes = step.data.readDataPtr == nullptr ? nullptr : step.data.readDataPtr->getData(tag, &size);
+  if (bytes == nullptr) {
+    step.log().logf(2, "Read Buffer == NULL");
+    return status::bufferTooLarge;
+  }
+  if (const int32_t result = copy.reserve(size); result != status::ok) {
+    return result;
+  }
+  std::memcpy(copy.data, bytes, size);
+  copy.size = size;
+  return status::ok;
+}
+
+/// Keeps the read's data for the compare. Blocks from a reported failing LBA on are not compared, so they end here.
+int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
+                       const SenseResult& sense) {
+  DriveData& data = step.data;
+  ComparableReadData kept;
+  kept.cmdId = read.cmdId;
+  kept.xferLength = read.xferLength;
+  kept.lba = read.lba;
+  kept.lbaStep = static_cast<uint8_t>(span.step);
+  kept.pendingWrites = overtakenWrites(step, finished, read, span);
+  int32_t result = copyReadData(step, finished.tag, kept.data);
+
+  const uint64_t limit = sense.informationValid != 0 ? sense.information : span.end;
+  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
+    if (lba < limit) {
+      ++kept.blockCount;
+      continue;
+    }
+    const int32_t refused = data.atomicHash.readFinished(read.cmdId, lba, false).status;
+    if (refused != status::ok) {
+      result = refused;
+      break;
+    }
+  }
+  if (result == status::ok) {
+    data.comparableReads.push_back(std::move(kept));
+  }
+  return result;
+}
+
+}  // namespace
+
+int32_t recvRead(Step& step, const FinishedCommand& finished) {
+  DriveData& data = step.data;
+  const auto read = takeByTag(data.readSent, finished.tag);
+  if (!read) {
+    step.log().logf(2, "recvRead(): couldn't find read");
+    return status::noRecord;
+  }
+  const LbaSpan span = spanOf(read->lba, read->xferLength, step.config.useSkipCommands);
+  if (finished.status == statusAborted) {
+    return absorbAbort(step, finished, *read, span);
+  }
+  const SenseResult sense = finished.status == statusGood ? SenseResult{} : readSense(step);
+  if (sense.hard) {
+    return absorbHardError(step, finished, *read, span, sense);
+  }
+  data.trace->traceReadFinished(finished.lba, finished.xferLength, read->cmdId, finished.tag, sense.uec, sense.kcq);
+  if (read->spliceCheck != 0 || *data.readDataIsValid == 0) {
+    return finishReads(data.atomicHash, read->cmdId, span);
+  }
+  const int32_t result = keepForCompare(step, finished, *read, span, sense);
+  return result == status::ok ? result : logFailure(step, "recvRead", result);
+}
+
+}  // namespace vdl::agent

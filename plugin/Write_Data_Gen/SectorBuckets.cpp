@@ -1,0 +1,75 @@
+#include "SectorBuckets.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "BlockStamp.h"
+#include "ostra/Ostra.h"
+#include "vdl/SeedEntropy.h"
+
+namespace vdl::agent {
+
+uint32_t deriveSeed(uint32_t optionSeed) {
+  if (optionSeed != 0) {
+    return optionSeed;
+  }
+  const uint32_t counter = std::atomic_ref<uint32_t>(seed_entropy).fetch_add(1);
+  const auto milliseconds = static_cast<uint32_t>(wallClockUs() / 1000 + 1);
+  return counter + milliseconds + Ostra::getCurrentDeviceIndex();
+}
+
+void fillRandomPool(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes,
+                    RandomNumberGenerator<unsigned long>& rng) {
+  for (uint64_t offset = 0; offset < poolBytes;) {
+    uint64_t draw = rng();
+    const uint64_t bytes = std::min<uint64_t>(8, poolBytes - offset);
+    for (uint64_t i = 0; i < bytes; ++i) {
+      pool[offset + i] = static_cast<uint8_t>(draw);
+      draw >>= 8;
+    }
+    offset += bytes;
+  }
+  numberBuckets(pool, poolBytes, bucketBytes);
+}
+
+void numberBuckets(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes) {
+  uint32_t number = 0;
+  for (uint64_t offset = 0; offset < poolBytes; offset += bucketBytes) {
+    uint8_t* bucket = pool + offset;
+    bucket[0] = static_cast<uint8_t>(number >> 16);
+    bucket[1] = static_cast<uint8_t>(number >> 8);
+    bucket[2] = static_cast<uint8_t>(number);
+    bucket[3] = 0;
+    ++number;
+  }
+}
+
+void fillUserPool(uint8_t* pool, uint64_t poolBytes, uint64_t patternBytes, const uint8_t* user, uint64_t userBytes) {
+  const uint64_t first = std::min(patternBytes, poolBytes);
+  for (uint64_t i = 0; i < first; ++i) {
+    pool[i] = user[i % userBytes];
+  }
+  for (uint64_t offset = first; offset < poolBytes; offset += first) {
+    std::memcpy(pool + offset, pool, std::min(first, poolBytes - offset));
+  }
+}
+
+const uint8_t* expectedSector(const Step& step, BlockNum block, const EmbedData& embed) {
+  const DriveData& data = step.data;
+  const uint32_t sector = sectorBytes(step.thread);
+  const uint8_t* source = nullptr;
+  if (block < step.config.bucketCount && block < block_num::bucketLimit) {
+    source = data.buckets == nullptr ? nullptr : data.buckets + uint64_t{block} * sector;
+  } else if (block == block_num::zero) {
+    source = data.zeroBlock;
+  }
+  if (source == nullptr || !embed.valid) {
+    return source;
+  }
+  std::memcpy(data.embedBuffer, source, sector);
+  stampBlock(data.embedBuffer, embed.lba, embed.cmd_id);
+  return data.embedBuffer;
+}
+
+}  // namespace vdl::agent

@@ -1,0 +1,60 @@
+#include "WriteData.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "BlockStamp.h"
+
+namespace vdl::agent {
+
+uint8_t* tagBuffer(Step& step, uint32_t tag, uint64_t bytes) {
+  DriveData& data = step.data;
+  uint8_t*& buffer = data.tagBuffers.at(tag);
+  uint64_t& capacity = data.tagBufferBytes.at(tag);
+  if (buffer == nullptr || capacity < bytes) {
+    auto* larger = new (std::nothrow) uint8_t[bytes]();
+    if (larger == nullptr) {
+      return nullptr;
+    }
+    // "WriteData" may still show the old storage from an earlier command on this tag.
+    if (data.writeData->data == buffer) {
+      data.writeData->release();
+    }
+    delete[] buffer;
+    buffer = larger;
+    capacity = bytes;
+  }
+  return buffer;
+}
+
+BlockNum chooseBucket(Step& step, uint32_t xferLength) {
+  const auto draw = static_cast<uint32_t>(step.data.rng());
+  const uint32_t choices = step.config.bucketCount - xferLength;
+  const BlockNum bucket = choices == 0 ? 0 : draw % choices;
+  *step.data.bucketIndex = bucket;
+  return bucket;
+}
+
+int32_t assembleWriteData(Step& step, const WriteBlocks& blocks) {
+  const uint32_t sector = sectorBytes(step.thread);
+  const uint64_t unit = sector + (blocks.e2e ? e2eBytes : 0);
+  const uint64_t count = std::max<uint32_t>(blocks.count, 1);
+  const uint64_t total = count * unit;
+  uint8_t* buffer = tagBuffer(step, blocks.tag, total);
+  if (buffer == nullptr) {
+    return status::outOfMemory;
+  }
+  const uint8_t* bucket = step.data.buckets + uint64_t{blocks.firstBucket} * sector;
+  for (uint64_t i = 0; i < count; ++i) {
+    uint8_t* block = buffer + i * unit;
+    std::memcpy(block, bucket + i * sector, sector);
+    if (blocks.embed) {
+      stampBlock(block, blocks.lba + i, blocks.cmdId);
+    }
+  }
+  step.data.writeData->view(buffer, total);
+  return status::ok;
+}
+
+}  // namespace vdl::agent
