@@ -189,6 +189,21 @@ int32_t judgeRead(Step& step, ComparableReadData& read) {
   return dataCompare(step, read);
 }
 
+/// Ids of the outstanding writes, ascending; empty when no read waits for any, which is the rule.
+std::vector<uint64_t> writesInFlight(const DriveData& data) {
+  std::vector<uint64_t> ids;
+  const bool wanted = std::any_of(data.comparableReads.begin(), data.comparableReads.end(),
+                                  [](const ComparableReadData& read) { return !read.pendingWrites.empty(); });
+  if (wanted) {
+    ids.reserve(data.writeSent.size());
+    for (const WriteSent& write : data.writeSent) {
+      ids.push_back(write.cmdId);
+    }
+    std::sort(ids.begin(), ids.end());
+  }
+  return ids;
+}
+
 /// Forgets the writes that are no longer in flight; true while one is left.
 bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight) {
   std::erase_if(read.pendingWrites,
@@ -200,13 +215,7 @@ bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight)
 
 int32_t doCompares(Step& step) {
   DriveData& data = step.data;
-  std::vector<uint64_t> inFlight;
-  inFlight.reserve(data.writeSent.size());
-  for (const WriteSent& write : data.writeSent) {
-    inFlight.push_back(write.cmdId);
-  }
-  std::sort(inFlight.begin(), inFlight.end());
-
+  const std::vector<uint64_t> inFlight = writesInFlight(data);
   for (auto read = data.comparableReads.begin(); read != data.comparableReads.end();) {
     if (stillWaits(*read, inFlight)) {
       ++read;

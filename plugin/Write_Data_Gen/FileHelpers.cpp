@@ -70,6 +70,7 @@ FILE* openInCurrentDirectory(std::string& name, const std::string& requested, co
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is shared with other agents' helpers
 FILE* openFile(std::string& path, std::string mode, int& result, unsigned flags) {
   std::string name = path;
   if ((flags & numberedName) != 0 && exists(path)) {
