@@ -19,8 +19,8 @@ using LogSink = std::function<void(int level, std::string_view text)>;
 class DriveThreadHost {
  public:
   struct Settings {
-    std::string name;               ///< display name, part of report file names
-    uint32_t blockSize = 512;       ///< logical block, bytes
+    std::string name;          ///< display name, part of report file names
+    uint32_t blockSize = 512;  ///< logical block, bytes
     bool protectionEnabled = false;
     uint32_t protectionBytes = 0;   ///< per block, transferred behind each block when enabled
     uint32_t physicalExponent = 0;  ///< physical block = blockSize << physicalExponent

@@ -19,12 +19,12 @@ const char* optionKindName(OptionKind kind);
 struct OptionInfo {
   std::string name;
   OptionKind kind;
-  uint32_t min = 0;          ///< u32 only, included
-  uint32_t max = 0;          ///< u32 only, included
-  std::string defaultText;   ///< the target's value at registration, as a user would write it
+  uint32_t min = 0;         ///< u32 only, included
+  uint32_t max = 0;         ///< u32 only, included
+  std::string defaultText;  ///< the target's value at registration, as a user would write it
   std::string help;
-  std::string deprecation;   ///< empty: not deprecated
-  void* target = nullptr;    ///< the agent's; typed by kind
+  std::string deprecation;  ///< empty: not deprecated
+  void* target = nullptr;   ///< the agent's; typed by kind
 };
 
 /// The options of one agent behind `vdl::ConfigManager`.

@@ -1,0 +1,39 @@
+#include "vdl/TaggedBuffer.h"
+
+#include <stdexcept>
+
+#include "host/framework/SharedVariables.h"
+#include "host/framework/TaggedBufferImpl.h"
+
+namespace vdl {
+
+uint8_t* TaggedBuffer::getData(uint32_t tag, uint64_t* size) {
+  const bool known = impl != nullptr && tag < impl->views.size() && impl->views[tag].data != nullptr;
+  *size = known ? impl->views[tag].bytes : 0;
+  return known ? impl->views[tag].data : nullptr;
+}
+
+void TaggedBuffer::unlock(uint32_t tag) {
+  if (impl != nullptr && tag < impl->views.size()) {
+    impl->views[tag] = {};
+  }
+}
+
+}  // namespace vdl
+
+namespace corvane::host {
+
+TaggedViews::TaggedViews(uint32_t tags) : views_(new vdl::TaggedBuffer::Impl) {
+  views_->views.resize(tags);
+  platform_.impl = views_;
+}
+
+TaggedViews::~TaggedViews() { delete views_; }
+
+void TaggedViews::set(uint32_t tag, uint8_t* data, uint64_t bytes) { views_->views.at(tag) = {data, bytes}; }
+
+void TaggedViews::clear(uint32_t tag) { views_->views.at(tag) = {}; }
+
+vdl::TaggedBuffer& TaggedViews::platform() { return platform_; }
+
+}  // namespace corvane::host
