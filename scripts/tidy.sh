@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Runs clang-tidy over every source of the project; needs the Debian package clang-tidy-14.
+#
+#   scripts/tidy.sh [files]
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+source "$root/scripts/common.sh"
+command -v clang-tidy-14 >/dev/null || { echo "clang-tidy-14 is not installed: apt-get install clang-tidy-14" >&2; exit 2; }
+configure debug
+cd "$root"
+if [ $# -gt 0 ]; then
+  files=("$@")
+else
+  mapfile -t files < <(git ls-files '*.cpp' | grep -v '^tests/run/plugins/')
+fi
+printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/debug --quiet 2>/dev/null
