@@ -39,7 +39,7 @@ struct DriveCapabilities {
   bool atomicWrite = false;
   bool writeSame = false;
   bool trim = false;
-  bool verify = false;       ///< with byte check against data that is sent along
+  bool verify = false;  ///< with byte check against data that is sent along
   bool syncCache = false;
   bool powerToggle = false;
   bool deviceReset = false;
@@ -55,7 +55,7 @@ struct DriveCapabilities {
 struct DriveCommand {
   CommandKind kind = CommandKind::read;
   uint32_t tag = 0;
-  uint64_t id = 0;               ///< unique for the life of the drive; completions carry it
+  uint64_t id = 0;  ///< unique for the life of the drive; completions carry it
   uint64_t lba = 0;
   uint32_t blocks = 0;
   uint32_t lbaStep = 1;          ///< 2 with an alternating skip mask
@@ -66,9 +66,7 @@ struct DriveCommand {
   uint64_t dataBytes = 0;
 
   /// One past the last LBA that the command touches.
-  uint64_t endLba() const {
-    return blocks == 0 ? lba : lba + static_cast<uint64_t>(blocks - 1) * lbaStep + 1;
-  }
+  uint64_t endLba() const { return blocks == 0 ? lba : lba + static_cast<uint64_t>(blocks - 1) * lbaStep + 1; }
 };
 
 /// How a command ended.
@@ -76,9 +74,9 @@ struct DriveCompletion {
   uint32_t tag = 0;
   uint64_t id = 0;
   uint32_t status = scsi_status::good;
-  uint64_t bytesTransferred = 0;        ///< of a read: valid bytes in the command's data
-  uint32_t senseBytes = 0;              ///< 0: no sense data
-  std::array<uint8_t, 64> sense{};      ///< SPC sense data, any format
+  uint64_t bytesTransferred = 0;    ///< of a read: valid bytes in the command's data
+  uint32_t senseBytes = 0;          ///< 0: no sense data
+  std::array<uint8_t, 64> sense{};  ///< SPC sense data, any format
 };
 
 /// A drive, or something that behaves like one.

@@ -1,0 +1,70 @@
+#include "host/drive/CommandCheck.h"
+
+namespace corvane::host {
+namespace {
+
+bool offered(CommandKind kind, const DriveCapabilities& capabilities) {
+  switch (kind) {
+    case CommandKind::write:
+    case CommandKind::read:
+      return true;
+    case CommandKind::writeAtomic:
+      return capabilities.atomicWrite;
+    case CommandKind::writeSame:
+      return capabilities.writeSame;
+    case CommandKind::trim:
+      return capabilities.trim;
+    case CommandKind::verify:
+      return capabilities.verify;
+    case CommandKind::syncCache:
+      return capabilities.syncCache;
+  }
+  return false;
+}
+
+uint64_t neededBytes(const DriveCommand& command, const DriveGeometry& geometry) {
+  const uint64_t unit = uint64_t{geometry.sectorBytes()} + command.trailerBytes;
+  switch (command.kind) {
+    case CommandKind::trim:
+    case CommandKind::syncCache:
+      return 0;
+    case CommandKind::writeSame:
+      return unit;
+    default:
+      return unit * command.blocks;
+  }
+}
+
+bool withinDrive(const DriveCommand& command, const DriveGeometry& geometry) {
+  if (command.lba > geometry.blocks) {
+    return false;
+  }
+  // Without the sum, which may run over.
+  return command.blocks == 0 || (command.lba < geometry.blocks &&
+                                 uint64_t{command.blocks - 1} * command.lbaStep <= geometry.blocks - 1 - command.lba);
+}
+
+}  // namespace
+
+std::optional<Sense> refuse(const DriveCommand& command, const DriveGeometry& geometry,
+                            const DriveCapabilities& capabilities) {
+  if (!offered(command.kind, capabilities)) {
+    return sense::invalidOperation;
+  }
+  if (command.kind == CommandKind::syncCache) {
+    return std::nullopt;
+  }
+  if (command.lbaStep == 0) {
+    return sense::invalidField;
+  }
+  if (!withinDrive(command, geometry)) {
+    return sense::lbaOutOfRange;
+  }
+  const uint64_t needed = neededBytes(command, geometry);
+  if (needed != 0 && (command.data == nullptr || command.dataBytes != needed)) {
+    return sense::invalidField;
+  }
+  return std::nullopt;
+}
+
+}  // namespace corvane::host

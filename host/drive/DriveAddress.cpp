@@ -1,0 +1,141 @@
+#include "host/drive/DriveAddress.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "host/drive/DriveError.h"
+
+namespace corvane::host {
+namespace {
+
+std::optional<uint64_t> parseNumber(std::string_view text) {
+  uint64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : ", ") + word;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::optional<uint64_t> parseSizeBytes(std::string_view text) {
+  constexpr std::string_view units = "kmgt";
+  uint32_t shift = 0;
+  if (!text.empty()) {
+    const char last = static_cast<char>(text.back() | 0x20);
+    if (const size_t unit = units.find(last); unit != std::string_view::npos) {
+      shift = static_cast<uint32_t>(unit + 1) * 10;
+      text.remove_suffix(1);
+    }
+  }
+  const std::optional<uint64_t> value = parseNumber(text);
+  if (!value || *value > std::numeric_limits<uint64_t>::max() >> shift) {
+    return std::nullopt;
+  }
+  return *value << shift;
+}
+
+DriveAddress::DriveAddress(std::string_view text) : text_(text) {
+  const size_t colon = text.find(':');
+  if (colon == std::string_view::npos) {
+    refuse("it has no kind; begin it with one, as in 'file:PATH' or 'sim:'");
+  }
+  scheme_ = text.substr(0, colon);
+  text.remove_prefix(colon + 1);
+  bool first = true;
+  while (first || !text.empty()) {
+    const size_t comma = std::min(text.find(','), text.size());
+    const std::string_view piece = text.substr(0, comma);
+    text.remove_prefix(std::min(comma + 1, text.size()));
+    const size_t equals = piece.find('=');
+    // "sim:seed=1" has no target; a path may well contain the sign.
+    if (first && (equals == std::string_view::npos || scheme_ != "sim")) {
+      target_ = piece;
+    } else if (equals == std::string_view::npos) {
+      refuse("'" + std::string(piece) + "' is not of the form key=value");
+    } else {
+      pairs_.push_back({std::string(piece.substr(0, equals)), std::string(piece.substr(equals + 1)), false});
+    }
+    first = false;
+  }
+  for (size_t i = 0; i < pairs_.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      if (pairs_[i].key == pairs_[j].key) {
+        refuse("'" + pairs_[i].key + "' is given twice; leave one of them out");
+      }
+    }
+  }
+}
+
+std::optional<std::string> DriveAddress::take(std::string_view key) {
+  known_.emplace_back(key);
+  for (Pair& pair : pairs_) {
+    if (pair.key == key) {
+      pair.taken = true;
+      return pair.value;
+    }
+  }
+  return std::nullopt;
+}
+
+uint64_t DriveAddress::number(std::string_view key, uint64_t otherwise, uint64_t least, uint64_t most) {
+  const std::optional<std::string> text = take(key);
+  if (!text) {
+    return otherwise;
+  }
+  const std::optional<uint64_t> value = parseNumber(*text);
+  if (!value || *value < least || *value > most) {
+    const std::string range = most == std::numeric_limits<uint64_t>::max()
+                                  ? "a whole number of 64 bits"
+                                  : "a whole number from " + std::to_string(least) + " to " + std::to_string(most);
+    refuse(std::string(key) + "=" + *text + " is not " + range);
+  }
+  return *value;
+}
+
+std::optional<uint64_t> DriveAddress::sizeBytes(std::string_view key) {
+  const std::optional<std::string> text = take(key);
+  if (!text) {
+    return std::nullopt;
+  }
+  const std::optional<uint64_t> bytes = parseSizeBytes(*text);
+  if (!bytes || *bytes == 0) {
+    refuse(std::string(key) + "=" + *text + " is not a size; write bytes, or a number with k, m, g or t, as in 256m");
+  }
+  return bytes;
+}
+
+std::string DriveAddress::word(std::string_view key, const std::vector<std::string>& words) {
+  const std::optional<std::string> text = take(key);
+  if (!text) {
+    return words.front();
+  }
+  if (std::find(words.begin(), words.end(), *text) == words.end()) {
+    refuse(std::string(key) + "=" + *text + " is not known; it takes " + joined(words));
+  }
+  return *text;
+}
+
+void DriveAddress::checkAllTaken() const {
+  for (const Pair& pair : pairs_) {
+    if (!pair.taken) {
+      refuse("'" + pair.key + "' is not a key of a " + scheme_ + ": address; it takes " + joined(known_));
+    }
+  }
+}
+
+void DriveAddress::refuse(const std::string& fault) const {
+  throw DriveAddressError("drive address '" + text_ + "': " + fault);
+}
+
+}  // namespace corvane::host

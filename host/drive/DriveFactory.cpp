@@ -1,0 +1,22 @@
+#include "host/drive/DriveFactory.h"
+
+#include "host/drive/DriveAddress.h"
+#include "host/drive/FileDrive.h"
+#include "host/drive/SimDrive.h"
+
+namespace corvane::host {
+
+std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding) {
+  DriveAddress address(text);
+  if (address.scheme() == "file") {
+    return openFileDrive(address, maxOutstanding);
+  }
+  if (address.scheme() == "sim") {
+    return openSimDrive(address);
+  }
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are file: and sim:");
+}
+
+std::string driveAddressHelp() { return fileDriveHelp() + "\n" + simDriveHelp(); }
+
+}  // namespace corvane::host

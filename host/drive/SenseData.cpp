@@ -1,0 +1,54 @@
+#include "host/drive/SenseData.h"
+
+#include <limits>
+
+namespace corvane::host {
+namespace {
+
+constexpr uint8_t fixedFormat = 0x70;
+constexpr uint8_t descriptorFormat = 0x72;
+constexpr uint8_t validBit = 0x80;
+constexpr uint32_t headerBytes = 8;
+constexpr uint32_t fixedBytes = 18;
+constexpr uint32_t informationDescriptorBytes = 12;
+
+template <typename Value>
+void putBigEndian(uint8_t* at, Value value) {
+  for (size_t i = sizeof(Value); i-- > 0; value = static_cast<Value>(value >> 8)) {
+    at[i] = static_cast<uint8_t>(value & 0xFF);
+  }
+}
+
+}  // namespace
+
+void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uint64_t> information) {
+  completion.status = scsi_status::checkCondition;
+  completion.bytesTransferred = 0;
+  completion.sense = {};
+  uint8_t* bytes = completion.sense.data();
+  if (information.value_or(0) <= std::numeric_limits<uint32_t>::max()) {
+    completion.senseBytes = fixedBytes;
+    bytes[0] = fixedFormat;
+    bytes[2] = sense.key;
+    bytes[7] = fixedBytes - headerBytes;
+    bytes[12] = sense.code;
+    bytes[13] = sense.qualifier;
+    if (information) {
+      bytes[0] |= validBit;
+      putBigEndian(bytes + 3, static_cast<uint32_t>(*information));
+    }
+    return;
+  }
+  completion.senseBytes = headerBytes + informationDescriptorBytes;
+  bytes[0] = descriptorFormat;
+  bytes[1] = sense.key;
+  bytes[2] = sense.code;
+  bytes[3] = sense.qualifier;
+  bytes[7] = informationDescriptorBytes;
+  uint8_t* descriptor = bytes + headerBytes;
+  descriptor[1] = informationDescriptorBytes - 2;
+  descriptor[2] = validBit;
+  putBigEndian(descriptor + 4, *information);
+}
+
+}  // namespace corvane::host

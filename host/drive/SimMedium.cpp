@@ -1,0 +1,96 @@
+#include "host/drive/SimMedium.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/base/Random.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint8_t unwrittenMark = 0x9A;
+
+}  // namespace
+
+void SimMedium::read(uint64_t lba, uint64_t blocks, uint8_t* out) {
+  while (blocks != 0) {
+    const uint64_t offset = lba % pageBlocks;
+    const uint64_t run = std::min(blocks, pageBlocks - offset);
+    if (const uint8_t* page = find(lba / pageBlocks)) {
+      std::memcpy(out, page + offset * sectorBytes_, run * sectorBytes_);
+    } else {
+      for (uint64_t i = 0; i < run; ++i) {
+        fillPattern(lba + i, out + i * sectorBytes_);
+      }
+    }
+    lba += run;
+    blocks -= run;
+    out += run * sectorBytes_;
+  }
+}
+
+void SimMedium::write(uint64_t lba, uint64_t blocks, const uint8_t* data) {
+  while (blocks != 0) {
+    const uint64_t offset = lba % pageBlocks;
+    const uint64_t run = std::min(blocks, pageBlocks - offset);
+    std::memcpy(make(lba / pageBlocks) + offset * sectorBytes_, data, run * sectorBytes_);
+    lba += run;
+    blocks -= run;
+    data += run * sectorBytes_;
+  }
+}
+
+void SimMedium::zero(uint64_t lba, uint64_t blocks) {
+  while (blocks != 0) {
+    const uint64_t offset = lba % pageBlocks;
+    const uint64_t run = std::min(blocks, pageBlocks - offset);
+    std::memset(make(lba / pageBlocks) + offset * sectorBytes_, 0, run * sectorBytes_);
+    lba += run;
+    blocks -= run;
+  }
+}
+
+const uint8_t* SimMedium::sector(uint64_t lba) {
+  if (const uint8_t* page = find(lba / pageBlocks)) {
+    return page + lba % pageBlocks * sectorBytes_;
+  }
+  if (unwritten_ == nullptr) {
+    unwritten_ = std::make_unique<uint8_t[]>(sectorBytes_);
+  }
+  fillPattern(lba, unwritten_.get());
+  return unwritten_.get();
+}
+
+uint8_t* SimMedium::find(uint64_t page) {
+  if (page != lastPage_) {
+    const auto found = pages_.find(page);
+    last_ = found == pages_.end() ? nullptr : found->second.get();
+    lastPage_ = page;
+  }
+  return last_;
+}
+
+uint8_t* SimMedium::make(uint64_t page) {
+  if (uint8_t* found = find(page)) {
+    return found;
+  }
+  auto memory = std::make_unique_for_overwrite<uint8_t[]>(pageBlocks * sectorBytes_);
+  for (uint64_t i = 0; i < pageBlocks; ++i) {
+    fillPattern(page * pageBlocks + i, memory.get() + i * sectorBytes_);
+  }
+  last_ = memory.get();
+  pages_.emplace(page, std::move(memory));
+  lastPage_ = page;
+  return last_;
+}
+
+void SimMedium::fillPattern(uint64_t lba, uint8_t* out) const {
+  uint64_t state = lba;
+  const uint64_t word = Random::splitMix(state);
+  for (uint32_t i = 0; i < sectorBytes_; i += sizeof(word)) {
+    std::memcpy(out + i, &word, std::min<size_t>(sizeof(word), sectorBytes_ - i));
+  }
+  out[0] = unwrittenMark;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+
+namespace corvane::host {
+
+/// The sectors of a simulated drive, sparse: memory is taken only for neighbourhoods that were written.
+///
+/// A sector that was never written has a content that follows from its LBA alone, and that nobody takes for written
+/// data: its first byte is far above the sector pools' numbers.
+class SimMedium {
+ public:
+  explicit SimMedium(uint32_t sectorBytes) : sectorBytes_(sectorBytes) {}
+
+  uint32_t sectorBytes() const { return sectorBytes_; }
+
+  /// Copies `blocks` sectors that follow each other.
+  void read(uint64_t lba, uint64_t blocks, uint8_t* out);
+  void write(uint64_t lba, uint64_t blocks, const uint8_t* data);
+  void zero(uint64_t lba, uint64_t blocks);
+
+  /// One sector for reading; valid until the next operation.
+  const uint8_t* sector(uint64_t lba);
+
+  /// Memory that the written neighbourhoods take.
+  uint64_t allocatedBytes() const { return pages_.size() * pageBlocks * sectorBytes_; }
+
+ private:
+  static constexpr uint64_t pageBlocks = 64;
+
+  uint8_t* find(uint64_t page);
+  uint8_t* make(uint64_t page);
+  void fillPattern(uint64_t lba, uint8_t* out) const;
+
+  uint32_t sectorBytes_;
+  std::unordered_map<uint64_t, std::unique_ptr<uint8_t[]>> pages_;
+  uint64_t lastPage_ = ~uint64_t{0};  ///< found last, and where it is
+  uint8_t* last_ = nullptr;
+  std::unique_ptr<uint8_t[]> unwritten_;  ///< one sector
+};
+
+}  // namespace corvane::host

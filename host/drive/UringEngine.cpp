@@ -1,0 +1,131 @@
+#include <fcntl.h>
+#include <liburing.h>
+
+#include <algorithm>
+#include <bit>
+#include <cassert>
+#include <stdexcept>
+#include <system_error>
+
+#include "host/drive/DriveError.h"
+#include "host/drive/FileEngine.h"
+
+namespace corvane::host {
+namespace {
+
+std::string textOf(int error) { return std::generic_category().message(error); }
+
+class UringEngine : public FileEngine {
+ public:
+  UringEngine(int fd, uint32_t depth, int& error) : fd_(fd) {
+    error = io_uring_queue_init(std::bit_ceil(depth), &ring_, 0);
+    open_ = error == 0;
+  }
+  ~UringEngine() override {
+    if (open_) {
+      io_uring_queue_exit(&ring_);
+    }
+  }
+  UringEngine(const UringEngine&) = delete;
+  UringEngine& operator=(const UringEngine&) = delete;
+
+  /// Whether the kernel's ring knows everything that is needed.
+  bool complete() {
+    io_uring_probe* probe = io_uring_get_probe_ring(&ring_);
+    if (probe == nullptr) {
+      return false;
+    }
+    const bool all = io_uring_opcode_supported(probe, IORING_OP_READ) != 0 &&
+                     io_uring_opcode_supported(probe, IORING_OP_WRITE) != 0 &&
+                     io_uring_opcode_supported(probe, IORING_OP_FSYNC) != 0 &&
+                     io_uring_opcode_supported(probe, IORING_OP_FALLOCATE) != 0;
+    io_uring_free_probe(probe);
+    return all;
+  }
+
+  std::string name() const override { return "io_uring"; }
+
+  void submit(const FileRequest& request) override {
+    io_uring_sqe* entry = io_uring_get_sqe(&ring_);
+    if (entry == nullptr) {
+      throw std::logic_error("more file requests than the ring was made for");
+    }
+    // The kernel moves at most 2 GiB in one go anyway; what is left is asked for by the caller.
+    const auto bytes = static_cast<unsigned>(std::min<uint64_t>(request.bytes, uint64_t{1} << 30));
+    switch (request.operation) {
+      case FileRequest::Operation::read:
+        io_uring_prep_read(entry, fd_, request.data, bytes, request.offset);
+        break;
+      case FileRequest::Operation::write:
+        io_uring_prep_write(entry, fd_, request.data, bytes, request.offset);
+        entry->rw_flags = request.dataSync ? RWF_DSYNC : 0;
+        break;
+      case FileRequest::Operation::punchHole:
+        io_uring_prep_fallocate(entry, fd_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                                static_cast<off_t>(request.offset), static_cast<off_t>(request.bytes));
+        break;
+      case FileRequest::Operation::flush:
+        io_uring_prep_fsync(entry, fd_, IORING_FSYNC_DATASYNC);
+        break;
+    }
+    io_uring_sqe_set_data64(entry, request.slot);
+    unsent_ = true;
+  }
+
+  bool poll(FileReply& out, bool wait) override {
+    send();
+    io_uring_cqe* entry = nullptr;
+    int error = wait ? io_uring_wait_cqe(&ring_, &entry) : io_uring_peek_cqe(&ring_, &entry);
+    while (error == -EINTR) {
+      error = io_uring_wait_cqe(&ring_, &entry);
+    }
+    if (error == -EAGAIN) {
+      return false;
+    }
+    if (error != 0) {
+      throw DriveError("waiting for the kernel's ring failed: " + textOf(-error) + "; use engine=threads");
+    }
+    out.slot = static_cast<uint32_t>(io_uring_cqe_get_data64(entry));
+    out.result = entry->res;
+    io_uring_cqe_seen(&ring_, entry);
+    return true;
+  }
+
+ private:
+  /// Everything that was prepared since the last poll goes to the kernel in one call.
+  void send() {
+    while (unsent_) {
+      const int sent = io_uring_submit(&ring_);
+      if (sent < 0 && sent != -EINTR && sent != -EAGAIN && sent != -EBUSY) {
+        throw DriveError("the kernel's ring takes no requests: " + textOf(-sent) + "; use engine=threads");
+      }
+      unsent_ = io_uring_sq_ready(&ring_) != 0;
+      if (sent == -EAGAIN || sent == -EBUSY) {
+        return;  // for want of memory; answers that are taken now make room
+      }
+    }
+  }
+
+  int fd_;
+  io_uring ring_{};
+  bool open_ = false;
+  bool unsent_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<FileEngine> makeUringEngine(int fd, uint32_t depth, std::string& refusal) {
+  int error = 0;
+  auto engine = std::make_unique<UringEngine>(fd, depth, error);
+  if (error != 0) {
+    refusal = textOf(-error);
+    return nullptr;
+  }
+  if (!engine->complete()) {
+    refusal = "this kernel's ring lacks an operation";
+    return nullptr;
+  }
+  return engine;
+}
+
+}  // namespace corvane::host
