@@ -1,0 +1,209 @@
+#include "host/run/ContractCheck.h"
+
+#include <algorithm>
+#include <set>
+
+#include "host/framework/TagPool.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint32_t largestAtomicTransfer = 0xFFFF;  ///< WRITE ATOMIC(16) has 16 bits for its length and its boundary
+
+std::string text(uint64_t number) { return std::to_string(number); }
+
+uint32_t stepOf(const AgentOptionValues& options) { return options.skipCommands ? 2 : 1; }
+
+bool losesCommands(const TestDefinition& test) {
+  return test.resetEveryCommands != 0 || test.powerToggle != PowerToggle::off;
+}
+
+bool writesPlainly(const CommandMix& mix) { return mix.write != 0 || mix.writeSame != 0 || mix.trim != 0; }
+
+/// Collects the sentences of one report.
+class Judge {
+ public:
+  void refuseIf(bool wrong, const std::string& sentence) { addIf(wrong, report_.refusals, sentence); }
+  void warnIf(bool weak, const std::string& sentence) { addIf(weak, report_.warnings, sentence); }
+  ContractReport take() { return std::move(report_); }
+
+ private:
+  static void addIf(bool condition, std::vector<std::string>& to, const std::string& sentence) {
+    if (condition) {
+      to.push_back(sentence);
+    }
+  }
+
+  ContractReport report_;
+};
+
+void judgeNumbers(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
+  judge.refuseIf(test.queueDepth == 0 || test.queueDepth > TagPool::maxTags,
+                 "queue depth " + text(test.queueDepth) + " is not possible; choose 1 to " + text(TagPool::maxTags));
+  judge.refuseIf(test.minBlocks == 0, "transfer length 0 writes nothing that could be read back; choose at least 1");
+  judge.refuseIf(test.minBlocks > test.maxBlocks, "the shortest transfer of " + text(test.minBlocks) +
+                                                      " blocks is above the longest of " + text(test.maxBlocks) +
+                                                      "; swap the two");
+  judge.refuseIf(options.bucketCount != 0 && test.maxBlocks >= options.bucketCount,
+                 "transfers of " + text(test.maxBlocks) + " blocks do not fit into the pool of write data; set " +
+                     "\"Bucket Count\" above that (it is " + text(options.bucketCount) + ") or shorten the transfers");
+  judge.refuseIf(test.minAtomicBound == 0 || test.minAtomicBound > test.maxAtomicBound,
+                 "atomic bounds " + text(test.minAtomicBound) + ".." + text(test.maxAtomicBound) +
+                     " are no range; give 1 <= MIN <= MAX");
+  judge.refuseIf(test.mix.writeAtomic != 0 && std::max(test.maxBlocks, test.maxAtomicBound) > largestAtomicTransfer,
+                 "an atomic write and its bound have at most " + text(largestAtomicTransfer) +
+                     " blocks; shorten the transfers or leave atomic writes out");
+  judge.refuseIf(test.e2ePercent > 100,
+                 "an end-to-end share of " + text(test.e2ePercent) + " percent is not possible; choose 0 to 100");
+  judge.refuseIf(test.endLba != 0 && test.endLba <= test.firstLba,
+                 "the LBA range " + text(test.firstLba) + ".." + text(test.endLba) +
+                     " is empty; its end is not included and must be above its start");
+  judge.refuseIf(options.minQueueSize > options.maxQueueSize, "\"Min Queue Size\" " + text(options.minQueueSize) +
+                                                                  " is above \"Max Queue Size\" " +
+                                                                  text(options.maxQueueSize) + "; set both");
+  judge.refuseIf(test.watchdogMs == 0, "a watchdog of 0 s would end every test at once; choose at least 1 s");
+}
+
+void judgeSelection(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
+  const CommandMix& mix = test.mix;
+  judge.refuseIf(mix.writeKinds() == 0,
+                 "nothing would be written; select at least one of write, atomic, writesame and trim");
+  judge.refuseIf(mix.read == 0 && mix.verify == 0, "nothing would be checked; select at least one of read and verify");
+  judge.refuseIf(mix.writeAtomic != 0 && mix.read == 0,
+                 "atomic writes need reads, because unknown content is read before it is overwritten; select read "
+                 "too");
+  judge.refuseIf(options.spliceDetection && mix.read == 0,
+                 "\"Write Splice Detection\" checks with reads; select read too or switch it off");
+  judge.refuseIf(test.deviceInterface != 0 && mix.verify != 0,
+                 "a device interface without sense data cannot say that a verify found a difference, so verifies "
+                 "would raise false alarms; set it to 0 or leave verify out");
+}
+
+void judgeSkipCommands(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
+  if (!options.skipCommands) {
+    return;
+  }
+  const CommandMix& mix = test.mix;
+  const std::string remedy = "switch \"Use Skip Commands\" off";
+  judge.refuseIf(
+      mix.writeSame != 0 || mix.trim != 0,
+      "skip commands do not go with write-same or trim, which have no skip mask; leave those out or " + remedy);
+  if (test.maxBlocks <= 1) {
+    return;
+  }
+  judge.refuseIf(options.embedData && mix.write != 0,
+                 "skip commands with embedded data would raise a false alarm at every second block, because the "
+                 "stamped LBA counts by one; set \"Embed Data\" to false or " +
+                     remedy);
+  judge.refuseIf(mix.writeAtomic != 0,
+                 "skip commands with atomic writes would raise false alarms, because atomic writes always embed the "
+                 "LBA; leave atomic out or " +
+                     remedy);
+  judge.refuseIf(mix.verify != 0,
+                 "skip commands with verifies would fail, because a verify looks for every LBA of its range; leave "
+                 "verify out or " +
+                     remedy);
+}
+
+void judgeLostCommands(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
+  judge.refuseIf(test.powerToggle != PowerToggle::off && options.powerToggleFreq == 0,
+                 "with \"PowerToggle Freq\" 0 every step would cut the power and no command would run; choose at "
+                 "least 1 second");
+  if (!losesCommands(test)) {
+    return;
+  }
+  judge.refuseIf(options.userDefinedData && test.mix.writeAtomic != 0,
+                 "user data with atomic writes that a reset or a power cut interrupts would raise false alarms, "
+                 "because the new data of an unfinished one cannot be told from the old; switch \"User Defined "
+                 "Data\" off, or leave atomic or the resets out");
+  judge.warnIf(options.minQueueSize < test.queueDepth,
+               "\"Min Queue Size\" " + text(options.minQueueSize) + " is below the queue depth " +
+                   text(test.queueDepth) +
+                   ", so a reset can lose a write together with its read-back, which ends the test with an error; "
+                   "set it to at least the queue depth");
+  judge.warnIf(!options.spliceDetection && writesPlainly(test.mix),
+               "without \"Write Splice Detection\" a write that a reset or a power cut takes away is never read "
+               "back and its blocks stay in memory; switch it on");
+}
+
+}  // namespace
+
+ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& options) {
+  Judge judge;
+  judge.refuseIf(test.driveAddresses.empty(), "no drive is named; give at least one");
+  std::set<std::string> seen;
+  for (const std::string& address : test.driveAddresses) {
+    const std::string place = address.substr(0, address.find(','));
+    const bool simulated = place.rfind("sim:", 0) == 0;
+    judge.refuseIf(!simulated && !seen.insert(place).second,
+                   "drive '" + place +
+                       "' is named twice, and two threads would overwrite each other's data; name it "
+                       "once");
+  }
+  judgeNumbers(judge, test, options);
+  judgeSelection(judge, test, options);
+  judgeSkipCommands(judge, test, options);
+  judgeLostCommands(judge, test, options);
+  return judge.take();
+}
+
+TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, uint64_t driveBlocks) {
+  if (test.endLba != 0) {
+    return {.firstLba = test.firstLba, .endLba = test.endLba};
+  }
+  const uint64_t headRoom = options.slideReads ? uint64_t{test.maxBlocks - 1} * stepOf(options) : 0;
+  return {.firstLba = test.firstLba, .endLba = driveBlocks - std::min(driveBlocks, headRoom)};
+}
+
+ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionValues& options, const Drive& drive) {
+  Judge judge;
+  const uint64_t blocks = drive.geometry().blocks;
+  const TestRange range = testRange(test, options, blocks);
+  const std::string rangeText = text(range.firstLba) + ".." + text(range.endLba);
+  const uint64_t longest = uint64_t{test.maxBlocks} * stepOf(options);
+  const uint64_t size = range.endLba > range.firstLba ? range.endLba - range.firstLba : 0;
+  const uint64_t headRoom = longest - stepOf(options);
+
+  judge.refuseIf(range.endLba > blocks, "the LBA range " + rangeText + " ends behind the drive's " + text(blocks) +
+                                            " blocks; choose an end of at most that");
+  judge.refuseIf(size < longest, "the LBA range " + rangeText + " has no room for a command over " + text(longest) +
+                                     " LBAs; widen it or shorten the transfers");
+  judge.refuseIf(options.slideReads && range.endLba <= blocks && blocks - range.endLba < headRoom,
+                 "\"Slide Reads\" reads up to " + text(headRoom) + " blocks behind the LBA range " + rangeText +
+                     ", past the drive's end; end the range at " + text(blocks - std::min(blocks, headRoom)) +
+                     " or before");
+  judge.refuseIf(
+      test.powerToggle == PowerToggle::withoutSync && drive.capabilities().volatileCache && !test.forceUnitAccess,
+      "a power cut would take acknowledged writes from the drive's volatile cache, which is no fault of "
+      "the drive; flush it before each cut, or use forced unit access");
+  const uint64_t average = (uint64_t{test.minBlocks} + test.maxBlocks + 1) / 2;
+  const uint64_t waiting = average * stepOf(options) * options.maxQueueSize;
+  judge.warnIf(size >= longest && waiting > size,
+               "the LBA range " + rangeText + " is small for \"Max Queue Size\" " + text(options.maxQueueSize) +
+                   ", so writes pile up on the same blocks and memory and time grow; widen it to at least " +
+                   text(waiting) + " blocks or lower the queue size");
+  return judge.take();
+}
+
+std::string missingCapability(const TestDefinition& test, const Drive& drive) {
+  const DriveCapabilities& can = drive.capabilities();
+  std::string missing;
+  const auto need = [&missing](bool needed, bool offered, const char* what) {
+    if (needed && !offered) {
+      missing += (missing.empty() ? "" : ", ") + std::string(what);
+    }
+  };
+  need(test.mix.writeAtomic != 0, can.atomicWrite, "atomic writes");
+  need(test.mix.writeSame != 0, can.writeSame, "write-same");
+  need(test.mix.trim != 0, can.trim, "trim");
+  need(test.mix.verify != 0, can.verify, "verify with byte check");
+  need(test.powerToggle == PowerToggle::withSync, can.syncCache, "cache flush");
+  need(test.powerToggle != PowerToggle::off, can.powerToggle, "power toggle");
+  need(test.resetEveryCommands != 0, can.deviceReset, "device reset");
+  if (missing.empty()) {
+    return {};
+  }
+  return "the drive (" + drive.description() + ") does not offer " + missing + "; leave it out or use another drive";
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,29 @@
+#include "host/run/DriveCounters.h"
+
+namespace corvane::host {
+
+DriveTotals DriveCounters::totals(uint32_t sectorBytes) const {
+  DriveTotals out;
+  for (size_t kind = 0; kind < commandKinds; ++kind) {
+    out.issued[kind] = issued[kind].get();
+    out.completed[kind] = completed[kind].get();
+  }
+  out.failed = failed.get();
+  out.blocksWritten = blocksWritten.get();
+  out.bytesWritten = out.blocksWritten * sectorBytes;
+  out.blocksTrimmed = blocksTrimmed.get();
+  out.blocksRead = blocksRead.get();
+  out.bytesRead = out.blocksRead * sectorBytes;
+  out.blocksCompared = blocksCompared.get();
+  out.bytesCompared = out.blocksCompared * sectorBytes;
+  out.resets = resets.get();
+  out.powerCycles = powerCycles.get();
+  out.heldBack = heldBack.get();
+  out.retried = retried.get();
+  out.stray = stray.get();
+  out.outstanding = static_cast<uint32_t>(outstanding.get());
+  out.maxOutstanding = static_cast<uint32_t>(maxOutstanding.get());
+  return out;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,202 @@
+#include "host/run/DriveRun.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "host/drive/DriveError.h"
+#include "host/ostra/DeviceTable.h"
+#include "host/run/ConfigurationError.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint64_t longestRatePauseUs = 20'000;  ///< so that a stop or a time limit is noticed soon
+
+}  // namespace
+
+DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
+                   std::unique_ptr<Drive> drive)
+    : context_(context),
+      index_(index),
+      drive_(std::move(drive)),
+      geometry_(drive_->geometry()),
+      range_(testRange(context.test, context.options, geometry_.blocks)),
+      log_(index, context.observer) {
+  result_.name = std::move(name);
+  result_.address = std::move(address);
+  result_.description = drive_->description();
+}
+
+void DriveRun::run() noexcept {
+  const uint64_t beganUs = context_.clock.steadyUs();
+  setCurrentDeviceIndex(index_);
+  try {
+    runTest();
+  } catch (const DriveError& error) {
+    failed(RunStatus::drive, error.what());
+  } catch (const ConfigurationError& error) {
+    failed(RunStatus::configuration, error.what());
+  } catch (const std::exception& error) {
+    failed(RunStatus::internal, error.what());
+  }
+  result_.totals = totals();
+  result_.messages = log_.messages();
+  result_.elapsedMs = (context_.clock.steadyUs() - beganUs) / 1000;
+}
+
+DriveThreadHost::Settings DriveRun::threadSettings() {
+  DriveThreadHost::Settings settings;
+  settings.name = result_.name;
+  settings.blockSize = geometry_.blockSize;
+  settings.protectionEnabled = geometry_.protectionBytes != 0;
+  settings.protectionBytes = geometry_.protectionBytes;
+  settings.physicalExponent = geometry_.physicalExponent;
+  settings.queueDepth = context_.test.queueDepth;
+  settings.log = [this](int level, std::string_view text) { log_.add(level, text); };
+  return settings;
+}
+
+StepSettings DriveRun::stepSettings() const {
+  const TestDefinition& test = context_.test;
+  StepSettings settings;
+  settings.mix = test.mix;
+  settings.e2ePercent = test.e2ePercent;
+  settings.skipCommands = context_.options.skipCommands;
+  settings.forceUnitAccess = test.forceUnitAccess;
+  settings.resetEveryCommands = test.resetEveryCommands;
+  settings.deviceInterface = test.deviceInterface;
+  settings.maxBlocks = test.maxBlocks;
+  settings.minLba = range_.firstLba;
+  settings.maxLba = range_.endLba - 1;
+  settings.selectorSeed = deriveSeed(test.seed, "selector", index_);
+  settings.watchdogMs = test.watchdogMs;
+  return settings;
+}
+
+std::unique_ptr<LbaAgent> DriveRun::makeLbaSource() const {
+  const TestDefinition& test = context_.test;
+  LbaLimits limits;
+  limits.firstLba = range_.firstLba;
+  limits.endLba = range_.endLba;
+  limits.minBlocks = test.minBlocks;
+  limits.maxBlocks = test.maxBlocks;
+  limits.lbaStep = context_.options.skipCommands ? 2 : 1;
+  limits.minAtomicBound = test.minAtomicBound;
+  limits.maxAtomicBound = test.maxAtomicBound;
+  return makeLbaAgent(test.lbaAgent, limits, deriveSeed(test.seed, "lba", index_));
+}
+
+void DriveRun::runTest() {
+  DriveThreadHost host(threadSettings());
+  host.thread().timestampUs = context_.clock.wallUs();
+  try {
+    runAgent(host);
+  } catch (...) {
+    // The drive must be done with the agent's and the loop's memory before either is freed; runStarted saw to the
+    // commands, and nothing else has been submitted.
+    if (host.driveData() != nullptr) {
+      context_.agent.freeDriveData(host.driveData());
+    }
+    throw;
+  }
+  if (host.driveData() != nullptr) {
+    context_.agent.freeDriveData(host.driveData());
+  }
+}
+
+void DriveRun::runAgent(DriveThreadHost& host) {
+  const std::unique_ptr<LbaAgent> lbaSource = makeLbaSource();
+  StepLoop loop(context_.agent, context_.configData, host, *drive_, *lbaSource, stepSettings(), counters_,
+                context_.clock);
+  vdl::DriveThread& thread = host.thread();
+  if (const int32_t status = context_.agent.initDriveData(&thread); status != 0) {
+    agentEnded("initDriveData", status);
+    return;
+  }
+  thread.timestampUs = context_.clock.wallUs();
+  if (const int32_t status = context_.agent.startTest(&thread, context_.configData, host.driveData(), 0); status != 0) {
+    agentEnded("startTest", status);
+    return;
+  }
+  runStarted(host, loop);
+}
+
+void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
+  std::exception_ptr failure;
+  try {
+    int32_t status = stepUntilEnd(loop);
+    if (status == 0) {
+      status = loop.drain();
+    }
+    if (status != 0) {
+      agentEnded("execute", status);
+      loop.abandon();
+    }
+  } catch (...) {
+    // Its outstanding commands point into memory that is about to be freed.
+    failure = std::current_exception();
+    drive_.reset();
+  }
+  context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);
+  if (failure != nullptr) {
+    std::rethrow_exception(failure);
+  }
+}
+
+int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
+  const TestDefinition& test = context_.test;
+  const uint64_t beganUs = context_.clock.steadyUs();
+  while (!context_.stop.load(std::memory_order_relaxed)) {
+    if (test.commandLimit != 0 && loop.commandsIssued() >= test.commandLimit) {
+      break;
+    }
+    if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
+      const uint64_t elapsedUs = context_.clock.steadyUs() - beganUs;
+      if (test.timeLimitMs != 0 && elapsedUs >= test.timeLimitMs * 1000) {
+        break;
+      }
+      if (mustWait(loop, elapsedUs)) {
+        continue;
+      }
+    }
+    if (const int32_t status = loop.step(); status != 0) {
+      return status;
+    }
+  }
+  return 0;
+}
+
+bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {
+  const uint64_t rate = context_.test.commandsPerSecond;
+  if (rate == 0) {
+    return false;
+  }
+  const uint64_t dueUs = loop.commandsIssued() * 1'000'000 / rate;
+  if (dueUs <= elapsedUs) {
+    return false;
+  }
+  context_.clock.pause(std::min(dueUs - elapsedUs, longestRatePauseUs));
+  return true;
+}
+
+void DriveRun::agentEnded(const char* callback, int32_t status) {
+  if (result_.agentStatus != 0) {
+    return;
+  }
+  result_.agentStatus = status;
+  std::string error = log_.firstError();
+  if (error.empty()) {
+    error = std::string("the agent's ") + callback + " returned " + std::to_string(status);
+  }
+  failed(statusOfAgentCode(status), error);
+}
+
+void DriveRun::failed(RunStatus status, const std::string& error) {
+  result_.status = worse(result_.status, status);
+  if (result_.error.empty()) {
+    result_.error = error;
+  }
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+namespace corvane::host {
+
+/// The host's view of time, so that a test can put its own in its place. Any thread.
+class HostClock {
+ public:
+  virtual ~HostClock() = default;
+
+  /// Microseconds that only go forward; for limits and rates.
+  virtual uint64_t steadyUs();
+  /// Microseconds since the epoch.
+  virtual uint64_t wallUs();
+  virtual void pause(uint64_t microseconds);
+
+  /// The machine's clock.
+  static HostClock& real();
+};
+
+}  // namespace corvane::host

@@ -1,0 +1,210 @@
+#include "host/run/OrderingFence.h"
+
+#include <algorithm>
+#include <bit>
+#include <cassert>
+#include <limits>
+#include <stdexcept>
+
+#include "host/drive/DriveError.h"
+#include "vdl/SenseParser.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint32_t patientAttempts = 8;  ///< after these a pause comes before each further attempt
+constexpr uint64_t retryPauseUs = 1000;
+constexpr uint8_t senseKeyUnitAttention = 6;
+constexpr uint32_t shortestSense = 8;
+
+bool isUnitAttention(const DriveCompletion& completion) {
+  vdl::SenseParser::Kcq kcq;
+  return completion.status == scsi_status::checkCondition && completion.senseBytes >= shortestSense &&
+         vdl::SenseParser::getKey(completion.sense.data(), kcq) == 0 && kcq.key == senseKeyUnitAttention;
+}
+
+/// What a drive that cannot take a command says; null when it answered the command itself.
+const char* refusal(const DriveCompletion& completion) {
+  switch (completion.status) {
+    case scsi_status::busy:
+      return "busy";
+    case scsi_status::taskSetFull:
+      return "task set full";
+    case scsi_status::reservationConflict:
+      return "reservation conflict";
+    default:
+      return isUnitAttention(completion) ? "unit attention" : nullptr;
+  }
+}
+
+std::string describe(const DriveCommand& command) {
+  std::string text = commandKindName(command.kind);
+  if (command.kind != CommandKind::syncCache) {
+    text += " of " + std::to_string(command.blocks) + " blocks at LBA " + std::to_string(command.lba);
+  }
+  return text + " (tag " + std::to_string(command.tag) + ")";
+}
+
+}  // namespace
+
+OrderingFence::OrderingFence(Drive& drive, uint32_t tags, DriveCounters& counters, HostClock& clock)
+    : drive_(drive),
+      counters_(counters),
+      clock_(clock),
+      nodes_(tags),
+      first_(tags),
+      end_(tags),
+      tag_(tags),
+      writes_(tags) {
+  if (tags == 0 || tags > TagPool::maxTags) {
+    throw std::invalid_argument("an ordering fence has 1 to 1024 tags");
+  }
+  toSend_.reserve(tags);
+  toRetry_.reserve(tags);
+}
+
+void OrderingFence::submit(const DriveCommand& command) {
+  Node& node = nodes_.at(command.tag);
+  if (node.outstanding) {
+    throw std::logic_error("tag " + std::to_string(command.tag) + " is issued again before it completed");
+  }
+  const bool sync = command.kind == CommandKind::syncCache;
+  const uint64_t first = sync ? 0 : command.lba;
+  const uint64_t end = sync ? std::numeric_limits<uint64_t>::max() : command.endLba();
+  const uint8_t writes = sync || changesMedium(command.kind) ? 1 : 0;
+
+  node.command = command;
+  node.waitsFor = 0;
+  node.attempts = 0;
+  node.successors = {};
+  for (uint32_t i = 0; i < count_; ++i) {
+    if (first_[i] < end && first < end_[i] && (writes_[i] | writes) != 0) {
+      nodes_[tag_[i]].successors[command.tag / 64] |= uint64_t{1} << (command.tag % 64);
+      ++node.waitsFor;
+    }
+  }
+  node.outstanding = true;
+  node.position = count_;
+  first_[count_] = first;
+  end_[count_] = end;
+  tag_[count_] = command.tag;
+  writes_[count_] = writes;
+  ++count_;
+  node.command.id = nextId_++;
+  if (node.waitsFor == 0) {
+    drive_.submit(node.command);
+  } else {
+    ++held_;
+    counters_.heldBack.add(1);
+  }
+}
+
+void OrderingFence::send(Node& node) {
+  // The drive must not take a late answer to an earlier attempt for the one to this.
+  node.command.id = nextId_++;
+  drive_.submit(node.command);
+}
+
+bool OrderingFence::poll(DriveCompletion& out) {
+  sendAgain();
+  while (drive_.poll(out, false)) {
+    Node* node = out.tag < nodes_.size() ? &nodes_[out.tag] : nullptr;
+    if (node == nullptr || !node->outstanding || node->command.id != out.id || node->waitsFor != 0) {
+      counters_.stray.add(1);
+      continue;
+    }
+    if (refusal(out) != nullptr) {
+      keepForRetry(*node, out);
+      continue;
+    }
+    remove(out.tag);
+    releaseSuccessors(*node);
+    return true;
+  }
+  return false;
+}
+
+void OrderingFence::keepForRetry(Node& node, const DriveCompletion& completion) {
+  counters_.retried.add(1);
+  if (++node.attempts >= maxAttempts) {
+    throw DriveError("the drive answered '" + std::string(refusal(completion)) + "' to a " + describe(node.command) +
+                     " " + std::to_string(maxAttempts) +
+                     " times; check that it is ready and that no other initiator uses or reserves it");
+  }
+  // Not the id of any attempt, so that a second answer to this one is a stray.
+  node.command.id = 0;
+  toRetry_.push_back(completion.tag);
+}
+
+void OrderingFence::sendAgain() {
+  if (toRetry_.empty()) {
+    return;
+  }
+  const bool pause = std::any_of(toRetry_.begin(), toRetry_.end(),
+                                 [this](uint32_t tag) { return nodes_[tag].attempts > patientAttempts; });
+  if (pause) {
+    clock_.pause(retryPauseUs);
+  }
+  for (const uint32_t tag : toRetry_) {
+    send(nodes_[tag]);
+  }
+  toRetry_.clear();
+}
+
+void OrderingFence::remove(uint32_t tag) {
+  Node& node = nodes_[tag];
+  const uint32_t last = --count_;
+  const uint32_t hole = node.position;
+  first_[hole] = first_[last];
+  end_[hole] = end_[last];
+  tag_[hole] = tag_[last];
+  writes_[hole] = writes_[last];
+  nodes_[tag_[hole]].position = hole;
+  node.outstanding = false;
+}
+
+void OrderingFence::releaseSuccessors(Node& node) {
+  toSend_.clear();
+  for (size_t word = 0; word < node.successors.size(); ++word) {
+    for (uint64_t bits = node.successors[word]; bits != 0; bits &= bits - 1) {
+      const auto tag = static_cast<uint32_t>(word * 64 + static_cast<size_t>(std::countr_zero(bits)));
+      assert(nodes_[tag].outstanding && nodes_[tag].waitsFor != 0);
+      if (--nodes_[tag].waitsFor == 0) {
+        toSend_.push_back(tag);
+      }
+    }
+  }
+  if (toSend_.size() > 1) {
+    std::sort(toSend_.begin(), toSend_.end(),
+              [this](uint32_t a, uint32_t b) { return nodes_[a].command.id < nodes_[b].command.id; });
+  }
+  held_ -= static_cast<uint32_t>(toSend_.size());
+  for (const uint32_t tag : toSend_) {
+    drive_.submit(nodes_[tag].command);
+  }
+}
+
+void OrderingFence::forgetAll() {
+  for (uint32_t i = 0; i < count_; ++i) {
+    nodes_[tag_[i]].outstanding = false;
+  }
+  toRetry_.clear();
+  count_ = 0;
+  held_ = 0;
+}
+
+std::string OrderingFence::describeOutstanding(size_t most) const {
+  std::vector<uint32_t> tags(tag_.begin(), tag_.begin() + count_);
+  std::sort(tags.begin(), tags.end(),
+            [this](uint32_t a, uint32_t b) { return nodes_[a].command.id < nodes_[b].command.id; });
+  std::string text;
+  for (size_t i = 0; i < tags.size() && i < most; ++i) {
+    text += (i == 0 ? "" : ", ") + describe(nodes_[tags[i]].command);
+  }
+  if (tags.size() > most) {
+    text += " and " + std::to_string(tags.size() - most) + " more";
+  }
+  return text;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/drive/Drive.h"
+#include "host/framework/TagPool.h"
+#include "host/run/DriveCounters.h"
+#include "host/run/HostClock.h"
+
+namespace corvane::host {
+
+/// Stands between the step loop and a drive and makes overlapping commands behave as if executed in issue order.
+///
+/// A command goes to the drive only when every earlier command that it conflicts with has been taken from `poll`.
+/// Two commands conflict when their LBAs overlap and one of them changes the medium, or when one of them is a cache
+/// flush, which so becomes a barrier. Everything else the drive may reorder as it likes. Since a conflicting
+/// successor was not even submitted, the completions of conflicting commands also come out in issue order.
+///
+/// A range with an alternating skip mask counts from its first to its last LBA.
+///
+/// Answers that say nothing about the data (busy, task set full, reservation conflict, unit attention) are never
+/// passed on: the command is sent again.
+///
+/// Allocates nothing after its construction. One thread.
+class OrderingFence {
+ public:
+  static constexpr uint32_t maxAttempts = 1000;  ///< of one command, about a second altogether
+
+  /// @param drive outlives the object; nobody else submits to it or polls it
+  /// @param tags  commands have tags below this; at most TagPool::maxTags
+  OrderingFence(Drive& drive, uint32_t tags, DriveCounters& counters, HostClock& clock);
+
+  /// Issues a command: passes it to the drive or holds it back.
+  ///
+  /// @param command its tag must not be outstanding; the fence gives it its id
+  void submit(const DriveCommand& command);
+
+  /// Takes the next completion, if there is one; never blocks on the drive.
+  ///
+  /// The commands that waited for it are submitted before this returns.
+  ///
+  /// Throws DriveError when the drive answers one command `maxAttempts` times that it cannot take it now.
+  bool poll(DriveCompletion& out);
+
+  /// Forgets all outstanding commands. For after a reset or a power cut: what was held back never reaches the drive,
+  /// and completions that come late are dropped.
+  void forgetAll();
+
+  /// Commands submitted and not yet taken from `poll`.
+  uint32_t outstanding() const { return count_; }
+  /// Of those, the ones that the drive has not seen yet.
+  uint32_t held() const { return held_; }
+  /// The outstanding command on a tag; of a tag that has none the last one.
+  const DriveCommand& command(uint32_t tag) const { return nodes_[tag].command; }
+
+  /// The oldest outstanding commands for a message, e.g. "write of 8 blocks at LBA 100 (tag 3)".
+  std::string describeOutstanding(size_t most) const;
+
+ private:
+  using TagSet = std::array<uint64_t, TagPool::maxTags / 64>;
+  struct Node {
+    DriveCommand command;
+    TagSet successors{};    ///< held commands that wait for this one
+    uint32_t waitsFor = 0;  ///< conflicting predecessors that are still outstanding
+    uint32_t position = 0;  ///< in the dense arrays
+    uint32_t attempts = 0;
+    bool outstanding = false;
+  };
+
+  void send(Node& node);
+  void sendAgain();
+  void keepForRetry(Node& node, const DriveCompletion& completion);
+  void remove(uint32_t tag);
+  void releaseSuccessors(Node& node);
+
+  Drive& drive_;
+  DriveCounters& counters_;
+  HostClock& clock_;
+  std::vector<Node> nodes_;  ///< by tag
+  // The outstanding commands side by side, so that the conflict test of a new one is a walk over a few cache lines.
+  // A cache flush is a write of everything.
+  std::vector<uint64_t> first_;
+  std::vector<uint64_t> end_;
+  std::vector<uint32_t> tag_;
+  std::vector<uint8_t> writes_;
+  uint32_t count_ = 0;
+  uint32_t held_ = 0;
+  uint64_t nextId_ = 1;
+  std::vector<uint32_t> toSend_;   ///< scratch of releaseSuccessors
+  std::vector<uint32_t> toRetry_;  ///< tags that the drive could not take
+};
+
+}  // namespace corvane::host

@@ -1,0 +1,398 @@
+#include "host/run/StepLoop.h"
+
+#include <algorithm>
+#include <bit>
+#include <cassert>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "host/drive/DriveError.h"
+#include "host/run/ConditionSet.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" when no command finished
+constexpr uint32_t e2eBytes = 8;
+constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
+constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
+constexpr uint32_t busyPolls = 64;      ///< before waiting gives the processor away for longer
+constexpr uint64_t longestPauseUs = 1000;
+constexpr size_t namedCommands = 8;  ///< in the watchdog's message
+
+bool carriesWriteData(CommandKind kind) {
+  return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
+         kind == CommandKind::verify;
+}
+
+}  // namespace
+
+StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveThreadHost& host, Drive& drive,
+                   LbaAgent& lbaAgent, const StepSettings& settings, DriveCounters& counters, HostClock& clock)
+    : agent_(agent),
+      configData_(configData),
+      host_(host),
+      thread_(host.thread()),
+      tags_(host.tags()),
+      drive_(drive),
+      lbaAgent_(lbaAgent),
+      settings_(settings),
+      counters_(counters),
+      clock_(clock),
+      lba_(host.variables().u64("LBA")),
+      xferLength_(host.variables().u32("XferLength")),
+      atomicBound_(host.variables().u32("AtomicBound")),
+      skipGen_(host.variables().u32("SkipGen")),
+      epo_(host.variables().u32("EPO")),
+      lastTagId_(host.variables().u32("LastTagID", nothing)),
+      lastStatusByte_(host.variables().u32("LastStatusByte", nothing)),
+      readDataIsValid_(host.variables().u32("ReadDataIsValid")),
+      writeData_(host.variables().buffer("WriteData")),
+      lastErrSenseData_(host.variables().buffer("LastErrSenseData")),
+      readDataPtr_(host.variables().tagged("ReadDataPtr[TagID]")),
+      cdb_(host.variables().tagged("CDB[TagID]")),
+      recvCdb_(host.variables().tagged("RecvCDB[TagID]")),
+      parameterList_(host.variables().tagged("ParameterList[TagID]")),
+      fence_(drive, tags_.size(), counters, clock),
+      selector_(settings.mix, settings.e2ePercent, settings.selectorSeed),
+      readMemory_(tags_.size(), uint64_t{settings.maxBlocks} * host.sectorBytes()),
+      perTag_(tags_.size()),
+      nextReset_(settings.resetEveryCommands) {
+  host.variables().u32("TestMaxXferLength") = settings.maxBlocks;
+  host.variables().u64("MinLBA") = settings.minLba;
+  host.variables().u64("MaxLBA") = settings.maxLba;
+  host.variables().u32("DeviceInterface") = settings.deviceInterface;
+  if (lastErrSenseData_.reserve(DriveCompletion().sense.size()) != 0) {
+    throw std::bad_alloc();
+  }
+  publishNone();
+}
+
+int32_t StepLoop::step() {
+  assert(!draining_);
+  thread_.conditions &= ~ConditionSet::allBits;
+  publishChoice();
+  selected_ = selector_.select();
+  thread_.conditions |= selected_;
+
+  const uint32_t peekedTag = tags_.front();
+  if (const int32_t status = callExecute(); status != 0) {
+    return status;
+  }
+  absorbTakenBackTags();
+  runConditionedStep(peekedTag);
+  if (settings_.resetEveryCommands != 0 && commandsIssued_ >= nextReset_) {
+    nextReset_ = commandsIssued_ + settings_.resetEveryCommands;
+    if (const int32_t status = resetDevice(); status != 0) {
+      return status;
+    }
+  }
+  getStatus();
+  return 0;
+}
+
+void StepLoop::publishChoice() {
+  if (skipGen_ == 0 || !choice_) {
+    choice_ = lbaAgent_.next();
+  }
+  // Also when the choice was kept: the agent has written the range of its own command over it.
+  skipGen_ = 0;
+  lba_ = choice_->lba;
+  xferLength_ = choice_->blocks;
+  atomicBound_ = choice_->atomicBound;
+}
+
+int32_t StepLoop::callExecute() {
+  const int32_t status = agent_.execute(&thread_, configData_, host_.driveData());
+  publishNone();
+  return status;
+}
+
+void StepLoop::publishNone() {
+  if (publishedTag_ != TagPool::none) {
+    readDataPtr_.clear(publishedTag_);
+    publishedTag_ = TagPool::none;
+  }
+  lastTagId_ = nothing;
+  lastStatusByte_ = nothing;
+  readDataIsValid_ = 0;
+  lastErrSenseData_.size = 0;
+}
+
+void StepLoop::absorbTakenBackTags() {
+  if (tags_.outstanding() == fence_.outstanding()) {
+    return;
+  }
+  if (tags_.outstanding() != 0) {
+    throw std::logic_error("the agent took back some of the outstanding tags but not all of them");
+  }
+  // Whatever the agent's reason was: its commands must not run any more. A power cut that follows does the same.
+  if ((thread_.conditions & ConditionSet::powerToggleBit) == 0) {
+    drive_.reset();
+    counters_.resets.add(1);
+    forgetOutstanding();
+  }
+}
+
+void StepLoop::forgetOutstanding() {
+  fence_.forgetAll();
+  counters_.outstanding.set(0);
+  if (syncTag_ != TagPool::none) {
+    lostSync_ = syncTag_;
+    syncTag_ = TagPool::none;
+  }
+}
+
+void StepLoop::runConditionedStep(uint32_t peekedTag) {
+  const uint64_t applied = thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit);
+  if (applied == 0) {
+    return;
+  }
+  if (!std::has_single_bit(applied)) {
+    throw std::logic_error("the agent applied more than one condition in a step");
+  }
+  if (applied == ConditionSet::powerToggleBit) {
+    cutPower();
+  } else {
+    issue(ConditionSet::kindOf(applied), peekedTag);
+  }
+}
+
+void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
+  const uint32_t tag = tags_.take();
+  if (tag == TagPool::none) {
+    throw std::logic_error("the agent applied a condition although no tag is free");
+  }
+  if (tag != peekedTag) {
+    throw std::logic_error("the next free tag changed within a step");
+  }
+  const DriveCommand command = buildCommand(kind, tag);
+  publishCommandBlock(command);
+  perTag_[tag].preRead = isPreRead(command);
+  if (kind == CommandKind::syncCache) {
+    syncTag_ = tag;
+  }
+  ++commandsIssued_;
+  counters_.issued[static_cast<size_t>(kind)].add(1);
+  fence_.submit(command);
+  counters_.outstanding.set(fence_.outstanding());
+  counters_.maxOutstanding.set(std::max<uint64_t>(counters_.maxOutstanding.get(), fence_.outstanding()));
+}
+
+DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
+  DriveCommand command;
+  command.kind = kind;
+  command.tag = tag;
+  if (kind == CommandKind::syncCache) {
+    return command;
+  }
+  command.lba = lba_;
+  command.blocks = xferLength_;
+  command.lbaStep = settings_.skipCommands ? 2 : 1;
+  if (command.blocks == 0 || command.blocks > settings_.maxBlocks) {
+    throw std::logic_error("the agent asked for a transfer of " + std::to_string(command.blocks) +
+                           " blocks in a test of 1 to " + std::to_string(settings_.maxBlocks));
+  }
+  command.forceUnitAccess = settings_.forceUnitAccess && changesMedium(kind);
+  if (kind == CommandKind::writeAtomic) {
+    command.atomicBound = atomicBound_;
+  }
+  if (kind == CommandKind::read) {
+    command.data = readMemory_.of(tag);
+    command.dataBytes = uint64_t{command.blocks} * host_.sectorBytes();
+  } else if (carriesWriteData(kind)) {
+    attachWriteData(command);
+  }
+  return command;
+}
+
+void StepLoop::attachWriteData(DriveCommand& command) {
+  command.trailerBytes = (selected_ & ConditionSet::e2eBit) != 0 ? e2eBytes : 0;
+  const uint64_t unit = host_.sectorBytes() + command.trailerBytes;
+  const uint64_t needed = command.kind == CommandKind::writeSame ? unit : unit * command.blocks;
+  if (writeData_.data == nullptr || writeData_.size != needed) {
+    throw std::logic_error("the agent prepared " + std::to_string(writeData_.size) + " bytes for a " +
+                           commandKindName(command.kind) + " of " + std::to_string(needed));
+  }
+  command.data = writeData_.data;
+  command.dataBytes = needed;
+}
+
+void StepLoop::publishCommandBlock(const DriveCommand& command) {
+  PerTag& own = perTag_[command.tag];
+  uint8_t protection = thread_.protectionEnabled && thread_.protectionBytes != 0 ? protectVerbatim : 0;
+  if (command.trailerBytes != 0) {
+    protection = protectWithE2e;
+  }
+  own.cdb = buildCdb(command, protection);
+  cdb_.set(command.tag, own.cdb.data(), own.cdb.size());
+  if (command.kind == CommandKind::trim) {
+    own.parameterList = buildUnmapParameterList(command.lba, command.blocks);
+    parameterList_.set(command.tag, own.parameterList.data(), own.parameterList.size());
+  } else {
+    parameterList_.clear(command.tag);
+  }
+}
+
+bool StepLoop::isPreRead(const DriveCommand& command) const {
+  // The read ahead of an atomic write goes to the range that the LBA agent chose; a read-back goes where a write
+  // was. That a read-back of the very same range comes up in a step that selected an atomic write is rare, and
+  // costs no more than its blocks in a statistic.
+  return command.kind == CommandKind::read && (selected_ & ConditionSet::writeAtomicBit) != 0 && skipGen_ == 0 &&
+         command.lba == choice_->lba && command.blocks == choice_->blocks;
+}
+
+void StepLoop::cutPower() {
+  if (tags_.outstanding() != 0) {
+    throw std::logic_error("the agent cuts the power without taking the outstanding tags back");
+  }
+  drive_.powerCycle();
+  counters_.powerCycles.add(1);
+  forgetOutstanding();
+  epo_ = 1;
+}
+
+int32_t StepLoop::resetDevice() {
+  drive_.reset();
+  counters_.resets.add(1);
+  const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
+  if (status == 0 && tags_.outstanding() != 0) {
+    throw std::logic_error("the agent left tags outstanding after a reset of the device");
+  }
+  forgetOutstanding();
+  publishNone();
+  return status;
+}
+
+void StepLoop::getStatus() {
+  if (lostSync_) {
+    // The agent's own accounting of a reset has no place for a flush: it would wait for this one for ever.
+    lastTagId_ = *lostSync_;
+    lastStatusByte_ = scsi_status::aborted;
+    lostSync_.reset();
+    return;
+  }
+  DriveCompletion completion;
+  if (tags_.front() == TagPool::none) {
+    waitFor(completion);
+  } else if (!fence_.poll(completion)) {
+    return;
+  }
+  publishCompletion(completion);
+}
+
+void StepLoop::waitFor(DriveCompletion& completion) {
+  // The drive is polled, not waited for, so that one that hangs is noticed.
+  for (uint32_t polls = 0; polls < busyPolls; ++polls) {
+    if (fence_.poll(completion)) {
+      return;
+    }
+    std::this_thread::yield();
+  }
+  const uint64_t beganUs = clock_.steadyUs();
+  uint64_t pauseUs = 8;
+  while (!fence_.poll(completion)) {
+    if (clock_.steadyUs() - beganUs >= settings_.watchdogMs * 1000) {
+      throw DriveError("the drive completed nothing for " + std::to_string(settings_.watchdogMs / 1000) +
+                       " s, outstanding are " + fence_.describeOutstanding(namedCommands) +
+                       "; check the drive and its connection");
+    }
+    clock_.pause(pauseUs);
+    pauseUs = std::min(pauseUs * 2, longestPauseUs);
+  }
+}
+
+void StepLoop::publishCompletion(const DriveCompletion& completion) {
+  const uint32_t tag = completion.tag;
+  const DriveCommand& command = fence_.command(tag);
+  PerTag& own = perTag_[tag];
+  const uint64_t readBytes =
+      command.kind == CommandKind::read ? std::min(completion.bytesTransferred, command.dataBytes) : 0;
+  if (readBytes != 0) {
+    readDataPtr_.set(tag, command.data, readBytes);
+  } else {
+    readDataPtr_.clear(tag);
+  }
+  readDataIsValid_ = readBytes != 0 ? 1 : 0;
+  own.recvCdb = own.cdb;
+  recvCdb_.set(tag, own.recvCdb.data(), own.recvCdb.size());
+  lastErrSenseData_.size = std::min<uint64_t>(completion.senseBytes, completion.sense.size());
+  std::memcpy(lastErrSenseData_.data, completion.sense.data(), lastErrSenseData_.size);
+  lastTagId_ = tag;
+  lastStatusByte_ = completion.status;
+  publishedTag_ = tag;
+  if (tag == syncTag_) {
+    syncTag_ = TagPool::none;
+  }
+  countCompletion(command, completion);
+  if (!draining_) {
+    tags_.release(tag);
+  }
+}
+
+void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletion& completion) {
+  counters_.outstanding.set(fence_.outstanding());
+  counters_.completed[static_cast<size_t>(command.kind)].add(1);
+  if (completion.status != scsi_status::good) {
+    counters_.failed.add(1);
+    return;
+  }
+  switch (command.kind) {
+    case CommandKind::write:
+    case CommandKind::writeAtomic:
+    case CommandKind::writeSame:
+      counters_.blocksWritten.add(command.blocks);
+      break;
+    case CommandKind::trim:
+      counters_.blocksTrimmed.add(command.blocks);
+      break;
+    case CommandKind::read:
+      counters_.blocksRead.add(command.blocks);
+      if (!perTag_[command.tag].preRead) {
+        counters_.blocksCompared.add(command.blocks);
+      }
+      break;
+    case CommandKind::verify:
+      counters_.blocksCompared.add(command.blocks);
+      break;
+    case CommandKind::syncCache:
+      break;
+  }
+}
+
+int32_t StepLoop::drain() {
+  draining_ = true;
+  while (tags_.take() != TagPool::none) {
+  }
+  for (;;) {
+    thread_.conditions &= ~ConditionSet::allBits;
+    publishChoice();
+    if (const int32_t status = callExecute(); status != 0) {
+      abandon();
+      return status;
+    }
+    if ((thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit)) != 0) {
+      throw std::logic_error("the agent applied a condition although no tag is free");
+    }
+    if (fence_.outstanding() == 0) {
+      return 0;
+    }
+    DriveCompletion completion;
+    waitFor(completion);
+    publishCompletion(completion);
+  }
+}
+
+void StepLoop::abandon() {
+  draining_ = true;
+  DriveCompletion completion;
+  while (fence_.outstanding() != 0) {
+    waitFor(completion);
+  }
+  counters_.outstanding.set(0);
+  publishNone();
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "host/drive/Drive.h"
+#include "host/framework/DriveThreadHost.h"
+#include "host/run/CdbBuilder.h"
+#include "host/run/CommandSelector.h"
+#include "host/run/DriveCounters.h"
+#include "host/run/HostClock.h"
+#include "host/run/LbaAgent.h"
+#include "host/run/OrderingFence.h"
+#include "host/run/TagMemory.h"
+#include "host/run/TestDefinition.h"
+#include "vdl/Agent.h"
+
+namespace corvane::host {
+
+/// What a step loop needs to know of its test.
+struct StepSettings {
+  CommandMix mix;
+  uint32_t e2ePercent = 0;
+  bool skipCommands = false;  ///< every command touches every other LBA only
+  bool forceUnitAccess = false;
+  uint64_t resetEveryCommands = 0;  ///< 0: never
+  uint32_t deviceInterface = 0;
+  uint32_t maxBlocks = 1;
+  uint64_t minLba = 0;
+  uint64_t maxLba = 0;  ///< included
+  uint64_t selectorSeed = 0;
+  uint64_t watchdogMs = 60'000;
+};
+
+/// Makes the steps of one drive's test.
+///
+/// A step clears the condition bits, publishes what the LBA agent generated and which command kinds are selected,
+/// calls the agent's `execute`, carries out the one thing whose condition the agent applied, and publishes the next
+/// completion, if there is one. It waits for a completion only when every tag is outstanding.
+///
+/// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
+/// without a free tag, data that do not fit the command), DriveError when the drive fails or completes nothing for
+/// the watchdog's time. After an exception the object is of no further use.
+///
+/// One thread. The shared variables that the agent maps are ready once the constructor has returned.
+class StepLoop {
+ public:
+  /// All references outlive the object. `configData` is the agent's record; the drive's record is asked of `host`
+  /// at each call.
+  StepLoop(const vdl::AgentTable& agent, const void* configData, DriveThreadHost& host, Drive& drive,
+           LbaAgent& lbaAgent, const StepSettings& settings, DriveCounters& counters, HostClock& clock);
+
+  /// Makes one step.
+  ///
+  /// @return 0, or the status with which the agent ended the test
+  int32_t step();
+
+  /// Delivers everything that is outstanding, one completion a call of `execute`, so that the last reads are
+  /// compared too. No tag is free any more, so the agent prepares nothing; no step may follow.
+  ///
+  /// @return 0, or the status with which the agent ended the test
+  int32_t drain();
+
+  /// Waits for everything that is outstanding and tells nobody. For after the agent has ended the test.
+  void abandon();
+
+  uint64_t commandsIssued() const { return commandsIssued_; }
+
+ private:
+  int32_t callExecute();
+  void publishChoice();
+  void publishNone();
+  void publishCompletion(const DriveCompletion& completion);
+  void countCompletion(const DriveCommand& command, const DriveCompletion& completion);
+  void absorbTakenBackTags();
+  void runConditionedStep(uint32_t peekedTag);
+  void issue(CommandKind kind, uint32_t peekedTag);
+  DriveCommand buildCommand(CommandKind kind, uint32_t tag);
+  void attachWriteData(DriveCommand& command);
+  void publishCommandBlock(const DriveCommand& command);
+  void cutPower();
+  int32_t resetDevice();
+  void forgetOutstanding();
+  bool isPreRead(const DriveCommand& command) const;
+  /// Publishes at most one completion.
+  void getStatus();
+  /// Waits for a completion; throws DriveError when the watchdog's time is over.
+  void waitFor(DriveCompletion& completion);
+
+  const vdl::AgentTable& agent_;
+  const void* const configData_;
+  DriveThreadHost& host_;
+  vdl::DriveThread& thread_;
+  TagPool& tags_;
+  Drive& drive_;
+  LbaAgent& lbaAgent_;
+  const StepSettings settings_;
+  DriveCounters& counters_;
+  HostClock& clock_;
+
+  // The shared variables, in the names of their agents' interface.
+  uint64_t& lba_;
+  uint32_t& xferLength_;
+  uint32_t& atomicBound_;
+  uint32_t& skipGen_;
+  uint32_t& epo_;
+  uint32_t& lastTagId_;
+  uint32_t& lastStatusByte_;
+  uint32_t& readDataIsValid_;
+  vdl::Buffer& writeData_;
+  vdl::Buffer& lastErrSenseData_;
+  TaggedViews& readDataPtr_;
+  TaggedViews& cdb_;
+  TaggedViews& recvCdb_;
+  TaggedViews& parameterList_;
+
+  OrderingFence fence_;
+  CommandSelector selector_;
+  TagMemory readMemory_;
+  struct PerTag {
+    Cdb cdb{};
+    Cdb recvCdb{};
+    UnmapParameterList parameterList{};
+    bool preRead = false;
+  };
+  std::vector<PerTag> perTag_;
+
+  std::optional<LbaChoice> choice_;   ///< what the LBA agent generated last
+  uint64_t selected_ = 0;             ///< the condition bits that were set before the agent ran
+  uint32_t syncTag_ = TagPool::none;  ///< outstanding cache flush
+  std::optional<uint32_t> lostSync_;  ///< a flush that a reset took away and nobody was told of
+  uint32_t publishedTag_ = TagPool::none;
+  uint64_t commandsIssued_ = 0;
+  uint64_t nextReset_ = 0;  ///< in commands issued
+  bool draining_ = false;
+};
+
+}  // namespace corvane::host

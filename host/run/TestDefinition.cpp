@@ -1,0 +1,93 @@
+#include "host/run/TestDefinition.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "host/base/Random.h"
+
+namespace corvane::host {
+
+uint32_t CommandMix::weight(CommandKind kind) const {
+  switch (kind) {
+    case CommandKind::write:
+      return write;
+    case CommandKind::writeAtomic:
+      return writeAtomic;
+    case CommandKind::writeSame:
+      return writeSame;
+    case CommandKind::trim:
+      return trim;
+    case CommandKind::read:
+      return read;
+    case CommandKind::verify:
+      return verify;
+    case CommandKind::syncCache:
+      break;
+  }
+  return 0;
+}
+
+void CommandMix::setWeight(CommandKind kind, uint32_t weight) {
+  switch (kind) {
+    case CommandKind::write:
+      write = weight;
+      return;
+    case CommandKind::writeAtomic:
+      writeAtomic = weight;
+      return;
+    case CommandKind::writeSame:
+      writeSame = weight;
+      return;
+    case CommandKind::trim:
+      trim = weight;
+      return;
+    case CommandKind::read:
+      read = weight;
+      return;
+    case CommandKind::verify:
+      verify = weight;
+      return;
+    case CommandKind::syncCache:
+      break;
+  }
+  throw std::invalid_argument("a command mix does not select cache flushes");
+}
+
+uint32_t CommandMix::writeKinds() const {
+  uint32_t kinds = 0;
+  for (const uint32_t weight : {write, writeAtomic, writeSame, trim}) {
+    kinds += weight != 0 ? 1 : 0;
+  }
+  return kinds;
+}
+
+std::string driveDisplayName(std::string_view address, uint32_t index) {
+  const size_t colon = address.find(':');
+  const std::string_view kind = address.substr(0, colon);
+  std::string_view place = colon == std::string_view::npos ? std::string_view() : address.substr(colon + 1);
+  place = place.substr(0, place.find(','));
+  if (const size_t slash = place.rfind('/'); slash != std::string_view::npos) {
+    place = place.substr(slash + 1);
+  }
+  std::string name = kind == "sim" || place.empty() ? std::string(kind) + std::to_string(index) : std::string(place);
+  const auto harmless = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+           c == '-';
+  };
+  std::replace_if(
+      name.begin(), name.end(), [&](char c) { return !harmless(c); }, '_');
+  return name;
+}
+
+uint64_t deriveSeed(uint64_t seed, std::string_view purpose, uint64_t index) {
+  uint64_t state = seed;
+  uint64_t derived = Random::splitMix(state);
+  for (const char c : purpose) {
+    state ^= static_cast<unsigned char>(c);
+    derived ^= Random::splitMix(state);
+  }
+  state ^= index;
+  return derived ^ Random::splitMix(state);
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,193 @@
+#include "host/run/TestRun.h"
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+
+#include "host/drive/DriveError.h"
+#include "host/drive/DriveFactory.h"
+#include "host/run/AgentConfig.h"
+#include "host/run/ConditionSet.h"
+#include "host/run/ConfigurationError.h"
+#include "host/run/ContractCheck.h"
+#include "host/run/DriveRun.h"
+#include "host/run/HostClock.h"
+#include "host/run/PluginLoader.h"
+
+namespace corvane::host {
+namespace {
+
+/// A simulated drive takes its own random choices from the test's seed, unless its address names one.
+std::string withSeed(const std::string& address, uint64_t seed) {
+  if (address.rfind("sim:", 0) != 0 || address.find("seed=") != std::string::npos) {
+    return address;
+  }
+  const bool bare = address == "sim:" || address.back() == ',';
+  return address + (bare ? "" : ",") + "seed=" + std::to_string(seed);
+}
+
+}  // namespace
+
+struct TestRun::State {
+  State(TestDefinition definition, RunObserver* runObserver, RunSurroundings surroundings)
+      : test(std::move(definition)), observer(runObserver), world(std::move(surroundings)) {}
+
+  const vdl::AgentTable& loadAgent() {
+    return world.agent != nullptr ? *world.agent : plugin.emplace(test.pluginPath).table();
+  }
+
+  void prepare() {
+    clock = world.clock != nullptr ? world.clock : &HostClock::real();
+    if (!world.openDrive) {
+      world.openDrive = openDrive;
+    }
+    const vdl::AgentTable& agent = loadAgent();
+    config.emplace(agent);
+    warnings = config->apply(test, ConditionSet(test));
+    options = AgentOptionValues::of(config->options());
+    judge(checkTest(test, options));
+    checkLbaAgentName();
+    context.emplace(RunContext{.test = test,
+                               .options = options,
+                               .agent = agent,
+                               .configData = config->record(),
+                               .clock = *clock,
+                               .stop = stop,
+                               .observer = observer});
+    for (const std::string& address : test.driveAddresses) {
+      addDrive(address);
+    }
+  }
+
+  void checkLbaAgentName() const {
+    if (lbaAgentHelp(test.lbaAgent).empty()) {
+      makeLbaAgent(test.lbaAgent, {.endLba = 1}, 0);
+    }
+  }
+
+  void judge(const ContractReport& report) {
+    if (!report.refusals.empty()) {
+      throw ConfigurationError(report.refusals.front());
+    }
+    for (const std::string& warning : report.warnings) {
+      if (std::find(warnings.begin(), warnings.end(), warning) == warnings.end()) {
+        warnings.push_back(warning);
+      }
+    }
+  }
+
+  void addDrive(const std::string& address) {
+    const auto index = static_cast<uint32_t>(runs.size());
+    std::unique_ptr<Drive> drive =
+        world.openDrive(withSeed(address, deriveSeed(test.seed, "drive", index)), test.queueDepth);
+    if (drive->maxOutstanding() < test.queueDepth) {
+      throw ConfigurationError("the drive (" + drive->description() + ") takes " +
+                               std::to_string(drive->maxOutstanding()) + " commands at once, not " +
+                               std::to_string(test.queueDepth) + "; lower the queue depth");
+    }
+    if (const std::string missing = missingCapability(test, *drive); !missing.empty()) {
+      throw DriveError(missing);
+    }
+    judge(checkTestOnDrive(test, options, *drive));
+    runs.push_back(std::make_unique<DriveRun>(*context, index, uniqueName(address, index), address, std::move(drive)));
+  }
+
+  std::string uniqueName(const std::string& address, uint32_t index) const {
+    const std::string name = driveDisplayName(address, index);
+    const bool taken = std::any_of(runs.begin(), runs.end(), [&](const auto& run) { return run->name() == name; });
+    return taken ? name + "-" + std::to_string(index) : name;
+  }
+
+  uint64_t elapsedMs() const {
+    const uint64_t began = beganUs.load(std::memory_order_relaxed);
+    return began == 0 ? 0 : (clock->steadyUs() - began) / 1000;
+  }
+
+  TestDefinition test;
+  RunObserver* observer;
+  RunSurroundings world;
+  HostClock* clock = nullptr;
+  std::optional<AgentPlugin> plugin;  // unloaded last: everything below may call into it
+  std::optional<AgentConfig> config;
+  AgentOptionValues options;
+  std::vector<std::string> warnings;
+  std::atomic<bool> stop{false};
+  std::atomic<uint64_t> beganUs{0};
+  std::atomic<uint32_t> running{0};
+  bool started = false;
+  std::optional<RunContext> context;
+  std::vector<std::unique_ptr<DriveRun>> runs;
+};
+
+TestRun::TestRun(TestDefinition definition, RunObserver* observer, RunSurroundings surroundings)
+    : state_(std::make_unique<State>(std::move(definition), observer, std::move(surroundings))) {
+  state_->prepare();
+}
+
+TestRun::~TestRun() = default;
+
+const std::vector<std::string>& TestRun::warnings() const { return state_->warnings; }
+
+std::vector<DriveIntroduction> TestRun::drives() const {
+  std::vector<DriveIntroduction> drives;
+  for (const auto& run : state_->runs) {
+    drives.push_back({.name = run->name(),
+                      .address = run->address(),
+                      .description = run->description(),
+                      .geometry = run->geometry(),
+                      .firstLba = run->range().firstLba,
+                      .endLba = run->range().endLba});
+  }
+  return drives;
+}
+
+RunResult TestRun::run() {
+  State& state = *state_;
+  if (std::exchange(state.started, true)) {
+    throw std::logic_error("a test runs once");
+  }
+  state.beganUs.store(state.clock->steadyUs());
+  state.running.store(static_cast<uint32_t>(state.runs.size()));
+  {
+    std::vector<std::jthread> threads;
+    for (const auto& run : state.runs) {
+      threads.emplace_back([&state, &run] {
+        run->run();
+        state.running.fetch_sub(1);
+      });
+    }
+  }
+  RunResult result;
+  result.seed = state.test.seed;
+  result.elapsedMs = state.elapsedMs();
+  result.stopped = state.stop.load();
+  for (const auto& run : state.runs) {
+    const DriveResult& drive = result.drives.emplace_back(run->result());
+    result.status = worse(result.status, drive.status);
+    if (statusOfAgentCode(drive.agentStatus) == RunStatus::dataFailure) {
+      Finding& finding = result.findings.emplace_back();
+      finding.drive = drive.name;
+      finding.agentStatus = drive.agentStatus;
+      finding.text = drive.error;
+      finding.files = drive.messages.reports;
+      finding.files.insert(finding.files.end(), drive.messages.dumps.begin(), drive.messages.dumps.end());
+    }
+  }
+  return result;
+}
+
+void TestRun::requestStop() noexcept { state_->stop.store(true, std::memory_order_relaxed); }
+
+ProgressSnapshot TestRun::progress() const {
+  ProgressSnapshot snapshot;
+  for (const auto& run : state_->runs) {
+    snapshot.totals += run->totals();
+  }
+  snapshot.elapsedMs = state_->elapsedMs();
+  snapshot.drivesRunning = state_->running.load(std::memory_order_relaxed);
+  return snapshot;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,272 @@
+#include "host/run/ContractCheck.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "tests/run/FakeDrive.h"
+
+namespace corvane::host {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::FakeDrive;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+AgentOptionValues defaults() {
+  AgentOptionValues options;
+  options.minQueueSize = 2048;
+  options.maxQueueSize = 4096;
+  options.bucketCount = 65536;
+  options.embedData = true;
+  return options;
+}
+
+TestDefinition plainTest() {
+  TestDefinition test;
+  test.driveAddresses = {"sim:64m"};
+  return test;
+}
+
+struct Case {
+  const char* name;
+  std::function<void(TestDefinition&, AgentOptionValues&)> change;
+  const char* why;
+};
+
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
+class Refusal : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Refusal, SaysWhyAndWhatToChange) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  ASSERT_THAT(checkTest(test, options).refusals, IsEmpty());
+  GetParam().change(test, options);
+  EXPECT_THAT(checkTest(test, options).refusals, ElementsAre(HasSubstr(GetParam().why)));
+}
+
+const Case refusals[] = {
+    {"NoDrive", [](auto& test, auto&) { test.driveAddresses.clear(); }, "no drive is named"},
+    {"DriveTwice",
+     [](auto& test, auto&) {
+       test.driveAddresses = {"file:a,size=1m", "file:a"};
+     },
+     "'file:a' is named twice"},
+    {"DepthZero", [](auto& test, auto&) { test.queueDepth = 0; }, "queue depth 0 is not possible; choose 1 to 1024"},
+    {"DepthTooGreat", [](auto& test, auto&) { test.queueDepth = 1025; }, "queue depth 1025"},
+    {"LengthZero", [](auto& test, auto&) { test.minBlocks = 0; }, "transfer length 0"},
+    {"LengthsCrossed", [](auto& test, auto&) { test.minBlocks = 9; }, "the shortest transfer of 9 blocks"},
+    {"LengthOfThePool", [](auto&, auto& options) { options.bucketCount = 8; }, "set \"Bucket Count\" above that"},
+    {"BoundZero", [](auto& test, auto&) { test.minAtomicBound = 0; }, "atomic bounds 0..8"},
+    {"AtomicTooLong",
+     [](auto& test, auto& options) {
+       test.mix.writeAtomic = 1;
+       test.maxBlocks = 65536;
+       options.bucketCount = 524288;
+     },
+     "at most 65535 blocks"},
+    {"ShareAbove100", [](auto& test, auto&) { test.e2ePercent = 101; }, "101 percent"},
+    {"EmptyRange",
+     [](auto& test, auto&) {
+       test.firstLba = 50;
+       test.endLba = 50;
+     },
+     "the LBA range 50..50 is empty"},
+    {"QueueSizesCrossed", [](auto&, auto& options) { options.maxQueueSize = 1000; }, "set both"},
+    {"NoWatchdog", [](auto& test, auto&) { test.watchdogMs = 0; }, "a watchdog of 0 s"},
+    {"NothingWritten", [](auto& test, auto&) { test.mix.write = 0; }, "nothing would be written"},
+    {"NothingRead", [](auto& test, auto&) { test.mix.read = 0; }, "nothing would be checked"},
+    {"AtomicWithoutRead", [](auto& test, auto&) { test.mix = {.write = 1, .writeAtomic = 1, .read = 0, .verify = 1}; },
+     "atomic writes need reads"},
+    {"SpliceWithoutRead",
+     [](auto& test, auto& options) {
+       test.mix = {.write = 1, .read = 0, .verify = 1};
+       options.spliceDetection = true;
+     },
+     "checks with reads"},
+    {"VerifyWithoutSense",
+     [](auto& test, auto&) {
+       test.mix.verify = 1;
+       test.deviceInterface = 1;
+     },
+     "verifies would raise false alarms"},
+    {"SkipWithEmbeddedData", [](auto&, auto& options) { options.skipCommands = true; },
+     "false alarm at every second block"},
+    {"SkipWithAtomic",
+     [](auto& test, auto& options) {
+       options.skipCommands = true;
+       test.mix = {.write = 0, .writeAtomic = 1, .read = 1};
+     },
+     "skip commands with atomic writes"},
+    {"SkipWithVerify",
+     [](auto& test, auto& options) {
+       options.skipCommands = true;
+       options.embedData = false;
+       test.mix.verify = 1;
+     },
+     "skip commands with verifies"},
+    {"SkipWithTrim",
+     [](auto& test, auto& options) {
+       options.skipCommands = true;
+       test.mix.trim = 1;
+       test.maxBlocks = 1;
+     },
+     "do not go with write-same or trim"},
+    {"SkipWithWriteSame",
+     [](auto& test, auto& options) {
+       options.skipCommands = true;
+       test.mix.writeSame = 1;
+       test.maxBlocks = 1;
+     },
+     "do not go with write-same or trim"},
+    {"ToggleAtEveryStep",
+     [](auto& test, auto& options) {
+       test.powerToggle = PowerToggle::withSync;
+       options.powerToggleFreq = 0;
+     },
+     "every step would cut the power"},
+    {"UserDataWithLostAtomic",
+     [](auto& test, auto& options) {
+       test.mix.writeAtomic = 1;
+       test.resetEveryCommands = 100;
+       options.userDefinedData = true;
+     },
+     "user data with atomic writes"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, Refusal, ::testing::ValuesIn(refusals),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(ContractCheck, SkipCommandsOfOneBlockOrWithoutStampAreFine) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  options.skipCommands = true;
+  test.maxBlocks = 1;
+  test.mix.verify = 1;
+  EXPECT_THAT(checkTest(test, options).refusals, IsEmpty());
+  test.maxBlocks = 8;
+  test.mix.verify = 0;
+  options.embedData = false;
+  EXPECT_THAT(checkTest(test, options).refusals, IsEmpty());
+}
+
+TEST(ContractCheck, UserDataWithAtomicWritesThatNobodyInterruptsIsFine) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  test.mix.writeAtomic = 1;
+  options.userDefinedData = true;
+  EXPECT_THAT(checkTest(test, options).refusals, IsEmpty());
+}
+
+TEST(ContractCheck, WarnsOfLostWritesWithoutSpliceDetection) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  test.resetEveryCommands = 1000;
+  EXPECT_THAT(checkTest(test, options).warnings, ElementsAre(HasSubstr("without \"Write Splice Detection\"")));
+  options.spliceDetection = true;
+  EXPECT_THAT(checkTest(test, options).warnings, IsEmpty());
+  options.spliceDetection = false;
+  test.mix = {.write = 0, .writeAtomic = 1, .read = 1};
+  EXPECT_THAT(checkTest(test, options).warnings, IsEmpty());
+  test = plainTest();
+  test.powerToggle = PowerToggle::withoutSync;
+  EXPECT_THAT(checkTest(test, options).warnings, ElementsAre(HasSubstr("without \"Write Splice Detection\"")));
+}
+
+TEST(ContractCheck, WarnsWhenAResetCanTakeAWriteTogetherWithItsReadBack) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  options.spliceDetection = true;
+  options.minQueueSize = 31;
+  EXPECT_THAT(checkTest(test, options).warnings, IsEmpty());
+  test.resetEveryCommands = 1000;
+  EXPECT_THAT(checkTest(test, options).warnings, ElementsAre(HasSubstr("\"Min Queue Size\" 31 is below")));
+  options.minQueueSize = 32;
+  EXPECT_THAT(checkTest(test, options).warnings, IsEmpty());
+}
+
+TEST(ContractCheckOnDrive, TheWholeDriveLosesOnlyWhatSlidingReadsNeed) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  EXPECT_EQ(testRange(test, options, 1000).endLba, 1000U);
+  options.slideReads = true;
+  EXPECT_EQ(testRange(test, options, 1000).endLba, 993U);
+  options.skipCommands = true;
+  EXPECT_EQ(testRange(test, options, 1000).endLba, 986U);
+  test.firstLba = 10;
+  test.endLba = 500;
+  EXPECT_EQ(testRange(test, options, 1000).firstLba, 10U);
+  EXPECT_EQ(testRange(test, options, 1000).endLba, 500U);
+}
+
+TEST(ContractCheckOnDrive, RefusesRangesThatDoNotFit) {
+  FakeDrive drive;
+  drive.shape.blocks = 100'000;
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+  test.endLba = 100'001;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals,
+              ElementsAre(HasSubstr("0..100001 ends behind the drive's 100000 blocks")));
+  test.firstLba = 99'993;
+  test.endLba = 100'000;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr("has no room for a command")));
+  test.firstLba = 99'992;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+  options.slideReads = true;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr("end the range at 99993")));
+  test.firstLba = 0;
+  test.endLba = 99'993;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+  test.endLba = 0;
+  test.firstLba = 99'999'999;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr("has no room for a command")));
+}
+
+TEST(ContractCheckOnDrive, RefusesPowerCutsThatAnHonestDriveMayNotSurvive) {
+  FakeDrive drive;
+  drive.offers.volatileCache = true;
+  TestDefinition test = plainTest();
+  test.powerToggle = PowerToggle::withoutSync;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, ElementsAre(HasSubstr("volatile cache")));
+  test.forceUnitAccess = true;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty());
+  test.forceUnitAccess = false;
+  test.powerToggle = PowerToggle::withSync;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty());
+  test.powerToggle = PowerToggle::withoutSync;
+  drive.offers.volatileCache = false;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty());
+}
+
+TEST(ContractCheckOnDrive, WarnsOfARangeThatIsSmallForTheQueue) {
+  FakeDrive drive;
+  TestDefinition test = plainTest();
+  test.minBlocks = test.maxBlocks = 8;
+  test.endLba = 32'768;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).warnings, IsEmpty());
+  test.endLba -= 1;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).warnings,
+              ElementsAre(HasSubstr("is small for \"Max Queue Size\" 4096")));
+}
+
+TEST(MissingCapability, NamesEverythingThatTheTestNeeds) {
+  FakeDrive drive;
+  TestDefinition test = plainTest();
+  test.mix = {.write = 1, .writeAtomic = 1, .writeSame = 1, .trim = 1, .read = 1, .verify = 1};
+  test.powerToggle = PowerToggle::withSync;
+  test.resetEveryCommands = 5;
+  EXPECT_EQ(missingCapability(test, drive), "");
+  drive.offers = {};
+  EXPECT_EQ(missingCapability(test, drive),
+            "the drive (fake drive) does not offer atomic writes, write-same, trim, verify with byte check, cache "
+            "flush, power toggle, device reset; leave it out or use another drive");
+  EXPECT_EQ(missingCapability(plainTest(), drive), "");
+}
+
+}  // namespace
+}  // namespace corvane::host

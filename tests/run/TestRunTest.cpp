@@ -1,0 +1,371 @@
+#include "host/run/TestRun.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/drive/DriveError.h"
+#include "host/run/ConditionSet.h"
+#include "host/run/ConfigurationError.h"
+#include "tests/run/FakeAgent.h"
+#include "tests/run/FakeDrive.h"
+#include "tests/run/ManualClock.h"
+
+namespace corvane::host {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::FakeAgent;
+using testing::FakeDrive;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::ManualClock;
+
+struct QuietObserver : RunObserver {
+  void onAgentLine(uint32_t, int, std::string_view) override { ++lines; }
+  std::atomic<int> lines{0};
+};
+
+class TestRunTest : public ::testing::Test {
+ protected:
+  TestRunTest() {
+    test.driveAddresses = {"fake:a"};
+    test.queueDepth = 4;
+    test.commandLimit = 50;
+    agent.onExecute = readEverything;
+  }
+
+  /// An agent that reads wherever the LBA agent says, whenever a tag is free.
+  static int readEverything(vdl::DriveThread& thread) {
+    const bool free = thread.freeTags->peekNextFreeTag() != 0xFFFFFFFF;
+    FakeAgent::apply(thread, free ? ConditionSet::readBit : 0);
+    return 0;
+  }
+
+  RunSurroundings surroundings() {
+    RunSurroundings world;
+    world.agent = &table;
+    world.clock = &clock;
+    world.openDrive = [this](std::string_view address, uint32_t) -> std::unique_ptr<Drive> {
+      opened.emplace_back(address);
+      auto drive = std::make_unique<FakeDrive>();
+      drive->answerAtOnce();
+      if (adapt) {
+        adapt(*drive);
+      }
+      return drive;
+    };
+    return world;
+  }
+
+  std::string complaint() {
+    try {
+      const TestRun run(test, nullptr, surroundings());
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "accepted";
+  }
+
+  RunResult runIt() {
+    TestRun run(test, &observer, surroundings());
+    return run.run();
+  }
+
+  FakeAgent agent;
+  vdl::AgentTable table = agent.table();
+  ManualClock clock;
+  QuietObserver observer;
+  TestDefinition test;
+  std::function<void(FakeDrive&)> adapt;
+  std::vector<std::string> opened;
+};
+
+TEST_F(TestRunTest, RunsToTheCommandLimitAndCallsEverythingInOrder) {
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::clean);
+  ASSERT_EQ(result.drives.size(), 1U);
+  EXPECT_EQ(result.drives[0].totals.commandsIssued(), 50U);
+  EXPECT_EQ(result.drives[0].totals.commandsCompleted(), 50U);
+  EXPECT_EQ(result.drives[0].name, "a");
+  EXPECT_EQ(result.drives[0].error, "");
+  EXPECT_THAT(result.findings, IsEmpty());
+  EXPECT_THAT(agent.calls, ElementsAre("initConfigData", "initDriveData", "startTest", "stopTest", "freeDriveData",
+                                       "freeConfigData"));
+}
+
+TEST_F(TestRunTest, TheAgentSeesTheTestsFactsBeforeItStarts) {
+  adapt = [](FakeDrive& drive) {
+    drive.shape = {.blocks = 5000, .blockSize = 4096, .protectionBytes = 8, .physicalExponent = 2};
+  };
+  test.firstLba = 100;
+  test.endLba = 4000;
+  test.maxBlocks = 16;
+  std::string seen;
+  agent.onExecute = [&](vdl::DriveThread& thread) {
+    int error = 0;
+    seen = thread.name + " " + std::to_string(thread.blockSize) + " " + std::to_string(thread.protectionEnabled) + " " +
+           std::to_string(thread.protectionBytes) + " " + std::to_string(thread.physicalExponent) + " " +
+           std::to_string(thread.queueDepth) + " " + std::to_string(*thread.mapU64("MinLBA", 1, &error, 0)) + " " +
+           std::to_string(*thread.mapU64("MaxLBA", 1, &error, 0)) + " " +
+           std::to_string(*thread.mapU32("TestMaxXferLength", 1, &error, 0)) + " " +
+           std::to_string(thread.timestampUs >= 1'700'000'000'000'000) + " " + std::to_string(thread.ostraDevice);
+    return readEverything(thread);
+  };
+  EXPECT_EQ(runIt().status, RunStatus::clean);
+  EXPECT_EQ(seen, "a 4096 1 8 2 4 100 3999 16 1 -1");
+}
+
+TEST_F(TestRunTest, AFindingEndsTheDriveAndNamesItsFiles) {
+  agent.onExecute = [n = 0](vdl::DriveThread& thread) mutable {
+    if (++n < 10) {
+      return readEverything(thread);
+    }
+    thread.eventLog->logf(1, "a warning");
+    thread.eventLog->logf(2, "Miscompare Detected at LBA %d", 5);
+    thread.eventLog->logf(2, "execute(): text (-1046)");
+    return -1046;
+  };
+  agent.onStop = [](vdl::DriveThread& thread) {
+    thread.eventLog->logf(2, "Bucket compare command sequence saved to './t.txt'");
+    thread.eventLog->logf(2, "Miscompare Data Written To './d.bin'");
+    return 0;
+  };
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::dataFailure);
+  ASSERT_EQ(result.findings.size(), 1U);
+  EXPECT_EQ(result.findings[0].drive, "a");
+  EXPECT_EQ(result.findings[0].agentStatus, -1046);
+  EXPECT_EQ(result.findings[0].text, "Miscompare Detected at LBA 5");
+  EXPECT_THAT(result.findings[0].files, ElementsAre("./t.txt", "./d.bin"));
+  EXPECT_EQ(result.drives[0].messages.errors, 4U);
+  EXPECT_EQ(result.drives[0].messages.warnings, 1U);
+  EXPECT_EQ(observer.lines, 5);
+}
+
+TEST_F(TestRunTest, OtherAgentStatusesAreNoFindings) {
+  agent.onExecute = [](vdl::DriveThread&) { return -1200; };
+  RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::internal);
+  EXPECT_EQ(result.drives[0].error, "the agent's execute returned -1200");
+  EXPECT_THAT(result.findings, IsEmpty());
+}
+
+TEST_F(TestRunTest, AFailedStartIsNotStoppedButFreed) {
+  agent.startStatus = -1050;
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::configuration);
+  EXPECT_EQ(result.drives[0].error, "the agent's startTest returned -1050");
+  EXPECT_THAT(agent.calls,
+              ElementsAre("initConfigData", "initDriveData", "startTest", "freeDriveData", "freeConfigData"));
+}
+
+TEST_F(TestRunTest, AFailedDriveInitialisationEndsTheDrive) {
+  agent.initDriveStatus = -12;
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::internal);
+  EXPECT_EQ(result.drives[0].agentStatus, -12);
+  EXPECT_THAT(agent.calls, ElementsAre("initConfigData", "initDriveData", "freeDriveData", "freeConfigData"));
+}
+
+TEST_F(TestRunTest, ADriveErrorEndsTheDriveAndTheAgentIsStillStopped) {
+  adapt = [](FakeDrive& drive) {
+    drive.onPoll = [n = 0]() mutable {
+      if (++n == 20) {
+        throw DriveError("the cable fell out; plug it in");
+      }
+    };
+  };
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::drive);
+  EXPECT_EQ(result.drives[0].error, "the cable fell out; plug it in");
+  EXPECT_THAT(agent.calls, ElementsAre("initConfigData", "initDriveData", "startTest", "stopTest", "freeDriveData",
+                                       "freeConfigData"));
+}
+
+TEST_F(TestRunTest, AnAgentThatBreaksTheRulesIsAnInternalError) {
+  agent.onExecute = [](vdl::DriveThread& thread) {
+    FakeAgent::apply(thread, ConditionSet::readBit | ConditionSet::trimBit);
+    return 0;
+  };
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::internal);
+  EXPECT_THAT(result.drives[0].error, HasSubstr("more than one condition"));
+}
+
+TEST_F(TestRunTest, SeveralDrivesRunEachOnItsOwnThread) {
+  test.driveAddresses = {"fake:x/a", "fake:y/a", "fake:z"};
+  test.commandLimit = 2000;
+  std::mutex mutex;
+  std::map<std::string, int> steps;
+  agent.onExecute = [&](vdl::DriveThread& thread) {
+    {
+      const std::lock_guard lock(mutex);
+      ++steps[thread.name];
+    }
+    return readEverything(thread);
+  };
+  TestRun run(test, nullptr, surroundings());
+  ASSERT_EQ(run.drives().size(), 3U);
+  EXPECT_EQ(run.drives()[1].name, "a-1");
+  EXPECT_EQ(run.drives()[2].description, "fake drive");
+  EXPECT_EQ(run.drives()[2].endLba, 100'000U);
+  EXPECT_EQ(run.progress().drivesRunning, 0U);
+  const RunResult result = run.run();
+  EXPECT_EQ(result.status, RunStatus::clean);
+  EXPECT_EQ(result.totals().commandsIssued(), 6000U);
+  EXPECT_EQ(run.progress().totals.commandsCompleted(), 6000U);
+  EXPECT_EQ(run.progress().drivesRunning, 0U);
+  EXPECT_GE(steps["a"], 2000);
+  EXPECT_GE(steps["a-1"], 2000);
+  EXPECT_GE(steps["z"], 2000);
+  EXPECT_THROW(run.run(), std::logic_error);
+}
+
+TEST_F(TestRunTest, OneDrivesFailureLeavesTheOthersRunning) {
+  test.driveAddresses = {"fake:good", "fake:bad"};
+  agent.onExecute = [](vdl::DriveThread& thread) { return thread.name == "bad" ? -1062 : readEverything(thread); };
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::dataFailure);
+  EXPECT_EQ(result.drives[0].status, RunStatus::clean);
+  EXPECT_EQ(result.drives[0].totals.commandsIssued(), 50U);
+  ASSERT_EQ(result.findings.size(), 1U);
+  EXPECT_EQ(result.findings[0].drive, "bad");
+}
+
+TEST_F(TestRunTest, StopEndsATestWithoutLimits) {
+  test.commandLimit = 0;
+  TestRun* running = nullptr;
+  agent.onExecute = [&, n = 0](vdl::DriveThread& thread) mutable {
+    if (++n == 500) {
+      running->requestStop();
+    }
+    return readEverything(thread);
+  };
+  TestRun run(test, nullptr, surroundings());
+  running = &run;
+  const RunResult result = run.run();
+  EXPECT_TRUE(result.stopped);
+  EXPECT_EQ(result.status, RunStatus::clean);
+  EXPECT_EQ(result.totals().commandsIssued(), 500U);
+  EXPECT_EQ(result.totals().outstanding, 0U);
+}
+
+TEST_F(TestRunTest, TheTimeLimitEndsTheTest) {
+  test.commandLimit = 0;
+  test.timeLimitMs = 300;
+  agent.onExecute = [this](vdl::DriveThread& thread) {
+    clock.pause(1000);
+    return readEverything(thread);
+  };
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::clean);
+  EXPECT_FALSE(result.stopped);
+  EXPECT_EQ(result.totals().commandsIssued(), 300U);
+  EXPECT_GE(result.elapsedMs, 300U);
+}
+
+TEST_F(TestRunTest, TheRateLimitSpacesTheCommands) {
+  test.commandLimit = 0;
+  test.timeLimitMs = 2000;
+  test.commandsPerSecond = 100;
+  const RunResult result = runIt();
+  EXPECT_GE(result.totals().commandsIssued(), 199U);
+  EXPECT_LE(result.totals().commandsIssued(), 201U);
+}
+
+TEST_F(TestRunTest, ASeedRepeatsEveryCommand) {
+  test.mix = {.write = 1, .writeAtomic = 1, .read = 1, .verify = 1};
+  test.e2ePercent = 30;
+  test.driveAddresses = {"fake:a", "fake:b"};
+  const auto trace = [this](uint64_t seed) {
+    test.seed = seed;
+    std::mutex mutex;
+    std::map<std::string, std::string> text;
+    agent.onExecute = [&](vdl::DriveThread& thread) {
+      int error = 0;
+      const std::string step = std::to_string(*thread.mapU64("LBA", 3, &error, 0)) + "+" +
+                               std::to_string(*thread.mapU32("XferLength", 3, &error, 0)) + "/" +
+                               std::to_string(*thread.mapU32("AtomicBound", 3, &error, 0)) + ":" +
+                               std::to_string(thread.conditions) + " ";
+      {
+        const std::lock_guard lock(mutex);
+        text[thread.name] += step;
+      }
+      return readEverything(thread);
+    };
+    EXPECT_EQ(runIt().status, RunStatus::clean);
+    return text;
+  };
+  const auto first = trace(9);
+  EXPECT_EQ(first, trace(9));
+  EXPECT_NE(first, trace(10));
+  EXPECT_NE(first.at("a"), first.at("b"));
+}
+
+TEST_F(TestRunTest, ASimulatedDriveGetsASeedOfItsOwnUnlessItNamesOne) {
+  test.driveAddresses = {"sim:64m", "sim:64m,seed=5", "file:x"};
+  const TestRun run(test, nullptr, surroundings());
+  ASSERT_EQ(opened.size(), 3U);
+  EXPECT_THAT(opened[0], ::testing::StartsWith("sim:64m,seed="));
+  EXPECT_EQ(opened[1], "sim:64m,seed=5");
+  EXPECT_EQ(opened[2], "file:x");
+  EXPECT_EQ(run.drives()[0].address, "sim:64m");
+}
+
+TEST_F(TestRunTest, WhatCannotRunIsRefusedBeforeADriveIsOpened) {
+  test.queueDepth = 1025;
+  EXPECT_THAT(complaint(), HasSubstr("queue depth 1025"));
+  test.queueDepth = 4;
+  test.lbaAgent = "zigzag";
+  EXPECT_THAT(complaint(), HasSubstr("LBA agent 'zigzag'"));
+  test.lbaAgent = "mixed";
+  test.agentOptions = {{"Nonsense", "1"}};
+  EXPECT_THAT(complaint(), HasSubstr("Nonsense"));
+  test.agentOptions = {{"Bucket Count", "8"}};
+  EXPECT_THAT(complaint(), HasSubstr("Bucket Count"));
+  EXPECT_THAT(opened, IsEmpty());
+  EXPECT_EQ(std::count(agent.calls.begin(), agent.calls.end(), "initConfigData"),
+            std::count(agent.calls.begin(), agent.calls.end(), "freeConfigData"));
+}
+
+TEST_F(TestRunTest, AMissingPlugInIsNamed) {
+  test.pluginPath = "/nowhere/agent.so";
+  EXPECT_THROW(TestRun(test, nullptr, {}), ConfigurationError);
+}
+
+TEST_F(TestRunTest, ADriveThatLacksACommandIsADriveError) {
+  test.mix.trim = 1;
+  adapt = [](FakeDrive& drive) { drive.offers.trim = false; };
+  EXPECT_THROW(TestRun(test, nullptr, surroundings()), DriveError);
+  EXPECT_THAT(complaint(), HasSubstr("does not offer trim"));
+}
+
+TEST_F(TestRunTest, ADriveWithAShorterQueueIsRefused) {
+  adapt = [](FakeDrive& drive) { drive.most = 3; };
+  EXPECT_THAT(complaint(), HasSubstr("takes 3 commands at once, not 4"));
+}
+
+TEST_F(TestRunTest, WarningsAreKeptOncePerSentence) {
+  test.driveAddresses = {"fake:a", "fake:b"};
+  test.resetEveryCommands = 10;
+  const TestRun run(test, nullptr, surroundings());
+  EXPECT_THAT(run.warnings(), ElementsAre(HasSubstr("Write Splice Detection")));
+}
+
+TEST_F(TestRunTest, ResetsAndToggleStatisticsReachTheResult) {
+  test.resetEveryCommands = 10;
+  const RunResult result = runIt();
+  EXPECT_EQ(result.status, RunStatus::clean);
+  EXPECT_EQ(result.totals().resets, 5U);
+}
+
+}  // namespace
+}  // namespace corvane::host

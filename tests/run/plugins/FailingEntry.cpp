@@ -1,0 +1,3 @@
+#include "vdl/Agent.h"
+
+extern "C" int initAgent(vdl::AgentTable*) { return -77; }
