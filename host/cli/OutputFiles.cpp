@@ -1,0 +1,110 @@
+#include "host/cli/OutputFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "host/cli/UsageError.h"
+
+namespace corvane::host {
+namespace {
+
+std::string causeOf(int error) { return std::generic_category().message(error); }
+
+/// A file of another name beside the one that it shall become; gone when destroyed, unless it was renamed.
+class TemporaryFile {
+ public:
+  /// Check `error()` before any use.
+  explicit TemporaryFile(const std::string& beside)
+      : path_(beside + ".tmp-" + std::to_string(getpid())),
+        fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644)),
+        error_(fd_ < 0 ? errno : 0) {}
+  ~TemporaryFile() {
+    if (fd_ >= 0) {
+      close(fd_);
+    }
+    if (fd_ >= 0 && !renamed_) {
+      unlink(path_.c_str());
+    }
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  /// errno of the first failure; 0 when there was none.
+  int error() const { return error_; }
+
+  void write(std::string_view text) {
+    while (error_ == 0 && !text.empty()) {
+      const ssize_t written = ::write(fd_, text.data(), text.size());
+      if (written >= 0) {
+        text.remove_prefix(static_cast<size_t>(written));
+      } else if (errno != EINTR) {
+        error_ = errno;
+      }
+    }
+  }
+
+  void renameTo(const std::string& path) {
+    if (error_ == 0 && fsync(fd_) != 0 && errno != EINVAL) {
+      error_ = errno;
+    }
+    if (error_ == 0 && rename(path_.c_str(), path.c_str()) != 0) {
+      error_ = errno;
+    }
+    renamed_ = error_ == 0;
+  }
+
+ private:
+  std::string path_;
+  int fd_;
+  int error_;
+  bool renamed_ = false;
+};
+
+[[noreturn]] void refuse(std::string_view flag, const std::string& path, const std::string& fault,
+                         std::string_view remedy) {
+  throw UsageError(std::string(flag) + " '" + path + "' " + fault + "; " + std::string(remedy));
+}
+
+constexpr std::string_view otherFile = "name a file in a folder that exists and can be written to";
+
+}  // namespace
+
+void prepareOutputDirectory(std::string_view flag, const std::string& path) {
+  constexpr std::string_view remedy = "name a folder that can be written to";
+  std::error_code fault;
+  std::filesystem::create_directories(path, fault);
+  if (!std::filesystem::is_directory(path)) {
+    refuse(flag, path, "cannot be created: " + (fault ? fault.message() : causeOf(ENOTDIR)), remedy);
+  }
+  if (const int error = TemporaryFile(path + "/.corvane").error(); error != 0) {
+    refuse(flag, path, "cannot be written to: " + causeOf(error), remedy);
+  }
+}
+
+void checkReplaceable(std::string_view flag, const std::string& path) {
+  std::error_code fault;
+  if (std::filesystem::is_directory(path, fault)) {
+    refuse(flag, path, "is a folder", otherFile);
+  }
+  if (const int error = TemporaryFile(path).error(); error != 0) {
+    refuse(flag, path, "cannot be written: " + causeOf(error), otherFile);
+  }
+}
+
+void replaceFile(std::string_view flag, const std::string& path, std::string_view text) {
+  TemporaryFile file(path);
+  file.write(text);
+  file.renameTo(path);
+  if (file.error() != 0) {
+    refuse(flag, path, "cannot be written: " + causeOf(file.error()), otherFile);
+  }
+}
+
+}  // namespace corvane::host

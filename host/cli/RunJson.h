@@ -1,0 +1,72 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/cli/RunSettings.h"
+#include "host/run/RunResult.h"
+#include "host/run/TestRun.h"
+
+namespace corvane::host {
+
+/// The result of a run as a JSON document. Its keys are a promise: programs read them, so none is renamed or dropped.
+///
+/// | Key             | Value                                                                                     |
+/// |-----------------|-------------------------------------------------------------------------------------------|
+/// | `version`       | the program's                                                                             |
+/// | `seed`          | number                                                                                    |
+/// | `seedDrawn`     | whether the program chose the seed                                                        |
+/// | `repeat`        | the words of the command that repeats the run                                             |
+/// | `status`        | "clean", "data failure", "configuration error", "drive error" or "internal error"         |
+/// | `exitStatus`    | the program's                                                                             |
+/// | `error`         | one line when the test could not begin; else empty, and each drive has its own            |
+/// | `stopped`       | whether a signal ended the test                                                           |
+/// | `elapsedMs`     | number                                                                                    |
+/// | `warnings`      | sentences about what weakens the test                                                     |
+/// | `drives`        | one object a drive, in the order of the command line; empty when the test could not begin |
+/// | `findings`      | one object a data failure: `drive` (its name), `agentStatus`, `text`, `files`             |
+///
+/// Of a drive:
+///
+/// | Key             | Value                                                                                     |
+/// |-----------------|-------------------------------------------------------------------------------------------|
+/// | `name`          | as in messages and file names                                                             |
+/// | `address`       | as given                                                                                  |
+/// | `description`   | the drive's own                                                                           |
+/// | `geometry`      | `blocks`, `blockSize`, `protectionBytes`, `physicalBlockSize`; sizes in bytes             |
+/// | `range`         | `firstLba`, `endLba` (not included)                                                       |
+/// | `verdict`       | the line that people see                                                                  |
+/// | `status`        | as above                                                                                  |
+/// | `agentStatus`   | first status other than 0 that the agent returned, else 0                                 |
+/// | `error`         | one line, empty when clean                                                                |
+/// | `commands`      | see below                                                                                 |
+/// | `events`        | `resets`, `powerCycles`                                                                   |
+/// | `blocks`        | `written`, `trimmed`, `read`, `compared`                                                  |
+/// | `bytes`         | `written`, `read`, `compared`                                                             |
+/// | `elapsedMs`     | number                                                                                    |
+/// | `messages`      | what the agent said: `warnings`, `errors` (numbers), `lines` (`level`, `text`; the first) |
+/// | `files`         | `reports` and `dumps`: paths                                                              |
+///
+/// Of a drive's `commands`, all numbers:
+///
+/// | Key             | Value                                                                                     |
+/// |-----------------|-------------------------------------------------------------------------------------------|
+/// | `issued`        | by kind: `write`, `atomic`, `writesame`, `trim`, `read`, `verify`, `sync`                 |
+/// | `completed`     | by kind, delivered to the agent, whatever their status                                    |
+/// | `failed`        | delivered with a status other than good                                                   |
+/// | `retried`       | busy, task set full, unit attention, reservation conflict                                 |
+/// | `heldBack`      | waited for an overlapping one                                                             |
+/// | `stray`         | completions that nobody waited for                                                        |
+/// | `maxOutstanding`| at once                                                                                   |
+///
+/// Text that is not UTF-8 has its wrong bytes replaced.
+
+/// The document of a test that ran.
+std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduction>& drives,
+                    const std::vector<std::string>& warnings, const RunResult& result);
+
+/// The document of a test that could not begin.
+std::string failedRunJson(const RunSettings& settings, RunStatus status, std::string_view error);
+
+}  // namespace corvane::host

@@ -1,0 +1,119 @@
+#include "host/cli/RunSummary.h"
+
+#include "host/cli/ExitStatus.h"
+#include "host/cli/TextFormat.h"
+
+namespace corvane::host {
+namespace {
+
+std::string kindsText(const std::array<uint64_t, commandKinds>& counts) {
+  std::string text;
+  for (uint32_t kind = 0; kind < commandKinds; ++kind) {
+    if (counts[kind] != 0) {
+      text += (text.empty() ? "" : ", ") + std::string(commandKindName(static_cast<CommandKind>(kind))) + " " +
+              groupedNumber(counts[kind]);
+    }
+  }
+  return text;
+}
+
+std::string figure(const char* name, const std::string& text) {
+  std::string line = std::string("  ") + name;
+  line.resize(14, ' ');
+  return line + text + "\n";
+}
+
+std::string bytesLine(const char* name, uint64_t bytes, uint64_t elapsedMs) {
+  return figure(name, bytesText(bytes) + ", " + rateText(bytes, elapsedMs));
+}
+
+std::string eventsText(const DriveTotals& totals) {
+  std::string text;
+  const auto add = [&text](uint64_t count, const char* what) {
+    if (count != 0) {
+      text += (text.empty() ? "" : ", ") + std::string(what) + " " + groupedNumber(count);
+    }
+  };
+  add(totals.resets, "resets");
+  add(totals.powerCycles, "power cycles");
+  add(totals.failed, "commands that failed");
+  add(totals.retried, "retried");
+  add(totals.stray, "stray completions");
+  return text;
+}
+
+std::string filesText(const AgentMessages& messages) {
+  std::string text;
+  for (const auto* files : {&messages.reports, &messages.dumps}) {
+    for (const std::string& file : *files) {
+      text += "    " + printable(file) + "\n";
+    }
+  }
+  return text;
+}
+
+std::string driveSummary(const DriveResult& drive, size_t findings) {
+  const DriveTotals& totals = drive.totals;
+  std::string text = "Drive " + printable(drive.name) + ": " + verdictText(drive) + "\n";
+  text += figure("address", printable(drive.address));
+  text += figure("time", elapsedText(drive.elapsedMs));
+  text += figure("commands", groupedNumber(totals.commandsIssued()) + " (" + kindsText(totals.issued) + ")");
+  text += bytesLine("written", totals.bytesWritten, drive.elapsedMs);
+  text += bytesLine("compared", totals.bytesCompared, drive.elapsedMs);
+  if (totals.blocksTrimmed != 0) {
+    text += figure("trimmed", groupedNumber(totals.blocksTrimmed) + " blocks");
+  }
+  if (const std::string events = eventsText(totals); !events.empty()) {
+    text += figure("events", events);
+  }
+  text += figure("findings", std::to_string(findings));
+  if (drive.messages.warnings != 0 || drive.messages.errors != 0) {
+    text += figure("agent said", groupedNumber(drive.messages.warnings) + " warnings, " +
+                                     groupedNumber(drive.messages.errors) + " error lines");
+  }
+  if (drive.status == RunStatus::clean && totals.blocksCompared == 0) {
+    text +=
+        figure("note", "nothing was read back yet, so nothing was checked; run longer, or lower \"Min Queue Size\"");
+  }
+  if (const std::string files = filesText(drive.messages); !files.empty()) {
+    text += "  files left\n" + files;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string verdictText(const DriveResult& drive) {
+  std::string verdict = runStatusName(drive.status);
+  if (drive.status == RunStatus::clean) {
+    return verdict;
+  }
+  for (char& c : verdict) {
+    c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+  }
+  return drive.error.empty() ? verdict : verdict + ": " + printable(drive.error);
+}
+
+std::string resultLine(RunStatus status) {
+  if (status == RunStatus::clean) {
+    return "Result: clean, nothing found";
+  }
+  return std::string("Result: ") + runStatusName(status) + " (exit status " + std::to_string(exitStatusOf(status)) +
+         ")";
+}
+
+std::string summaryText(const RunSettings& settings, const RunResult& result) {
+  std::string text;
+  for (const DriveResult& drive : result.drives) {
+    size_t findings = 0;
+    for (const Finding& finding : result.findings) {
+      findings += finding.drive == drive.name ? 1U : 0U;
+    }
+    text += "\n" + driveSummary(drive, findings);
+  }
+  text += result.stopped ? "\nStopped before its end.\n" : "\n";
+  text += "Repeat with:\n  " + shellLine(repeatCommand(settings)) + "\n";
+  return text + resultLine(result.status) + "\n";
+}
+
+}  // namespace corvane::host

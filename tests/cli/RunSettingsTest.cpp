@@ -1,0 +1,64 @@
+#include "host/cli/RunSettings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace corvane::host {
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST(RepeatCommandTest, leavesDefaultsOutButNeverTheSeed) {
+  RunSettings settings;
+  settings.test.driveAddresses = {"sim:1g"};
+  settings.test.seed = 77;
+  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--drive", "sim:1g", "--seed", "77"));
+}
+
+TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
+  RunSettings settings;
+  TestDefinition& test = settings.test;
+  test.driveAddresses = {"sim:1g", "file:a b"};
+  test.timeLimitMs = 90'000;
+  test.commandLimit = 5;
+  test.seed = 3;
+  test.queueDepth = 7;
+  test.minBlocks = 2;
+  test.maxBlocks = 9;
+  test.lbaAgent = "sequential";
+  test.firstLba = 10;
+  test.endLba = 20;
+  test.mix.trim = 4;
+  test.minAtomicBound = 3;
+  test.maxAtomicBound = 4;
+  test.e2ePercent = 50;
+  test.powerToggle = PowerToggle::withSync;
+  test.resetEveryCommands = 100;
+  test.forceUnitAccess = true;
+  test.commandsPerSecond = 1500;
+  test.agentOptions = {{"Slide Reads", "true"}, {"Trace Depth", "5"}};
+  test.outputDirectory = "out";
+  test.pluginPath = "./mine.so";
+  settings.pluginGiven = true;
+  EXPECT_THAT(repeatCommand(settings),
+              ElementsAre("corvane", "run", "--drive", "sim:1g", "--drive", "file:a b", "--time", "90s", "--commands",
+                          "5", "--seed", "3", "--queue-depth", "7", "--xfer", "2..9", "--lba-agent", "sequential",
+                          "--range", "10..20", "--commands-of", "write,trim=4,read", "--atomic-bound", "3..4", "--e2e",
+                          "50", "--power-toggle", "sync", "--reset-every", "100", "--fua", "--rate", "1500", "--set",
+                          "Slide Reads=true", "--set", "Trace Depth=5", "--output", "out", "--plugin", "./mine.so"));
+}
+
+TEST(RepeatCommandTest, leavesAnOpenRangeOpen) {
+  RunSettings settings;
+  settings.test.firstLba = 64;
+  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--seed", "1", "--range", "64.."));
+}
+
+TEST(RepeatCommandTest, doesNotNameThePluginThatComesWithTheProgram) {
+  RunSettings settings;
+  settings.test.pluginPath = "/usr/lib/usual.so";
+  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--seed", "1"));
+}
+
+}  // namespace
+}  // namespace corvane::host

@@ -1,0 +1,152 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/cli/RunningProgram.h"
+
+namespace corvane::host {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::ProgramEnd;
+using testing::runCorvane;
+using ::testing::StartsWith;
+using testing::TempFolder;
+
+struct WrongLine {
+  const char* name;
+  std::vector<std::string> arguments;
+  std::string offending;  ///< the line on the error stream names it
+  std::string remedy;     ///< and says what would be accepted
+  int status = 2;
+};
+
+[[maybe_unused]] void PrintTo(const WrongLine& line, std::ostream* out) { *out << line.name; }
+
+/// A run on a good drive, but for these arguments.
+std::vector<std::string> run(std::vector<std::string> more) {
+  std::vector<std::string> arguments{"run", "--drive", "sim:64m", "--commands", "10"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+std::vector<WrongLine> wrongLines() {
+  return {
+      {"noCommand", {}, "no command", "choose of run, options, usage, drives"},
+      {"unknownCommand", {"rum"}, "'rum'", "did you mean 'run'?"},
+      {"unknownGlobalFlag", {"--versoin"}, "'--versoin'", "did you mean '--version'?"},
+      {"twoCommands", {"run", "options"}, "'options'", "give one command"},
+      {"versionWithValue", {"--version=2"}, "--version", "takes no value"},
+      {"noDrive", {"run"}, "--drive is missing", "--drive sim:1g"},
+      {"driveWithoutValue", {"run", "--drive"}, "--drive", "needs a value"},
+      {"emptyDrive", {"run", "--drive", ""}, "--drive ''", "name a drive"},
+      {"driveWithoutKind", {"run", "--drive", "disk.img"}, "'disk.img'", "'file:PATH'"},
+      {"driveOfUnknownKind", {"run", "--drive", "fil:x"}, "'fil:x'", "file: and sim:"},
+      {"driveWithUnknownKey", {"run", "--drive", "sim:64m,blok=512"}, "'blok'", "it takes"},
+      {"driveWithWrongSize", {"run", "--drive", "sim:64x"}, "'64x'", "write bytes, or a number with"},
+      {"driveSizeNoMultipleOfBlock", {"run", "--drive", "file:n.img,size=1000"}, "file:n.img,size=1000", "multiple"},
+      {"secondDriveWrong",
+       {"run", "--drive", "file:new.img,size=1m", "--drive", "sim:64m,block=77"},
+       "block=77",
+       "512"},
+      {"sameDriveTwice",
+       {"run", "--drive", "file:a.img,size=1m", "--drive", "file:a.img,size=1m"},
+       "'file:a.img'",
+       "name it once"},
+      {"unknownFlag", run({"--tme", "10s"}), "'--tme'", "did you mean '--time'?"},
+      {"unknownShortFlag", run({"-x"}), "'-x'", "'corvane run --help'"},
+      {"oneWordTooMany", run({"sim:1g"}), "'sim:1g'", "'corvane run --help'"},
+      {"missingValue", run({"--time"}), "--time", "needs a value"},
+      {"valueOfASwitch", run({"--fua=yes"}), "--fua", "takes no value"},
+      {"flagTwice", run({"--seed", "1", "--seed", "2"}), "--seed is given twice, as '1' and '2'", "give it once"},
+      {"timeWithoutUnit", run({"--time", "10"}), "--time '10'", "500ms, 30s"},
+      {"noTime", run({"--time", "0s"}), "--time '0s'", "at least 1ms"},
+      {"negativeCommands", {"run", "--drive", "sim:64m", "--commands", "-5"}, "--commands '-5'", "whole number"},
+      {"noCommands", {"run", "--drive", "sim:64m", "--commands", "0"}, "--commands '0'", "the least is 1"},
+      {"seedOfLetters", run({"--seed", "abc"}), "--seed 'abc'", "0x and hexadecimal digits"},
+      {"queueDepthTooLarge", run({"--queue-depth", "1025"}), "--queue-depth '1025'", "the most is 1024"},
+      {"queueDepthZero", run({"--queue-depth", "0"}), "--queue-depth '0'", "the least is 1"},
+      {"transferOfNoBlocks", run({"--xfer", "0..8"}), "--xfer '0..8'", "the shortest length is 1"},
+      {"transferBackwards", run({"--xfer", "9..8"}), "--xfer '9..8'", "MIN..MAX"},
+      {"transferAboveThePool", run({"--xfer", "1..100000"}), "--xfer: transfers of 100000", "\"Bucket Count\""},
+      {"unknownLbaAgent", run({"--lba-agent", "sequentail"}), "--lba-agent 'sequentail'", "did you mean 'sequential'?"},
+      {"emptyRange", run({"--range", "9..9"}), "--range '9..9'", "FIRST..END"},
+      {"rangeBehindTheDrive",
+       {"run", "--drive", "file:new.img,size=1m", "--range", "0..4000"},
+       "--range: the LBA range 0..4000",
+       "choose an end of at most that"},
+      {"driveTooSmallForTransfers",
+       {"run", "--drive", "sim:4k", "--xfer", "64"},
+       "--xfer: the LBA range 0..8",
+       "shorten the transfers"},
+      {"unknownKind", run({"--commands-of", "write,raed"}), "'raed'", "did you mean 'read'?"},
+      {"nothingWritten", run({"--commands-of", "read"}), "--commands-of 'read'", "add at least one of write"},
+      {"nothingChecked", run({"--commands-of", "write,trim"}), "--commands-of 'write,trim'",
+       "add at least one of read"},
+      {"atomicWithoutRead", run({"--commands-of", "atomic,verify"}), "--commands-of: atomic writes", "select read too"},
+      {"wrongAtomicBound", run({"--atomic-bound", "8..x"}), "--atomic-bound '8..x'", "MIN..MAX"},
+      {"shareAboveHundred", run({"--e2e", "101"}), "--e2e '101'", "0 to 100"},
+      {"unknownPowerToggle", run({"--power-toggle", "on"}), "--power-toggle 'on'", "choose off, nosync"},
+      {"resetEveryZero", run({"--reset-every", "0"}), "--reset-every '0'", "the least is 1"},
+      {"rateZero", run({"--rate", "0"}), "--rate '0'", "the least is 1"},
+      {"settingWithoutValue", run({"--set", "Slide Reads"}), "--set 'Slide Reads'", "Option Name=value"},
+      {"unknownOption", run({"--set", "Slide Reeds=1"}), "--set 'Slide Reeds=1'", "did you mean \"Slide Reads\"?"},
+      {"optionOutOfRange", run({"--set", "Bucket Count=0"}), "--set 'Bucket Count=0'", "from 1 to 524288"},
+      {"optionOfWrongKind", run({"--set", "Slide Reads=maybe"}), "--set 'Slide Reads=maybe'", "true or false"},
+      {"conditionSet", run({"--set", "Read Condition=1"}), "--set 'Read Condition=1'", "the test selects"},
+      {"pluginNotThere", run({"--plugin", "none.so"}), "--plugin 'none.so'", "give the path of an agent's library"},
+      {"emptyOutput", run({"--output", ""}), "--output ''", "name a folder"},
+      {"outputBelowNoFolder", run({"--output", "/dev/null/out"}), "--output '/dev/null/out'", "name a folder"},
+      {"jsonInNoFolder", run({"--json", "none/x.json"}), "--json 'none/x.json'", "in a folder that exists"},
+      {"jsonIsAFolder", run({"--json", "/"}), "--json '/'", "name a file"},
+      {"drivesWithWrongAddress", {"drives", "simm:"}, "'simm:'", "file: and sim:"},
+      {"drivesWithTwoAddresses", {"drives", "sim:", "sim:"}, "'sim:'", "'corvane drives --help'"},
+      {"usageOfNoPlugin", {"usage", "--plugin", "none.so"}, "'none.so'", "give the path"},
+      {"optionsWithUnknownFlag", {"options", "--plugn", "x"}, "'--plugn'", "did you mean '--plugin'?"},
+      {"fileThatIsNotThere", {"run", "--drive", "file:none.img"}, "'none.img'", "size=", 3},
+  };
+}
+
+class WrongCommandLineTest : public ::testing::TestWithParam<WrongLine> {};
+
+TEST_P(WrongCommandLineTest, isRefusedInOneLineAndLeavesNothing) {
+  const TempFolder folder;
+  const ProgramEnd end = runCorvane(folder, GetParam().arguments);
+  EXPECT_EQ(end.status, GetParam().status);
+  EXPECT_EQ(end.out, "");
+  EXPECT_EQ(std::count(end.err.begin(), end.err.end(), '\n'), 1) << end.err;
+  EXPECT_THAT(end.err, StartsWith("corvane: "));
+  EXPECT_THAT(end.err, EndsWith("\n"));
+  EXPECT_THAT(end.err, HasSubstr(GetParam().offending));
+  EXPECT_THAT(end.err, HasSubstr(GetParam().remedy));
+  EXPECT_THAT(folder.content(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, WrongCommandLineTest, ::testing::ValuesIn(wrongLines()),
+                         [](const auto& line) { return std::string(line.param.name); });
+
+TEST(WrongSecondThoughtsTest, aDriveFileThatWasThereStaysAsItIs) {
+  const TempFolder folder;
+  const std::string content(1 << 20, 'x');
+  testing::writeFile(folder / "drive.img", content);
+  const ProgramEnd end = runCorvane(folder, {"run", "--drive", "file:drive.img", "--range", "0..1m"});
+  EXPECT_EQ(end.status, 2);
+  EXPECT_EQ(testing::readFile(folder / "drive.img"), content);
+}
+
+TEST(WrongSecondThoughtsTest, aDocumentThatWasThereStaysAsItIs) {
+  const TempFolder folder;
+  testing::writeFile(folder / "result.json", "old");
+  const ProgramEnd end = runCorvane(folder, run({"--json", "result.json", "--output", "/dev/null/out"}));
+  EXPECT_EQ(end.status, 2);
+  EXPECT_EQ(testing::readFile(folder / "result.json"), "old");
+}
+
+}  // namespace
+}  // namespace corvane::host
