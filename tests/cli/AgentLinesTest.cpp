@@ -47,6 +47,13 @@ TEST_F(AgentLinesTest, marksAFinding) {
   EXPECT_EQ(printed(), "*** DATA FAILURE *** a: Miscompare Detected at LBA 0x10\n");
 }
 
+TEST_F(AgentLinesTest, aWarningIsNoFinding) {
+  lines_.setDrives({"a"});
+  lines_.onAgentLine(0, 1, "Miscompare was expected");
+  EXPECT_EQ(printed(), "warning: a: Miscompare was expected\n");
+  EXPECT_EQ(lines_.findings(), 0U);
+}
+
 TEST_F(AgentLinesTest, countsADriveWithFindingsOnce) {
   lines_.setDrives({"a", "b"});
   lines_.onAgentLine(0, 2, "Miscompare Detected at LBA 1");

@@ -24,8 +24,8 @@ TEST(ProgressTest, showsTimeCommandsRatesAndFindings) {
 
 TEST(ProgressTest, ratesAreThoseSinceTheTextBefore) {
   Progress progress(0);
-  progress.next(snapshot(10'000, 100'000'000, 0), 0, false);
-  EXPECT_EQ(progress.next(snapshot(12'000, 108'000'000, 2'000'000), 0, false),
+  progress.next(snapshot(10'000, 100'000'000, 70'000'000), 0, false);
+  EXPECT_EQ(progress.next(snapshot(12'000, 108'000'000, 72'000'000), 0, false),
             "0:12  1,234 commands  4.0 MB/s written  1.0 MB/s compared  32 outstanding  0 findings");
 }
 

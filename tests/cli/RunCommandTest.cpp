@@ -133,9 +133,9 @@ class FlippedByteTest : public ::testing::Test {
   std::vector<std::string> arguments() const {
     return {"run",
             "--drive",
-            "file:drive.img,size=16m",
+            "file:drive.img,size=16m,direct=off",
             "--commands",
-            "20000",
+            "5000",
             "--queue-depth",
             "8",
             "--xfer",
@@ -143,7 +143,7 @@ class FlippedByteTest : public ::testing::Test {
             "--lba-agent",
             "sequential",
             "--rate",
-            "1500",
+            "300",
             "--seed",
             "1",
             "--range",
@@ -157,9 +157,9 @@ class FlippedByteTest : public ::testing::Test {
   }
 
   /// A written block carries its LBA in bytes 8 to 15.
-  void flipOnceWritten() const {
+  void flipOnceWritten(const RunningProgram& program) const {
     const std::string path = folder_ / "drive.img";
-    while (true) {
+    while (!program.ended()) {
       if (std::FILE* file = std::fopen(path.c_str(), "r+b"); file != nullptr) {
         const bool done = flip(file);
         std::fclose(file);
@@ -187,9 +187,10 @@ class FlippedByteTest : public ::testing::Test {
 
 TEST_F(FlippedByteTest, isFoundReportedAndDocumented) {
   RunningProgram program(folder_, arguments());
-  flipOnceWritten();
+  flipOnceWritten(program);
   const ProgramEnd end = program.wait();
   EXPECT_EQ(end.status, 1) << end.err;
+  EXPECT_THAT(folder_.content(), Contains("drive.img")) << "what was tested stays for whoever looks into it";
   EXPECT_THAT(end.out, HasSubstr("*** DATA FAILURE *** drive.img: Miscompare Detected at LBA 0x00000000000001F4"));
   EXPECT_THAT(end.out, HasSubstr("Drive drive.img: DATA FAILURE: Miscompare Detected at LBA 0x00000000000001F4"));
   EXPECT_THAT(end.out, EndsWith("Result: data failure (exit status 1)\n"));
@@ -207,9 +208,10 @@ TEST(StopTest, aSignalEndsTheTestWithItsSummary) {
   const TempFolder folder;
   RunningProgram program(folder, {"run", "--drive", "sim:64m", "--time", "1h", "--output", "out"});
   // The status comes when the test runs, and signals are caught by then.
-  while (program.outSoFar().find(" outstanding ") == std::string::npos) {
+  while (!program.ended() && program.outSoFar().find(" outstanding ") == std::string::npos) {
     std::this_thread::yield();
   }
+  ASSERT_FALSE(program.ended()) << program.wait().err;
   kill(program.pid(), SIGINT);
   const ProgramEnd end = program.wait();
   EXPECT_EQ(end.status, 0) << end.err;

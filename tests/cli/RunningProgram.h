@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -50,6 +51,12 @@ class RunningProgram {
 
   pid_t pid() const { return pid_; }
   std::string outSoFar() const { return readFile(streams_ / "out"); }
+
+  /// Whether it has ended by itself; `wait` then returns at once.
+  bool ended() const {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
+  }
 
   ProgramEnd wait() {
     int status = 0;
