@@ -1,6 +1,7 @@
 #include "AtomicHash.h"
 
 #include <iostream>
+#include <mutex>
 #include <new>
 
 #include "vdl/Status.h"
@@ -9,10 +10,17 @@ namespace vdl {
 
 namespace {
 
+/// The tables of all drives share the stream, and each has a thread of its own.
+std::mutex complaints;
+
 // The diagnostic stream is left in hexadecimal on purpose: every number on it is an LBA or an id.
-void complain(const char* text, uint64_t lba) { std::cerr << text << std::hex << lba << '\n'; }
+void complain(const char* text, uint64_t lba) {
+  const std::lock_guard lock(complaints);
+  std::cerr << text << std::hex << lba << '\n';
+}
 
 void complain(const char* text, uint64_t lba, uint64_t cmd_id) {
+  const std::lock_guard lock(complaints);
   std::cerr << text << std::hex << lba << " cmd_id:" << cmd_id << '\n';
 }
 

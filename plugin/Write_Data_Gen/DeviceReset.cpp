@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <list>
 
 #include "CallbackGuard.h"
 #include "LostCommands.h"
@@ -33,32 +34,37 @@ void takeTagsBack(Step& step) {
 }
 
 /// The read is done again; those lost last come first.
+///
+/// The new entry is made before anything is accounted, so that a lack of memory loses no command and counts none twice.
 void requeueReads(Step& step) {
   DriveData& data = step.data;
-  for (const ReadSent& lost : data.readSent) {
+  while (!data.readSent.empty()) {
+    const ReadSent& lost = data.readSent.front();
+    std::list<WriteFinished> again{WriteFinished{0, lost.lba, lost.xferLength, lost.spliceCheck, 0}};
     commandLost(data, step.config, lost);
     std::printf("re-queuing read cmd_id:%lu:%lx\n", static_cast<unsigned long>(lost.cmdId),
                 static_cast<unsigned long>(lost.cmdId));
-    data.writeFinished.push_front(WriteFinished{0, lost.lba, lost.xferLength, lost.spliceCheck, 0});
+    data.writeFinished.splice(data.writeFinished.begin(), again);
+    data.readSent.pop_front();
   }
-  data.readSent.clear();
 }
 
 void requeueWrites(Step& step) {
   DriveData& data = step.data;
-  for (const WriteSent& lost : data.writeSent) {
+  while (!data.writeSent.empty()) {
+    const WriteSent& lost = data.writeSent.front();
+    std::list<WriteFinished> again;
+    if (lost.readBackOnError != 0) {
+      again.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 0, 0});
+    } else if (step.config.writeSpliceDetection) {
+      again.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 1, 0});
+    }
     commandLost(data, step.config, lost);
     // A read against this write may have paid its references off already.
-    data.referencesBalanced = data.referencesBalanced && lost.readCmdId == 0;
-    if (lost.readBackOnError != 0) {
-      data.writeFinished.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 0, 0});
-    } else if (step.config.writeSpliceDetection) {
-      data.writeFinished.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 1, 0});
-    } else {
-      data.referencesBalanced = false;
-    }
+    data.referencesBalanced = data.referencesBalanced && lost.readCmdId == 0 && !again.empty();
+    data.writeFinished.splice(data.writeFinished.end(), again);
+    data.writeSent.pop_front();
   }
-  data.writeSent.clear();
 }
 
 void deviceReset(Step& step) {

@@ -83,6 +83,10 @@ void Corvane::freeDriveData(void* driveData) noexcept {
 int agent::firstExecuteInit(DriveThread* drive, Corvane::DriveData* data, const Corvane::ConfigData* config) {
   const uint64_t unit = sectorBytes(*drive) + (configured(config->e2eCondition) ? e2eBytes : 0);
   const uint64_t bytes = std::max<uint64_t>(unit * *data->testMaxXferLength, unit);
+  // "WriteData" may still show a buffer of an earlier test.
+  if (!data->tagBuffers.empty() && data->writeData != nullptr && !data->writeData->owned) {
+    data->writeData->release();
+  }
   for (uint8_t* buffer : data->tagBuffers) {
     delete[] buffer;
   }

@@ -78,19 +78,21 @@ void audit([[maybe_unused]] const Step& step) {
 }  // namespace agent
 
 int Corvane::execute(DriveThread* thread, const void* config, void* driveData) {
-  return agent::guardMemory(*thread, "execute", [&]() -> int {
-    agent::Step step{*thread, *static_cast<DriveData*>(driveData), *static_cast<const ConfigData*>(config)};
-    if (const int32_t result = agent::runFirstExecute(step); result != status::ok) {
-      return result;
+  auto& data = *static_cast<DriveData*>(driveData);
+  const int result = agent::guardMemory(*thread, "execute", [&]() -> int {
+    agent::Step step{*thread, data, *static_cast<const ConfigData*>(config)};
+    if (const int32_t first = agent::runFirstExecute(step); first != status::ok) {
+      return first;
     }
-    const int32_t result = agent::work(step);
-    if (result != status::ok) {
-      step.data.referencesBalanced = false;
-      return agent::logFailure(step, "execute", result);
+    const int32_t worked = agent::work(step);
+    if (worked != status::ok) {
+      return agent::logFailure(step, "execute", worked);
     }
     agent::audit(step);
     return status::ok;
   });
+  data.referencesBalanced = data.referencesBalanced && result == status::ok;
+  return result;
 }
 
 }  // namespace vdl

@@ -9,15 +9,20 @@ namespace vdl::agent {
 namespace {
 
 /// Keeps the hash of every block that the buffer holds. Sectors stand one after the other, whatever the stride.
-void saveHashes(Step& step, const PreRead& preRead, const LbaSpan& span, const uint8_t* bytes, uint64_t size) {
+///
+/// @return blocks whose hash was kept
+uint32_t saveHashes(Step& step, const PreRead& preRead, const LbaSpan& span, const uint8_t* bytes, uint64_t size) {
   const uint32_t sector = sectorBytes(step.thread);
   uint64_t offset = 0;
+  uint32_t saved = 0;
   for (uint64_t lba = span.first; lba < span.end && offset + sector <= size; lba += span.step) {
     const uint64_t hash = blockHash(bytes + offset, bytes + offset + sector);
     // A pre-read that an atomic write claimed in flight holds no reference: that write holds one.
     step.data.atomicHash.saveHash(preRead.cmdId, lba, hash, preRead.readCmdId == 0);
     offset += sector;
+    ++saved;
   }
+  return saved;
 }
 
 }  // namespace
@@ -50,11 +55,11 @@ int32_t recvPreRead(Step& step, const FinishedCommand& finished) {
   if (sense.informationValid != 0) {
     span.end = sense.information;
   }
-  if (bytes != nullptr) {
-    saveHashes(step, *preRead, span, bytes, size);
-  }
+  const uint32_t saved = bytes == nullptr ? 0 : saveHashes(step, *preRead, span, bytes, size);
   if (preRead->readCmdId == 0) {
     data.preReadFinished.push_back(*preRead);
+    // A block without a hash has no reference either, but its read-back will give one back.
+    data.referencesBalanced = data.referencesBalanced && saved == preRead->xferLength;
   }
   return result == status::ok ? result : logFailure(step, "recvPreRead", result);
 }

@@ -47,12 +47,15 @@ const Condition& conditionOf(const ConfigData& config, WriteKind kind) {
 
 /// On a zoned drive only the test knows where the next write may go.
 void takeHostManagedLba(DriveData& data) {
-  if (data.hostManaged == nullptr || *data.hostManaged == 0) {
+  if (data.hostManaged == nullptr || *data.hostManaged == 0 || data.writeLBA == nullptr ||
+      data.writeXferLength == nullptr) {
     return;
   }
   *data.lba = *data.writeLBA;
   *data.xferLength = *data.writeXferLength;
-  ++*data.writeCmdUsed;
+  if (data.writeCmdUsed != nullptr) {
+    ++*data.writeCmdUsed;
+  }
   if (data.skipGenOnList) {
     *data.skipGen = 1;
   }

@@ -62,6 +62,10 @@ void checkSettings(const Step& step, Findings& findings) {
 
 /// Releases what an earlier start on the same record left.
 void releaseOldObjects(DriveData& data) {
+  // "WriteData" may still show the old pool.
+  if (data.writeData != nullptr && !data.writeData->owned) {
+    data.writeData->release();
+  }
   delete data.trace;
   delete[] data.buckets;
   delete[] data.zeroBlock;
