@@ -1,0 +1,93 @@
+#include "tests/e2e/EndToEnd.h"
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "host/drive/DriveFactory.h"
+
+namespace {
+
+constexpr uint64_t epochUs = 1'700'000'000'000'000;
+constexpr uint64_t usPerLook = 500;
+std::atomic<uint64_t> virtualUs{epochUs};
+
+uint64_t look() { return virtualUs.fetch_add(usPerLook, std::memory_order_relaxed); }
+
+}  // namespace
+
+// The agent asks the C library for the time. This program's symbols are found first.
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void* /*zone*/) noexcept {
+  const uint64_t us = look();
+  now->tv_sec = static_cast<time_t>(us / 1'000'000);
+  now->tv_usec = static_cast<suseconds_t>(us % 1'000'000);
+  return 0;
+}
+
+namespace corvane::host::e2e {
+
+Workspace::Workspace() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "corvane-e2e-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) {
+    throw std::runtime_error("cannot make a temporary folder: " + pattern);
+  }
+  path_ = pattern;
+}
+
+Workspace::~Workspace() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+uint64_t VirtualClock::wallUs() { return look(); }
+
+void VirtualClock::restart() { virtualUs = epochUs; }
+
+std::string agentPath() { return CORVANE_AGENT_PATH; }
+
+TestDefinition prepared(TestDefinition test, const Workspace& workspace) {
+  test.pluginPath = agentPath();
+  test.outputDirectory = workspace / "output";
+  return test;
+}
+
+RunResult runTest(const TestDefinition& test, const Wrap& wrap) {
+  VirtualClock::restart();
+  VirtualClock clock;
+  RunSurroundings world;
+  world.clock = &clock;
+  if (wrap) {
+    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding) {
+      return wrap(openDrive(address, maxOutstanding));
+    };
+  }
+  TestRun run(test, nullptr, world);
+  return run.run();
+}
+
+std::string agentLines(const RunResult& result) {
+  std::string text;
+  for (const DriveResult& drive : result.drives) {
+    text += drive.name + ": " + runStatusName(drive.status) + " " + drive.error + "\n";
+    for (const AgentMessages::Line& line : drive.messages.lines) {
+      text += "  [" + std::to_string(line.level) + "] " + line.text + "\n";
+    }
+  }
+  return text;
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    throw std::runtime_error("cannot read " + path);
+  }
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+}  // namespace corvane::host::e2e

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/run/HostClock.h"
+#include "host/run/TestRun.h"
+
+namespace corvane::host::e2e {
+
+/// A folder for one test's files; gone with the object.
+class Workspace {
+ public:
+  Workspace();
+  ~Workspace();
+  Workspace(const Workspace&) = delete;
+  Workspace& operator=(const Workspace&) = delete;
+
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// A clock that runs as fast as the commands do: each look at it moves it on, whoever looks. So power cuts and other
+/// things that come by the second come by the thousand commands, and a seed gives the same times twice.
+class VirtualClock : public HostClock {
+ public:
+  uint64_t wallUs() override;
+  /// From now on the clock begins at the same time again, and so for the agent too.
+  static void restart();
+};
+
+/// The definition with what every end-to-end test has in common: the built agent, and a folder for reports.
+TestDefinition prepared(TestDefinition test, const Workspace& workspace);
+
+/// Where the built agent is.
+std::string agentPath();
+
+/// Puts a drive of the test's own in front of the one that the address names.
+using Wrap = std::function<std::unique_ptr<Drive>(std::unique_ptr<Drive>)>;
+
+/// Runs the test with the virtual clock.
+RunResult runTest(const TestDefinition& test, const Wrap& wrap = {});
+
+/// Every line of level 1 and 2, for a failure's message.
+std::string agentLines(const RunResult& result);
+
+/// The file's content. Throws when it cannot be read.
+std::string contentOf(const std::string& path);
+
+}  // namespace corvane::host::e2e
