@@ -6,13 +6,13 @@
 
 namespace corvane::host {
 
-std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding) {
+std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed) {
   DriveAddress address(text);
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);
   }
   if (address.scheme() == "sim") {
-    return openSimDrive(address);
+    return openSimDrive(address, seed);
   }
   address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are file: and sim:");
 }

@@ -18,9 +18,11 @@ namespace corvane::host {
 /// `driveAddressHelp` lists every key with its meaning and default.
 ///
 /// @param maxOutstanding the most commands that the caller will have outstanding
+/// @param seed           for a drive that makes random choices of its own, unless its address names one
+///
 /// Throws DriveAddressError for an address that is wrong by itself (exit status 2), DriveError for a drive that
 /// cannot be opened (exit status 3). Nothing is written to the drive.
-std::unique_ptr<Drive> openDrive(std::string_view address, uint32_t maxOutstanding);
+std::unique_ptr<Drive> openDrive(std::string_view address, uint32_t maxOutstanding, uint64_t seed = 1);
 
 /// Every kind of address and its keys, for `--help`.
 std::string driveAddressHelp();

@@ -177,7 +177,7 @@ void SimDrive::powerCycle() {
   }
 }
 
-std::unique_ptr<Drive> openSimDrive(DriveAddress& address) {
+std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
   SimSettings settings;
   settings.geometry = takeGeometry(address);
   uint64_t sizeBytes = usualSizeBytes / settings.geometry.sectorBytes() * settings.geometry.sectorBytes();
@@ -190,7 +190,7 @@ std::unique_ptr<Drive> openSimDrive(DriveAddress& address) {
   }
   settings.volatileCache = address.word("cache", {"none", "volatile"}) == "volatile";
   settings.depth = static_cast<uint32_t>(address.number("depth", 1024, 1, 1024));
-  settings.seed = address.number("seed", 1, 0, std::numeric_limits<uint64_t>::max());
+  settings.seed = address.number("seed", seed, 0, std::numeric_limits<uint64_t>::max());
   address.checkAllTaken();
   settings.geometry.blocks = blocksOf(address, sizeBytes, settings.geometry);
   return std::make_unique<SimDrive>(settings);

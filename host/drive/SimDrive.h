@@ -64,7 +64,9 @@ class SimDrive : public Drive {
 };
 
 /// Opens `sim:[SIZE][,key=value]…`.
-std::unique_ptr<Drive> openSimDrive(DriveAddress& address);
+///
+/// @param seed used unless the address names one
+std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed);
 
 /// The keys of `sim:`, for `--help`.
 std::string simDriveHelp();

@@ -17,18 +17,6 @@
 #include "host/run/PluginLoader.h"
 
 namespace corvane::host {
-namespace {
-
-/// A simulated drive takes its own random choices from the test's seed, unless its address names one.
-std::string withSeed(const std::string& address, uint64_t seed) {
-  if (address.rfind("sim:", 0) != 0 || address.find("seed=") != std::string::npos) {
-    return address;
-  }
-  const bool bare = address == "sim:" || address.back() == ',';
-  return address + (bare ? "" : ",") + "seed=" + std::to_string(seed);
-}
-
-}  // namespace
 
 struct TestRun::State {
   State(TestDefinition definition, RunObserver* runObserver, RunSurroundings surroundings)
@@ -80,8 +68,7 @@ struct TestRun::State {
 
   void addDrive(const std::string& address) {
     const auto index = static_cast<uint32_t>(runs.size());
-    std::unique_ptr<Drive> drive =
-        world.openDrive(withSeed(address, deriveSeed(test.seed, "drive", index)), test.queueDepth);
+    std::unique_ptr<Drive> drive = world.openDrive(address, test.queueDepth, deriveSeed(test.seed, "drive", index));
     if (drive->maxOutstanding() < test.queueDepth) {
       throw ConfigurationError("the drive (" + drive->description() + ") takes " +
                                std::to_string(drive->maxOutstanding()) + " commands at once, not " +

@@ -19,7 +19,7 @@ class HostClock;
 
 /// What a test run uses of the world; every member has a default that is the real thing.
 struct RunSurroundings {
-  std::function<std::unique_ptr<Drive>(std::string_view address, uint32_t maxOutstanding)> openDrive;
+  std::function<std::unique_ptr<Drive>(std::string_view address, uint32_t maxOutstanding, uint64_t seed)> openDrive;
   const vdl::AgentTable* agent = nullptr;  ///< used instead of the definition's plug-in; must outlive the run
   HostClock* clock = nullptr;              ///< must outlive the run
 };

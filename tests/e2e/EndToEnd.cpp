@@ -61,8 +61,8 @@ RunResult runTest(const TestDefinition& test, const Wrap& wrap) {
   RunSurroundings world;
   world.clock = &clock;
   if (wrap) {
-    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding) {
-      return wrap(openDrive(address, maxOutstanding));
+    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed) {
+      return wrap(openDrive(address, maxOutstanding, seed));
     };
   }
   TestRun run(test, nullptr, world);

@@ -53,8 +53,9 @@ class TestRunTest : public ::testing::Test {
     RunSurroundings world;
     world.agent = &table;
     world.clock = &clock;
-    world.openDrive = [this](std::string_view address, uint32_t) -> std::unique_ptr<Drive> {
+    world.openDrive = [this](std::string_view address, uint32_t, uint64_t seed) -> std::unique_ptr<Drive> {
       opened.emplace_back(address);
+      seeds.push_back(seed);
       auto drive = std::make_unique<FakeDrive>();
       drive->answerAtOnce();
       if (adapt) {
@@ -86,6 +87,7 @@ class TestRunTest : public ::testing::Test {
   TestDefinition test;
   std::function<void(FakeDrive&)> adapt;
   std::vector<std::string> opened;
+  std::vector<uint64_t> seeds;
 };
 
 TEST_F(TestRunTest, RunsToTheCommandLimitAndCallsEverythingInOrder) {
@@ -310,14 +312,17 @@ TEST_F(TestRunTest, ASeedRepeatsEveryCommand) {
   EXPECT_NE(first.at("a"), first.at("b"));
 }
 
-TEST_F(TestRunTest, ASimulatedDriveGetsASeedOfItsOwnUnlessItNamesOne) {
-  test.driveAddresses = {"sim:64m", "sim:64m,seed=5", "file:x"};
+TEST_F(TestRunTest, EachDriveGetsASeedOfItsOwnFromTheTests) {
+  test.driveAddresses = {"sim:64m", "sim:32m"};
   const TestRun run(test, nullptr, surroundings());
-  ASSERT_EQ(opened.size(), 3U);
-  EXPECT_THAT(opened[0], ::testing::StartsWith("sim:64m,seed="));
-  EXPECT_EQ(opened[1], "sim:64m,seed=5");
-  EXPECT_EQ(opened[2], "file:x");
-  EXPECT_EQ(run.drives()[0].address, "sim:64m");
+  EXPECT_THAT(opened, ::testing::ElementsAre("sim:64m", "sim:32m"));
+  ASSERT_EQ(seeds.size(), 2U);
+  EXPECT_NE(seeds[0], seeds[1]);
+
+  const std::vector<uint64_t> before = seeds;
+  test.seed += 1;
+  const TestRun other(test, nullptr, surroundings());
+  EXPECT_NE(seeds[2], before[0]);
 }
 
 TEST_F(TestRunTest, WhatCannotRunIsRefusedBeforeADriveIsOpened) {
