@@ -1,6 +1,6 @@
 #include "AtomicContext.h"
 
-#include <deque>
+#include <vector>
 
 #include "vdl/Status.h"
 
@@ -95,7 +95,7 @@ class OpenSegments {
   }
 
  private:
-  std::deque<AtomicContext::Segment> stack_;
+  std::vector<AtomicContext::Segment> stack_;
 };
 
 }  // namespace

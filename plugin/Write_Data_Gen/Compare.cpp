@@ -222,7 +222,9 @@ int32_t doCompares(Step& step) {
       continue;
     }
     const int32_t result = judgeRead(step, *read);
-    read = data.comparableReads.erase(read);
+    const auto done = read++;
+    done->context = {};
+    data.spareReads.splice(data.spareReads.begin(), data.comparableReads, done);
     if (result != status::ok) {
       return logFailure(step, "doCompares", result);
     }

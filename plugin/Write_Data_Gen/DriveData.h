@@ -64,6 +64,7 @@ struct Corvane::DriveData {
   std::list<CmdStatus::WriteSent> writeSent;
   std::list<CmdStatus::WriteFinished> writeFinished;
   std::list<ComparableReadData> comparableReads;
+  std::list<ComparableReadData> spareReads;  ///< compared ones, whose memory the next reads use
 
   AtomicHash atomicHash;
   CommandTrace* trace = nullptr;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <list>
 #include <vector>
 
 #include "Completion.h"
@@ -53,11 +54,12 @@ int32_t absorbHardError(Step& step, const FinishedCommand& finished, const ReadS
   return finishReads(data.atomicHash, read.cmdId, span);
 }
 
-/// Writes that were issued before the read, overlap it, and are still in flight: the drive answered out of order.
-std::vector<uint64_t> overtakenWrites(Step& step, const FinishedCommand& finished, const ReadSent& read,
-                                      const LbaSpan& span) {
+/// Finds the writes that were issued before the read, overlap it, and are still in flight: the drive answered out of
+/// order.
+void overtakenWrites(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
+                     std::vector<uint64_t>& pending) {
   DriveData& data = step.data;
-  std::vector<uint64_t> pending;
+  pending.clear();
   for (const WriteSent& write : data.writeSent) {
     const LbaSpan written = spanOf(write.lba, write.xferLength, step.config.useSkipCommands);
     const bool sameBlocks = span.step == 1 || ((written.first ^ span.first) & 1) == 0;
@@ -72,7 +74,6 @@ std::vector<uint64_t> overtakenWrites(Step& step, const FinishedCommand& finishe
                     static_cast<unsigned long>(read.cmdId), static_cast<unsigned long>(pending.front()));
     data.failureSeen = true;
   }
-  return pending;
 }
 
 /// The host's memory is only valid during this call.
@@ -83,8 +84,10 @@ int32_t copyReadData(Step& step, uint32_t tag, Buffer& copy) {
     step.log().logf(2, "Read Buffer == NULL");
     return status::bufferTooLarge;
   }
-  if (const int32_t result = copy.reserve(size); result != status::ok) {
-    return result;
+  if (copy.data == nullptr || copy.capacity < size) {
+    if (const int32_t result = copy.reserve(size); result != status::ok) {
+      return result;
+    }
   }
   std::memcpy(copy.data, bytes, size);
   copy.size = size;
@@ -95,12 +98,20 @@ int32_t copyReadData(Step& step, uint32_t tag, Buffer& copy) {
 int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
                        const SenseResult& sense) {
   DriveData& data = step.data;
-  ComparableReadData kept;
+  // A list of one: its node moves between the lists, and its memory with it.
+  std::list<ComparableReadData> entry;
+  if (data.spareReads.empty()) {
+    entry.emplace_back();
+  } else {
+    entry.splice(entry.begin(), data.spareReads, data.spareReads.begin());
+  }
+  ComparableReadData& kept = entry.front();
   kept.cmdId = read.cmdId;
   kept.xferLength = read.xferLength;
   kept.lba = read.lba;
   kept.lbaStep = static_cast<uint8_t>(span.step);
-  kept.pendingWrites = overtakenWrites(step, finished, read, span);
+  kept.blockCount = 0;
+  overtakenWrites(step, finished, read, span, kept.pendingWrites);
   int32_t result = copyReadData(step, finished.tag, kept.data);
 
   const uint64_t limit = sense.informationValid != 0 ? sense.information : span.end;
@@ -116,7 +127,9 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
     }
   }
   if (result == status::ok) {
-    data.comparableReads.push_back(std::move(kept));
+    data.comparableReads.splice(data.comparableReads.end(), entry);
+  } else {
+    data.spareReads.splice(data.spareReads.begin(), entry);
   }
   return result;
 }
