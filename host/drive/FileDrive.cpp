@@ -46,7 +46,7 @@ FileDrive::FileDrive(const FileDriveSettings& settings)
 
 FileDrive::~FileDrive() {
   try {
-    reset();
+    dropEverything();
   } catch (const std::exception&) {
     // Nobody is left who could be told; the engine's own end still waits for the kernel.
     running_ = 0;
@@ -302,7 +302,7 @@ void FileDrive::judgeVerify(const Slot& slot, DriveCompletion& out) const {
   }
 }
 
-void FileDrive::reset() {
+void FileDrive::dropEverything() {
   ready_.clear();
   FileReply reply;
   while (running_ != 0 && engine_->poll(reply, true)) {

@@ -44,8 +44,8 @@ class FileDrive : public Drive {
 
   void submit(const DriveCommand& command) override;
   bool poll(DriveCompletion& out, bool wait) override;
-  void reset() override;
-  void powerCycle() override { reset(); }
+  void reset() override { dropEverything(); }
+  void powerCycle() override { dropEverything(); }
 
  private:
   /// A command in work: `pieces` transfers of `pieceBytes`, one after the other.
@@ -61,6 +61,7 @@ class FileDrive : public Drive {
     AlignedMemory own;
   };
 
+  void dropEverything();
   void makeEngine(FileDriveSettings::Engine wanted);
   void plan(Slot& slot);
   void planWrite(Slot& slot);

@@ -41,7 +41,10 @@ void stopTest(Step& step) {
   const std::string& name = step.thread.name;
   const std::string report = base + "_trace_" + name + ".txt";
   if (data.miscompareSeen) {
-    data.trace->createReport(&step.thread, report, true, data.miscompareLBA, mediaMask(step.thread));
+    // A restart that was refused leaves the failure but no trace.
+    if (data.trace != nullptr) {
+      data.trace->createReport(&step.thread, report, true, data.miscompareLBA, mediaMask(step.thread));
+    }
     dump(step, data.driveCompareData, base + "_drive_" + name + ".bin");
     dump(step, data.referenceCompareData, base + "_reference_" + name + ".bin");
   } else if ((step.config.alwaysDumpSequence || data.failureSeen) && data.trace != nullptr) {

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr uint64_t epochUs = 1'700'000'000'000'000;
-constexpr uint64_t usPerLook = 500;
+constexpr uint64_t usPerLook = 2000;
 std::atomic<uint64_t> virtualUs{epochUs};
 
 uint64_t look() { return virtualUs.fetch_add(usPerLook, std::memory_order_relaxed); }

@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <thread>
 
 #include "tests/e2e/Combinations.h"
@@ -126,19 +125,19 @@ int soak(const SoakSettings& settings) {
 }  // namespace corvane::host::e2e
 
 int main(int argc, char** argv) {
-  corvane::host::e2e::SoakSettings settings;
-  CLI::App app("Runs every legal combination on a good drive");
-  app.add_option("--commands", settings.commands, "commands for each combination")->capture_default_str();
-  app.add_option("--depth", settings.depth, "queue depth, where the combination has none of its own")
-      ->capture_default_str();
-  app.add_option("--seed", settings.seed, "seed of the first choice")->capture_default_str();
-  app.add_option("--only", settings.only, "one combination");
-  app.add_option("--file", settings.file, "on this file, which is removed first, instead of in memory");
-  CLI11_PARSE(app, argc, argv);
   try {
+    corvane::host::e2e::SoakSettings settings;
+    CLI::App app("Runs every legal combination on a good drive");
+    app.add_option("--commands", settings.commands, "commands for each combination")->capture_default_str();
+    app.add_option("--depth", settings.depth, "queue depth, where the combination has none of its own")
+        ->capture_default_str();
+    app.add_option("--seed", settings.seed, "seed of the first choice")->capture_default_str();
+    app.add_option("--only", settings.only, "one combination");
+    app.add_option("--file", settings.file, "on this file, which is removed first, instead of in memory");
+    CLI11_PARSE(app, argc, argv);
     return corvane::host::e2e::soak(settings);
   } catch (const std::exception& error) {
-    std::cerr << error.what() << '\n';
+    std::fprintf(stderr, "%s\n", error.what());
     return 100;
   }
 }
