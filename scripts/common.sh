@@ -22,8 +22,15 @@ install_packages() {
     }
     as_root=(sudo)
   fi
-  "${as_root[@]}" apt-get update -qq
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  local log
+  log=$(mktemp)
+  # Quiet unless it fails: what a package says while it is installed helps nobody here.
+  if ! { "${as_root[@]}" apt-get update && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    cat "$log" >&2
+    exit 2
+  fi
+  rm -f "$log"
 }
 
 # configure <preset> [cmake options]
