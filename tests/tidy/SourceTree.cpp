@@ -1,0 +1,48 @@
+#include "tests/tidy/SourceTree.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace corvane::tidy {
+namespace {
+
+bool isText(const std::filesystem::path& path) {
+  constexpr std::array<const char*, 9> kinds{".cpp", ".h", ".md", ".sh", ".txt", ".cmake", ".json", ".map", ""};
+  const std::string kind = path.extension().string();
+  return std::any_of(kinds.begin(), kinds.end(), [&kind](const char* known) { return kind == known; });
+}
+
+}  // namespace
+
+std::vector<SourceFile> sourceTree(const std::filesystem::path& root) {
+  std::vector<SourceFile> files;
+  auto entry = std::filesystem::recursive_directory_iterator(root);
+  for (const auto end = std::filesystem::end(entry); entry != end; ++entry) {
+    const std::string name = entry->path().filename().string();
+    const bool top = entry.depth() == 0;
+    if (entry->is_directory() && (name == ".git" || (top && (name == "build" || name == "out")))) {
+      entry.disable_recursion_pending();
+    } else if (entry->is_regular_file() && isText(entry->path())) {
+      std::ifstream stream(entry->path(), std::ios::binary);
+      std::ostringstream text;
+      text << stream.rdbuf();
+      files.push_back({std::filesystem::relative(entry->path(), root).string(), text.str()});
+    }
+  }
+  std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+  return files;
+}
+
+std::vector<std::string> quotedIncludes(const std::string& text) {
+  static const std::regex pattern(R"re(^[ \t]*#[ \t]*include[ \t]*"([^"]+)")re", std::regex::multiline);
+  std::vector<std::string> includes;
+  for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
+    includes.push_back((*match)[1]);
+  }
+  return includes;
+}
+
+}  // namespace corvane::tidy
