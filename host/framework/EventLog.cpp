@@ -26,22 +26,22 @@ void EventLog::logf(int level, const char* format, ...) {
   if (impl == nullptr || !impl->sink) {
     return;
   }
-  va_list arguments;
-  va_list again;
-  va_start(arguments, format);
-  va_copy(again, arguments);
   std::array<char, 512> line{};
+  va_list arguments;
+  va_start(arguments, format);
   const int written = std::vsnprintf(line.data(), line.size(), format, arguments);
-  const auto length = static_cast<size_t>(written < 0 ? 0 : written);
-  std::lock_guard lock(impl->mutex);
-  if (length < line.size()) {
-    impl->sink(level, std::string_view(line.data(), length));
-  } else {
-    const std::vector<char> text = formatLong(format, again, length);
-    impl->sink(level, std::string_view(text.data(), length));
-  }
-  va_end(again);
   va_end(arguments);
+  const auto length = static_cast<size_t>(written < 0 ? 0 : written);
+  if (length < line.size()) {
+    const std::lock_guard lock(impl->mutex);
+    impl->sink(level, std::string_view(line.data(), length));
+    return;
+  }
+  va_start(arguments, format);
+  const std::vector<char> text = formatLong(format, arguments, length);
+  va_end(arguments);
+  const std::lock_guard lock(impl->mutex);
+  impl->sink(level, std::string_view(text.data(), length));
 }
 
 const char* EventLog::errStr(int code) const {

@@ -1,6 +1,6 @@
 #include "AtomicContext.h"
 
-#include <vector>
+#include <deque>
 
 #include "vdl/Status.h"
 
@@ -95,7 +95,7 @@ class OpenSegments {
   }
 
  private:
-  std::vector<AtomicContext::Segment> stack_;
+  std::deque<AtomicContext::Segment> stack_;
 };
 
 }  // namespace

@@ -276,14 +276,15 @@ TEST(CommandTraceDeath, AnAppendToARingWithoutEntriesAborts) {
 
 TEST(CommandTrace, AppendingAllocatesNothing) {
   CommandTrace trace(100);
+  const std::vector<Operation>& operations = commandOperations();
   const uint64_t before = modeltest::allocations();
   for (int round = 0; round < 50; ++round) {
-    for (const Operation& operation : commandOperations()) {
+    for (const Operation& operation : operations) {
       operation.call(trace, 7);
     }
   }
   EXPECT_EQ(modeltest::allocations(), before);
-  EXPECT_EQ(trace.count(), 50 * commandOperations().size());
+  EXPECT_EQ(trace.count(), 50 * operations.size());
 }
 
 TEST(CommandTrace, HasANameForEveryTypeAndNoneForOthers) {
