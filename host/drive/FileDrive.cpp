@@ -209,11 +209,8 @@ bool FileDrive::poll(DriveCompletion& out, bool wait) {
 
 bool FileDrive::pieceEnded(const FileReply& reply) {
   Slot& slot = slots_[reply.slot];
-  if (reply.result < 0 || !isTransfer(slot.operation)) {
+  if (reply.result <= 0 || !isTransfer(slot.operation)) {
     return true;
-  }
-  if (reply.result == 0) {
-    throw DriveError("file '" + file_.path() + "' has become shorter during the test; see who cut it off");
   }
   slot.pieceDone += static_cast<uint64_t>(reply.result);
   return slot.pieceDone >= slot.pieceBytes;
@@ -225,14 +222,19 @@ bool FileDrive::advance(const FileReply& reply, DriveCompletion& out) {
     return false;
   }
   Slot& slot = slots_[reply.slot];
-  if (reply.result >= 0 && slot.piece + 1 < slot.pieces) {
+  const bool moved = reply.result > 0 || (reply.result == 0 && !isTransfer(slot.operation));
+  if (moved && slot.piece + 1 < slot.pieces) {
     ++slot.piece;
     slot.pieceDone = 0;
     submitRest(reply.slot);
     return false;
   }
+  // Given back before anything is thrown: a reset that follows waits for what is still running.
   --running_;
   freeSlots_.push_back(reply.slot);
+  if (reply.result == 0 && isTransfer(slot.operation)) {
+    throw DriveError("file '" + file_.path() + "' has become shorter during the test; see who cut it off");
+  }
   out.tag = slot.command.tag;
   out.id = slot.command.id;
   if (reply.result < 0) {

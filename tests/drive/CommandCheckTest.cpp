@@ -1,0 +1,127 @@
+#include "host/drive/CommandCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace corvane::host {
+namespace {
+
+class CommandCheck : public testing::Test {
+ protected:
+  CommandCheck() {
+    geometry.blocks = 100;
+    command.kind = CommandKind::write;
+    command.lba = 90;
+    command.blocks = 10;
+    command.data = data.data();
+    command.dataBytes = 10 * 512;
+  }
+
+  std::optional<Sense> check() const { return refuse(command, geometry, offers); }
+
+  std::vector<uint8_t> data = std::vector<uint8_t>(100 * 520);
+  DriveGeometry geometry;
+  DriveCapabilities offers;
+  DriveCommand command;
+};
+
+TEST_F(CommandCheck, TakesACommandUpToTheLastBlock) { EXPECT_EQ(check(), std::nullopt); }
+
+TEST_F(CommandCheck, RefusesOneBlockMore) {
+  command.blocks = 11;
+  command.dataBytes += 512;
+  EXPECT_EQ(check(), sense::lbaOutOfRange);
+  command.blocks = 1;
+  command.dataBytes = 512;
+  command.lba = 100;
+  EXPECT_EQ(check(), sense::lbaOutOfRange);
+}
+
+TEST_F(CommandCheck, AStepReachesFurther) {
+  command.lbaStep = 2;
+  command.lba = 81;
+  EXPECT_EQ(check(), std::nullopt);
+  command.lba = 82;
+  EXPECT_EQ(check(), sense::lbaOutOfRange);
+}
+
+TEST_F(CommandCheck, TheEndDoesNotWrapAround) {
+  command.lba = ~uint64_t{0} - 3;
+  EXPECT_EQ(check(), sense::lbaOutOfRange);
+  geometry.blocks = ~uint64_t{0};
+  command.lba = ~uint64_t{0} - 10;
+  EXPECT_EQ(check(), std::nullopt);
+}
+
+TEST_F(CommandCheck, AStepOfZeroIsAnInvalidField) {
+  command.lbaStep = 0;
+  EXPECT_EQ(check(), sense::invalidField);
+}
+
+TEST_F(CommandCheck, DataMustBeThereAndFit) {
+  command.dataBytes -= 1;
+  EXPECT_EQ(check(), sense::invalidField);
+  command.dataBytes += 2;
+  EXPECT_EQ(check(), sense::invalidField);
+  command.dataBytes -= 1;
+  command.data = nullptr;
+  EXPECT_EQ(check(), sense::invalidField);
+}
+
+TEST_F(CommandCheck, ProtectionAndEndToEndBytesCount) {
+  geometry.protectionBytes = 8;
+  EXPECT_EQ(check(), sense::invalidField);
+  command.dataBytes = 10 * 520;
+  EXPECT_EQ(check(), std::nullopt);
+  command.trailerBytes = 8;
+  command.dataBytes = 10 * 528;
+  EXPECT_EQ(check(), std::nullopt);
+}
+
+TEST_F(CommandCheck, AWriteSameSendsOneBlock) {
+  offers.writeSame = true;
+  command.kind = CommandKind::writeSame;
+  EXPECT_EQ(check(), sense::invalidField);
+  command.dataBytes = 512;
+  EXPECT_EQ(check(), std::nullopt);
+}
+
+TEST_F(CommandCheck, ATrimAndAFlushSendNothing) {
+  offers.trim = offers.syncCache = true;
+  command.data = nullptr;
+  command.dataBytes = 0;
+  command.kind = CommandKind::trim;
+  EXPECT_EQ(check(), std::nullopt);
+  command.kind = CommandKind::syncCache;
+  command.lba = 5000;
+  EXPECT_EQ(check(), std::nullopt);
+}
+
+TEST_F(CommandCheck, WhatADriveDoesNotOfferIsAnInvalidOperation) {
+  for (const CommandKind kind : {CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim,
+                                 CommandKind::verify, CommandKind::syncCache}) {
+    command.kind = kind;
+    EXPECT_EQ(check(), sense::invalidOperation) << commandKindName(kind);
+  }
+}
+
+TEST(CommandKinds, HaveNamesAndChangeTheMediumOrNot) {
+  EXPECT_STREQ(commandKindName(CommandKind::write), "write");
+  EXPECT_STREQ(commandKindName(CommandKind::writeAtomic), "atomic");
+  EXPECT_STREQ(commandKindName(CommandKind::writeSame), "writesame");
+  EXPECT_STREQ(commandKindName(CommandKind::trim), "trim");
+  EXPECT_STREQ(commandKindName(CommandKind::read), "read");
+  EXPECT_STREQ(commandKindName(CommandKind::verify), "verify");
+  EXPECT_STREQ(commandKindName(CommandKind::syncCache), "sync");
+  for (const CommandKind kind :
+       {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim}) {
+    EXPECT_TRUE(changesMedium(kind));
+  }
+  for (const CommandKind kind : {CommandKind::read, CommandKind::verify, CommandKind::syncCache}) {
+    EXPECT_FALSE(changesMedium(kind));
+  }
+}
+
+}  // namespace
+}  // namespace corvane::host

@@ -1,0 +1,47 @@
+#include "host/drive/SenseData.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace corvane::host {
+namespace {
+
+std::vector<uint8_t> bytesOf(const DriveCompletion& completion) {
+  return {completion.sense.begin(), completion.sense.begin() + completion.senseBytes};
+}
+
+TEST(SenseData, WithoutInformationIsFixedFormatAndNotValid) {
+  DriveCompletion completion;
+  completion.bytesTransferred = 512;
+  setSense(completion, {0x5, 0x21, 0x03});
+  EXPECT_EQ(completion.status, scsi_status::checkCondition);
+  EXPECT_EQ(completion.bytesTransferred, 0U);
+  EXPECT_EQ(bytesOf(completion),
+            (std::vector<uint8_t>{0x70, 0, 5, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x21, 0x03, 0, 0, 0, 0}));
+}
+
+TEST(SenseData, InformationOf32BitsIsFixedFormat) {
+  DriveCompletion completion;
+  setSense(completion, {0xE, 0x1D, 0}, 0x12345678);
+  EXPECT_EQ(bytesOf(completion),
+            (std::vector<uint8_t>{0xF0, 0, 0xE, 0x12, 0x34, 0x56, 0x78, 10, 0, 0, 0, 0, 0x1D, 0, 0, 0, 0, 0}));
+}
+
+TEST(SenseData, LongerInformationIsDescriptorFormat) {
+  DriveCompletion completion;
+  setSense(completion, {0x3, 0x11, 0x01}, 0x0102030405060708);
+  EXPECT_EQ(bytesOf(completion),
+            (std::vector<uint8_t>{0x72, 3, 0x11, 0x01, 0, 0, 0, 12, 0x00, 0x0A, 0x80, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST(SenseData, NothingOfEarlierSenseDataStays) {
+  DriveCompletion completion;
+  setSense(completion, {0x3, 0x11, 0x01}, 0x0102030405060708);
+  setSense(completion, {0x5, 0x20, 0x00});
+  EXPECT_EQ(completion.sense[19], 0);
+  EXPECT_EQ(completion.senseBytes, 18U);
+}
+
+}  // namespace
+}  // namespace corvane::host
