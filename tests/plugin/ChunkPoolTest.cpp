@@ -26,10 +26,9 @@ TEST(ChunkPool, NothingIsAllocatedBeforeTheFirstObject) {
 TEST(ChunkPool, OneAllocationServesAWholeChunk) {
   ChunkPool<Event> pool;
   std::set<Event*> taken;
-  uint64_t before = modeltest::allocations();
   std::vector<Event*> inOrder;
   inOrder.reserve(ChunkPool<Event>::objectsPerChunk + 1);
-  before = modeltest::allocations();
+  const uint64_t before = modeltest::allocations();
   for (std::size_t i = 0; i < ChunkPool<Event>::objectsPerChunk; ++i) {
     inOrder.push_back(pool.take());
   }

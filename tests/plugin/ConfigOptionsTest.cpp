@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ using modeltest::OptionCall;
 
 /// Registers the options with a manager that takes them down, and frees the record.
 class ConfigOptions : public testing::Test {
- protected:
+ public:
   ConfigOptions() { manager.impl = &state; }
   ~ConfigOptions() override {
     if (!state.calls.empty() && !freed) {
@@ -24,6 +25,7 @@ class ConfigOptions : public testing::Test {
   ConfigOptions(const ConfigOptions&) = delete;
   ConfigOptions& operator=(const ConfigOptions&) = delete;
 
+ protected:
   Corvane::ConfigData& record() { return *static_cast<Corvane::ConfigData*>(state.calls.at(0).target); }
   const OptionCall& option(const std::string& name) const {
     for (const OptionCall& call : state.calls) {
@@ -193,18 +195,18 @@ TEST(FreeConfigData, TakesNull) {
 
 TEST(FreeConfigData, FreesOwnedUserData) {
   const int64_t before = modeltest::liveAllocations();
-  auto* record = new Corvane::ConfigData;
+  auto record = std::make_unique<Corvane::ConfigData>();
   ASSERT_EQ(record->dataBuffer.reserve(100), 0);
-  Corvane::freeConfigData(record);
+  Corvane::freeConfigData(record.release());
   EXPECT_EQ(modeltest::liveAllocations(), before);
 }
 
 TEST(FreeConfigData, LeavesUserDataOfOthersAlone) {
   uint8_t others[4] = {1, 2, 3, 4};
-  auto* record = new Corvane::ConfigData;
+  auto record = std::make_unique<Corvane::ConfigData>();
   record->dataBuffer.data = others;
   record->dataBuffer.capacity = record->dataBuffer.size = sizeof(others);
-  Corvane::freeConfigData(record);
+  Corvane::freeConfigData(record.release());
   EXPECT_EQ(others[3], 4);
 }
 

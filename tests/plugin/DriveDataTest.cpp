@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -14,7 +15,7 @@ namespace {
 using modeltest::MapCall;
 
 class DriveDataTest : public testing::Test {
- protected:
+ public:
   ~DriveDataTest() override {
     for (void* data : drive.threadState.registered) {
       Corvane::freeDriveData(data);
@@ -24,6 +25,7 @@ class DriveDataTest : public testing::Test {
   DriveDataTest(const DriveDataTest&) = delete;
   DriveDataTest& operator=(const DriveDataTest&) = delete;
 
+ protected:
   Corvane::DriveData& data() { return *static_cast<Corvane::DriveData*>(drive.threadState.registered.at(0)); }
 
   modeltest::Drive drive;
@@ -123,7 +125,7 @@ TEST_F(DriveDataTest, FreeingGivesEverythingBack) {
   Corvane::freeDriveData(drive.threadState.registered.at(0));
   drive.threadState.registered.clear();
   const int64_t before = modeltest::liveAllocations();
-  auto* record = new Corvane::DriveData;
+  auto record = std::make_unique<Corvane::DriveData>();
   record->trace = new CommandTrace(10);
   record->buckets = new uint8_t[10];
   record->embedBuffer = new uint8_t[10];
@@ -133,7 +135,7 @@ TEST_F(DriveDataTest, FreeingGivesEverythingBack) {
   ASSERT_EQ(record->driveCompareData->reserve(512), 0);
   record->tagBuffers = {new uint8_t[5], nullptr, new uint8_t[5]};
   record->writeFinished.push_back({1, 2, 3, 0, 0});
-  Corvane::freeDriveData(record);
+  Corvane::freeDriveData(record.release());
   EXPECT_EQ(modeltest::liveAllocations(), before);
 }
 

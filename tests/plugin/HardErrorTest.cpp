@@ -14,12 +14,13 @@ using modeltest::senseScript;
 
 /// The parser answers what a test scripts; the sense data themselves only have a length.
 class CheckForHardError : public testing::Test {
- protected:
+ public:
   CheckForHardError() { senseScript = {}; }
   ~CheckForHardError() override { senseScript = {}; }
   CheckForHardError(const CheckForHardError&) = delete;
   CheckForHardError& operator=(const CheckForHardError&) = delete;
 
+ protected:
   bool check(uint64_t bytes = 18) {
     Buffer sense;
     sense.data = memory;

@@ -169,8 +169,8 @@ TEST(UserPool, UserDataLongerThanThePattern) {
 
 class Seed : public testing::Test {
  protected:
-  Seed() { modeltest::ostraScript = {}; }
-  ~Seed() override { seed_entropy = 0; }
+  void SetUp() override { modeltest::ostraScript = {}; }
+  void TearDown() override { seed_entropy = 0; }
 };
 
 TEST_F(Seed, AnOptionIsTakenAsItIs) {
