@@ -18,9 +18,9 @@ uint32_t saveHashes(Step& step, const PreRead& preRead, const LbaSpan& span, con
   for (uint64_t lba = span.first; lba < span.end && offset + sector <= size; lba += span.step) {
     const uint64_t hash = blockHash(bytes + offset, bytes + offset + sector);
     // A pre-read that an atomic write claimed in flight holds no reference: that write holds one.
-    step.data.atomicHash.saveHash(preRead.cmdId, lba, hash, preRead.readCmdId == 0);
+    const bool kept = step.data.atomicHash.saveHash(preRead.cmdId, lba, hash, preRead.readCmdId == 0) == status::ok;
     offset += sector;
-    ++saved;
+    saved += kept ? 1 : 0;
   }
   return saved;
 }
