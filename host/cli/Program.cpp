@@ -11,7 +11,7 @@
 #include "host/cli/DrivesCommand.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/HelpFormat.h"
-#include "host/cli/NearestName.h"
+#include "host/base/NearestName.h"
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/RunCommand.h"

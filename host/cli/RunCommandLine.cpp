@@ -5,7 +5,7 @@
 #include <random>
 
 #include "host/cli/HelpFormat.h"
-#include "host/cli/NearestName.h"
+#include "host/base/NearestName.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "host/cli/NearestName.h"
+#include "host/base/NearestName.h"
 #include "host/cli/UsageError.h"
 
 namespace corvane::host {

@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "host/base/BigEndian.h"
+
 namespace corvane::host {
 namespace {
 
@@ -11,13 +13,6 @@ constexpr uint8_t validBit = 0x80;
 constexpr uint32_t headerBytes = 8;
 constexpr uint32_t fixedBytes = 18;
 constexpr uint32_t informationDescriptorBytes = 12;
-
-template <typename Value>
-void putBigEndian(uint8_t* at, Value value) {
-  for (size_t i = sizeof(Value); i-- > 0; value = static_cast<Value>(value >> 8)) {
-    at[i] = static_cast<uint8_t>(value & 0xFF);
-  }
-}
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "host/base/NearestName.h"
 #include "host/framework/ConfigManagerImpl.h"
 #include "host/framework/OptionText.h"
 #include "vdl/Status.h"
@@ -105,7 +106,11 @@ uint64_t OptionRegistry::recordBytes() const { return state_->manager.recordByte
 std::string OptionRegistry::set(std::string_view name, std::string_view value) {
   const OptionInfo* option = find(name);
   if (option == nullptr) {
-    const std::string nearest = nearestName(name, options());
+    std::vector<std::string> names;
+    for (const OptionInfo& known : options()) {
+      names.push_back(known.name);
+    }
+    const std::string nearest = nearestName(name, names);
     return "there is no option " + quoted(name) +
            (nearest.empty() ? "; \"corvane options\" lists all of them" : "; did you mean " + quoted(nearest) + "?");
   }

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
-#include <numeric>
 
 namespace corvane::host {
 
@@ -23,22 +22,6 @@ std::string bufferText(const vdl::Buffer& buffer) {
 }
 
 char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
-
-/// Insertions, deletions and replacements that turn one text into the other, whatever the case of letters.
-size_t editDistance(std::string_view a, std::string_view b) {
-  std::vector<size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), size_t{0});
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t replaced = diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-    }
-  }
-  return row[b.size()];
-}
 
 }  // namespace
 
@@ -82,19 +65,6 @@ std::optional<bool> parseBool(std::string_view text) {
     return false;
   }
   return std::nullopt;
-}
-
-std::string nearestName(std::string_view wanted, const std::vector<OptionInfo>& options) {
-  std::string nearest;
-  size_t best = wanted.size() / 2 + 2;
-  for (const OptionInfo& option : options) {
-    const size_t distance = editDistance(wanted, option.name);
-    if (distance < best) {
-      best = distance;
-      nearest = option.name;
-    }
-  }
-  return nearest;
 }
 
 }  // namespace corvane::host

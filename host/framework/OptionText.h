@@ -17,7 +17,4 @@ std::optional<uint32_t> parseU32(std::string_view text);
 /// true, on, yes, 1; false, off, no, 0; nothing for any other text.
 std::optional<bool> parseBool(std::string_view text);
 
-/// The name with the fewest changes to `wanted`; empty when none is near.
-std::string nearestName(std::string_view wanted, const std::vector<OptionInfo>& options);
-
 }  // namespace corvane::host

@@ -1,5 +1,7 @@
 #include "host/run/CdbBuilder.h"
 
+#include "host/base/BigEndian.h"
+
 namespace corvane::host {
 namespace {
 
@@ -12,13 +14,6 @@ constexpr uint8_t operationWriteAtomic16 = 0x9C;
 constexpr uint8_t operationUnmap = 0x42;
 constexpr uint8_t forceUnitAccessBit = 1U << 3;
 constexpr uint8_t byteCheckData = 1U << 1;
-
-template <typename Value>
-void putBigEndian(uint8_t* at, Value value) {
-  for (size_t i = sizeof(Value); i-- > 0; value = static_cast<Value>(value >> 8)) {
-    at[i] = static_cast<uint8_t>(value & 0xFF);
-  }
-}
 
 uint8_t operation(CommandKind kind) {
   switch (kind) {

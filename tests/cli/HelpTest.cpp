@@ -15,7 +15,7 @@ using ::testing::IsEmpty;
 using testing::ProgramEnd;
 using testing::runCorvane;
 using ::testing::StartsWith;
-using testing::TempFolder;
+using tests::TempFolder;
 
 /// What the program prints for a command line that asks for a text; leaves nothing behind.
 std::string textOf(const std::vector<std::string>& arguments) {
@@ -104,11 +104,11 @@ TEST(DrivesTest, leavesNoFileThatItHadToMake) {
 TEST(DrivesTest, leavesAFileThatIsThereAsItIs) {
   const TempFolder folder;
   const std::string content(8192, 'x');
-  testing::writeFile(folder / "drive.img", content);
+  tests::writeFile(folder / "drive.img", content);
   const ProgramEnd end = runCorvane(folder, {"drives", "file:drive.img"});
   EXPECT_EQ(end.status, 0);
   EXPECT_THAT(end.out, HasSubstr("16 blocks"));
-  EXPECT_EQ(testing::readFile(folder / "drive.img"), content);
+  EXPECT_EQ(tests::readFile(folder / "drive.img"), content);
 }
 
 }  // namespace

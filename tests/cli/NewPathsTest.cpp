@@ -3,16 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/cli/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 namespace corvane::host {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::readFile;
-using testing::TempFolder;
-using testing::writeFile;
+using tests::readFile;
+using tests::TempFolder;
+using tests::writeFile;
 
 TEST(NewPathsTest, removesWhatWasMadeSince) {
   const TempFolder folder;

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/cli/UsageError.h"
-#include "tests/cli/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 namespace corvane::host {
 namespace {
@@ -13,10 +13,10 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::readFile;
 using ::testing::StartsWith;
-using testing::TempFolder;
-using testing::writeFile;
+using tests::readFile;
+using tests::TempFolder;
+using tests::writeFile;
 
 template <typename Action>
 std::string refusal(Action action) {

@@ -21,10 +21,10 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using testing::ProgramEnd;
-using testing::readFile;
 using testing::runCorvane;
 using testing::RunningProgram;
-using testing::TempFolder;
+using tests::readFile;
+using tests::TempFolder;
 
 /// Enough commands to read back, in little memory.
 std::vector<std::string> smallRun(std::vector<std::string> more) {

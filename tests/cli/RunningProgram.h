@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/cli/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 extern char** environ;
 
@@ -25,7 +25,7 @@ struct ProgramEnd {
 class RunningProgram {
  public:
   /// The streams go to files beside the folder and not into it.
-  RunningProgram(const TempFolder& folder, const std::vector<std::string>& arguments) {
+  RunningProgram(const tests::TempFolder& folder, const std::vector<std::string>& arguments) {
     std::vector<std::string> words{CORVANE_BINARY};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -50,7 +50,7 @@ class RunningProgram {
   }
 
   pid_t pid() const { return pid_; }
-  std::string outSoFar() const { return readFile(streams_ / "out"); }
+  std::string outSoFar() const { return tests::readFile(streams_ / "out"); }
 
   /// Whether it has ended by itself; `wait` then returns at once.
   bool ended() const {
@@ -63,16 +63,17 @@ class RunningProgram {
     if (waitpid(pid_, &status, 0) != pid_) {
       throw std::runtime_error("lost the program");
     }
-    return {
-        .status = WIFEXITED(status) ? WEXITSTATUS(status) : -1, .out = outSoFar(), .err = readFile(streams_ / "err")};
+    return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+            .out = outSoFar(),
+            .err = tests::readFile(streams_ / "err")};
   }
 
  private:
-  TempFolder streams_;
+  tests::TempFolder streams_;
   pid_t pid_ = -1;
 };
 
-inline ProgramEnd runCorvane(const TempFolder& folder, const std::vector<std::string>& arguments) {
+inline ProgramEnd runCorvane(const tests::TempFolder& folder, const std::vector<std::string>& arguments) {
   return RunningProgram(folder, arguments).wait();
 }
 

@@ -17,7 +17,7 @@ using ::testing::IsEmpty;
 using testing::ProgramEnd;
 using testing::runCorvane;
 using ::testing::StartsWith;
-using testing::TempFolder;
+using tests::TempFolder;
 
 struct WrongLine {
   const char* name;
@@ -134,18 +134,18 @@ INSTANTIATE_TEST_SUITE_P(Lines, WrongCommandLineTest, ::testing::ValuesIn(wrongL
 TEST(WrongSecondThoughtsTest, aDriveFileThatWasThereStaysAsItIs) {
   const TempFolder folder;
   const std::string content(1 << 20, 'x');
-  testing::writeFile(folder / "drive.img", content);
+  tests::writeFile(folder / "drive.img", content);
   const ProgramEnd end = runCorvane(folder, {"run", "--drive", "file:drive.img", "--range", "0..1m"});
   EXPECT_EQ(end.status, 2);
-  EXPECT_EQ(testing::readFile(folder / "drive.img"), content);
+  EXPECT_EQ(tests::readFile(folder / "drive.img"), content);
 }
 
 TEST(WrongSecondThoughtsTest, aDocumentThatWasThereStaysAsItIs) {
   const TempFolder folder;
-  testing::writeFile(folder / "result.json", "old");
+  tests::writeFile(folder / "result.json", "old");
   const ProgramEnd end = runCorvane(folder, run({"--json", "result.json", "--output", "/dev/null/out"}));
   EXPECT_EQ(end.status, 2);
-  EXPECT_EQ(testing::readFile(folder / "result.json"), "old");
+  EXPECT_EQ(tests::readFile(folder / "result.json"), "old");
 }
 
 }  // namespace

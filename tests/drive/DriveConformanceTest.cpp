@@ -8,7 +8,7 @@
 
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
-#include "tests/drive/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 namespace corvane::host {
 namespace {
@@ -42,7 +42,7 @@ class DriveConformance : public testing::TestWithParam<Kind> {
     EXPECT_EQ(completion.senseBytes, 0U);
   }
 
-  TempFolder folder;
+  tests::TempFolder folder;
   std::unique_ptr<Drive> drive;
   CommandMaker commands;
   uint32_t sector;

@@ -11,7 +11,7 @@
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
-#include "tests/drive/TempFolder.h"
+#include "tests/support/TempFolder.h"
 
 namespace corvane::host {
 namespace {
@@ -36,7 +36,7 @@ class FileDriveTest : public testing::Test {
   }
   std::string at(const std::string& name) const { return "file:" + (folder / name); }
 
-  TempFolder folder;
+  tests::TempFolder folder;
 };
 
 TEST_F(FileDriveTest, IsCreatedWithTheSizeThatIsGiven) {
@@ -95,7 +95,7 @@ TEST_F(FileDriveTest, WhatCannotBeOpenedIsNamedWithTheRemedy) {
 
 TEST_F(FileDriveTest, WhatWasCreatedForNothingIsTakenAway) {
   EXPECT_THAT(complaint(at("p.img") + ",size=520k,pi=8,direct=on"), HasSubstr("direct=on"));
-  EXPECT_TRUE(folder.empty());
+  EXPECT_THAT(folder.content(), testing::IsEmpty());
 }
 
 TEST_F(FileDriveTest, APipeDoesNotHang) {

@@ -3,7 +3,6 @@
 #include <sys/time.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -29,19 +28,6 @@ extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now,
 }
 
 namespace corvane::host::e2e {
-
-Workspace::Workspace() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "corvane-e2e-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("cannot make a temporary folder: " + pattern);
-  }
-  path_ = pattern;
-}
-
-Workspace::~Workspace() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
 
 uint64_t VirtualClock::wallUs() { return look(); }
 

@@ -1,28 +1,16 @@
 #pragma once
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "host/run/HostClock.h"
 #include "host/run/TestRun.h"
+#include "tests/support/TempFolder.h"
 
 namespace corvane::host::e2e {
 
-/// A folder for one test's files; gone with the object.
-class Workspace {
- public:
-  Workspace();
-  ~Workspace();
-  Workspace(const Workspace&) = delete;
-  Workspace& operator=(const Workspace&) = delete;
-
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
-};
+using Workspace = tests::TempFolder;
 
 /// A clock that runs as fast as the commands do: each look at it moves it on, whoever looks. So power cuts and other
 /// things that come by the second come by the thousand commands, and a seed gives the same times twice.

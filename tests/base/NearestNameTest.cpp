@@ -1,4 +1,4 @@
-#include "host/cli/NearestName.h"
+#include "host/base/NearestName.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +15,8 @@ TEST(NearestNameTest, countsChangedAddedAndMissingLetters) {
   EXPECT_EQ(nearestName("verifyy", {"verify"}), "verify");
   EXPECT_EQ(nearestName("vrify", {"verify"}), "verify");
 }
+
+TEST(NearestNameTest, doesNotMindTheCaseOfLetters) { EXPECT_EQ(nearestName("VERIFY", {"read", "verify"}), "verify"); }
 
 TEST(NearestNameTest, isEmptyWhenNothingIsNear) {
   EXPECT_EQ(nearestName("bananas", {"read", "write", "verify"}), "");

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,15 +8,15 @@
 #include <stdexcept>
 #include <string>
 
-namespace corvane::host::testing {
+namespace corvane::tests {
 
 /// An empty folder, gone with all its content when the object goes.
 class TempFolder {
  public:
   TempFolder() {
-    std::string name = ::testing::TempDir() + "/corvane-cli-XXXXXX";
+    std::string name = (std::filesystem::temp_directory_path() / "corvane-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("cannot make a folder in " + ::testing::TempDir());
+      throw std::runtime_error("cannot make a temporary folder: " + name);
     }
     path_ = name;
   }
@@ -54,4 +52,4 @@ inline void writeFile(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-}  // namespace corvane::host::testing
+}  // namespace corvane::tests

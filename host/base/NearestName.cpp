@@ -1,12 +1,15 @@
-#include "host/cli/NearestName.h"
+#include "host/base/NearestName.h"
 
 #include <algorithm>
+#include <cctype>
 #include <numeric>
 
 namespace corvane::host {
 namespace {
 
-/// How many letters must be changed, added or removed to make one of the other.
+char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+
+/// How many letters must be changed, added or removed to make one of the other, whatever their case.
 size_t editDistance(std::string_view a, std::string_view b) {
   std::vector<size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), size_t{0});
@@ -14,7 +17,7 @@ size_t editDistance(std::string_view a, std::string_view b) {
     size_t diagonal = row[0];
     row[0] = i + 1;
     for (size_t j = 0; j < b.size(); ++j) {
-      const size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+      const size_t changed = diagonal + (lower(a[i]) == lower(b[j]) ? 0 : 1);
       diagonal = row[j + 1];
       row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
     }

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace corvane::host {
+
+/// Stores an unsigned number with its most significant byte first, as SCSI does (SPC, "Conventions").
+template <typename Value>
+void putBigEndian(uint8_t* at, Value value) {
+  for (size_t i = sizeof(Value); i-- > 0; value = static_cast<Value>(value >> 8)) {
+    at[i] = static_cast<uint8_t>(value & 0xFF);
+  }
+}
+
+}  // namespace corvane::host
