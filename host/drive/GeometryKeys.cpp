@@ -33,7 +33,7 @@ uint64_t blocksOf(const DriveAddress& address, uint64_t bytes, const DriveGeomet
   if (bytes == 0 || bytes % geometry.sectorBytes() != 0) {
     const uint64_t below = bytes / geometry.sectorBytes() * geometry.sectorBytes();
     address.refuse(std::to_string(bytes) + " bytes are not a whole number of sectors of " +
-                   std::to_string(geometry.sectorBytes()) + " bytes; the next multiple is " +
+                   std::to_string(geometry.sectorBytes()) + " bytes; choose a multiple, such as " +
                    std::to_string(below == 0 ? geometry.sectorBytes() : below));
   }
   return bytes / geometry.sectorBytes();

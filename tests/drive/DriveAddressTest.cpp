@@ -66,8 +66,8 @@ TEST(DriveAddress, ComplaintsNameTheAddressThePieceAndTheRemedy) {
   EXPECT_THAT(complaint("sim:1g,pi=8,pi=0"), AllOf(HasSubstr("'pi'"), HasSubstr("twice")));
   EXPECT_THAT(complaint("sim:lots"), AllOf(HasSubstr("'lots'"), HasSubstr("as in 1g")));
   EXPECT_THAT(complaint("sim:0"), HasSubstr("'0'"));
-  EXPECT_THAT(complaint("sim:1000"), AllOf(HasSubstr("1000 bytes"), HasSubstr("next multiple is 512")));
-  EXPECT_THAT(complaint("sim:100"), HasSubstr("next multiple is 512"));
+  EXPECT_THAT(complaint("sim:1000"), AllOf(HasSubstr("1000 bytes"), HasSubstr("choose a multiple, such as 512")));
+  EXPECT_THAT(complaint("sim:100"), HasSubstr("choose a multiple, such as 512"));
   EXPECT_THAT(complaint("file:"), AllOf(HasSubstr("no file"), HasSubstr("file:PATH")));
   EXPECT_THAT(complaint("file:x,size=big"), AllOf(HasSubstr("size=big"), HasSubstr("256m")));
   EXPECT_THAT(complaint("file:x,engine=fast"), HasSubstr("auto, uring, threads"));

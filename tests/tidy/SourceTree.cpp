@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace corvane::tidy {
@@ -37,10 +36,18 @@ std::vector<SourceFile> sourceTree(const std::filesystem::path& root) {
 }
 
 std::vector<std::string> quotedIncludes(const std::string& text) {
-  static const std::regex pattern(R"re(^[ \t]*#[ \t]*include[ \t]*"([^"]+)")re", std::regex::multiline);
   std::vector<std::string> includes;
-  for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
-    includes.push_back((*match)[1]);
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    char hash = 0;
+    std::string directive;
+    char quote = 0;
+    std::string path;
+    if (words >> hash && hash == '#' && words >> directive && directive == "include" && words >> quote &&
+        quote == '"' && std::getline(words, path, '"')) {
+      includes.push_back(path);
+    }
   }
   return includes;
 }
