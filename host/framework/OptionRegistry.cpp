@@ -43,13 +43,22 @@ std::string setBool(const OptionInfo& option, std::string_view value) {
   return {};
 }
 
+bool readFile(const std::string& path, std::string& content) {
+  try {
+    std::ifstream file(path, std::ios::binary);
+    content.assign(std::istreambuf_iterator<char>(file), {});
+    return file.is_open() && !file.bad();
+  } catch (const std::ios_base::failure&) {
+    // A folder opens like a file and only fails when it is read.
+    return false;
+  }
+}
+
 std::string setBuffer(const OptionInfo& option, std::string_view value) {
   std::string bytes(value);
   if (value.starts_with('@')) {
     const std::string path(value.substr(1));
-    std::ifstream file(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(file), {});
-    if (!file.is_open() || file.bad()) {
+    if (!readFile(path, bytes)) {
       return refusal(option, value, "the file " + quoted(path) + " cannot be read");
     }
   }

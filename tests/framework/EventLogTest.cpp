@@ -58,6 +58,7 @@ TEST_F(EventLogTest, EveryStatusHasATextThatStays) {
 
 TEST_F(EventLogTest, LinesOfSeveralThreadsStayWhole) {
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([this, thread] {
       for (int i = 0; i < 200; ++i) {

@@ -28,6 +28,8 @@ TEST(SeedEntropy, DrivesThatStartTogetherTakeDifferentValues) {
   const uint32_t before = std::atomic_ref<uint32_t>(vdl::seed_entropy).load();
   std::array<std::vector<uint32_t>, drives> taken;
   std::vector<std::thread> threads;
+  threads.reserve(8);
+  threads.reserve(drives);
   for (std::vector<uint32_t>& values : taken) {
     threads.emplace_back([&values] {
       for (uint32_t i = 0; i < seedsEach; ++i) {

@@ -115,5 +115,44 @@ TEST(SenseParser, AnUnknownFormatLeavesEverythingAlone) {
   EXPECT_EQ(parsed.information[0], 9);
 }
 
+TEST(SenseParser, DeferredErrorsReadAsCurrentOnes) {
+  std::vector<uint8_t> sense = fixedSense();
+  sense[0] = 0x71;
+  const Parsed parsed(sense);
+  EXPECT_TRUE(parsed.known);
+  EXPECT_EQ(parsed.valid, 0);
+  EXPECT_EQ(parsed.kcq.key, 3);
+}
+
+TEST(SenseParser, KnowsFourResponseCodesAndNoOther) {
+  for (uint32_t first = 0; first < 256; ++first) {
+    const uint32_t code = first & 0x7FU;
+    const std::vector<uint8_t> sense{static_cast<uint8_t>(first), 3, 0x11, 0x22, 0, 0, 0, 0};
+    EXPECT_EQ(Parsed(sense).known, code >= 0x70 && code <= 0x73) << first;
+  }
+}
+
+TEST(SenseParser, ADescriptorThatIsTooShortForItsTypeIsNone) {
+  const Parsed parsed(std::vector<uint8_t>{0x72, 3, 0x11, 0x22, 0, 0, 0, 9,  // header
+                                           0x80, 0x01, 0xF5,                 // one byte of a unit error code
+                                           0x00, 0x04, 0x80, 0x00, 1, 2});   // no room for eight bytes
+  EXPECT_TRUE(parsed.known);
+  EXPECT_EQ(parsed.uec, 0);
+  EXPECT_EQ(parsed.valid, 0);
+  EXPECT_EQ(parsed.information, (std::array<uint8_t, 8>{}));
+}
+
+TEST(SenseParser, ADescriptorHeaderCutOffAtTheEndIsNotRead) {
+  const Parsed parsed(std::vector<uint8_t>{0x72, 3, 0x11, 0x22, 0, 0, 0, 1, 0x80});
+  EXPECT_TRUE(parsed.known);
+  EXPECT_EQ(parsed.uec, 0);
+}
+
+TEST(SenseParser, AnInformationDescriptorMayHaveItsValidBitClear) {
+  std::vector<uint8_t> sense = descriptorSense();
+  sense[13] = 0;
+  EXPECT_EQ(Parsed(sense).valid, 0);
+}
+
 }  // namespace
 }  // namespace vdl

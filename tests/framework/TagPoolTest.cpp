@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <vector>
 
 namespace corvane::host {
 namespace {
@@ -86,6 +87,31 @@ TEST(TagPool, HasOneTo1024Tags) {
   }
   EXPECT_TRUE(most.isOutstanding(1023));
   EXPECT_FALSE(most.isOutstanding(1024));
+}
+
+TEST(TagPool, KeepsItsOrderOverManyRounds) {
+  TagPool pool(3);
+  pool.take();
+  for (uint32_t round = 0; round < 100; ++round) {
+    const uint32_t next = pool.take();
+    EXPECT_EQ(next, (round + 1) % 3);
+    pool.release(round % 3);
+    EXPECT_EQ(pool.outstanding(), 1U);
+  }
+}
+
+TEST(TagPool, OnlyTakingBackRaisesTheGeneration) {
+  TagPool pool(1);
+  pool.take();
+  pool.release(0);
+  EXPECT_EQ(pool.generation(0), 0U);
+  for (uint32_t times = 1; times <= 3; ++times) {
+    ASSERT_EQ(pool.take(), 0U);
+    ASSERT_EQ(pool.platform().getNotFreeTag(0, false), 0);
+    EXPECT_EQ(pool.generation(0), times);
+    pool.platform().pushFreeTag(0, 0);
+    EXPECT_EQ(pool.generation(0), times);
+  }
 }
 
 }  // namespace
