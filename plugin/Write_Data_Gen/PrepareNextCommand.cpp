@@ -4,7 +4,7 @@ namespace vdl::agent {
 
 namespace {
 
-enum class PowerStep { nothingDue, toggled, flushing };
+enum class PowerStep { nothingDue, toggled, flushing, resetFailed };
 
 bool toggleIsDue(const Step& step) {
   if (!configured(step.config.powerToggleCondition)) {
@@ -22,7 +22,9 @@ PowerStep togglePower(Step& step, uint32_t tag) {
   }
   DriveData& data = step.data;
   if (!configured(step.config.syncCacheCondition) || data.syncDone) {
-    Corvane::deviceReset(&step.thread, &step.config, &data);
+    if (Corvane::deviceReset(&step.thread, &step.config, &data) != status::ok) {
+      return PowerStep::resetFailed;
+    }
     apply(step.config.powerToggleCondition, step.thread);
     data.trace->tracePowerOff();
     return PowerStep::toggled;
@@ -82,13 +84,17 @@ int32_t prepareNextCommand(Step& step) {
     return status::ok;
   }
   const PowerStep power = togglePower(step, tag);
+  if (power == PowerStep::resetFailed) {
+    // Commands that are not accounted for stand on tags that are free again: nothing may be issued on those.
+    return status::outOfMemory;
+  }
   if (power == PowerStep::toggled) {
     return status::ok;
   }
   if (resetSeen) {
-    Corvane::deviceReset(&step.thread, &step.config, &data);
+    const int32_t result = Corvane::deviceReset(&step.thread, &step.config, &data);
     *data.deviceReset = false;
-    return status::ok;
+    return result;
   }
   if (power == PowerStep::flushing) {
     return status::ok;

@@ -249,6 +249,39 @@ TEST(AllocationFailure, CompletionOfAPreRead) {
       },
       [](SchedulingBench& bench) { return bench.complete(1); });
   EXPECT_THAT(done.of(Kind::throwing), ElementsAre(thrown));
+  // A block whose hash cannot be kept fails nothing, in this step or, with its reference, in the next one's audit.
+  EXPECT_THAT(done.of(Kind::nothrow,
+                      [](SchedulingBench& bench) {
+                        EXPECT_EQ(bench.data().preReadFinished.size(), 1U);
+                        EXPECT_EQ(bench.idle(), 0);
+                      }),
+              AllOf(Not(IsEmpty()), Each(leftOut)));
+}
+
+/// A lost read that cannot be queued again stays on a tag that is free again: the step must not go well.
+const Outcome unfinishedReset{-1002, {LogLine{2, "deviceReset(): out of memory (-1002)"}, stepLine}};
+
+TEST(AllocationFailure, PowerCutWithALostRead) {
+  const Shortage cut([](SchedulingBench& bench) {
+    bench.start();
+    bench.finishedWrite(100, 8, 1);
+    bench.readBack(2);
+    bench.config().powerToggleCondition = onBit(bit::power);
+    bench.config().powerToggleFreq = 0;
+    bench.freeTag(3);
+  });
+  EXPECT_THAT(cut.of(Kind::throwing), ElementsAre(unfinishedReset));
+}
+
+TEST(AllocationFailure, RequestedResetWithALostRead) {
+  const Shortage reset([](SchedulingBench& bench) {
+    bench.start();
+    bench.finishedWrite(100, 8, 1);
+    bench.readBack(2);
+    *bench.data().deviceReset = true;
+    bench.freeTag(3);
+  });
+  EXPECT_THAT(reset.of(Kind::throwing), ElementsAre(unfinishedReset));
 }
 
 TEST(AllocationFailure, CompletionOfAVerifyNeedsNoMemory) {

@@ -291,6 +291,19 @@ TEST_F(Execute, TagThatWasNeverUsedIsIgnored) {
   EXPECT_THAT(bench.takeLog(), IsEmpty());
 }
 
+TEST(FirstExecute, VariablesThatNobodyHasSetYetAreNoCompletion) {
+  SchedulingBench bench;
+  ASSERT_EQ(bench.startTest(), 0);
+  *bench.data().lastTagID = 0;
+  *bench.data().lastStatusByte = 0;
+  bench.shareRange(200, 4);
+  const uint32_t peeked = bench.host().tags().front();
+  bench.takeLog();
+  EXPECT_EQ(Corvane::execute(&bench.thread(), &bench.config(), &bench.data()), 0);
+  EXPECT_THAT(bench.takeTrace(), ElementsAre(Traced{TraceType::WriteIssued, 200, 4, 1, peeked}));
+  EXPECT_THAT(bench.takeLog(), IsEmpty());
+}
+
 TEST_F(Execute, AfterAShowstopCompletionsAreNotProcessed) {
   bench.write(100, 4, 1);
   bench.finishedWrite(200, 4, 2);

@@ -95,6 +95,18 @@ TEST_F(OutsideEvents, SkipCommandsGiveUpEveryOtherBlockOfTheDoubledRange) {
   EXPECT_TRUE(bench.table().records().empty());
 }
 
+TEST_F(OutsideEvents, SkipCommandsGiveUpNothingOfTheBlocksBetween) {
+  bench.config().useSkipCommands = true;
+  bench.finishedWrite(100, 4, 1);
+  bench.finishedWrite(101, 4, 1);
+  postReset(106, 107);
+  absorb();
+  ASSERT_EQ(bench.data().writeFinished.size(), 1U);
+  EXPECT_EQ(bench.data().writeFinished.front().lba, 101U);
+  EXPECT_EQ(bench.refCount(101), 1U);
+  EXPECT_EQ(bench.refCount(105), 1U);
+}
+
 TEST_F(OutsideEvents, SkipCommandsOfTheOtherParityAreLeftAlone) {
   bench.config().useSkipCommands = true;
   bench.finishedWrite(100, 4, 1);
@@ -146,6 +158,17 @@ TEST_F(OutsideEvents, ZoneResetMakesTheContentUnknown) {
   EXPECT_EQ(newest(100), vdl::EventType::Write);
   EXPECT_EQ(newest(101), vdl::EventType::Invalidate);
   EXPECT_EQ(bench.bucketOf(101), vdl::block_num::unknown);
+}
+
+TEST_F(OutsideEvents, TheBlockBehindARangeIsGivenUpWithIt) {
+  bench.write(100, 8, 1);
+  postReset(100, 102);
+  postInvalid(104, 106);
+  absorb();
+  EXPECT_EQ(newest(102), vdl::EventType::Invalidate);
+  EXPECT_EQ(newest(103), vdl::EventType::Write);
+  EXPECT_EQ(newest(106), vdl::EventType::InvalidateMarker);
+  EXPECT_EQ(newest(107), vdl::EventType::Write);
 }
 
 TEST_F(OutsideEvents, InvalidatedRangeMarksTheContentAndTouchesNoCommand) {
@@ -265,6 +288,13 @@ TEST_F(SyncCompletion, RecoveredErrorWithholdsItToo) {
   EXPECT_EQ(bench.completeWithSense(4, sense), 0);
   EXPECT_FALSE(bench.data().syncDone);
   EXPECT_FALSE(bench.data().syncIssued);
+}
+
+TEST_F(SyncCompletion, AbortedFlushWithholdsItToo) {
+  EXPECT_EQ(bench.complete(4, CompletionBench::aborted), 0);
+  EXPECT_FALSE(bench.data().syncDone);
+  EXPECT_FALSE(bench.data().syncIssued);
+  EXPECT_EQ(bench.lastEntry().type, TraceType::SyncFinished);
 }
 
 TEST_F(SyncCompletion, SenseOfAnotherInterfaceIsNotRead) {

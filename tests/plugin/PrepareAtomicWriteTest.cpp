@@ -185,6 +185,13 @@ TEST_F(PrepareAtomicWrite, OneUnknownBlockIsEnoughForAPreRead) {
   EXPECT_EQ(bench.lastEntry().type, TraceType::PreReadIssued);
 }
 
+TEST_F(PrepareAtomicWrite, UnknownBlockBehindTheRangeIsEnoughForAPreRead) {
+  bench.finishedWrite(100, 8, 1);
+  bench.shareRange(100, 8, 4);
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(bench.lastEntry().type, TraceType::PreReadIssued);
+}
+
 TEST_F(PrepareAtomicWrite, PreReadHasNoLengthLimit) {
   bench.shareRange(100, 65, 4);
   settle();

@@ -159,6 +159,15 @@ TEST_F(PrepareNextCommand, OneBitOfTheAllMaskSelectsTheAtomicWrite) {
   EXPECT_THAT(bench.takeTrace(), ElementsAre(Traced{TraceType::PreReadIssued, 200, 4, 1, tag}));
 }
 
+TEST_F(PrepareNextCommand, AtomicWriteThatIsTheOnlyKindIsStillNotTakenUnselected) {
+  bench.config().writeCondition = {};
+  bench.config().writeAtomicCondition = onBit(bit::atomic);
+  EXPECT_EQ(bench.prepareOn(tag), -1050);
+  EXPECT_EQ(bench.takeLog().at(0), (LogLine{2, "No write command selected"}));
+  EXPECT_THAT(bench.data().preReadSent, IsEmpty());
+  EXPECT_EQ(bench.thread().conditions, 0U);
+}
+
 TEST_F(PrepareNextCommand, ConfiguredAtomicWriteIsNotTakenUnselected) {
   bench.config().writeAtomicCondition = onBit(bit::atomic);
   EXPECT_EQ(bench.prepareOn(tag, bit::write), 0);
@@ -263,6 +272,17 @@ TEST_F(PowerToggle, IsDueAtExactlyItsTime) {
   clock.set(1700000010, 0);
   EXPECT_EQ(bench.prepareOn(tag), 0);
   EXPECT_EQ(bench.thread().conditions, bit::power);
+}
+
+TEST_F(PowerToggle, WaitsForAFreeTagEvenWhenOverdue) {
+  clock.set(1700000100, 0);
+  EXPECT_EQ(bench.prepare(), 0);
+  EXPECT_EQ(bench.thread().conditions & bit::power, 0U);
+  EXPECT_THAT(bench.takeTrace(), IsEmpty());
+  EXPECT_NE(bench.host().tags().outstanding(), 0U) << "not reset either";
+  bench.config().syncCacheCondition = onBit(bit::sync);
+  EXPECT_EQ(bench.prepare(), 0);
+  EXPECT_FALSE(bench.data().syncIssued);
 }
 
 TEST_F(PowerToggle, UnconfiguredIsNeverDue) {

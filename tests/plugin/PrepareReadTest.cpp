@@ -149,6 +149,15 @@ TEST_F(PrepareRead, TheTraceShowsTheSlidReadsFirstBlock) {
   EXPECT_EQ(bench.lastEntry().block, bucket);
 }
 
+TEST_F(PrepareRead, TheTraceShowsAnUntouchedFirstBlockAsUnknown) {
+  finishWrite();
+  bench.shareRange(0, 8);
+  slideTo(97, 93, 15);
+  ASSERT_EQ(read(), 0);
+  EXPECT_EQ(bench.lastEntry().lba, 97U);
+  EXPECT_EQ(bench.lastEntry().block, vdl::block_num::unknown);
+}
+
 TEST_F(PrepareRead, ShorterSlidReadGivesUpBothEnds) {
   finishWrite();
   bench.shareRange(0, 3);
