@@ -18,6 +18,10 @@ bool offered(CommandKind kind, const DriveCapabilities& capabilities) {
       return capabilities.verify;
     case CommandKind::syncCache:
       return capabilities.syncCache;
+    case CommandKind::zoneReset:
+      return capabilities.zoneReset;
+    case CommandKind::invalidate:
+      return capabilities.invalidate;
   }
   return false;
 }
@@ -27,6 +31,8 @@ uint64_t neededBytes(const DriveCommand& command, const DriveGeometry& geometry)
   switch (command.kind) {
     case CommandKind::trim:
     case CommandKind::syncCache:
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
       return 0;
     case CommandKind::writeSame:
       return unit;

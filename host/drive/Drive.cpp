@@ -18,13 +18,17 @@ const char* commandKindName(CommandKind kind) {
       return "verify";
     case CommandKind::syncCache:
       return "sync";
+    case CommandKind::zoneReset:
+      return "zonereset";
+    case CommandKind::invalidate:
+      return "invalidate";
   }
   return "unknown";
 }
 
 bool changesMedium(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
-         kind == CommandKind::trim;
+         kind == CommandKind::trim || kind == CommandKind::zoneReset || kind == CommandKind::invalidate;
 }
 
 }  // namespace corvane::host

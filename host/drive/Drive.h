@@ -16,9 +16,21 @@ inline constexpr uint32_t taskSetFull = 0x28;
 inline constexpr uint32_t aborted = 0x40;
 }  // namespace scsi_status
 
-enum class CommandKind : uint8_t { write, writeAtomic, writeSame, trim, read, verify, syncCache };
+/// What a command does. The first seven are those that an agent may ask for; the last two act on ranges and are the
+/// host's own.
+enum class CommandKind : uint8_t {
+  write,
+  writeAtomic,
+  writeSame,
+  trim,
+  read,
+  verify,
+  syncCache,
+  zoneReset,  ///< of whole zones (ZBC RESET WRITE POINTER, ZNS zone reset): their content is gone
+  invalidate  ///< the old content of the blocks must never be read again, as after a change of the key they are under
+};
 
-/// "write", "atomic", "writesame", "trim", "read", "verify", "sync".
+/// "write", "atomic", "writesame", "trim", "read", "verify", "sync", "zonereset", "invalidate".
 const char* commandKindName(CommandKind kind);
 
 /// Whether the command changes the medium.
@@ -30,6 +42,7 @@ struct DriveGeometry {
   uint32_t blockSize = 512;       ///< logical block, bytes
   uint32_t protectionBytes = 0;   ///< transferred behind every block; 0: none
   uint32_t physicalExponent = 0;  ///< physical block = blockSize << physicalExponent
+  uint64_t zoneBlocks = 0;        ///< blocks of a zone, the last one may be shorter; 0: a drive without zones
 
   uint32_t sectorBytes() const { return blockSize + protectionBytes; }
 };
@@ -44,6 +57,8 @@ struct DriveCapabilities {
   bool powerToggle = false;
   bool deviceReset = false;
   bool volatileCache = false;  ///< acknowledged writes need a flush to survive a power cut
+  bool zoneReset = false;      ///< writes within a zone go to its write pointer; a reset puts that to its start
+  bool invalidate = false;
 };
 
 /// One command as the drive gets it.

@@ -143,6 +143,9 @@ void FileDrive::plan(Slot& slot) {
       slot.pieces = 1;
       slot.pieceBytes = 0;
       break;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      throw std::logic_error("a file has no zones and no key");
   }
 }
 

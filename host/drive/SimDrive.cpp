@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 
 #include "host/drive/CommandCheck.h"
 #include "host/drive/GeometryKeys.h"
@@ -81,6 +82,9 @@ void SimDrive::carryOut(const DriveCommand& command, DriveCompletion& out) {
         cache_->flush();
       }
       break;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      throw std::logic_error("not offered");
   }
 }
 

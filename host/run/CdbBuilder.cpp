@@ -31,6 +31,9 @@ uint8_t operation(CommandKind kind) {
       return operationVerify16;
     case CommandKind::syncCache:
       return operationSynchronizeCache16;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      break;  // no agent sees their command blocks
   }
   return 0;
 }

@@ -26,8 +26,11 @@ uint64_t ConditionSet::bitOf(CommandKind kind) {
       return verifyBit;
     case CommandKind::syncCache:
       return syncCacheBit;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      break;
   }
-  throw std::logic_error("no such command kind");
+  throw std::logic_error("no condition selects this kind of command");
 }
 
 CommandKind ConditionSet::kindOf(uint64_t bit) {

@@ -9,7 +9,7 @@
 
 namespace corvane::host {
 
-inline constexpr uint32_t commandKinds = 7;
+inline constexpr uint32_t commandKinds = 7;  ///< those that an agent may ask for: CommandKind up to syncCache
 
 /// How a test ended, or one drive's part of it.
 enum class RunStatus : uint8_t {

@@ -358,6 +358,8 @@ void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletio
       counters_.blocksCompared.add(command.blocks);
       break;
     case CommandKind::syncCache:
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
       break;
   }
 }

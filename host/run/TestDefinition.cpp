@@ -22,6 +22,8 @@ uint32_t CommandMix::weight(CommandKind kind) const {
     case CommandKind::verify:
       return verify;
     case CommandKind::syncCache:
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
       break;
   }
   return 0;
@@ -48,9 +50,11 @@ void CommandMix::setWeight(CommandKind kind, uint32_t weight) {
       verify = weight;
       return;
     case CommandKind::syncCache:
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
       break;
   }
-  throw std::invalid_argument("a command mix does not select cache flushes");
+  throw std::invalid_argument("a command mix selects only writes, trims, reads and verifies");
 }
 
 uint32_t CommandMix::writeKinds() const {
