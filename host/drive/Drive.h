@@ -57,7 +57,8 @@ struct DriveCapabilities {
   bool powerToggle = false;
   bool deviceReset = false;
   bool volatileCache = false;  ///< acknowledged writes need a flush to survive a power cut
-  bool zoneReset = false;      ///< writes within a zone go to its write pointer; a reset puts that to its start
+  bool zoneReset = false;      ///< a reset empties whole zones
+  bool hostManaged = false;    ///< a write must begin at its zone's write pointer, in the order of submission
   bool invalidate = false;
 };
 
