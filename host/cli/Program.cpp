@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "host/base/NearestName.h"
 #include "host/cli/Console.h"
 #include "host/cli/DrivesCommand.h"
 #include "host/cli/ExitStatus.h"
+#include "host/cli/FaultsCommand.h"
 #include "host/cli/HelpFormat.h"
-#include "host/base/NearestName.h"
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/RunCommand.h"
@@ -61,6 +62,7 @@ class Program {
           ->type_name("FILE")
           ->group(generalGroup);
     }
+    faults_ = command("faults", "Lists what a drive can be made to do wrong");
     drives_ = command("drives", "Tells how drives are addressed, or what one drive is");
     options_->footer("Example:\n  corvane run --drive sim:1g --set \"Slide Reads=true\" --set \"Max Queue Size=8192\"");
     usage_->footer("It tells test authors how the agent wants to be used.");
@@ -100,7 +102,8 @@ class Program {
     const std::vector<CLI::App*> commands = app_.get_subcommands();
     checkLeftOver(app_, "corvane");
     if (commands.empty()) {
-      throw UsageError("no command is given; choose of run, options, usage, drives ('corvane --help' explains them)");
+      throw UsageError(
+          "no command is given; choose of run, options, usage, faults, drives ('corvane --help' explains them)");
     }
     if (commands.size() > 1) {
       throw UsageError("'" + commands[1]->get_name() + "' follows the command '" + commands[0]->get_name() +
@@ -114,6 +117,9 @@ class Program {
     }
     if (chosen == usage_) {
       return showUsage(out, plugin);
+    }
+    if (chosen == faults_) {
+      return showFaultClasses(out);
     }
     if (chosen == drives_) {
       return drives_->count("ADDRESS") == 0 ? showDriveAddresses(out) : showDrive(out, driveAddress_);
@@ -134,8 +140,8 @@ class Program {
       throw UsageError("'" + flag + "' is not a flag of '" + name + "'" + help + didYouMean(flag, flagsOf(command)));
     }
     if (&command == &app_) {
-      throw UsageError("'" + word + "' is not a command; choose of run, options, usage, drives" +
-                       didYouMean(word, {"run", "options", "usage", "drives"}));
+      throw UsageError("'" + word + "' is not a command; choose of run, options, usage, faults, drives" +
+                       didYouMean(word, {"run", "options", "usage", "faults", "drives"}));
     }
     throw UsageError("'" + word + "' is one word too many for '" + name + "'; '" + name +
                      " --help' shows what it takes");
@@ -171,6 +177,7 @@ class Program {
   CLI::App* run_ = nullptr;
   CLI::App* options_ = nullptr;
   CLI::App* usage_ = nullptr;
+  CLI::App* faults_ = nullptr;
   CLI::App* drives_ = nullptr;
   std::unique_ptr<RunCommandLine> runLine_;
   std::string pluginFile_;

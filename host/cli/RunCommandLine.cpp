@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <random>
 
-#include "host/cli/HelpFormat.h"
 #include "host/base/NearestName.h"
+#include "host/cli/HelpFormat.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
@@ -75,11 +75,20 @@ void checkNotEmpty(std::string_view flag, const std::string& text, std::string_v
   }
 }
 
+FaultSpec faultFrom(std::string_view flag, const std::string& text) {
+  try {
+    return parseFaultSpec(text);
+  } catch (const FaultSpecError& error) {
+    throw UsageError(std::string(flag) + ": " + error.what());
+  }
+}
+
 }  // namespace
 
 RunCommandLine::RunCommandLine(CLI::App& run) {
   addTestFlags(run);
   addCommandFlags(run);
+  addFaultFlag(run);
   addAgentFlags(run);
   addOutputFlags(run);
   run.footer(examples);
@@ -137,6 +146,13 @@ void RunCommandLine::addCommandFlags(CLI::App& run) {
       "never. Default: off.");
 }
 
+void RunCommandLine::addFaultFlag(CLI::App& run) {
+  add(run, stressGroup, "--fault", "FAULT",
+      "Lets the drives do something wrong on purpose, to see what the test finds: CLASS:at=command:N or CLASS:rate=R, "
+      "such as lost-write:at=command:1000 ('corvane faults' lists the classes). What was done stands in the JSON "
+      "document. Give it again for further faults.");
+}
+
 void RunCommandLine::addAgentFlags(CLI::App& run) {
   add(run, agentGroup, "--set", "\"NAME=VALUE\"",
       "Sets an option of the agent ('corvane options' lists them). Give it again for further options.");
@@ -179,6 +195,9 @@ RunSettings RunCommandLine::settings() const {
   readLimits(test);
   readCommands(test);
   readStress(test);
+  for (const std::string& text : all("--fault")) {
+    test.faults.push_back(faultFrom("--fault", text));
+  }
   for (const std::string& text : all("--set")) {
     test.agentOptions.push_back(parseOptionSetting("--set", text));
   }

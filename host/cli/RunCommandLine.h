@@ -32,6 +32,7 @@ class RunCommandLine {
  private:
   void addTestFlags(CLI::App& run);
   void addCommandFlags(CLI::App& run);
+  void addFaultFlag(CLI::App& run);
   void addAgentFlags(CLI::App& run);
   void addOutputFlags(CLI::App& run);
   void add(CLI::App& run, const char* group, const char* flag, const char* value, std::string_view help);

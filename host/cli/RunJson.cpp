@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/cli/ExitStatus.h"
+#include "host/cli/InjectionJson.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/Version.h"
 
@@ -70,6 +71,7 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   object["error"] = drive.error;
   addFigures(object, drive.totals);
   object["elapsedMs"] = drive.elapsedMs;
+  object["injections"] = injectionsJson(drive.injections);
   object["messages"] = messagesJson(drive.messages);
   object["files"] = {{"reports", drive.messages.reports}, {"dumps", drive.messages.dumps}};
   return object;
@@ -108,6 +110,7 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
     Json object;
     object["drive"] = finding.drive;
     object["agentStatus"] = finding.agentStatus;
+    object["lba"] = finding.lba ? Json(*finding.lba) : Json();
     object["text"] = finding.text;
     object["files"] = finding.files;
     document["findings"].push_back(std::move(object));

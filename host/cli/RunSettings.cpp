@@ -58,6 +58,9 @@ std::vector<std::string> repeatCommand(const RunSettings& settings) {
     words.addBare("--fua");
   }
   words.addCountIf(test.commandsPerSecond != 0, "--rate", test.commandsPerSecond);
+  for (const FaultSpec& fault : test.faults) {
+    words.add("--fault", faultSpecText(fault));
+  }
   for (const auto& [name, value] : test.agentOptions) {
     words.add("--set", std::string(name).append("=").append(value));
   }

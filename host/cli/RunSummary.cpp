@@ -6,6 +6,8 @@
 namespace corvane::host {
 namespace {
 
+constexpr size_t mostInjections = 8;  ///< in a summary; the document has them all
+
 std::string kindsText(const std::array<uint64_t, commandKinds>& counts) {
   std::string text;
   for (uint32_t kind = 0; kind < commandKinds; ++kind) {
@@ -74,6 +76,12 @@ std::string driveSummary(const DriveResult& drive, size_t findings) {
   if (drive.status == RunStatus::clean && totals.blocksCompared == 0) {
     text +=
         figure("note", "nothing was read back yet, so nothing was checked; run longer, or lower \"Min Queue Size\"");
+  }
+  for (size_t i = 0; i < drive.injections.size() && i < mostInjections; ++i) {
+    text += figure(i == 0 ? "faults" : "", injectionText(drive.injections[i]));
+  }
+  if (drive.injections.size() > mostInjections) {
+    text += figure("", "and " + groupedNumber(drive.injections.size() - mostInjections) + " more");
   }
   if (const std::string files = filesText(drive.messages); !files.empty()) {
     text += "  files left\n" + files;

@@ -1,7 +1,9 @@
 #include "host/run/DriveRun.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include "host/drive/DriveError.h"
@@ -13,12 +15,26 @@ namespace {
 
 constexpr uint64_t longestRatePauseUs = 20'000;  ///< so that a stop or a time limit is noticed soon
 
+/// The LBA that a line of the agent names, as in "Write Splice Detected at LBA 0x…".
+std::optional<uint64_t> lbaIn(const std::string& line) {
+  constexpr std::string_view before = "LBA 0x";
+  const size_t at = line.find(before);
+  if (at == std::string::npos) {
+    return std::nullopt;
+  }
+  const char* begin = line.data() + at + before.size();
+  uint64_t lba = 0;
+  const auto [end, error] = std::from_chars(begin, line.data() + line.size(), lba, 16);
+  return error == std::errc() && end != begin ? std::optional(lba) : std::nullopt;
+}
+
 }  // namespace
 
 DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
-                   std::unique_ptr<Drive> drive)
+                   std::unique_ptr<Drive> drive, std::unique_ptr<FaultLedger> ledger)
     : context_(context),
       index_(index),
+      ledger_(std::move(ledger)),
       drive_(std::move(drive)),
       geometry_(drive_->geometry()),
       range_(testRange(context.test, context.options, geometry_.blocks)),
@@ -42,6 +58,12 @@ void DriveRun::run() noexcept {
   }
   result_.totals = totals();
   result_.messages = log_.messages();
+  if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+    result_.findingLba = recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
+  }
+  if (ledger_ != nullptr) {
+    result_.injections = ledger_->injections();
+  }
   result_.elapsedMs = (context_.clock.steadyUs() - beganUs) / 1000;
 }
 
@@ -53,6 +75,7 @@ DriveThreadHost::Settings DriveRun::threadSettings() {
   settings.protectionBytes = geometry_.protectionBytes;
   settings.physicalExponent = geometry_.physicalExponent;
   settings.queueDepth = context_.test.queueDepth;
+  settings.ostraDevice = recorder_.handle();
   settings.log = [this](int level, std::string_view text) { log_.add(level, text); };
   return settings;
 }

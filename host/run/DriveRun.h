@@ -12,6 +12,7 @@
 #include "host/run/ContractCheck.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/HostClock.h"
+#include "host/run/MiscompareRecorder.h"
 #include "host/run/RunResult.h"
 #include "host/run/StepLoop.h"
 #include "host/run/TestDefinition.h"
@@ -33,8 +34,9 @@ struct RunContext {
 /// One drive's part of a test, from `initDriveData` to `freeDriveData`.
 class DriveRun {
  public:
+  /// @param ledger what `drive` does wrong on purpose; null when it does nothing wrong
   DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
-           std::unique_ptr<Drive> drive);
+           std::unique_ptr<Drive> drive, std::unique_ptr<FaultLedger> ledger);
 
   /// Runs the whole test; the body of the drive's thread. Nothing is thrown: every end is in the result.
   void run() noexcept;
@@ -67,11 +69,13 @@ class DriveRun {
 
   const RunContext context_;
   const uint32_t index_;
+  std::unique_ptr<FaultLedger> ledger_;  // outlives the drive that writes it
   std::unique_ptr<Drive> drive_;
   const DriveGeometry geometry_;
   const TestRange range_;
   DriveCounters counters_;
   AgentLog log_;
+  MiscompareRecorder recorder_;
   DriveResult result_;
 };
 

@@ -2,10 +2,12 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/fault/FaultLedger.h"
 
 namespace corvane::host {
 
@@ -73,10 +75,11 @@ struct AgentMessages {
 
 /// One data failure.
 struct Finding {
-  std::string drive;               ///< display name
-  int32_t agentStatus = 0;         ///< -1046 miscompare, -1062 write splice, -1063 atomic order
-  std::string text;                ///< the agent's first error line
-  std::vector<std::string> files;  ///< reports and dumps about it
+  std::string drive;                           ///< display name
+  int32_t agentStatus = 0;                     ///< -1046 miscompare, -1062 write splice, -1063 atomic order
+  std::optional<uint64_t> lba = std::nullopt;  ///< that the agent named
+  std::string text;                            ///< the agent's first error line
+  std::vector<std::string> files;              ///< reports and dumps about it
 };
 
 /// How one drive's test went.
@@ -85,10 +88,12 @@ struct DriveResult {
   std::string address;
   std::string description;  ///< the drive's own
   RunStatus status = RunStatus::clean;
-  int32_t agentStatus = 0;  ///< the first status other than 0 that a callback returned
-  std::string error;        ///< one line; empty when clean
+  int32_t agentStatus = 0;             ///< the first status other than 0 that a callback returned
+  std::string error;                   ///< one line; empty when clean
+  std::optional<uint64_t> findingLba;  ///< of a data failure, as far as the agent named one
   DriveTotals totals;
   AgentMessages messages;
+  std::vector<Injection> injections;  ///< what the drive did wrong on purpose
   uint64_t elapsedMs = 0;
 };
 

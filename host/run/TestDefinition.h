@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/fault/FaultSpec.h"
 
 namespace corvane::host {
 
@@ -71,7 +72,8 @@ struct TestDefinition {
   /// The agent's own options by name, in the order in which they are set. "Random Seed" and "Miscompare Output Path"
   /// are set from `seed` and `outputDirectory` unless they stand here.
   std::vector<std::pair<std::string, std::string>> agentOptions;
-  std::string outputDirectory;  ///< for reports and dumps; empty: the agent's default path stays
+  std::vector<FaultSpec> faults;  ///< what the drives do wrong on purpose, beneath first
+  std::string outputDirectory;    ///< for reports and dumps; empty: the agent's default path stays
 };
 
 /// The name of a drive in messages and report file names: the last part of its path, or its kind and index; made of

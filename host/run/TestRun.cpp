@@ -8,6 +8,9 @@
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
+#include "host/fault/FaultExchange.h"
+#include "host/fault/FaultNeeds.h"
+#include "host/fault/FaultyDrive.h"
 #include "host/run/AgentConfig.h"
 #include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
@@ -17,6 +20,29 @@
 #include "host/run/PluginLoader.h"
 
 namespace corvane::host {
+namespace {
+
+constexpr uint64_t faultSeedStep = 1000;  ///< more drives than a test has
+
+FaultSurroundings faultSurroundings(const TestDefinition& test) {
+  FaultSurroundings surroundings;
+  for (const CommandKind kind : {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame,
+                                 CommandKind::trim, CommandKind::read, CommandKind::verify}) {
+    if (test.mix.selects(kind)) {
+      surroundings.kinds.push_back(kind);
+    }
+  }
+  if (test.powerToggle == PowerToggle::withSync) {
+    surroundings.kinds.push_back(CommandKind::syncCache);
+  }
+  surroundings.maxBlocks = test.maxBlocks;
+  surroundings.maxAtomicBound = test.maxAtomicBound;
+  surroundings.drives = static_cast<uint32_t>(test.driveAddresses.size());
+  surroundings.powerCuts = test.powerToggle != PowerToggle::off;
+  return surroundings;
+}
+
+}  // namespace
 
 struct TestRun::State {
   State(TestDefinition definition, RunObserver* runObserver, RunSurroundings surroundings)
@@ -78,7 +104,26 @@ struct TestRun::State {
       throw DriveError(missing);
     }
     judge(checkTestOnDrive(test, options, *drive));
-    runs.push_back(std::make_unique<DriveRun>(*context, index, uniqueName(address, index), address, std::move(drive)));
+    std::unique_ptr<FaultLedger> ledger = putFaultsAround(drive, index);
+    runs.push_back(std::make_unique<DriveRun>(*context, index, uniqueName(address, index), address, std::move(drive),
+                                              std::move(ledger)));
+  }
+
+  std::unique_ptr<FaultLedger> putFaultsAround(std::unique_ptr<Drive>& drive, uint32_t index) {
+    if (test.faults.empty()) {
+      return nullptr;
+    }
+    auto ledger = std::make_unique<FaultLedger>(index);
+    const FaultSurroundings surroundings = faultSurroundings(test);
+    for (size_t fault = 0; fault < test.faults.size(); ++fault) {
+      const FaultSpec& spec = test.faults[fault];
+      if (const std::string never = faultNeeds(spec, surroundings, drive->geometry()); !never.empty()) {
+        throw ConfigurationError(never);
+      }
+      drive = std::make_unique<FaultyDrive>(
+          std::move(drive), spec, deriveSeed(test.seed, "fault", fault * faultSeedStep + index), *ledger, &exchange);
+    }
+    return ledger;
   }
 
   std::string uniqueName(const std::string& address, uint32_t index) const {
@@ -105,6 +150,7 @@ struct TestRun::State {
   std::atomic<uint32_t> running{0};
   bool started = false;
   std::optional<RunContext> context;
+  FaultExchange exchange;  // the drives use it
   std::vector<std::unique_ptr<DriveRun>> runs;
 };
 
@@ -157,6 +203,7 @@ RunResult TestRun::run() {
       Finding& finding = result.findings.emplace_back();
       finding.drive = drive.name;
       finding.agentStatus = drive.agentStatus;
+      finding.lba = drive.findingLba;
       finding.text = drive.error;
       finding.files = drive.messages.reports;
       finding.files.insert(finding.files.end(), drive.messages.dumps.begin(), drive.messages.dumps.end());

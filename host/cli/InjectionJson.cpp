@@ -1,0 +1,65 @@
+#include "host/cli/InjectionJson.h"
+
+#include <algorithm>
+#include <string>
+
+namespace corvane::host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t shownBytes = 32;  ///< of a block: those that say what it is
+
+std::string hex(const std::vector<uint8_t>& bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (size_t i = 0; i < bytes.size() && i < shownBytes; ++i) {
+    text += digits[bytes[i] >> 4];
+    text += digits[bytes[i] & 0xF];
+  }
+  return text;
+}
+
+Json alteredJson(const AlteredBlock& block) {
+  Json object;
+  object["lba"] = block.lba;
+  object["was"] = hex(block.was);
+  object["is"] = block.is.empty() ? Json() : Json(hex(block.is));
+  if (!block.is.empty()) {
+    uint64_t differing = 0;
+    for (size_t i = 0; i < block.was.size(); ++i) {
+      differing += block.was[i] != block.is[i] ? 1U : 0U;
+    }
+    object["firstDifference"] = std::ranges::mismatch(block.was, block.is).in1 - block.was.begin();
+    object["differingBytes"] = differing;
+  }
+  return object;
+}
+
+}  // namespace
+
+Json injectionsJson(const std::vector<Injection>& injections) {
+  Json list = Json::array();
+  for (const Injection& injection : injections) {
+    Json object;
+    object["class"] = faultClassInfo(injection.what).name;
+    object["command"] = injection.command;
+    object["kind"] = commandKindName(injection.kind);
+    object["lba"] = injection.lba;
+    object["blocks"] = injection.blocks;
+    object["note"] = injection.note;
+    object["delivered"] = injection.delivered;
+    object["visible"] = injection.visible;
+    object["firstDelivery"] = injection.firstDelivery;
+    object["overwritten"] = injection.overwritten;
+    object["interrupted"] = injection.interrupted;
+    Json& altered = object["altered"] = Json::array();
+    for (const AlteredBlock& block : injection.altered) {
+      altered.push_back(alteredJson(block));
+    }
+    list.push_back(std::move(object));
+  }
+  return list;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,339 @@
+#include "host/fault/FaultyDrive.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "host/drive/SenseData.h"
+#include "host/fault/Damage.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint64_t strayId = UINT64_MAX;
+
+}  // namespace
+
+FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, uint64_t seed, FaultLedger& ledger,
+                         FaultExchange* exchange)
+    : inner_(std::move(inner)),
+      spec_(spec),
+      ledger_(ledger),
+      exchange_(exchange),
+      trigger_(spec, seed),
+      random_(seed ^ 0xFA017) {}
+
+std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
+
+uint64_t FaultyDrive::unitBytes(const DriveCommand& command) const {
+  return uint64_t{geometry().sectorBytes()} + command.trailerBytes;
+}
+
+FaultyDrive::Slot& FaultyDrive::slotOf(uint32_t tag) {
+  if (tag >= slots_.size()) {
+    slots_.resize(tag + 1);
+  }
+  return slots_[tag];
+}
+
+void FaultyDrive::submit(const DriveCommand& command) {
+  Slot& slot = slotOf(command.tag);
+  slot.command = command;
+  slot.number = ++commands_;
+  begin(slot);
+}
+
+void FaultyDrive::begin(Slot& slot) {
+  const DriveCommand& command = slot.command;
+  if (prepared_ && !prepared_->id && commands_ > prepared_->lastCommand) {
+    dropPrepared();
+  }
+  if (command.kind == CommandKind::writeAtomic) {
+    notePreRead(command);
+  }
+  slot.struck = canStrike(spec_.what, command, geometry()) && strikes(slot);
+  slot.wantsBefore = slot.struck && changesMedium(command.kind);
+  if (spec_.what == FaultClass::lyingFlush && changesMedium(command.kind)) {
+    slot.wantsBefore = true;
+  }
+  if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0 && changesMedium(command.kind)) {
+    publishForOthers(command);
+  }
+  if (slot.wantsBefore && command.blocks != 0 && command.endLba() <= geometry().blocks) {
+    readAround(slot, Phase::readingBefore);
+  } else if (command.kind == CommandKind::verify && !lyingVerifies_ &&
+             alterations_.touches(command.lba, command.endLba())) {
+    startRead(slot, Phase::judging, command.lba, command.blocks, command.lbaStep);
+  } else {
+    pass(slot);
+  }
+}
+
+void FaultyDrive::pass(Slot& slot) {
+  DriveCommand honest = slot.command;
+  slot.innerId = honest.id = nextInnerId_++;
+  slot.phase = Phase::carriedOut;
+  inner_->submit(honest);
+}
+
+void FaultyDrive::startRead(Slot& slot, Phase phase, uint64_t lba, uint64_t blocks, uint32_t step) {
+  DriveCommand read;
+  read.kind = CommandKind::read;
+  read.tag = slot.command.tag;
+  read.lba = lba;
+  read.blocks = static_cast<uint32_t>(blocks);
+  read.lbaStep = step;
+  read.dataBytes = blocks * geometry().sectorBytes();
+  read.data = slot.memory.atLeast(read.dataBytes);
+  slot.innerId = read.id = nextInnerId_++;
+  slot.phase = phase;
+  inner_->submit(read);
+}
+
+void FaultyDrive::readAround(Slot& slot, Phase phase) {
+  const Neighbourhood around = neighbourhoodOf(spec_.what, slot.command, geometry());
+  startRead(slot, phase, around.first, around.end - around.first, 1);
+}
+
+Sectors FaultyDrive::takeAround(Slot& slot) const {
+  const Neighbourhood around = neighbourhoodOf(spec_.what, slot.command, geometry());
+  Sectors sectors(around.first, around.end - around.first, geometry().sectorBytes());
+  std::memcpy(sectors.data(), slot.memory.data(), sectors.blocks() * sectors.sectorBytes());
+  return sectors;
+}
+
+bool FaultyDrive::poll(DriveCompletion& out, bool wait) {
+  while (inner_->poll(out, wait)) {
+    Slot* slot = out.tag < slots_.size() ? &slots_[out.tag] : nullptr;
+    if (slot == nullptr || slot->phase == Phase::idle || slot->innerId != out.id) {
+      out.id = strayId;
+      return true;
+    }
+    if (goOn(*slot, out)) {
+      out.id = slot->command.id;
+      slot->phase = Phase::idle;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
+  switch (slot.phase) {
+    case Phase::readingBefore:
+      if (out.status == scsi_status::good) {
+        slot.before = takeAround(slot);
+      } else {
+        // Without knowing what is there nobody could say what the fault has changed.
+        slot.wantsBefore = false;
+        if (std::exchange(slot.struck, false)) {
+          trigger_.takeBack();
+        }
+      }
+      pass(slot);
+      return false;
+    case Phase::carriedOut:
+      return commandDone(slot, out);
+    case Phase::readingAfter: {
+      const bool known = out.status == scsi_status::good;
+      out = slot.completion;
+      if (known) {
+        slot.after = takeAround(slot);
+        strike(slot, out);
+      } else {
+        trigger_.takeBack();
+      }
+      return true;
+    }
+    case Phase::readingElsewhere: {
+      const bool known = out.status == scsi_status::good;
+      out = slot.completion;
+      if (known) {
+        replaceRead(slot);
+      } else {
+        trigger_.takeBack();
+      }
+      return true;
+    }
+    case Phase::judging:
+      judge(slot, out);
+      return true;
+    case Phase::idle:
+      break;
+  }
+  return true;
+}
+
+bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
+  const DriveCommand& command = slot.command;
+  const bool good = out.status == scsi_status::good;
+  if (changesMedium(command.kind)) {
+    finishChange(slot, out);
+    if (good && slot.struck) {
+      slot.completion = out;
+      readAround(slot, Phase::readingAfter);
+      return false;
+    }
+  } else if (command.kind == CommandKind::read && good) {
+    finishRead(slot, out);
+    if (slot.struck && spec_.what == FaultClass::misdirectedRead && out.status == scsi_status::good) {
+      const Neighbourhood around = neighbourhoodOf(spec_.what, command, geometry());
+      slot.elsewhere = random_.between(around.first, around.end - (command.endLba() - command.lba));
+      slot.completion = out;
+      startRead(slot, Phase::readingElsewhere, slot.elsewhere, command.blocks, command.lbaStep);
+      return false;
+    }
+  } else if (command.kind == CommandKind::verify) {
+    finishVerify(slot, out);
+  }
+  if (slot.struck) {
+    if (good) {
+      strike(slot, out);
+    } else {
+      trigger_.takeBack();
+    }
+  } else if (command.kind == CommandKind::syncCache && good) {
+    unflushed_.clear();
+  }
+  return true;
+}
+
+void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
+  const DriveCommand& command = slot.command;
+  if (out.status != scsi_status::good) {
+    endAlterations(command, &Injection::interrupted);
+    live_.failed(command);
+    return;
+  }
+  endAlterations(command, &Injection::overwritten);
+  if (command.kind != CommandKind::zoneReset && command.kind != CommandKind::invalidate) {
+    live_.wrote(command);
+    if (slot.wantsBefore && spec_.what == FaultClass::lyingFlush) {
+      rememberUnflushed(slot);
+    }
+  }
+  if (slot.struck) {
+    return;  // the strike looks at the commands before this one first
+  }
+  recent_.add(command);
+  if (spec_.what == FaultClass::mixedCommands && command.data != nullptr) {
+    otherData_.assign(command.data, command.data + geometry().sectorBytes());
+  }
+}
+
+void FaultyDrive::finishRead(Slot& slot, DriveCompletion& out) {
+  const DriveCommand& command = slot.command;
+  if (alterations_.touches(command.lba, command.endLba())) {
+    for (uint32_t block = 0; block < command.blocks; ++block) {
+      const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
+      if (!show(slot, lba, command.data + block * unitBytes(command))) {
+        setSense(out, sense::unrecoveredRead, lba);
+        return;
+      }
+    }
+  }
+  if (!slot.struck) {
+    live_.looked(command);
+    recent_.add(command);
+  }
+}
+
+void FaultyDrive::finishVerify(Slot& slot, DriveCompletion& out) {
+  const DriveCommand& command = slot.command;
+  if (lyingVerifies_) {
+    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+      if (const Alterations::Entry* altered = alterations_.find(lba)) {
+        noteDelivery(slot, lba, altered->injection);
+      }
+    }
+    out.status = scsi_status::good;
+    out.senseBytes = 0;
+  }
+  if (!slot.struck) {
+    live_.looked(command);
+  }
+}
+
+void FaultyDrive::judge(Slot& slot, DriveCompletion& out) {
+  if (out.status != scsi_status::good) {
+    return;
+  }
+  const DriveCommand& command = slot.command;
+  const uint32_t sectorBytes = geometry().sectorBytes();
+  std::optional<uint64_t> different;
+  for (uint32_t block = 0; block < command.blocks; ++block) {
+    const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
+    uint8_t* sector = slot.memory.data() + uint64_t{block} * sectorBytes;
+    if (!show(slot, lba, sector)) {
+      setSense(out, sense::unrecoveredRead, lba);
+      return;
+    }
+    if (!different && std::memcmp(sector, command.data + block * unitBytes(command), sectorBytes) != 0) {
+      different = lba;
+    }
+  }
+  out.bytesTransferred = 0;
+  if (different) {
+    setSense(out, sense::miscompareDuringVerify, *different);
+  }
+  live_.looked(command);
+}
+
+void FaultyDrive::endAlterations(const DriveCommand& command, uint64_t Injection::*ending) {
+  if (!alterations_.touches(command.lba, command.endLba())) {
+    return;
+  }
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+    const Alterations::Entry* altered = alterations_.find(lba);
+    if (altered == nullptr) {
+      continue;
+    }
+    if (altered->life == Alterations::Life::untilOverwritten) {
+      ++(ledger_.at(altered->injection).*ending);
+      alterations_.erase(lba);
+      continue;
+    }
+    alterations_.erase(lba);
+    if (prepared_ && --prepared_->blocksLeft == 0) {
+      dropPrepared();
+    }
+  }
+}
+
+void FaultyDrive::dropOutstanding() {
+  for (Slot& slot : slots_) {
+    if (slot.phase == Phase::idle) {
+      continue;
+    }
+    const bool begun = slot.phase == Phase::carriedOut || slot.phase == Phase::readingAfter;
+    slot.phase = Phase::idle;
+    if (std::exchange(slot.struck, false)) {
+      trigger_.takeBack();
+    }
+    if (begun && changesMedium(slot.command.kind)) {
+      endAlterations(slot.command, &Injection::interrupted);
+      live_.failed(slot.command);
+      for (uint64_t lba = slot.command.lba; lba < slot.command.endLba(); lba += slot.command.lbaStep) {
+        unflushed_.erase(lba);
+      }
+    } else if (changesMedium(slot.command.kind)) {
+      live_.failed(slot.command);
+    }
+  }
+}
+
+void FaultyDrive::reset() {
+  inner_->reset();
+  dropOutstanding();
+}
+
+void FaultyDrive::powerCycle() {
+  inner_->powerCycle();
+  dropOutstanding();
+  if (liedFlush_) {
+    losePower();
+  }
+  unflushed_.clear();
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <unordered_set>
+#include <utility>
+
+#include "host/drive/Drive.h"
+
+namespace corvane::host {
+
+/// Which blocks somebody who reads back all that he wrote has not looked at since their last good write, as far as
+/// the commands alone can tell.
+///
+/// A read of the very range of a command that failed may only look whether the range can be read at all, so it does
+/// not count as a look.
+class LiveBlocks {
+ public:
+  void wrote(const DriveCommand& command) {
+    failedRanges_.erase({command.lba, command.blocks});
+    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+      live_.insert(lba);
+    }
+  }
+
+  /// The command ended in no good way or not at all.
+  void failed(const DriveCommand& command) {
+    drop(command);
+    failedRanges_.insert({command.lba, command.blocks});
+  }
+
+  /// Whether this read may be one that does not compare.
+  bool mayOnlyProbe(const DriveCommand& read) const { return failedRanges_.contains({read.lba, read.blocks}); }
+
+  void looked(const DriveCommand& command) {
+    if (!mayOnlyProbe(command)) {
+      drop(command);
+    }
+  }
+
+  bool contains(uint64_t lba) const { return live_.contains(lba); }
+
+ private:
+  void drop(const DriveCommand& command) {
+    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+      live_.erase(lba);
+    }
+  }
+
+  std::unordered_set<uint64_t> live_;
+  std::set<std::pair<uint64_t, uint32_t>> failedRanges_;
+};
+
+}  // namespace corvane::host
