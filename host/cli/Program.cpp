@@ -17,6 +17,7 @@
 #include "host/cli/PluginPath.h"
 #include "host/cli/RunCommand.h"
 #include "host/cli/RunCommandLine.h"
+#include "host/cli/SelftestCommand.h"
 #include "host/cli/TextFormat.h"
 #include "host/cli/UsageCommand.h"
 #include "host/cli/UsageError.h"
@@ -55,9 +56,11 @@ class Program {
     app_.footer(examples);
     run_ = command("run", "Tests drives");
     runLine_ = std::make_unique<RunCommandLine>(*run_);
+    selftest_ = command("selftest", "Tries out which faults of a drive are found");
+    selftestLine_ = std::make_unique<SelftestCommandLine>(*selftest_);
     options_ = command("options", "Lists the agent's options, which 'corvane run --set' sets");
     usage_ = command("usage", "Prints the agent's own usage text");
-    for (CLI::App* ofAgent : {options_, usage_}) {
+    for (CLI::App* ofAgent : {options_, usage_, selftest_}) {
       ofAgent->add_option("--plugin", pluginFile_, "The agent's library. Default: the one that comes with the program.")
           ->type_name("FILE")
           ->group(generalGroup);
@@ -103,7 +106,8 @@ class Program {
     checkLeftOver(app_, "corvane");
     if (commands.empty()) {
       throw UsageError(
-          "no command is given; choose of run, options, usage, faults, drives ('corvane --help' explains them)");
+          "no command is given; choose of run, selftest, options, usage, faults, drives ('corvane --help' explains "
+          "them)");
     }
     if (commands.size() > 1) {
       throw UsageError("'" + commands[1]->get_name() + "' follows the command '" + commands[0]->get_name() +
@@ -117,6 +121,9 @@ class Program {
     }
     if (chosen == usage_) {
       return showUsage(out, plugin);
+    }
+    if (chosen == selftest_) {
+      return runSelftest(selftestLine_->settings(), plugin);
     }
     if (chosen == faults_) {
       return showFaultClasses(out);
@@ -140,8 +147,8 @@ class Program {
       throw UsageError("'" + flag + "' is not a flag of '" + name + "'" + help + didYouMean(flag, flagsOf(command)));
     }
     if (&command == &app_) {
-      throw UsageError("'" + word + "' is not a command; choose of run, options, usage, faults, drives" +
-                       didYouMean(word, {"run", "options", "usage", "faults", "drives"}));
+      throw UsageError("'" + word + "' is not a command; choose of run, selftest, options, usage, faults, drives" +
+                       didYouMean(word, {"run", "selftest", "options", "usage", "faults", "drives"}));
     }
     throw UsageError("'" + word + "' is one word too many for '" + name + "'; '" + name +
                      " --help' shows what it takes");
@@ -177,9 +184,11 @@ class Program {
   CLI::App* run_ = nullptr;
   CLI::App* options_ = nullptr;
   CLI::App* usage_ = nullptr;
+  CLI::App* selftest_ = nullptr;
   CLI::App* faults_ = nullptr;
   CLI::App* drives_ = nullptr;
   std::unique_ptr<RunCommandLine> runLine_;
+  std::unique_ptr<SelftestCommandLine> selftestLine_;
   std::string pluginFile_;
   std::string driveAddress_;
 };

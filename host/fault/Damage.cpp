@@ -146,10 +146,12 @@ class Strike {
     const uint32_t first = segment * bound;
     const uint32_t end = std::min(first + bound, command_.blocks);
     const auto cut = static_cast<uint32_t>(random_.between(first + 1, end - 1));
-    if (random_.below(2) == 0) {
-      restore(cut, end);
-    } else {
-      restore(first, cut);
+    const bool keepsBeginning = random_.below(2) == 0;
+    restore(keepsBeginning ? cut : first, keepsBeginning ? end : cut);
+    for (uint32_t block = first; block < end; ++block) {
+      if ((block < cut) == keepsBeginning) {
+        damage_.kept.insert(lbaOf(block));
+      }
     }
     return true;
   }

@@ -38,6 +38,7 @@ struct DamageInput {
 struct Damage {
   Sectors content;                ///< of the neighbourhood
   std::set<uint64_t> unreadable;  ///< blocks that cannot be read at all
+  std::set<uint64_t> kept;        ///< of a torn segment: blocks that have the new data
   std::string note;
 };
 

@@ -35,7 +35,8 @@ struct Injection {
   uint64_t overwritten = 0;    ///< altered blocks that a later good command replaced
   uint64_t interrupted = 0;    ///< altered blocks under a command that failed or was lost: from then on unknown
   uint64_t preReads = 0;       ///< deliveries to reads of the very range that an atomic write then took
-  bool hashBase = false;       ///< the struck range was read just before: its old content is known by hash at most
+  uint64_t blind = 0;          ///< deliveries that had to be noticed, but for what `blindness` says
+  std::string blindness;       ///< why the old content under a torn atomic segment cannot be recognised
 
   /// One past the last LBA of the struck command.
   uint64_t endLba() const { return blocks == 0 ? lba : lba + uint64_t{blocks - 1} * lbaStep + 1; }

@@ -59,6 +59,9 @@ void FaultyDrive::begin(Slot& slot) {
   if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0 && changesMedium(command.kind)) {
     publishForOthers(command);
   }
+  if (slot.struck && spec_.what == FaultClass::atomicTear) {
+    lookAtBase(slot);
+  }
   if (slot.wantsBefore && command.blocks != 0 && command.endLba() <= geometry().blocks) {
     readAround(slot, Phase::readingBefore);
   } else if (command.kind == CommandKind::verify && !lyingVerifies_ &&
@@ -200,12 +203,12 @@ bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
 
 void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
   const DriveCommand& command = slot.command;
-  if (out.status != scsi_status::good) {
-    endAlterations(command, &Injection::interrupted);
+  const bool good = out.status == scsi_status::good;
+  endAlterations(command, good ? &Injection::overwritten : &Injection::interrupted);
+  if (!good) {
     live_.failed(command);
     return;
   }
-  endAlterations(command, &Injection::overwritten);
   if (command.kind != CommandKind::zoneReset && command.kind != CommandKind::invalidate) {
     live_.wrote(command);
     if (slot.wantsBefore && spec_.what == FaultClass::lyingFlush) {
@@ -279,7 +282,19 @@ void FaultyDrive::judge(Slot& slot, DriveCompletion& out) {
   live_.looked(command);
 }
 
+void FaultyDrive::lookAtBase(Slot& slot) const {
+  const DriveCommand& command = slot.command;
+  slot.recognisable.clear();
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+    const std::optional<CommandKind> last = live_.lastChange(lba);
+    if (last && *last != CommandKind::trim && !recent_.wasReadSinceChange(command, lba)) {
+      slot.recognisable.insert(lba);
+    }
+  }
+}
+
 void FaultyDrive::endAlterations(const DriveCommand& command, uint64_t Injection::*ending) {
+  std::erase_if(tornNew_, [&command](uint64_t lba) { return lba >= command.lba && lba < command.endLba(); });
   if (!alterations_.touches(command.lba, command.endLba())) {
     return;
   }

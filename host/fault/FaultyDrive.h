@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,7 @@ class FaultyDrive : public Drive {
     uint64_t innerId = 0;
     uint64_t number = 0;  ///< the drive's count of commands
     bool struck = false;
+    std::set<uint64_t> recognisable;  ///< of an atomic write: blocks whose old content says what it is
     bool wantsBefore = false;
     uint64_t elsewhere = 0;  ///< where a misdirected read goes
     Sectors before;
@@ -104,6 +106,7 @@ class FaultyDrive : public Drive {
   void finishRead(Slot& slot, DriveCompletion& out);
   void finishVerify(Slot& slot, DriveCompletion& out);
   void judge(Slot& slot, DriveCompletion& out);
+  void lookAtBase(Slot& slot) const;
   void endAlterations(const DriveCommand& command, uint64_t Injection::*ending);
 
   // Strikes.
@@ -147,6 +150,8 @@ class FaultyDrive : public Drive {
   std::optional<FaultLedger::Id> lyingVerifies_;        ///< every verify is good from now on
   std::optional<Injection> liedFlush_;                  ///< entered when the power is cut
   std::vector<uint8_t> otherData_;                      ///< a sector of the latest write, or of another drive
+  std::set<uint64_t> tornNew_;                          ///< blocks of a torn segment that still have its new data
+  std::set<uint64_t> tornOld_;                          ///< blocks of it that have old data which say what they are
   std::map<uint64_t, std::vector<uint8_t>> unflushed_;  ///< what a cut brings back
 };
 

@@ -15,6 +15,15 @@ constexpr uint64_t overtakingReach = 128;  ///< commands within which a read may
 constexpr size_t mostLostBlocks = 64;      ///< of one power cut
 constexpr size_t rememberedDeliveries = 64;
 
+bool isOfItsRange(const DriveCommand& look, const Injection& injection) {
+  return look.kind == CommandKind::read && look.lba == injection.lba && look.blocks == injection.blocks;
+}
+
+bool isUnreadable(const Injection& injection, uint64_t lba) {
+  return std::ranges::any_of(injection.altered,
+                             [lba](const AlteredBlock& block) { return block.lba == lba && block.is.empty(); });
+}
+
 std::vector<uint8_t> bytesOf(std::span<const uint8_t> sector) { return {sector.begin(), sector.end()}; }
 
 }  // namespace
@@ -78,8 +87,6 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
                           .otherData = otherData_,
                           .recent = recent_};
   Injection injection = injectionOf(slot);
-  injection.hashBase = command.kind == CommandKind::writeAtomic && recent_.lastWasReadOf(command);
-  recent_.add(command);
   std::optional<Damage> damage = damageOf(input, random_);
   bool somebodyLooks = spec_.what != FaultClass::trimTooFar;
   if (damage) {
@@ -98,6 +105,11 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
     return;
   }
   injection.note = damage->note;
+  if (spec_.what == FaultClass::atomicTear) {
+    tornNew_ = damage->kept;
+    tornOld_ = slot.recognisable;
+    injection.blindness = "the old content is known by its hash only, or unknown, or zeros";
+  }
   const FaultLedger::Id id = ledger_.add(std::move(injection));
   for (const AlteredBlock& block : ledger_.at(id).altered) {
     alterations_.set(block.lba, {.content = block.is, .injection = id});
@@ -179,9 +191,11 @@ bool FaultyDrive::show(const Slot& slot, uint64_t lba, uint8_t* sector) {
 bool FaultyDrive::mustBeNoticed(const DriveCommand& look, uint64_t lba, const Injection& injection) const {
   switch (injection.what) {
     case FaultClass::writeSplice:
+      // Nobody knows the content of a failed command's blocks; that they cannot be read is for the read to notice that
+      // goes to their very range.
+      return isUnreadable(injection, lba) && isOfItsRange(look, injection);
     case FaultClass::atomicTear:
-      // Nobody knows the content of a failed command's blocks; the read of its very range is the one that judges.
-      return look.kind == CommandKind::read && look.lba == injection.lba && look.blocks == injection.blocks;
+      return isOfItsRange(look, injection) && !tornNew_.empty();
     case FaultClass::zoneResetIgnored:
       return true;
     default:
@@ -192,7 +206,11 @@ bool FaultyDrive::mustBeNoticed(const DriveCommand& look, uint64_t lba, const In
 void FaultyDrive::noteDelivery(const Slot& slot, uint64_t lba, FaultLedger::Id id) {
   Injection& injection = ledger_.at(id);
   const DriveCommand& look = slot.command;
-  const bool visible = mustBeNoticed(look, lba, injection);
+  bool visible = mustBeNoticed(look, lba, injection);
+  if (visible && injection.what == FaultClass::atomicTear && !tornOld_.contains(lba)) {
+    ++injection.blind;
+    visible = false;
+  }
   ++injection.delivered;
   injection.visible += visible ? 1U : 0U;
   injection.visibleVerify += visible && look.kind == CommandKind::verify ? 1U : 0U;

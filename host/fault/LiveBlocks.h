@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -20,6 +22,7 @@ class LiveBlocks {
     failedRanges_.erase({command.lba, command.blocks});
     for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
       live_.insert(lba);
+      lastChange_[lba] = command.kind;
     }
   }
 
@@ -27,6 +30,9 @@ class LiveBlocks {
   void failed(const DriveCommand& command) {
     drop(command);
     failedRanges_.insert({command.lba, command.blocks});
+    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+      lastChange_.erase(lba);
+    }
   }
 
   /// Whether this read may be one that does not compare.
@@ -40,6 +46,12 @@ class LiveBlocks {
 
   bool contains(uint64_t lba) const { return live_.contains(lba); }
 
+  /// What changed the block last; nothing when no command did or the last one failed.
+  std::optional<CommandKind> lastChange(uint64_t lba) const {
+    const auto found = lastChange_.find(lba);
+    return found == lastChange_.end() ? std::nullopt : std::optional(found->second);
+  }
+
  private:
   void drop(const DriveCommand& command) {
     for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
@@ -48,6 +60,7 @@ class LiveBlocks {
   }
 
   std::unordered_set<uint64_t> live_;
+  std::unordered_map<uint64_t, CommandKind> lastChange_;
   std::set<std::pair<uint64_t, uint32_t>> failedRanges_;
 };
 

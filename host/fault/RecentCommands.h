@@ -29,10 +29,10 @@ class RecentCommands {
     });
   }
 
-  /// Whether the latest command over any of these blocks was a read of exactly them.
-  bool lastWasReadOf(const DriveCommand& command) const {
+  /// Whether the range of this command was read, as exactly this range, since a command changed the block.
+  bool wasReadSinceChange(const DriveCommand& command, uint64_t lba) const {
     const Range* range = latest([&](const Range& candidate) {
-      return candidate.first < command.endLba() && command.lba < candidate.end &&
+      return candidate.first <= lba && lba < candidate.end &&
              (changesMedium(candidate.kind) || (candidate.first == command.lba && candidate.blocks == command.blocks));
     });
     return range != nullptr && range->kind == CommandKind::read;

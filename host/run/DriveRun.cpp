@@ -89,6 +89,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.forceUnitAccess = test.forceUnitAccess;
   settings.resetEveryCommands = test.resetEveryCommands;
   settings.deviceInterface = test.deviceInterface;
+  settings.readDataDelivered = test.readDataDelivered;
   settings.maxBlocks = test.maxBlocks;
   settings.minLba = range_.firstLba;
   settings.maxLba = range_.endLba - 1;

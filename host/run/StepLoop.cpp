@@ -315,7 +315,7 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
   } else {
     readDataPtr_.clear(tag);
   }
-  readDataIsValid_ = readBytes != 0 ? 1 : 0;
+  readDataIsValid_ = readBytes != 0 && settings_.readDataDelivered ? 1 : 0;
   own.recvCdb = own.cdb;
   recvCdb_.set(tag, own.recvCdb.data(), own.recvCdb.size());
   lastErrSenseData_.size = std::min<uint64_t>(completion.senseBytes, completion.sense.size());

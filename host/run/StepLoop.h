@@ -26,6 +26,7 @@ struct StepSettings {
   bool forceUnitAccess = false;
   uint64_t resetEveryCommands = 0;  ///< 0: never
   uint32_t deviceInterface = 0;
+  bool readDataDelivered = true;
   uint32_t maxBlocks = 1;
   uint64_t minLba = 0;
   uint64_t maxLba = 0;  ///< included

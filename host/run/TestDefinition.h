@@ -73,6 +73,7 @@ struct TestDefinition {
   /// are set from `seed` and `outputDirectory` unless they stand here.
   std::vector<std::pair<std::string, std::string>> agentOptions;
   std::vector<FaultSpec> faults;  ///< what the drives do wrong on purpose, beneath first
+  bool readDataDelivered = true;  ///< false: reads come back without data and nothing is compared, to test a test
   std::string outputDirectory;    ///< for reports and dumps; empty: the agent's default path stays
 };
 

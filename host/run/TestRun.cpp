@@ -9,13 +9,13 @@
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
 #include "host/fault/FaultExchange.h"
-#include "host/fault/FaultNeeds.h"
 #include "host/fault/FaultyDrive.h"
 #include "host/run/AgentConfig.h"
 #include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
 #include "host/run/ContractCheck.h"
 #include "host/run/DriveRun.h"
+#include "host/run/FaultSetup.h"
 #include "host/run/HostClock.h"
 #include "host/run/PluginLoader.h"
 
@@ -23,24 +23,6 @@ namespace corvane::host {
 namespace {
 
 constexpr uint64_t faultSeedStep = 1000;  ///< more drives than a test has
-
-FaultSurroundings faultSurroundings(const TestDefinition& test) {
-  FaultSurroundings surroundings;
-  for (const CommandKind kind : {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame,
-                                 CommandKind::trim, CommandKind::read, CommandKind::verify}) {
-    if (test.mix.selects(kind)) {
-      surroundings.kinds.push_back(kind);
-    }
-  }
-  if (test.powerToggle == PowerToggle::withSync) {
-    surroundings.kinds.push_back(CommandKind::syncCache);
-  }
-  surroundings.maxBlocks = test.maxBlocks;
-  surroundings.maxAtomicBound = test.maxAtomicBound;
-  surroundings.drives = static_cast<uint32_t>(test.driveAddresses.size());
-  surroundings.powerCuts = test.powerToggle != PowerToggle::off;
-  return surroundings;
-}
 
 }  // namespace
 
@@ -187,6 +169,9 @@ RunResult TestRun::run() {
     std::vector<std::jthread> threads;
     for (const auto& run : state.runs) {
       threads.emplace_back([&state, &run] {
+        if (state.world.onDriveThread) {
+          state.world.onDriveThread();
+        }
         run->run();
         state.running.fetch_sub(1);
       });

@@ -22,6 +22,7 @@ struct RunSurroundings {
   std::function<std::unique_ptr<Drive>(std::string_view address, uint32_t maxOutstanding, uint64_t seed)> openDrive;
   const vdl::AgentTable* agent = nullptr;  ///< used instead of the definition's plug-in; must outlive the run
   HostClock* clock = nullptr;              ///< must outlive the run
+  std::function<void()> onDriveThread;     ///< called first on each drive's thread
 };
 
 /// What there is to say about a drive before its test starts.
