@@ -59,7 +59,7 @@ END
 
 require_gcovr
 configure coverage
-build coverage tests/e2e/all
+build coverage tests/e2e/all || exit 2
 find "$built" -name '*.gcda' -delete
 run_tests e2e
 if $e2e_only; then
@@ -68,7 +68,7 @@ if $e2e_only; then
 fi
 report "The agent under the end-to-end tests alone" 0 "$built/plugin"
 
-build coverage tests/plugin/all
+build coverage tests/plugin/all || exit 2
 run_tests plugin
 # An inline function may be the one of a test's object, which then counts for it.
 report "The agent under all its tests" "$percent" "$built/plugin" "$built/tests/plugin"

@@ -180,7 +180,7 @@ TEST_F(Reports, KeepWhatAnEarlierTestFound) {
 TEST_F(Reports, GoToTheCurrentFolderWhenTheirOwnCannotBe) {
   const Workspace elsewhere;
   tests::writeFile(workspace / "file", "no folder");
-  writeTo(workspace / "file/found");
+  writeTo(workspace / "file/below/found");
   const CurrentFolder current(elsewhere.path());
   const RunResult result = run();
   EXPECT_THAT(textsOf(result), Contains("Could not use specifed file path, using temp file instead"));
@@ -294,6 +294,30 @@ TEST_F(Spoilt, TheOldOptionForStampsStillSwitchesThemOff) {
   putBigEndian(stamp.data(), record.lba);
   constexpr std::ptrdiff_t lbaOffset = 8;
   EXPECT_FALSE(std::equal(stamp.begin(), stamp.end(), record.before.begin() + lbaOffset));
+}
+
+TEST(SlideReads, DoNotBeginBeforeTheRange) {
+  const Workspace workspace;
+  TestDefinition test = prepared({}, workspace);
+  test.driveAddresses = {"sim:1m"};
+  test.firstLba = 40;
+  test.endLba = 120;
+  test.commandLimit = 6000;
+  test.agentOptions = {{"Slide Reads", "true"}, {"Min Queue Size", "4"}, {"Max Queue Size", "16"}};
+  uint64_t lowest = test.endLba;
+  uint64_t end = 0;
+  const auto note = [&](const DriveCommand& command) -> std::optional<Fault> {
+    if (command.kind == CommandKind::read) {
+      lowest = std::min(lowest, command.lba);
+      end = std::max(end, command.endLba());
+    }
+    return std::nullopt;
+  };
+  const RunResult result = runTest(
+      test, [&](std::unique_ptr<Drive> drive) { return std::make_unique<FaultyDrive>(std::move(drive), note); });
+  EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
+  EXPECT_EQ(lowest, test.firstLba);
+  EXPECT_LE(end, test.endLba + test.maxBlocks - 1) << "what a host leaves free behind the range";
 }
 
 }  // namespace

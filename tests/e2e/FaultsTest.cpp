@@ -86,6 +86,10 @@ Fault brokenElectronics(const DriveCommand& /*command*/, uint32_t blocksDone) {
   return {.blocksDone = blocksDone, .sense = sense::internalFailure};
 }
 
+Fault speechless(const DriveCommand& /*command*/, uint32_t blocksDone) {
+  return {.blocksDone = blocksDone, .sense = sense::internalFailure, .withoutSenseData = true};
+}
+
 const std::set<CommandKind> reads{CommandKind::read, CommandKind::verify};
 const std::set<CommandKind> writes{CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame,
                                    CommandKind::trim};
@@ -151,7 +155,8 @@ TEST_P(FailedWrites, RaiseNothingWhenNobodyLooksAtSenseData) {
 INSTANTIATE_TEST_SUITE_P(Every, FailedWrites,
                          testing::Values(FailedWrite{"Aborted", aborted}, FailedWrite{"StoppedAtBlock", stoppedAtBlock},
                                          FailedWrite{"StoppedAtMediaBlock", stoppedAtMediaBlock},
-                                         FailedWrite{"BrokenElectronics", brokenElectronics}),
+                                         FailedWrite{"BrokenElectronics", brokenElectronics},
+                                         FailedWrite{"Speechless", speechless}),
                          [](const auto& test) { return test.param.name; });
 
 TEST(LinkedReads, FollowTheirWriteWhileItIsOutstanding) {
@@ -215,7 +220,10 @@ TEST(Splices, AreNotSeenInWhatOtherCausesMadeUnreadable) {
   expectSilence(runWith(test, Torn(0xF815)));
 }
 
-TEST(TornAtomicWrite, IsFound) {
+/// Of which part of its blocks, all of one segment, the drive has written.
+class TornAtomicWrite : public testing::TestWithParam<std::pair<const char*, Fault>> {};
+
+TEST_P(TornAtomicWrite, IsFound) {
   const Workspace workspace;
   TestDefinition test = shortTest(workspace, {.write = 1, .writeAtomic = 1, .read = 1});
   // So small that now and then a torn write is over blocks whose last content is still remembered.
@@ -226,13 +234,18 @@ TEST(TornAtomicWrite, IsFound) {
   const auto judge = [&](const DriveCommand& command) -> std::optional<Fault> {
     constexpr uint64_t oneIn = 10;
     const bool tears = command.kind == CommandKind::writeAtomic && ++atomicWrites % oneIn == 0;
-    return tears ? std::optional(Fault{.blocksDone = 2}) : std::nullopt;
+    return tears ? std::optional(GetParam().second) : std::nullopt;
   };
   const RunResult result = runWith(test, judge);
   EXPECT_EQ(result.drives.at(0).agentStatus, -1063) << agentLines(result);
   ASSERT_EQ(result.findings.size(), 1U);
   EXPECT_THAT(contentOf(result.drives.at(0).messages.reports.at(0)), HasSubstr("atomic data ordering failure"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Every, TornAtomicWrite,
+                         testing::Values(std::pair("FirstBlocksNew", Fault{.blocksDone = 2}),
+                                         std::pair("LaterBlocksNew", Fault{.blocksLeftOut = 2, .blocksDone = 2})),
+                         [](const auto& test) { return test.param.first; });
 
 TEST(UnknownContent, MustStayBelowAnAbortedAtomicWrite) {
   const Workspace workspace;

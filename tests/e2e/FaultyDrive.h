@@ -13,9 +13,11 @@ namespace corvane::host::e2e {
 
 /// How a command fails.
 struct Fault {
-  uint32_t blocksDone = 0;                  ///< of a write: its first blocks that reach the medium all the same
+  uint32_t blocksLeftOut = 0;               ///< of a write: its first blocks, which do not reach the medium
+  uint32_t blocksDone = 0;                  ///< of a write: those behind, which reach the medium all the same
   std::optional<Sense> sense = {};          ///< nothing: the command is reported as aborted
   std::optional<uint64_t> failingLba = {};  ///< that the sense data names
+  bool withoutSenseData = false;            ///< the drive has nothing to say about its check condition
   uint16_t unitErrorCode = 0;               ///< that the sense data carries in its vendor's bytes; 0: none
 };
 
@@ -42,7 +44,7 @@ class FaultyDrive : public Drive {
       return;
     }
     faults_.emplace(command.id, *fault);
-    inner_->submit(partOf(command, fault->blocksDone));
+    inner_->submit(partOf(command, *fault));
   }
 
   bool poll(DriveCompletion& out, bool wait) override {
@@ -69,15 +71,18 @@ class FaultyDrive : public Drive {
   }
 
  private:
-  static DriveCommand partOf(const DriveCommand& command, uint32_t blocks) {
+  static DriveCommand partOf(const DriveCommand& command, const Fault& fault) {
     DriveCommand part = command;
     if (command.kind == CommandKind::syncCache) {
       // A flush has no part that could be left out: a read of nothing stands for it.
       part.kind = CommandKind::read;
     } else if (command.kind != CommandKind::writeSame) {
-      part.dataBytes = command.dataBytes / command.blocks * blocks;
+      const uint64_t unit = command.dataBytes / command.blocks;
+      part.dataBytes = unit * fault.blocksDone;
+      part.data = command.data == nullptr ? nullptr : command.data + unit * fault.blocksLeftOut;
     }
-    part.blocks = blocks;
+    part.lba += uint64_t{fault.blocksLeftOut} * command.lbaStep;
+    part.blocks = fault.blocksDone;
     return part;
   }
 
@@ -89,6 +94,9 @@ class FaultyDrive : public Drive {
       return;
     }
     setSense(out, *fault.sense, fault.failingLba);
+    if (fault.withoutSenseData) {
+      out.senseBytes = 0;
+    }
     if (fault.unitErrorCode != 0) {
       constexpr uint32_t unitErrorCodeOffset = 20;  // of fixed-format sense data
       out.sense.at(unitErrorCodeOffset) = static_cast<uint8_t>(fault.unitErrorCode >> 8);
