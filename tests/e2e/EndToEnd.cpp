@@ -41,11 +41,12 @@ TestDefinition prepared(TestDefinition test, const Workspace& workspace) {
   return test;
 }
 
-RunResult runTest(const TestDefinition& test, const Wrap& wrap) {
+RunResult runTest(const TestDefinition& test, const Wrap& wrap, const vdl::AgentTable* agent) {
   VirtualClock::restart();
   VirtualClock clock;
   RunSurroundings world;
   world.clock = &clock;
+  world.agent = agent;
   if (wrap) {
     world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed) {
       return wrap(openDrive(address, maxOutstanding, seed));

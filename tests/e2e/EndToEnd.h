@@ -31,7 +31,9 @@ std::string agentPath();
 using Wrap = std::function<std::unique_ptr<Drive>(std::unique_ptr<Drive>)>;
 
 /// Runs the test with the virtual clock.
-RunResult runTest(const TestDefinition& test, const Wrap& wrap = {});
+///
+/// @param agent used instead of the definition's plug-in
+RunResult runTest(const TestDefinition& test, const Wrap& wrap = {}, const vdl::AgentTable* agent = nullptr);
 
 /// Every line of level 1 and 2, for a failure's message.
 std::string agentLines(const RunResult& result);
