@@ -8,7 +8,7 @@
 #include "host/base/BigEndian.h"
 #include "tests/e2e/AgentWithDevice.h"
 #include "tests/e2e/EndToEnd.h"
-#include "tests/e2e/FaultyDrive.h"
+#include "tests/e2e/FailingDrive.h"
 #include "tests/e2e/SpoilingDrive.h"
 
 namespace corvane::host::e2e {
@@ -258,7 +258,7 @@ TEST(PowerCuts, WaitForAFlushThatSucceeds) {
   };
   const auto beforePowerCut = [&] { failedBeforeFirstCut = failedBeforeFirstCut.value_or(failed); };
   const RunResult result = runTest(test, [&](std::unique_ptr<Drive> drive) {
-    return std::make_unique<FaultyDrive>(std::move(drive), judge, beforePowerCut);
+    return std::make_unique<FailingDrive>(std::move(drive), judge, beforePowerCut);
   });
   EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
   EXPECT_GT(result.totals().powerCycles, 0U);
@@ -314,7 +314,7 @@ TEST(SlideReads, DoNotBeginBeforeTheRange) {
     return std::nullopt;
   };
   const RunResult result = runTest(
-      test, [&](std::unique_ptr<Drive> drive) { return std::make_unique<FaultyDrive>(std::move(drive), note); });
+      test, [&](std::unique_ptr<Drive> drive) { return std::make_unique<FailingDrive>(std::move(drive), note); });
   EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
   EXPECT_EQ(lowest, test.firstLba);
   EXPECT_LE(end, test.endLba + test.maxBlocks - 1) << "what a host leaves free behind the range";

@@ -22,14 +22,14 @@ struct Fault {
 };
 
 /// A drive some of whose commands fail, as the test decides for each of them before it is carried out.
-class FaultyDrive : public Drive {
+class FailingDrive : public Drive {
  public:
   /// Nothing lets the command pass.
   using Judge = std::function<std::optional<Fault>(const DriveCommand&)>;
   /// Told of each power cut, before it happens.
   using Watch = std::function<void()>;
 
-  FaultyDrive(std::unique_ptr<Drive> inner, Judge judge, Watch beforePowerCut = {})
+  FailingDrive(std::unique_ptr<Drive> inner, Judge judge, Watch beforePowerCut = {})
       : inner_(std::move(inner)), judge_(std::move(judge)), beforePowerCut_(std::move(beforePowerCut)) {}
 
   const DriveGeometry& geometry() const override { return inner_->geometry(); }

@@ -6,7 +6,7 @@
 
 #include "host/base/Random.h"
 #include "tests/e2e/EndToEnd.h"
-#include "tests/e2e/FaultyDrive.h"
+#include "tests/e2e/FailingDrive.h"
 #include "tests/e2e/SpoilingDrive.h"
 
 namespace corvane::host::e2e {
@@ -32,9 +32,9 @@ TestDefinition shortTest(const Workspace& workspace, const CommandMix& mix) {
   return test;
 }
 
-RunResult runWith(const TestDefinition& test, const FaultyDrive::Judge& judge) {
+RunResult runWith(const TestDefinition& test, const FailingDrive::Judge& judge) {
   return runTest(test,
-                 [&](std::unique_ptr<Drive> drive) { return std::make_unique<FaultyDrive>(std::move(drive), judge); });
+                 [&](std::unique_ptr<Drive> drive) { return std::make_unique<FailingDrive>(std::move(drive), judge); });
 }
 
 void expectSilence(const RunResult& result) {
@@ -253,19 +253,19 @@ TEST(UnknownContent, MustStayBelowAnAbortedAtomicWrite) {
   bool done = false;
   const RunResult result = runTest(test, [&](std::unique_ptr<Drive> drive) {
     const std::shared_ptr<MediumAccess> medium = accessSim(*drive);
-    return std::make_unique<FaultyDrive>(std::move(drive),
-                                         [&done, medium](const DriveCommand& command) -> std::optional<Fault> {
-                                           if (command.kind != CommandKind::writeAtomic || done) {
-                                             return std::nullopt;
-                                           }
-                                           // The first write of all: the drive's content was not known, so the agent
-                                           // has read it.
-                                           std::vector<uint8_t> block = medium->read(command.lba);
-                                           block.at(0) ^= 1;
-                                           medium->write(command.lba, block);
-                                           done = true;
-                                           return Fault{};
-                                         });
+    return std::make_unique<FailingDrive>(std::move(drive),
+                                          [&done, medium](const DriveCommand& command) -> std::optional<Fault> {
+                                            if (command.kind != CommandKind::writeAtomic || done) {
+                                              return std::nullopt;
+                                            }
+                                            // The first write of all: the drive's content was not known, so the agent
+                                            // has read it.
+                                            std::vector<uint8_t> block = medium->read(command.lba);
+                                            block.at(0) ^= 1;
+                                            medium->write(command.lba, block);
+                                            done = true;
+                                            return Fault{};
+                                          });
   });
   EXPECT_TRUE(done);
   EXPECT_EQ(result.drives.at(0).agentStatus, -1046) << agentLines(result);
@@ -278,7 +278,7 @@ TEST(Verify, FindsASpoiltBlock) {
   uint64_t spoilt = 0;
   const RunResult result = runTest(test, [&](std::unique_ptr<Drive> drive) {
     const std::shared_ptr<MediumAccess> medium = accessSim(*drive);
-    return std::make_unique<FaultyDrive>(
+    return std::make_unique<FailingDrive>(
         std::move(drive), [&verifies, &spoilt, medium](const DriveCommand& command) -> std::optional<Fault> {
           constexpr uint64_t struck = 200;
           if (command.kind == CommandKind::verify && ++verifies == struck) {
