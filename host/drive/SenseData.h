@@ -30,6 +30,8 @@ inline constexpr Sense unrecoveredRead{sense_key::mediumError, 0x11, 0x00};
 inline constexpr Sense internalFailure{sense_key::hardwareError, 0x44, 0x00};
 inline constexpr Sense invalidOperation{sense_key::illegalRequest, 0x20, 0x00};
 inline constexpr Sense lbaOutOfRange{sense_key::illegalRequest, 0x21, 0x00};
+inline constexpr Sense unalignedWrite{sense_key::illegalRequest, 0x21, 0x04};
+inline constexpr Sense writeBoundaryViolation{sense_key::illegalRequest, 0x21, 0x05};
 inline constexpr Sense invalidField{sense_key::illegalRequest, 0x24, 0x00};
 inline constexpr Sense miscompareDuringVerify{sense_key::miscompare, 0x1D, 0x00};
 }  // namespace sense

@@ -3,13 +3,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/base/Random.h"
 #include "host/drive/Drive.h"
 #include "host/drive/DriveAddress.h"
-#include "host/drive/SimCache.h"
+#include "host/drive/SenseData.h"
 #include "host/drive/SimMedium.h"
 #include "host/drive/SimSchedule.h"
+#include "host/drive/SimStore.h"
+#include "host/drive/SimZones.h"
 
 namespace corvane::host {
 
@@ -19,6 +22,7 @@ struct SimSettings {
   uint32_t depth = 1024;       ///< most commands at once
   bool volatileCache = false;  ///< acknowledged writes wait in a cache that a power cut empties
   uint64_t cacheBlocks = 65'536;
+  bool hostManaged = false;  ///< of a drive with zones: each of them is written at its write pointer only
   uint64_t seed = 1;
 };
 
@@ -39,28 +43,33 @@ class SimDrive : public Drive {
   std::string description() const override;
   uint32_t maxOutstanding() const override { return settings_.depth; }
 
-  void submit(const DriveCommand& command) override { schedule_.add(command); }
+  void submit(const DriveCommand& command) override;
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override;
   void powerCycle() override;
 
   /// The medium itself: what an engineer with other tools would see, or change.
-  SimMedium& medium() { return medium_; }
+  SimMedium& medium() { return store_.medium(); }
 
  private:
+  /// A command that waits for its answer, but was refused when it came.
+  struct Refusal {
+    uint64_t id = 0;
+    Sense sense;
+  };
+
   void carryOut(const DriveCommand& command, DriveCompletion& out);
   void carryOutPartly(const DriveCommand& command);
-  void change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks);
-  void changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks);
-  void read(const DriveCommand& command);
-  std::optional<uint64_t> firstDifference(const DriveCommand& command);
+  void resetZone(uint64_t lba);
+  std::optional<Sense> takeRefusal(uint64_t id);
 
   SimSettings settings_;
   DriveCapabilities capabilities_;
-  SimMedium medium_;
-  std::unique_ptr<SimCache> cache_;  ///< null without a volatile cache
+  SimStore store_;
+  SimZones zones_;
   SimSchedule schedule_;
   Random accidents_;  ///< what resets and power cuts leave
+  std::vector<Refusal> refused_;
 };
 
 /// Opens `sim:[SIZE][,key=value]…`.

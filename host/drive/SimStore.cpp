@@ -1,0 +1,88 @@
+#include "host/drive/SimStore.h"
+
+#include <cstring>
+
+namespace corvane::host {
+
+SimStore::SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks)
+    : geometry_(geometry),
+      medium_(geometry.sectorBytes(), unwritten),
+      cache_(cacheBlocks != 0 ? std::make_unique<SimCache>(medium_, cacheBlocks) : nullptr) {}
+
+void SimStore::change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks) {
+  const bool oneRun = command.lbaStep == 1 && (command.kind == CommandKind::trim ||
+                                               (command.kind != CommandKind::writeSame && command.trailerBytes == 0));
+  if (oneRun) {
+    changeRun(command, firstBlock, blocks);
+    return;
+  }
+  for (uint32_t i = 0; i < blocks; ++i) {
+    changeRun(command, firstBlock + i, 1);
+  }
+}
+
+void SimStore::changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks) {
+  if (blocks == 0) {
+    return;
+  }
+  const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
+  // An atomic write goes through, so that a power cut cannot tear one that waits in the cache.
+  const bool through = command.forceUnitAccess || command.kind == CommandKind::writeAtomic;
+  if (cache_ != nullptr && !through) {
+    cache_->beforeChange(lba, blocks);
+  }
+  if (command.kind == CommandKind::trim) {
+    medium_.zero(lba, blocks);
+  } else {
+    const uint64_t offset = command.kind == CommandKind::writeSame ? 0 : uint64_t{block} * unitBytes(command);
+    medium_.write(lba, blocks, command.data + offset);
+  }
+  if (cache_ != nullptr && through) {
+    cache_->writtenThrough(lba, blocks);
+  }
+}
+
+void SimStore::read(const DriveCommand& command) {
+  if (command.lbaStep == 1 && command.trailerBytes == 0) {
+    medium_.read(command.lba, command.blocks, command.data);
+    return;
+  }
+  const uint64_t unit = unitBytes(command);
+  for (uint32_t i = 0; i < command.blocks; ++i) {
+    uint8_t* block = command.data + i * unit;
+    medium_.read(command.lba + uint64_t{i} * command.lbaStep, 1, block);
+    std::memset(block + geometry_.sectorBytes(), 0, command.trailerBytes);
+  }
+}
+
+std::optional<uint64_t> SimStore::firstDifference(const DriveCommand& command) {
+  const uint64_t unit = unitBytes(command);
+  for (uint32_t i = 0; i < command.blocks; ++i) {
+    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    if (std::memcmp(medium_.sector(lba), command.data + i * unit, geometry_.sectorBytes()) != 0) {
+      return lba;
+    }
+  }
+  return std::nullopt;
+}
+
+void SimStore::erase(uint64_t lba, uint64_t blocks) {
+  medium_.zero(lba, blocks);
+  if (cache_ != nullptr) {
+    cache_->writtenThrough(lba, blocks);
+  }
+}
+
+void SimStore::flush() {
+  if (cache_ != nullptr) {
+    cache_->flush();
+  }
+}
+
+void SimStore::losePower(Random& random) {
+  if (cache_ != nullptr) {
+    cache_->lose(random);
+  }
+}
+
+}  // namespace corvane::host
