@@ -34,9 +34,10 @@ SimDrive::SimDrive(const SimSettings& settings)
                     .deviceReset = true,
                     .volatileCache = settings.volatileCache,
                     .zoneReset = settings.geometry.zoneBlocks != 0,
-                    .hostManaged = settings.hostManaged},
+                    .hostManaged = settings.hostManaged,
+                    .invalidate = true},
       store_(settings_.geometry, settings.hostManaged ? SimMedium::Unwritten::zeros : SimMedium::Unwritten::pattern,
-             settings.volatileCache ? settings.cacheBlocks : 0),
+             settings.volatileCache ? settings.cacheBlocks : 0, settings.seed),
       zones_(settings_.geometry, settings.hostManaged),
       schedule_(settings.depth, settings.seed),
       accidents_(settings.seed ^ accidentsStream) {
@@ -109,18 +110,33 @@ void SimDrive::carryOut(const DriveCommand& command, DriveCompletion& out) {
       store_.flush();
       break;
     case CommandKind::zoneReset:
-      for (uint64_t lba = command.lba; lba < command.endLba(); lba = zones_.zoneEnd(lba)) {
-        resetZone(lba);
-      }
+      resetZones(command, nullptr);
       break;
     case CommandKind::invalidate:
+      invalidate(command, nullptr);
       break;
   }
 }
 
-void SimDrive::resetZone(uint64_t lba) {
-  store_.erase(lba, zones_.zoneEnd(lba) - lba);
-  zones_.rewind(lba);
+/// @param chance resets each zone or not; null: all
+void SimDrive::resetZones(const DriveCommand& command, Random* chance) {
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba = zones_.zoneEnd(lba)) {
+    if (chance == nullptr || chance->below(2) == 0) {
+      store_.erase(lba, zones_.zoneEnd(lba) - lba);
+      zones_.rewind(lba);
+    }
+  }
+}
+
+/// @param chance invalidates each block or not; null: all
+void SimDrive::invalidate(const DriveCommand& command, Random* chance) {
+  for (uint32_t i = 0; i < command.blocks; ++i) {
+    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    // Above a write pointer there is no content that could be lost, and it must stay zero.
+    if ((chance == nullptr || chance->below(2) == 0) && !zones_.empty(lba)) {
+      store_.invalidate(lba);
+    }
+  }
 }
 
 void SimDrive::carryOutPartly(const DriveCommand& command) {
@@ -140,11 +156,9 @@ void SimDrive::carryOutPartly(const DriveCommand& command) {
       }
     }
   } else if (progress == halfDone && command.kind == CommandKind::zoneReset) {
-    for (uint64_t lba = command.lba; lba < command.endLba(); lba = zones_.zoneEnd(lba)) {
-      if (accidents_.below(2) == 0) {
-        resetZone(lba);
-      }
-    }
+    resetZones(command, &accidents_);
+  } else if (progress == halfDone && command.kind == CommandKind::invalidate) {
+    invalidate(command, &accidents_);
   } else if (progress == halfDone) {
     store_.change(command, 0, static_cast<uint32_t>(accidents_.below(command.blocks)));
   }

@@ -60,7 +60,8 @@ class SimDrive : public Drive {
 
   void carryOut(const DriveCommand& command, DriveCompletion& out);
   void carryOutPartly(const DriveCommand& command);
-  void resetZone(uint64_t lba);
+  void resetZones(const DriveCommand& command, Random* chance);
+  void invalidate(const DriveCommand& command, Random* chance);
   std::optional<Sense> takeRefusal(uint64_t id);
 
   SimSettings settings_;

@@ -6,11 +6,6 @@
 #include "host/base/Random.h"
 
 namespace corvane::host {
-namespace {
-
-constexpr uint8_t unwrittenMark = 0x9A;
-
-}  // namespace
 
 void SimMedium::read(uint64_t lba, uint64_t blocks, uint8_t* out) {
   while (blocks != 0) {
@@ -96,7 +91,7 @@ void SimMedium::fillUnwritten(uint64_t lba, uint8_t* out) const {
   for (uint32_t i = 0; i < sectorBytes_; i += sizeof(word)) {
     std::memcpy(out + i, &word, std::min<size_t>(sizeof(word), sectorBytes_ - i));
   }
-  out[0] = unwrittenMark;
+  out[0] = nobodysMark;
 }
 
 }  // namespace corvane::host

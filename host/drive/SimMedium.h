@@ -12,6 +12,9 @@ namespace corvane::host {
 /// written data: its first byte is far above the sector pools' numbers.
 class SimMedium {
  public:
+  /// First byte of a sector that nobody wrote.
+  static constexpr uint8_t nobodysMark = 0x9A;
+
   enum class Unwritten : uint8_t { pattern, zeros };
 
   explicit SimMedium(uint32_t sectorBytes, Unwritten unwritten = Unwritten::pattern)

@@ -1,13 +1,21 @@
 #include "host/drive/SimStore.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace corvane::host {
+namespace {
 
-SimStore::SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks)
+constexpr uint64_t noiseStream = 0x2015E;  ///< keeps the random sequences of a seed apart
+
+}  // namespace
+
+SimStore::SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks, uint64_t seed)
     : geometry_(geometry),
       medium_(geometry.sectorBytes(), unwritten),
-      cache_(cacheBlocks != 0 ? std::make_unique<SimCache>(medium_, cacheBlocks) : nullptr) {}
+      cache_(cacheBlocks != 0 ? std::make_unique<SimCache>(medium_, cacheBlocks) : nullptr),
+      noise_(seed ^ noiseStream),
+      sector_(geometry.sectorBytes()) {}
 
 void SimStore::change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks) {
   const bool oneRun = command.lbaStep == 1 && (command.kind == CommandKind::trim ||
@@ -37,8 +45,8 @@ void SimStore::changeRun(const DriveCommand& command, uint32_t block, uint32_t b
     const uint64_t offset = command.kind == CommandKind::writeSame ? 0 : uint64_t{block} * unitBytes(command);
     medium_.write(lba, blocks, command.data + offset);
   }
-  if (cache_ != nullptr && through) {
-    cache_->writtenThrough(lba, blocks);
+  if (through) {
+    makeSafe(lba, blocks);
   }
 }
 
@@ -68,6 +76,20 @@ std::optional<uint64_t> SimStore::firstDifference(const DriveCommand& command) {
 
 void SimStore::erase(uint64_t lba, uint64_t blocks) {
   medium_.zero(lba, blocks);
+  makeSafe(lba, blocks);
+}
+
+void SimStore::invalidate(uint64_t lba) {
+  for (size_t i = 0; i < sector_.size(); i += sizeof(uint64_t)) {
+    const uint64_t word = noise_.next();
+    std::memcpy(&sector_[i], &word, std::min(sizeof(word), sector_.size() - i));
+  }
+  sector_[0] = SimMedium::nobodysMark;
+  medium_.write(lba, 1, sector_.data());
+  makeSafe(lba, 1);
+}
+
+void SimStore::makeSafe(uint64_t lba, uint64_t blocks) {
   if (cache_ != nullptr) {
     cache_->writtenThrough(lba, blocks);
   }

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
+#include "host/base/Random.h"
 #include "host/drive/Drive.h"
 #include "host/drive/SimCache.h"
 #include "host/drive/SimMedium.h"
@@ -18,7 +20,8 @@ class SimStore {
   /// @param geometry    outlives the object
   /// @param unwritten   what a block holds that was never written
   /// @param cacheBlocks of the volatile write cache; 0: none
-  SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks);
+  /// @param seed        of what invalidated blocks hold
+  SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks, uint64_t seed);
 
   /// Carries out some blocks of a write, atomic write, write-same or trim, counted in the command.
   void change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks);
@@ -31,6 +34,9 @@ class SimStore {
   /// Makes blocks zero, and that survives a power cut.
   void erase(uint64_t lba, uint64_t blocks);
 
+  /// Gives a block new random bytes that look like nobody's data, and that survives a power cut.
+  void invalidate(uint64_t lba);
+
   /// Writes the cache out.
   void flush();
 
@@ -40,6 +46,7 @@ class SimStore {
   SimMedium& medium() { return medium_; }
 
  private:
+  void makeSafe(uint64_t lba, uint64_t blocks);
   void changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks);
   uint64_t unitBytes(const DriveCommand& command) const {
     return uint64_t{geometry_.sectorBytes()} + command.trailerBytes;
@@ -48,6 +55,8 @@ class SimStore {
   const DriveGeometry& geometry_;
   SimMedium medium_;
   std::unique_ptr<SimCache> cache_;  ///< null without a volatile cache
+  Random noise_;
+  std::vector<uint8_t> sector_;  ///< scratch
 };
 
 }  // namespace corvane::host

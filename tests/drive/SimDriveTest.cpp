@@ -108,6 +108,56 @@ TEST(SimDrive, AResetLeavesAnOutstandingWriteUndoneHalfDoneOrDone) {
   EXPECT_THAT(seen, testing::ElementsAre("done", "half", "undone"));
 }
 
+TEST(SimDrive, InvalidatedBlocksHoldNewBytesThatAreNobodysDataAndTheirNeighboursStay) {
+  SimDrive drive(settingsOf(false));
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(4, 20 * sector);
+  commands.run(CommandKind::write, 0, 20, &data);
+  EXPECT_TRUE(drive.capabilities().invalidate);
+  EXPECT_EQ(commands.run(CommandKind::invalidate, 5, 10).status, scsi_status::good);
+  const Bytes found = commands.read(0, 20);
+  EXPECT_EQ(std::memcmp(found.data(), data.data(), 5 * sector), 0);
+  EXPECT_EQ(std::memcmp(&found[15 * sector], &data[15 * sector], 5 * sector), 0);
+  std::set<std::string> contents;
+  for (size_t i = 5; i < 15; ++i) {
+    EXPECT_EQ(found[i * sector], 0x9A);
+    contents.emplace(&found[i * sector], &found[i * sector] + sector);
+    contents.emplace(&data[i * sector], &data[i * sector] + sector);
+  }
+  EXPECT_EQ(contents.size(), 20U);
+  commands.run(CommandKind::invalidate, 5, 10);
+  EXPECT_NE(commands.read(5, 10), Bytes(found.begin() + 5 * sector, found.begin() + 15 * sector));
+}
+
+TEST(SimDrive, AnInvalidatedBlockMayHaveAnyLengthAndMayLeaveOthersBetween) {
+  SimSettings settings = settingsOf(false);
+  settings.geometry.blockSize = 1024;
+  settings.geometry.protectionBytes = 8;
+  SimDrive drive(settings);
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(4, uint64_t{4} * 1032);
+  commands.run(CommandKind::write, 0, 4, &data);
+  DriveCommand skipping = commands.make(CommandKind::invalidate, 0, 2);
+  skipping.lbaStep = 2;
+  EXPECT_EQ(commands.run(skipping).status, scsi_status::good);
+  const Bytes found = commands.read(0, 4);
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(std::memcmp(&found[i * 1032], &data[i * 1032], 1032) == 0, i % 2 == 1) << i;
+    EXPECT_EQ(std::memcmp(&found[i * 1032 + 1024], &data[i * 1032 + 1024], 8) == 0, i % 2 == 1) << i;
+  }
+}
+
+TEST(SimDrive, APowerCutNeverBringsInvalidatedContentBack) {
+  SimDrive drive(settingsOf(true));
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(5, 100 * sector);
+  commands.run(CommandKind::write, 0, 100, &data);
+  commands.run(CommandKind::invalidate, 0, 100);
+  const Bytes found = commands.read(0, 100);
+  drive.powerCycle();
+  EXPECT_EQ(commands.read(0, 100), found);
+}
+
 TEST(SimDrive, ASeedRepeatsEverything) {
   const auto run = [](uint64_t seed) {
     SimSettings settings = settingsOf(true);
@@ -128,6 +178,7 @@ TEST(SimDrive, ASeedRepeatsEverything) {
       }
     }
     drive.powerCycle();
+    commands.run(CommandKind::invalidate, 0, 3);
     return std::make_pair(order, commands.read(0, 160));
   };
   EXPECT_EQ(run(1), run(1));

@@ -129,7 +129,7 @@ class ZonedSimDrive : public testing::Test {
   }
   uint32_t refusalOf(CommandKind kind, uint64_t lba, uint32_t blocks) {
     Bytes data(uint64_t{kind == CommandKind::writeSame ? 1 : blocks} * sector);
-    const bool sends = kind != CommandKind::zoneReset && kind != CommandKind::trim;
+    const bool sends = kind != CommandKind::zoneReset && kind != CommandKind::trim && kind != CommandKind::invalidate;
     return senseNumber(commands->run(kind, lba, blocks, sends ? &data : nullptr));
   }
 
@@ -268,6 +268,17 @@ TEST_F(ZonedSimDrive, ALostResetHasEmptiedAZoneOrNot) {
     seen.insert(emptied);
   }
   EXPECT_EQ(seen.size(), 4U);
+}
+
+TEST_F(ZonedSimDrive, AnInvalidationLeavesWhatIsAboveTheWritePointerZero) {
+  open(",zonemodel=managed");
+  write(0, 4);
+  EXPECT_EQ(refusalOf(CommandKind::invalidate, 0, 8), 0U);
+  const Bytes found = commands->read(0, 8);
+  for (uint32_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(found[i * sector], 0x9A);
+  }
+  EXPECT_EQ(Bytes(found.begin() + 4 * sector, found.end()), Bytes(4 * sector, 0));
 }
 
 TEST_F(ZonedSimDrive, APowerCutTakesNoResetBack) {
