@@ -37,7 +37,7 @@ SimDrive::SimDrive(const SimSettings& settings)
                     .hostManaged = settings.hostManaged,
                     .invalidate = true},
       store_(settings_.geometry, settings.hostManaged ? SimMedium::Unwritten::zeros : SimMedium::Unwritten::pattern,
-             settings.volatileCache ? settings.cacheBlocks : 0, settings.seed),
+             settings.volatileCache ? settings.cacheBlocks : 0, settings.tear, settings.seed),
       zones_(settings_.geometry, settings.hostManaged),
       schedule_(settings.depth, settings.seed),
       accidents_(settings.seed ^ accidentsStream) {
@@ -139,35 +139,33 @@ void SimDrive::invalidate(const DriveCommand& command, Random* chance) {
   }
 }
 
-void SimDrive::carryOutPartly(const DriveCommand& command) {
-  if (takeRefusal(command.id) || !changesMedium(command.kind) || command.blocks == 0) {
+void SimDrive::carryOutPartly(const DriveCommand& command, TearUnit unit, Random& chance) {
+  if (!changesMedium(command.kind) || command.blocks == 0) {
     return;
   }
   enum Progress : uint64_t { notBegun, halfDone, done, count };
-  const uint64_t progress = accidents_.below(count);
-  if (progress == done) {
-    DriveCompletion nobodys;
-    carryOut(command, nobodys);
-  } else if (progress == halfDone && command.kind == CommandKind::writeAtomic) {
-    const uint32_t segment = command.atomicBound == 0 ? command.blocks : command.atomicBound;
-    for (uint32_t first = 0; first < command.blocks; first += std::min(segment, command.blocks - first)) {
-      if (accidents_.below(2) == 0) {
-        store_.change(command, first, std::min(segment, command.blocks - first));
-      }
-    }
-  } else if (progress == halfDone && command.kind == CommandKind::zoneReset) {
-    resetZones(command, &accidents_);
-  } else if (progress == halfDone && command.kind == CommandKind::invalidate) {
-    invalidate(command, &accidents_);
-  } else if (progress == halfDone) {
-    store_.change(command, 0, static_cast<uint32_t>(accidents_.below(command.blocks)));
+  const uint64_t progress = chance.below(count);
+  if (progress == notBegun) {
+    return;
+  }
+  Random* const some = progress == done ? nullptr : &chance;
+  if (command.kind == CommandKind::zoneReset) {
+    resetZones(command, some);
+  } else if (command.kind == CommandKind::invalidate) {
+    invalidate(command, some);
+  } else if (progress == done) {
+    store_.change(command, 0, command.blocks);
+  } else {
+    store_.changeSome(command, 0, unit, chance);
   }
 }
 
 void SimDrive::reset() {
   DriveCommand command;
   while (schedule_.takeAny(command)) {
-    carryOutPartly(command);
+    if (!takeRefusal(command.id)) {
+      carryOutPartly(command, settings_.tear, accidents_);
+    }
   }
 }
 
@@ -177,6 +175,10 @@ void SimDrive::powerCycle() {
 }
 
 namespace {
+
+TearUnit tearUnitOf(const std::string& word) {
+  return word == "sector" ? TearUnit::sector : word == "4k" ? TearUnit::fourKiB : TearUnit::block;
+}
 
 uint64_t zoneBlocksOf(const DriveAddress& address, std::optional<uint64_t> bytes, const SimSettings& settings) {
   if (!bytes) {
@@ -213,6 +215,7 @@ std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
   const std::optional<uint64_t> zoneBytes = address.sizeBytes("zones");
   settings.hostManaged = address.word("zonemodel", {"aware", "managed"}) == "managed";
   settings.volatileCache = address.word("cache", {"none", "volatile"}) == "volatile";
+  settings.tear = tearUnitOf(address.word("tear", {"block", "sector", "4k"}));
   settings.depth = static_cast<uint32_t>(address.number("depth", 1024, 1, 1024));
   settings.seed = address.number("seed", seed, 0, std::numeric_limits<uint64_t>::max());
   address.checkAllTaken();
@@ -226,6 +229,8 @@ std::string simDriveHelp() {
          "  a simulated drive in memory, 1g unless SIZE is given; memory is taken as blocks are written\n" +
          geometryKeysHelp() +
          "  cache=none       none, or volatile: acknowledged writes need a flush to survive a power cut\n"
+         "  tear=block       what a reset or power cut leaves done or undone as a whole: block, sector (512 bytes),\n"
+         "                   or 4k (aligned 4 KiB)\n"
          "  zones=SIZE       bytes of a zone, whole sectors; zones can be reset; the last one may be shorter\n"
          "  zonemodel=aware  aware: writes go anywhere; managed: a zone is written at its write pointer only\n"
          "  depth=1024       commands that it takes at once, 1 to 1024\n"

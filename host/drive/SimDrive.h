@@ -12,6 +12,7 @@
 #include "host/drive/SimMedium.h"
 #include "host/drive/SimSchedule.h"
 #include "host/drive/SimStore.h"
+#include "host/drive/SimTear.h"
 #include "host/drive/SimZones.h"
 
 namespace corvane::host {
@@ -22,7 +23,8 @@ struct SimSettings {
   uint32_t depth = 1024;       ///< most commands at once
   bool volatileCache = false;  ///< acknowledged writes wait in a cache that a power cut empties
   uint64_t cacheBlocks = 65'536;
-  bool hostManaged = false;  ///< of a drive with zones: each of them is written at its write pointer only
+  TearUnit tear = TearUnit::block;  ///< what a reset or power cut leaves done or undone as a whole
+  bool hostManaged = false;         ///< of a drive with zones: each of them is written at its write pointer only
   uint64_t seed = 1;
 };
 
@@ -59,7 +61,7 @@ class SimDrive : public Drive {
   };
 
   void carryOut(const DriveCommand& command, DriveCompletion& out);
-  void carryOutPartly(const DriveCommand& command);
+  void carryOutPartly(const DriveCommand& command, TearUnit unit, Random& chance);
   void resetZones(const DriveCommand& command, Random* chance);
   void invalidate(const DriveCommand& command, Random* chance);
   std::optional<Sense> takeRefusal(uint64_t id);

@@ -9,6 +9,7 @@
 #include "host/drive/Drive.h"
 #include "host/drive/SimCache.h"
 #include "host/drive/SimMedium.h"
+#include "host/drive/SimTear.h"
 
 namespace corvane::host {
 
@@ -20,11 +21,17 @@ class SimStore {
   /// @param geometry    outlives the object
   /// @param unwritten   what a block holds that was never written
   /// @param cacheBlocks of the volatile write cache; 0: none
-  /// @param seed        of what invalidated blocks hold
-  SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks, uint64_t seed);
+  /// @param unit        what a power cut loses of the cache wholly or not at all
+  /// @param seed        of what invalidated blocks hold, and of which block leaves a full cache
+  SimStore(const DriveGeometry& geometry, SimMedium::Unwritten unwritten, uint64_t cacheBlocks, TearUnit unit,
+           uint64_t seed);
 
   /// Carries out some blocks of a write, atomic write, write-same or trim, counted in the command.
   void change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks);
+
+  /// Carries out, by chance, any of the units that a write, write-same or trim has from a block on. Of an atomic write
+  /// these are always its segments, from the first one on.
+  void changeSome(const DriveCommand& command, uint32_t firstBlock, TearUnit unit, Random& chance);
 
   void read(const DriveCommand& command);
 
@@ -47,6 +54,10 @@ class SimStore {
 
  private:
   void makeSafe(uint64_t lba, uint64_t blocks);
+  void beforeChange(const DriveCommand& command, uint64_t lba, uint64_t blocks);
+  void afterChange(const DriveCommand& command, uint64_t lba, uint64_t blocks);
+  void changeSegments(const DriveCommand& command, Random& chance);
+  const uint8_t* newContent(const DriveCommand& command, uint32_t block) const;
   void changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks);
   uint64_t unitBytes(const DriveCommand& command) const {
     return uint64_t{geometry_.sectorBytes()} + command.trailerBytes;
@@ -57,6 +68,7 @@ class SimStore {
   std::unique_ptr<SimCache> cache_;  ///< null without a volatile cache
   Random noise_;
   std::vector<uint8_t> sector_;  ///< scratch
+  std::vector<uint8_t> zeros_;   ///< what a trim writes
 };
 
 }  // namespace corvane::host
