@@ -40,6 +40,7 @@ SimDrive::SimDrive(const SimSettings& settings)
              settings.volatileCache ? settings.cacheBlocks : 0, settings.tear, settings.seed),
       zones_(settings_.geometry, settings.hostManaged),
       schedule_(settings.depth, settings.seed),
+      errors_(settings.errors, settings.seed),
       accidents_(settings.seed ^ accidentsStream) {
   refused_.reserve(settings.depth);
 }
@@ -84,9 +85,51 @@ bool SimDrive::poll(DriveCompletion& out, bool wait) {
   if (const std::optional<Sense> refusal = takeRefusal(command.id)) {
     setSense(out, *refusal);
   } else {
-    carryOut(command, out);
+    answer(command, out);
   }
   return true;
+}
+
+void SimDrive::answer(const DriveCommand& command, DriveCompletion& out) {
+  const SimAccident accident = errors_.next(command);
+  std::optional<uint64_t> information;
+  if (accident.failing) {
+    information = command.lba + uint64_t{*accident.failing} * command.lbaStep;
+  }
+  switch (accident.kind) {
+    case SimAccident::Kind::none:
+      carryOut(command, out);
+      break;
+    case SimAccident::Kind::aborted:
+      carryOutPartly(command, TearUnit::block, errors_.chance());
+      out.status = scsi_status::aborted;
+      break;
+    case SimAccident::Kind::writeError:
+      failWrite(command, accident);
+      setSense(out, accident.sense, information);
+      break;
+    case SimAccident::Kind::readError:
+      setSense(out, accident.sense, information);
+      break;
+    case SimAccident::Kind::recovered:
+      carryOut(command, out);
+      if (out.status == scsi_status::good) {  // a verify may have found a difference
+        const uint64_t bytes = out.bytesTransferred;
+        setSense(out, accident.sense, information);
+        out.bytesTransferred = bytes;
+      }
+      break;
+  }
+}
+
+void SimDrive::failWrite(const DriveCommand& command, const SimAccident& accident) {
+  // While there is power no block is torn inside.
+  if (!accident.failing) {
+    carryOutPartly(command, TearUnit::block, errors_.chance());
+    return;
+  }
+  store_.change(command, 0, *accident.failing);
+  store_.changeSome(command, *accident.failing, TearUnit::block, errors_.chance());
 }
 
 void SimDrive::carryOut(const DriveCommand& command, DriveCompletion& out) {
@@ -217,6 +260,7 @@ std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
   settings.volatileCache = address.word("cache", {"none", "volatile"}) == "volatile";
   settings.tear = tearUnitOf(address.word("tear", {"block", "sector", "4k"}));
   settings.depth = static_cast<uint32_t>(address.number("depth", 1024, 1, 1024));
+  settings.errors = takeErrorRates(address);
   settings.seed = address.number("seed", seed, 0, std::numeric_limits<uint64_t>::max());
   address.checkAllTaken();
   settings.geometry.blocks = blocksOf(address, sizeBytes, settings.geometry);
@@ -233,8 +277,8 @@ std::string simDriveHelp() {
          "                   or 4k (aligned 4 KiB)\n"
          "  zones=SIZE       bytes of a zone, whole sectors; zones can be reset; the last one may be shorter\n"
          "  zonemodel=aware  aware: writes go anywhere; managed: a zone is written at its write pointer only\n"
-         "  depth=1024       commands that it takes at once, 1 to 1024\n"
-         "  seed=N           its own random choices; taken from the test's seed unless given\n";
+         "  depth=1024       commands that it takes at once, 1 to 1024\n" +
+         errorRatesHelp() + "  seed=N           its own random choices; taken from the test's seed unless given\n";
 }
 
 }  // namespace corvane::host

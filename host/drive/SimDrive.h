@@ -9,6 +9,7 @@
 #include "host/drive/Drive.h"
 #include "host/drive/DriveAddress.h"
 #include "host/drive/SenseData.h"
+#include "host/drive/SimErrors.h"
 #include "host/drive/SimMedium.h"
 #include "host/drive/SimSchedule.h"
 #include "host/drive/SimStore.h"
@@ -25,6 +26,7 @@ struct SimSettings {
   uint64_t cacheBlocks = 65'536;
   TearUnit tear = TearUnit::block;  ///< what a reset or power cut leaves done or undone as a whole
   bool hostManaged = false;         ///< of a drive with zones: each of them is written at its write pointer only
+  SimErrorRates errors;
   uint64_t seed = 1;
 };
 
@@ -60,6 +62,8 @@ class SimDrive : public Drive {
     Sense sense;
   };
 
+  void answer(const DriveCommand& command, DriveCompletion& out);
+  void failWrite(const DriveCommand& command, const SimAccident& accident);
   void carryOut(const DriveCommand& command, DriveCompletion& out);
   void carryOutPartly(const DriveCommand& command, TearUnit unit, Random& chance);
   void resetZones(const DriveCommand& command, Random* chance);
@@ -71,6 +75,7 @@ class SimDrive : public Drive {
   SimStore store_;
   SimZones zones_;
   SimSchedule schedule_;
+  SimErrors errors_;
   Random accidents_;  ///< what resets and power cuts leave
   std::vector<Refusal> refused_;
 };
