@@ -30,14 +30,24 @@ struct SimSettings {
   uint64_t seed = 1;
 };
 
-/// An honest drive in memory that carries out every kind of command and answers out of order.
+/// A drive in memory that carries out every kind of command, answers out of order, and meets, when asked to, with accidents
+/// that a good drive may have, but never breaks a promise. docs/drives/simulated.md says what is modelled and what is not.
 ///
-/// It carries a command out in the moment in which it answers it. That is a legal drive because its callers never
-/// have conflicting commands outstanding. A reset or a power cut finds each outstanding command, by chance, not begun,
-/// half done or done: a write, write-same or trim then has changed its first blocks, an atomic write some of its
-/// segments. After a power cut a volatile cache is lost block by block, by chance.
+/// *Commands.* A command is refused, or moves a zone's write pointer, when it comes. It is carried out in the moment in
+/// which it is answered; that is legal because callers never have conflicting commands outstanding.
 ///
-/// Everything random follows from the seed and the sequence of calls.
+/// *Reset.* It finds each outstanding command, by chance, not begun, done, or half done: any subset of its units took
+/// place (see TearUnit), of an atomic write any subset of its segments. A write pointer that such a command moved stays
+/// where it is.
+///
+/// *Power cut.* As a reset, and of what the volatile cache held each unit is lost or kept by chance. Atomic writes,
+/// zone resets and invalidated blocks go through the cache; so does forced unit access.
+///
+/// *Errors.* See SimErrors.
+///
+/// Everything random follows from the seed and the sequence of calls. The order of answers, what resets leave, the
+/// choices of the cache, the errors and the content of invalidated blocks are drawn from sequences of their own, so
+/// that a key for one of them changes nothing of the order of answers.
 class SimDrive : public Drive {
  public:
   explicit SimDrive(const SimSettings& settings);
