@@ -9,9 +9,11 @@ namespace corvane::host {
 
 /// Sense keys (SPC) that our own drives report.
 namespace sense_key {
+inline constexpr uint8_t recoveredError = 0x1;
 inline constexpr uint8_t mediumError = 0x3;
 inline constexpr uint8_t hardwareError = 0x4;
 inline constexpr uint8_t illegalRequest = 0x5;
+inline constexpr uint8_t abortedCommand = 0xB;
 inline constexpr uint8_t miscompare = 0xE;
 }  // namespace sense_key
 
@@ -25,12 +27,18 @@ struct Sense {
 };
 
 namespace sense {
+inline constexpr Sense recoveredRead{sense_key::recoveredError, 0x17, 0x01};   ///< with retries
+inline constexpr Sense recoveredWrite{sense_key::recoveredError, 0x0C, 0x01};  ///< with a new place on the medium
 inline constexpr Sense writeError{sense_key::mediumError, 0x0C, 0x00};
 inline constexpr Sense unrecoveredRead{sense_key::mediumError, 0x11, 0x00};
 inline constexpr Sense internalFailure{sense_key::hardwareError, 0x44, 0x00};
 inline constexpr Sense invalidOperation{sense_key::illegalRequest, 0x20, 0x00};
 inline constexpr Sense lbaOutOfRange{sense_key::illegalRequest, 0x21, 0x00};
+inline constexpr Sense unalignedWrite{sense_key::illegalRequest, 0x21, 0x04};
+inline constexpr Sense writeBoundaryViolation{sense_key::illegalRequest, 0x21, 0x05};
 inline constexpr Sense invalidField{sense_key::illegalRequest, 0x24, 0x00};
+inline constexpr Sense abortedByInternalFailure{sense_key::abortedCommand, 0x44, 0x00};
+inline constexpr Sense abortedByParityError{sense_key::abortedCommand, 0x47, 0x00};
 inline constexpr Sense miscompareDuringVerify{sense_key::miscompare, 0x1D, 0x00};
 }  // namespace sense
 

@@ -1,10 +1,33 @@
 #include "host/drive/SimCache.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace corvane::host {
+namespace {
+
+constexpr uint64_t choiceStream = 0xCAC4E;  ///< keeps the random sequences of a seed apart
+
+}  // namespace
+
+SimCache::SimCache(SimMedium& medium, const DriveGeometry& geometry, uint64_t most, TearUnit unit, uint64_t seed)
+    : medium_(medium), geometry_(geometry), most_(most), unit_(unit), choice_(seed ^ choiceStream) {}
 
 void SimCache::beforeChange(uint64_t lba, uint64_t blocks) {
+  const uint64_t group = blocksPerUnit(unit_, geometry_);
+  while (blocks != 0) {
+    const uint64_t run = std::min(blocks, group - lba % group);
+    rememberUnit(lba, run);
+    lba += run;
+    blocks -= run;
+  }
+}
+
+void SimCache::rememberUnit(uint64_t lba, uint64_t blocks) {
+  // First room for all of them: else the first ones could be written out in favour of the last, and their fates part.
+  while (!dirty_.empty() && dirty_.size() + cleanBlocks(lba, blocks) > most_) {
+    writeSomeOut();
+  }
   for (uint64_t i = 0; i < blocks; ++i) {
     if (!dirty_.contains(lba + i)) {
       remember(lba + i);
@@ -12,24 +35,42 @@ void SimCache::beforeChange(uint64_t lba, uint64_t blocks) {
   }
 }
 
-void SimCache::remember(uint64_t lba) {
-  while (dirty_.size() >= most_) {
-    writeOutOldest();
+uint64_t SimCache::cleanBlocks(uint64_t lba, uint64_t blocks) const {
+  uint64_t count = 0;
+  for (uint64_t i = 0; i < blocks; ++i) {
+    count += dirty_.contains(lba + i) ? 0U : 1U;
   }
-  const uint32_t slot = takeSlot();
-  std::memcpy(saved(slot), medium_.sector(lba), medium_.sectorBytes());
-  dirty_.emplace(lba, Dirty{++generation_, slot});
-  oldest_.push_back({lba, generation_});
+  return count;
 }
 
-void SimCache::writeOutOldest() {
-  const Age age = oldest_.front();
-  oldest_.pop_front();
-  const auto found = dirty_.find(age.lba);
-  if (found != dirty_.end() && found->second.generation == age.generation) {
-    freeSlots_.push_back(found->second.slot);
-    dirty_.erase(found);
+void SimCache::remember(uint64_t lba) {
+  const uint32_t slot = takeSlot();
+  std::memcpy(saved(slot), medium_.sector(lba), medium_.sectorBytes());
+  dirty_.emplace(lba, Dirty{slot, lbas_.size()});
+  lbas_.push_back(lba);
+}
+
+void SimCache::writeSomeOut() {
+  const uint64_t group = blocksPerUnit(unit_, geometry_);
+  const uint64_t first = lbas_[choice_.below(lbas_.size())] / group * group;
+  for (uint64_t i = 0; i < group; ++i) {
+    forget(first + i);
   }
+}
+
+void SimCache::forget(uint64_t lba) {
+  const auto found = dirty_.find(lba);
+  if (found == dirty_.end()) {
+    return;
+  }
+  const Dirty gone = found->second;
+  dirty_.erase(found);
+  freeSlots_.push_back(gone.slot);
+  if (gone.place + 1 != lbas_.size()) {
+    lbas_[gone.place] = lbas_.back();
+    dirty_.at(lbas_.back()).place = gone.place;
+  }
+  lbas_.pop_back();
 }
 
 uint32_t SimCache::takeSlot() {
@@ -44,36 +85,29 @@ uint32_t SimCache::takeSlot() {
 }
 
 void SimCache::writtenThrough(uint64_t lba, uint64_t blocks) {
-  for (uint64_t i = 0; i < blocks; ++i) {
-    if (const auto found = dirty_.find(lba + i); found != dirty_.end()) {
-      freeSlots_.push_back(found->second.slot);
-      dirty_.erase(found);
-    }
+  if (dirty_.empty()) {
+    return;
   }
-  // A test that only ever writes through would else collect stale ages.
-  while (!oldest_.empty() && oldest_.size() > 2 * dirty_.size() + 64) {
-    const Age age = oldest_.front();
-    oldest_.pop_front();
-    const auto found = dirty_.find(age.lba);
-    if (found != dirty_.end() && found->second.generation == age.generation) {
-      oldest_.push_back(age);
-    }
+  for (uint64_t i = 0; i < blocks; ++i) {
+    forget(lba + i);
   }
 }
 
 void SimCache::flush() {
   dirty_.clear();
-  oldest_.clear();
+  lbas_.clear();
   freeSlots_.clear();
   saved_.clear();
 }
 
 void SimCache::lose(Random& random) {
-  // In the order of becoming dirty, because that of a hash table is nobody's promise and a seed must repeat a run.
-  for (const Age& age : oldest_) {
-    const auto found = dirty_.find(age.lba);
-    if (found != dirty_.end() && found->second.generation == age.generation && random.below(2) == 0) {
-      medium_.write(age.lba, 1, saved(found->second.slot));
+  std::sort(lbas_.begin(), lbas_.end());
+  std::vector<uint8_t> sector(medium_.sectorBytes());
+  SimTear lost(unit_, geometry_, random);
+  for (const uint64_t lba : lbas_) {
+    std::memcpy(sector.data(), medium_.sector(lba), sector.size());
+    if (lost.mix(lba, saved(dirty_.at(lba).slot), sector.data())) {
+      medium_.write(lba, 1, sector.data());
     }
   }
   flush();

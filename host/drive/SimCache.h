@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
-#include <memory>
 #include <unordered_map>
 #include <vector>
 
 #include "host/base/Random.h"
+#include "host/drive/Drive.h"
 #include "host/drive/SimMedium.h"
+#include "host/drive/SimTear.h"
 
 namespace corvane::host {
 
@@ -15,12 +15,14 @@ namespace corvane::host {
 ///
 /// The medium always shows what a read returns. The cache remembers what the platter below holds for each block that
 /// is still dirty, and puts that back when the power is cut. A block leaves the cache by a flush, by a write with
-/// forced unit access, or because the cache is full: then the block that is dirty for longest is written out.
+/// forced unit access, or because the cache is full: then any of the dirty blocks is written out, as a drive with its
+/// own idea of a good moment does it. Blocks that share their fate in a power cut are written out together.
 class SimCache {
  public:
-  /// @param medium outlives the object
-  /// @param most   dirty blocks that it holds
-  SimCache(SimMedium& medium, uint64_t most) : medium_(medium), most_(most) {}
+  /// @param medium, geometry outlive the object
+  /// @param most             dirty blocks that it holds, at least those of a unit
+  /// @param seed             of which block is written out
+  SimCache(SimMedium& medium, const DriveGeometry& geometry, uint64_t most, TearUnit unit, uint64_t seed);
 
   /// Call it before the medium changes at these blocks.
   void beforeChange(uint64_t lba, uint64_t blocks);
@@ -31,33 +33,34 @@ class SimCache {
   /// Everything is safe.
   void flush();
 
-  /// The power fails: each dirty block had been written out by chance, or goes back to what the platter held.
+  /// The power fails: each dirty unit had been written out by chance, or goes back to what the platter held.
   void lose(Random& random);
 
   uint64_t dirtyBlocks() const { return dirty_.size(); }
 
  private:
   struct Dirty {
-    uint64_t generation = 0;  ///< of the entry in `oldest_` that stands for it
-    uint32_t slot = 0;        ///< of the platter's content in `saved_`
-  };
-  struct Age {
-    uint64_t lba = 0;
-    uint64_t generation = 0;
+    uint32_t slot = 0;   ///< of the platter's content in `saved_`
+    uint64_t place = 0;  ///< in `lbas_`
   };
 
+  void rememberUnit(uint64_t lba, uint64_t blocks);
+  uint64_t cleanBlocks(uint64_t lba, uint64_t blocks) const;
   void remember(uint64_t lba);
-  void writeOutOldest();
+  void writeSomeOut();
+  void forget(uint64_t lba);
   uint32_t takeSlot();
   uint8_t* saved(uint32_t slot) { return saved_.data() + uint64_t{slot} * medium_.sectorBytes(); }
 
   SimMedium& medium_;
+  const DriveGeometry& geometry_;
   uint64_t most_;
+  TearUnit unit_;
+  Random choice_;
   std::unordered_map<uint64_t, Dirty> dirty_;
-  std::deque<Age> oldest_;  ///< in the order of becoming dirty; entries of blocks that became clean since are stale
+  std::vector<uint64_t> lbas_;  ///< the dirty ones, because nobody promises the order of a hash table
   std::vector<uint8_t> saved_;
   std::vector<uint32_t> freeSlots_;
-  uint64_t generation_ = 0;
 };
 
 }  // namespace corvane::host

@@ -1,9 +1,6 @@
 #include "host/drive/SimDrive.h"
 
 #include <algorithm>
-#include <cstring>
-#include <limits>
-#include <stdexcept>
 
 #include "host/drive/CommandCheck.h"
 #include "host/drive/GeometryKeys.h"
@@ -12,11 +9,14 @@
 namespace corvane::host {
 namespace {
 
-constexpr uint64_t usualSizeBytes = uint64_t{1} << 30;
 constexpr uint64_t accidentsStream = 0x5EED;  ///< keeps the two random sequences of a seed apart
 
-uint64_t unitBytes(const DriveCommand& command, const DriveGeometry& geometry) {
-  return uint64_t{geometry.sectorBytes()} + command.trailerBytes;
+std::string describeZones(const SimSettings& settings) {
+  if (settings.geometry.zoneBlocks == 0) {
+    return "";
+  }
+  return std::string(settings.hostManaged ? ", host-managed" : ", host-aware") + " zones of " +
+         std::to_string(settings.geometry.zoneBlocks) + " blocks";
 }
 
 }  // namespace
@@ -25,21 +25,49 @@ SimDrive::SimDrive(const SimSettings& settings)
     : settings_(settings),
       capabilities_{.atomicWrite = true,
                     .writeSame = true,
-                    .trim = true,
+                    .trim = !settings.hostManaged,
                     .verify = true,
                     .syncCache = true,
                     .powerToggle = true,
                     .deviceReset = true,
-                    .volatileCache = settings.volatileCache},
-      medium_(settings.geometry.sectorBytes()),
-      cache_(settings.volatileCache ? std::make_unique<SimCache>(medium_, settings.cacheBlocks) : nullptr),
+                    .volatileCache = settings.volatileCache,
+                    .zoneReset = settings.geometry.zoneBlocks != 0,
+                    .hostManaged = settings.hostManaged,
+                    .invalidate = true},
+      store_(settings_.geometry, settings.hostManaged ? SimMedium::Unwritten::zeros : SimMedium::Unwritten::pattern,
+             settings.volatileCache ? settings.cacheBlocks : 0, settings.tear, settings.seed),
+      zones_(settings_.geometry, settings.hostManaged),
       schedule_(settings.depth, settings.seed),
-      accidents_(settings.seed ^ accidentsStream) {}
+      errors_(settings.errors, settings.seed),
+      accidents_(settings.seed ^ accidentsStream) {
+  refused_.reserve(settings.depth);
+}
 
 std::string SimDrive::description() const {
   return "simulated drive, " + describeGeometry(settings_.geometry) + ", " +
-         (settings_.volatileCache ? "volatile write cache" : "no volatile cache") + ", seed " +
-         std::to_string(settings_.seed);
+         (settings_.volatileCache ? "volatile write cache" : "no volatile cache") + describeZones(settings_) +
+         ", seed " + std::to_string(settings_.seed);
+}
+
+void SimDrive::submit(const DriveCommand& command) {
+  schedule_.add(command);
+  std::optional<Sense> refusal = refuse(command, settings_.geometry, capabilities_);
+  if (!refusal) {
+    refusal = zones_.admit(command);
+  }
+  if (refusal) {
+    refused_.push_back({command.id, *refusal});
+  }
+}
+
+std::optional<Sense> SimDrive::takeRefusal(uint64_t id) {
+  const auto found = std::find_if(refused_.begin(), refused_.end(), [id](const Refusal& one) { return one.id == id; });
+  if (found == refused_.end()) {
+    return std::nullopt;
+  }
+  const Sense sense = found->sense;
+  refused_.erase(found);
+  return sense;
 }
 
 bool SimDrive::poll(DriveCompletion& out, bool wait) {
@@ -52,12 +80,54 @@ bool SimDrive::poll(DriveCompletion& out, bool wait) {
   out.status = scsi_status::good;
   out.bytesTransferred = 0;
   out.senseBytes = 0;
-  if (const std::optional<Sense> refusal = refuse(command, settings_.geometry, capabilities_)) {
+  if (const std::optional<Sense> refusal = takeRefusal(command.id)) {
     setSense(out, *refusal);
   } else {
-    carryOut(command, out);
+    answer(command, out);
   }
   return true;
+}
+
+void SimDrive::answer(const DriveCommand& command, DriveCompletion& out) {
+  const SimAccident accident = errors_.next(command);
+  std::optional<uint64_t> information;
+  if (accident.failing) {
+    information = command.lba + uint64_t{*accident.failing} * command.lbaStep;
+  }
+  switch (accident.kind) {
+    case SimAccident::Kind::none:
+      carryOut(command, out);
+      break;
+    case SimAccident::Kind::aborted:
+      carryOutPartly(command, TearUnit::block, errors_.chance());
+      out.status = scsi_status::aborted;
+      break;
+    case SimAccident::Kind::writeError:
+      failWrite(command, accident);
+      setSense(out, accident.sense, information);
+      break;
+    case SimAccident::Kind::readError:
+      setSense(out, accident.sense, information);
+      break;
+    case SimAccident::Kind::recovered:
+      carryOut(command, out);
+      if (out.status == scsi_status::good) {  // a verify may have found a difference
+        const uint64_t bytes = out.bytesTransferred;
+        setSense(out, accident.sense, information);
+        out.bytesTransferred = bytes;
+      }
+      break;
+  }
+}
+
+void SimDrive::failWrite(const DriveCommand& command, const SimAccident& accident) {
+  // While there is power no block is torn inside.
+  if (!accident.failing) {
+    carryOutPartly(command, TearUnit::block, errors_.chance());
+    return;
+  }
+  store_.change(command, 0, *accident.failing);
+  store_.changeSome(command, *accident.failing, TearUnit::block, errors_.chance());
 }
 
 void SimDrive::carryOut(const DriveCommand& command, DriveCompletion& out) {
@@ -66,147 +136,83 @@ void SimDrive::carryOut(const DriveCommand& command, DriveCompletion& out) {
     case CommandKind::writeAtomic:
     case CommandKind::writeSame:
     case CommandKind::trim:
-      change(command, 0, command.blocks);
+      store_.change(command, 0, command.blocks);
       break;
     case CommandKind::read:
-      read(command);
+      store_.read(command);
       out.bytesTransferred = command.dataBytes;
       break;
     case CommandKind::verify:
-      if (const std::optional<uint64_t> lba = firstDifference(command)) {
+      if (const std::optional<uint64_t> lba = store_.firstDifference(command)) {
         setSense(out, sense::miscompareDuringVerify, lba);
       }
       break;
     case CommandKind::syncCache:
-      if (cache_ != nullptr) {
-        cache_->flush();
-      }
+      store_.flush();
       break;
     case CommandKind::zoneReset:
+      resetZones(command, nullptr);
+      break;
     case CommandKind::invalidate:
-      throw std::logic_error("not offered");
+      invalidate(command, nullptr);
+      break;
   }
 }
 
-void SimDrive::change(const DriveCommand& command, uint32_t firstBlock, uint32_t blocks) {
-  const bool oneRun = command.lbaStep == 1 && (command.kind == CommandKind::trim ||
-                                               (command.kind != CommandKind::writeSame && command.trailerBytes == 0));
-  if (oneRun) {
-    changeRun(command, firstBlock, blocks);
-    return;
-  }
-  for (uint32_t i = 0; i < blocks; ++i) {
-    changeRun(command, firstBlock + i, 1);
-  }
-}
-
-void SimDrive::changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks) {
-  if (blocks == 0) {
-    return;
-  }
-  const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
-  // An atomic write goes through, so that a power cut cannot tear one that waits in the cache.
-  const bool through = command.forceUnitAccess || command.kind == CommandKind::writeAtomic;
-  if (cache_ != nullptr && !through) {
-    cache_->beforeChange(lba, blocks);
-  }
-  if (command.kind == CommandKind::trim) {
-    medium_.zero(lba, blocks);
-  } else {
-    const uint64_t offset =
-        command.kind == CommandKind::writeSame ? 0 : uint64_t{block} * unitBytes(command, settings_.geometry);
-    medium_.write(lba, blocks, command.data + offset);
-  }
-  if (cache_ != nullptr && through) {
-    cache_->writtenThrough(lba, blocks);
-  }
-}
-
-void SimDrive::read(const DriveCommand& command) {
-  if (command.lbaStep == 1 && command.trailerBytes == 0) {
-    medium_.read(command.lba, command.blocks, command.data);
-    return;
-  }
-  const uint64_t unit = unitBytes(command, settings_.geometry);
-  for (uint32_t i = 0; i < command.blocks; ++i) {
-    uint8_t* block = command.data + i * unit;
-    medium_.read(command.lba + uint64_t{i} * command.lbaStep, 1, block);
-    std::memset(block + settings_.geometry.sectorBytes(), 0, command.trailerBytes);
-  }
-}
-
-std::optional<uint64_t> SimDrive::firstDifference(const DriveCommand& command) {
-  const uint64_t unit = unitBytes(command, settings_.geometry);
-  for (uint32_t i = 0; i < command.blocks; ++i) {
-    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
-    if (std::memcmp(medium_.sector(lba), command.data + i * unit, settings_.geometry.sectorBytes()) != 0) {
-      return lba;
+/// @param chance resets each zone or not; null: all
+void SimDrive::resetZones(const DriveCommand& command, Random* chance) {
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba = zones_.zoneEnd(lba)) {
+    if (chance == nullptr || chance->below(2) == 0) {
+      store_.erase(lba, zones_.zoneEnd(lba) - lba);
+      zones_.rewind(lba);
     }
   }
-  return std::nullopt;
 }
 
-void SimDrive::carryOutPartly(const DriveCommand& command) {
-  if (!changesMedium(command.kind) || command.blocks == 0 ||
-      refuse(command, settings_.geometry, capabilities_).has_value()) {
+/// @param chance invalidates each block or not; null: all
+void SimDrive::invalidate(const DriveCommand& command, Random* chance) {
+  for (uint32_t i = 0; i < command.blocks; ++i) {
+    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    // Above a write pointer there is no content that could be lost, and it must stay zero.
+    if ((chance == nullptr || chance->below(2) == 0) && !zones_.empty(lba)) {
+      store_.invalidate(lba);
+    }
+  }
+}
+
+void SimDrive::carryOutPartly(const DriveCommand& command, TearUnit unit, Random& chance) {
+  if (!changesMedium(command.kind) || command.blocks == 0) {
     return;
   }
   enum Progress : uint64_t { notBegun, halfDone, done, count };
-  const uint64_t progress = accidents_.below(count);
-  if (progress == done) {
-    change(command, 0, command.blocks);
-  } else if (progress == halfDone && command.kind == CommandKind::writeAtomic) {
-    const uint32_t segment = command.atomicBound == 0 ? command.blocks : command.atomicBound;
-    for (uint32_t first = 0; first < command.blocks; first += std::min(segment, command.blocks - first)) {
-      if (accidents_.below(2) == 0) {
-        change(command, first, std::min(segment, command.blocks - first));
-      }
-    }
-  } else if (progress == halfDone) {
-    change(command, 0, static_cast<uint32_t>(accidents_.below(command.blocks)));
+  const uint64_t progress = chance.below(count);
+  if (progress == notBegun) {
+    return;
+  }
+  Random* const some = progress == done ? nullptr : &chance;
+  if (command.kind == CommandKind::zoneReset) {
+    resetZones(command, some);
+  } else if (command.kind == CommandKind::invalidate) {
+    invalidate(command, some);
+  } else if (progress == done) {
+    store_.change(command, 0, command.blocks);
+  } else {
+    store_.changeSome(command, 0, unit, chance);
   }
 }
 
 void SimDrive::reset() {
   DriveCommand command;
   while (schedule_.takeAny(command)) {
-    carryOutPartly(command);
+    if (!takeRefusal(command.id)) {
+      carryOutPartly(command, settings_.tear, accidents_);
+    }
   }
 }
 
 void SimDrive::powerCycle() {
   reset();
-  if (cache_ != nullptr) {
-    cache_->lose(accidents_);
-  }
-}
-
-std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
-  SimSettings settings;
-  settings.geometry = takeGeometry(address);
-  uint64_t sizeBytes = usualSizeBytes / settings.geometry.sectorBytes() * settings.geometry.sectorBytes();
-  if (!address.target().empty()) {
-    const std::optional<uint64_t> given = parseSizeBytes(address.target());
-    if (!given || *given == 0) {
-      address.refuse("'" + address.target() + "' is not a size; write bytes, or a number with k, m, g or t, as in 1g");
-    }
-    sizeBytes = *given;
-  }
-  settings.volatileCache = address.word("cache", {"none", "volatile"}) == "volatile";
-  settings.depth = static_cast<uint32_t>(address.number("depth", 1024, 1, 1024));
-  settings.seed = address.number("seed", seed, 0, std::numeric_limits<uint64_t>::max());
-  address.checkAllTaken();
-  settings.geometry.blocks = blocksOf(address, sizeBytes, settings.geometry);
-  return std::make_unique<SimDrive>(settings);
-}
-
-std::string simDriveHelp() {
-  return "sim:[SIZE][,key=value]...\n"
-         "  a simulated drive in memory, 1g unless SIZE is given; memory is taken as blocks are written\n" +
-         geometryKeysHelp() +
-         "  cache=none       none, or volatile: acknowledged writes need a flush to survive a power cut\n"
-         "  depth=1024       commands that it takes at once, 1 to 1024\n"
-         "  seed=N           its own random choices; taken from the test's seed unless given\n";
+  store_.losePower(accidents_);
 }
 
 }  // namespace corvane::host

@@ -6,11 +6,6 @@
 #include "host/base/Random.h"
 
 namespace corvane::host {
-namespace {
-
-constexpr uint8_t unwrittenMark = 0x9A;
-
-}  // namespace
 
 void SimMedium::read(uint64_t lba, uint64_t blocks, uint8_t* out) {
   while (blocks != 0) {
@@ -20,7 +15,7 @@ void SimMedium::read(uint64_t lba, uint64_t blocks, uint8_t* out) {
       std::memcpy(out, page + offset * sectorBytes_, run * sectorBytes_);
     } else {
       for (uint64_t i = 0; i < run; ++i) {
-        fillPattern(lba + i, out + i * sectorBytes_);
+        fillUnwritten(lba + i, out + i * sectorBytes_);
       }
     }
     lba += run;
@@ -44,7 +39,9 @@ void SimMedium::zero(uint64_t lba, uint64_t blocks) {
   while (blocks != 0) {
     const uint64_t offset = lba % pageBlocks;
     const uint64_t run = std::min(blocks, pageBlocks - offset);
-    std::memset(make(lba / pageBlocks) + offset * sectorBytes_, 0, run * sectorBytes_);
+    if (unwrittenAs_ != Unwritten::zeros || find(lba / pageBlocks) != nullptr) {
+      std::memset(make(lba / pageBlocks) + offset * sectorBytes_, 0, run * sectorBytes_);
+    }
     lba += run;
     blocks -= run;
   }
@@ -57,7 +54,7 @@ const uint8_t* SimMedium::sector(uint64_t lba) {
   if (unwritten_ == nullptr) {
     unwritten_ = std::make_unique<uint8_t[]>(sectorBytes_);
   }
-  fillPattern(lba, unwritten_.get());
+  fillUnwritten(lba, unwritten_.get());
   return unwritten_.get();
 }
 
@@ -76,7 +73,7 @@ uint8_t* SimMedium::make(uint64_t page) {
   }
   auto memory = std::make_unique_for_overwrite<uint8_t[]>(pageBlocks * sectorBytes_);
   for (uint64_t i = 0; i < pageBlocks; ++i) {
-    fillPattern(page * pageBlocks + i, memory.get() + i * sectorBytes_);
+    fillUnwritten(page * pageBlocks + i, memory.get() + i * sectorBytes_);
   }
   last_ = memory.get();
   pages_.emplace(page, std::move(memory));
@@ -84,13 +81,17 @@ uint8_t* SimMedium::make(uint64_t page) {
   return last_;
 }
 
-void SimMedium::fillPattern(uint64_t lba, uint8_t* out) const {
+void SimMedium::fillUnwritten(uint64_t lba, uint8_t* out) const {
+  if (unwrittenAs_ == Unwritten::zeros) {
+    std::memset(out, 0, sectorBytes_);
+    return;
+  }
   uint64_t state = lba;
   const uint64_t word = Random::splitMix(state);
   for (uint32_t i = 0; i < sectorBytes_; i += sizeof(word)) {
     std::memcpy(out + i, &word, std::min<size_t>(sizeof(word), sectorBytes_ - i));
   }
-  out[0] = unwrittenMark;
+  out[0] = nobodysMark;
 }
 
 }  // namespace corvane::host

@@ -8,11 +8,17 @@ namespace corvane::host {
 
 /// The sectors of a simulated drive, sparse: memory is taken only for neighbourhoods that were written.
 ///
-/// A sector that was never written has a content that follows from its LBA alone, and that nobody takes for written
-/// data: its first byte is far above the sector pools' numbers.
+/// A sector that was never written is zero, or has a content that follows from its LBA alone, and that nobody takes for
+/// written data: its first byte is far above the sector pools' numbers.
 class SimMedium {
  public:
-  explicit SimMedium(uint32_t sectorBytes) : sectorBytes_(sectorBytes) {}
+  /// First byte of a sector that nobody wrote.
+  static constexpr uint8_t nobodysMark = 0x9A;
+
+  enum class Unwritten : uint8_t { pattern, zeros };
+
+  explicit SimMedium(uint32_t sectorBytes, Unwritten unwritten = Unwritten::pattern)
+      : sectorBytes_(sectorBytes), unwrittenAs_(unwritten) {}
 
   uint32_t sectorBytes() const { return sectorBytes_; }
 
@@ -32,9 +38,10 @@ class SimMedium {
 
   uint8_t* find(uint64_t page);
   uint8_t* make(uint64_t page);
-  void fillPattern(uint64_t lba, uint8_t* out) const;
+  void fillUnwritten(uint64_t lba, uint8_t* out) const;
 
   uint32_t sectorBytes_;
+  Unwritten unwrittenAs_;
   std::unordered_map<uint64_t, std::unique_ptr<uint8_t[]>> pages_;
   uint64_t lastPage_ = ~uint64_t{0};  ///< found last, and where it is
   uint8_t* last_ = nullptr;

@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 
+#include "host/drive/DriveError.h"
+#include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
 
 namespace corvane::host {
@@ -86,26 +89,188 @@ TEST(SimDrive, AResetLosesNothingThatWasAcknowledged) {
   EXPECT_EQ(commands.read(10, 50), data);
 }
 
-TEST(SimDrive, AResetLeavesAnOutstandingWriteUndoneHalfDoneOrDone) {
-  SimDrive drive(settingsOf(false));
+/// What resets left of a write of 8 blocks that was outstanding, a letter a 512 bytes: o old, n new, ? neither.
+std::set<std::string> leftByResets(SimSettings settings, DriveCommand like, uint64_t lba, int rounds) {
+  settings.geometry.blocks = 10'000;
+  SimDrive drive(settings);
   CommandMaker commands(drive);
   std::set<std::string> seen;
-  for (uint64_t round = 0; round < 100; ++round) {
-    Bytes old = randomBytes(2 * round, 8 * sector);
-    Bytes fresh = randomBytes(2 * round + 1, 8 * sector);
-    commands.run(CommandKind::write, 0, 8, &old);
-    drive.submit(commands.make(CommandKind::write, 0, 8, &fresh));
+  const uint64_t bytes = uint64_t{8} * settings.geometry.blockSize;
+  Bytes old = randomBytes(1, bytes);
+  Bytes fresh = randomBytes(2, bytes);
+  for (int round = 0; round < rounds; ++round) {
+    commands.run(CommandKind::write, lba, 8, &old);
+    DriveCommand command = commands.make(like.kind, lba, 8, like.kind == CommandKind::trim ? nullptr : &fresh);
+    command.atomicBound = like.atomicBound;
+    drive.submit(command);
     drive.reset();
-    const Bytes found = commands.read(0, 8);
-    size_t done = 0;
-    while (done < 8 && std::memcmp(&found[done * sector], &fresh[done * sector], sector) == 0) {
-      ++done;
+    Bytes expected = like.kind == CommandKind::trim ? Bytes(bytes, 0) : fresh;
+    const Bytes found = commands.read(lba, 8);
+    std::string left;
+    for (size_t i = 0; i < bytes; i += 512) {
+      left += std::memcmp(&found[i], &old[i], 512) == 0        ? 'o'
+              : std::memcmp(&found[i], &expected[i], 512) == 0 ? 'n'
+                                                               : '?';
     }
-    // Its first blocks are new, all others old.
-    ASSERT_EQ(std::memcmp(found.data() + done * sector, old.data() + done * sector, (8 - done) * sector), 0);
-    seen.insert(done == 0 ? "undone" : done == 8 ? "done" : "half");
+    seen.insert(left);
   }
-  EXPECT_THAT(seen, testing::ElementsAre("done", "half", "undone"));
+  return seen;
+}
+
+TEST(SimDrive, AResetLeavesAnySubsetOfAnOutstandingWritesBlocks) {
+  for (const CommandKind kind : {CommandKind::write, CommandKind::trim}) {
+    DriveCommand like;
+    like.kind = kind;
+    const std::set<std::string> seen = leftByResets(settingsOf(false), like, 3, 400);
+    EXPECT_THAT(seen, testing::AllOf(testing::Contains("oooooooo"), testing::Contains("nnnnnnnn")));
+    EXPECT_THAT(seen, testing::Contains(testing::StartsWith("on")));  // not only the first blocks
+    EXPECT_THAT(seen, testing::Each(testing::Not(testing::HasSubstr("?"))));
+    EXPECT_GT(seen.size(), 60U);
+  }
+}
+
+TEST(SimDrive, AResetLeavesWholeSegmentsOfAnAtomicWriteHoweverElseItTears) {
+  for (const TearUnit unit : {TearUnit::block, TearUnit::sector, TearUnit::fourKiB}) {
+    SimSettings settings = settingsOf(false);
+    settings.geometry.blockSize = 1024;
+    settings.tear = unit;
+    DriveCommand like;
+    like.kind = CommandKind::writeAtomic;
+    like.atomicBound = 3;
+    // Segments count from the command's LBA, which is not a multiple of the bound.
+    EXPECT_THAT(leftByResets(settings, like, 4, 300),
+                testing::ElementsAre("nnnnnnnnnnnnnnnn", "nnnnnnnnnnnnoooo", "nnnnnnoooooonnnn", "nnnnnnoooooooooo",
+                                     "oooooonnnnnnnnnn", "oooooonnnnnnoooo", "oooooooooooonnnn", "oooooooooooooooo"));
+  }
+}
+
+TEST(SimDrive, AnAtomicWriteWithoutBoundIsLeftAsAWhole) {
+  DriveCommand like;
+  like.kind = CommandKind::writeAtomic;
+  EXPECT_THAT(leftByResets(settingsOf(false), like, 4, 50), testing::ElementsAre("nnnnnnnn", "oooooooo"));
+}
+
+TEST(SimDrive, TornBySectorsABlockOf4096BytesIsNeitherOldNorNew) {
+  SimSettings settings = settingsOf(false);
+  settings.geometry.blockSize = 4096;
+  settings.tear = TearUnit::sector;
+  const std::set<std::string> seen = leftByResets(settings, DriveCommand{.kind = CommandKind::write}, 0, 20);
+  EXPECT_TRUE(std::any_of(seen.begin(), seen.end(), [](const std::string& left) {
+    const std::string block = left.substr(0, 8);
+    return block.find('o') != std::string::npos && block.find('n') != std::string::npos;
+  }));
+  settings.tear = TearUnit::block;
+  for (const std::string& left : leftByResets(settings, DriveCommand{.kind = CommandKind::write}, 0, 20)) {
+    for (size_t block = 0; block < 64; block += 8) {
+      EXPECT_EQ(left.substr(block, 8), std::string(8, left[block]));
+    }
+  }
+}
+
+TEST(SimDrive, TornBy4KibItsBlocksShareOneFate) {
+  SimSettings settings = settingsOf(false);
+  settings.tear = TearUnit::fourKiB;
+  EXPECT_THAT(leftByResets(settings, DriveCommand{.kind = CommandKind::write}, 13, 60),
+              testing::ElementsAre("nnnnnnnn", "nnnooooo", "ooonnnnn", "oooooooo"));
+}
+
+TEST(SimDrive, APowerCutTearsAcknowledgedBlocksInTheSameUnits) {
+  SimSettings settings = settingsOf(true);
+  settings.geometry.blockSize = 4096;
+  settings.tear = TearUnit::sector;
+  SimDrive drive(settings);
+  CommandMaker commands(drive);
+  Bytes old = randomBytes(1, uint64_t{10} * 4096);
+  Bytes fresh = randomBytes(2, uint64_t{10} * 4096);
+  commands.run(CommandKind::write, 0, 10, &old);
+  commands.run(CommandKind::syncCache, 0, 0);
+  commands.run(CommandKind::write, 0, 10, &fresh);
+  drive.powerCycle();
+  const Bytes found = commands.read(0, 10);
+  int mixed = 0;
+  for (size_t block = 0; block < 10; ++block) {
+    int kept = 0;
+    for (size_t i = block * 4096; i < (block + 1) * 4096; i += 512) {
+      const bool isNew = std::memcmp(&found[i], &fresh[i], 512) == 0;
+      ASSERT_TRUE(isNew || std::memcmp(&found[i], &old[i], 512) == 0);
+      kept += isNew ? 1 : 0;
+    }
+    mixed += kept != 0 && kept != 8 ? 1 : 0;
+  }
+  EXPECT_GT(mixed, 5);
+}
+
+TEST(SimDrive, AnAcknowledgedAtomicWriteIsNeverTorn) {
+  SimSettings settings = settingsOf(true);
+  settings.tear = TearUnit::sector;
+  SimDrive drive(settings);
+  CommandMaker commands(drive);
+  Bytes old = randomBytes(1, 32 * sector);
+  Bytes fresh = randomBytes(2, 32 * sector);
+  commands.run(CommandKind::write, 0, 32, &old);
+  commands.run(CommandKind::writeAtomic, 0, 32, &fresh);
+  drive.powerCycle();
+  EXPECT_EQ(commands.read(0, 32), fresh);
+}
+
+TEST(SimDrive, AWrongUnitOfTearingIsRefused) {
+  try {
+    openDrive("sim:1m,tear=page", 4);
+    FAIL() << "accepted";
+  } catch (const DriveAddressError& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("tear=page is not known; it takes block, sector, 4k"));
+  }
+  EXPECT_EQ(openDrive("sim:1m,tear=4k", 4)->geometry().blocks, 2048U);
+}
+
+TEST(SimDrive, InvalidatedBlocksHoldNewBytesThatAreNobodysDataAndTheirNeighboursStay) {
+  SimDrive drive(settingsOf(false));
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(4, 20 * sector);
+  commands.run(CommandKind::write, 0, 20, &data);
+  EXPECT_TRUE(drive.capabilities().invalidate);
+  EXPECT_EQ(commands.run(CommandKind::invalidate, 5, 10).status, scsi_status::good);
+  const Bytes found = commands.read(0, 20);
+  EXPECT_EQ(std::memcmp(found.data(), data.data(), 5 * sector), 0);
+  EXPECT_EQ(std::memcmp(&found[15 * sector], &data[15 * sector], 5 * sector), 0);
+  std::set<std::string> contents;
+  for (size_t i = 5; i < 15; ++i) {
+    EXPECT_EQ(found[i * sector], 0x9A);
+    contents.emplace(&found[i * sector], &found[i * sector] + sector);
+    contents.emplace(&data[i * sector], &data[i * sector] + sector);
+  }
+  EXPECT_EQ(contents.size(), 20U);
+  commands.run(CommandKind::invalidate, 5, 10);
+  EXPECT_NE(commands.read(5, 10), Bytes(found.begin() + 5 * sector, found.begin() + 15 * sector));
+}
+
+TEST(SimDrive, AnInvalidatedBlockMayHaveAnyLengthAndMayLeaveOthersBetween) {
+  SimSettings settings = settingsOf(false);
+  settings.geometry.blockSize = 1024;
+  settings.geometry.protectionBytes = 8;
+  SimDrive drive(settings);
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(4, uint64_t{4} * 1032);
+  commands.run(CommandKind::write, 0, 4, &data);
+  DriveCommand skipping = commands.make(CommandKind::invalidate, 0, 2);
+  skipping.lbaStep = 2;
+  EXPECT_EQ(commands.run(skipping).status, scsi_status::good);
+  const Bytes found = commands.read(0, 4);
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(std::memcmp(&found[i * 1032], &data[i * 1032], 1032) == 0, i % 2 == 1) << i;
+    EXPECT_EQ(std::memcmp(&found[i * 1032 + 1024], &data[i * 1032 + 1024], 8) == 0, i % 2 == 1) << i;
+  }
+}
+
+TEST(SimDrive, APowerCutNeverBringsInvalidatedContentBack) {
+  SimDrive drive(settingsOf(true));
+  CommandMaker commands(drive);
+  Bytes data = randomBytes(5, 100 * sector);
+  commands.run(CommandKind::write, 0, 100, &data);
+  commands.run(CommandKind::invalidate, 0, 100);
+  const Bytes found = commands.read(0, 100);
+  drive.powerCycle();
+  EXPECT_EQ(commands.read(0, 100), found);
 }
 
 TEST(SimDrive, ASeedRepeatsEverything) {
@@ -128,6 +293,7 @@ TEST(SimDrive, ASeedRepeatsEverything) {
       }
     }
     drive.powerCycle();
+    commands.run(CommandKind::invalidate, 0, 3);
     return std::make_pair(order, commands.read(0, 160));
   };
   EXPECT_EQ(run(1), run(1));

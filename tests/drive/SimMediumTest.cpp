@@ -50,5 +50,18 @@ TEST(SimMedium, ZeroedSectorsAreZero) {
   EXPECT_EQ(medium.sector(170)[0], 0x9A);
 }
 
+TEST(SimMedium, AMediumThatBeginsWithZerosTakesNoMemoryForThem) {
+  SimMedium medium(512, SimMedium::Unwritten::zeros);
+  medium.zero(0, 1000);
+  EXPECT_EQ(contentOf(medium, 10, 100), Bytes(100 * 512, 0));
+  EXPECT_EQ(medium.allocatedBytes(), 0U);
+  const Bytes data = randomBytes(1, 512);
+  medium.write(5, 1, data.data());
+  EXPECT_EQ(contentOf(medium, 4, 1), Bytes(512, 0));
+  EXPECT_EQ(contentOf(medium, 5, 1), data);
+  medium.zero(5, 1);
+  EXPECT_EQ(contentOf(medium, 5, 1), Bytes(512, 0));
+}
+
 }  // namespace
 }  // namespace corvane::host

@@ -1,0 +1,126 @@
+#include "host/drive/SimErrors.h"
+
+#include <array>
+#include <charconv>
+
+namespace corvane::host {
+namespace {
+
+constexpr uint64_t errorsStream = 0xE7707;  ///< keeps the random sequences of a seed apart
+
+/// The commands that users of a drive change blocks with, as against those that take whole ranges away.
+bool isWrite(CommandKind kind) {
+  return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
+         kind == CommandKind::trim;
+}
+
+/// The text of a key's value; DriveAddress itself has no fractions.
+std::optional<std::string> valueOf(const DriveAddress& address, std::string_view key) {
+  std::string_view rest = address.text();
+  rest.remove_prefix(address.scheme().size() + 1);
+  while (!rest.empty()) {
+    const std::string_view piece = rest.substr(0, rest.find(','));
+    rest.remove_prefix(piece.size() == rest.size() ? rest.size() : piece.size() + 1);
+    if (piece.size() > key.size() && piece.starts_with(key) && piece[key.size()] == '=') {
+      return std::string(piece.substr(key.size() + 1));
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+SimErrors::SimErrors(const SimErrorRates& rates, uint64_t seed) : rates_(rates), random_(seed ^ errorsStream) {}
+
+bool SimErrors::happens(double rate) {
+  constexpr int unusedBits = 11;  // those that a double cannot hold
+  return rate > 0 && static_cast<double>(random_.next() >> unusedBits) * 0x1p-53 < rate;
+}
+
+SimAccident SimErrors::next(const DriveCommand& command) {
+  if (command.blocks == 0) {
+    return {};
+  }
+  const bool writes = isWrite(command.kind);
+  const bool reads = command.kind == CommandKind::read;
+  if (writes && happens(rates_.abort)) {
+    return {.kind = SimAccident::Kind::aborted, .sense = {}, .failing = {}};
+  }
+  if (writes && happens(rates_.writeError)) {
+    return writeError(command);
+  }
+  if (reads && happens(rates_.readError)) {
+    return readError(command);
+  }
+  const bool hasData = (writes && command.kind != CommandKind::trim) || reads || command.kind == CommandKind::verify;
+  return hasData && happens(rates_.recovered) ? recovered(command) : SimAccident{};
+}
+
+SimAccident SimErrors::writeError(const DriveCommand& command) {
+  constexpr std::array<Sense, 3> blind{sense::writeError, sense::internalFailure, sense::abortedByParityError};
+  // One case more stands for an error that names its block. Before that one everything is written, which segments of
+  // an atomic write need not be.
+  const uint64_t which = random_.below(command.kind == CommandKind::writeAtomic ? blind.size() : blind.size() + 1);
+  if (which < blind.size()) {
+    return {.kind = SimAccident::Kind::writeError, .sense = blind[which], .failing = {}};
+  }
+  return {.kind = SimAccident::Kind::writeError, .sense = sense::writeError, .failing = anyBlock(command)};
+}
+
+SimAccident SimErrors::readError(const DriveCommand& command) {
+  constexpr std::array<Sense, 3> senses{sense::unrecoveredRead, sense::internalFailure,
+                                        sense::abortedByInternalFailure};
+  SimAccident accident{
+      .kind = SimAccident::Kind::readError, .sense = senses[random_.below(senses.size())], .failing = {}};
+  if (accident.sense == sense::unrecoveredRead) {
+    accident.failing = anyBlock(command);
+  }
+  return accident;
+}
+
+SimAccident SimErrors::recovered(const DriveCommand& command) {
+  SimAccident accident{.kind = SimAccident::Kind::recovered,
+                       .sense = isWrite(command.kind) ? sense::recoveredWrite : sense::recoveredRead,
+                       .failing = {}};
+  if (random_.below(2) == 0) {
+    accident.failing = anyBlock(command);
+  }
+  return accident;
+}
+
+double takeRate(DriveAddress& address, std::string_view key) {
+  const std::optional<std::string> text = valueOf(address, key);
+  // Asked for in any case, so that the address knows the key.
+  address.word(key, {text.value_or("")});
+  if (!text) {
+    return 0;
+  }
+  double rate = 0;
+  const char* const last = text->data() + text->size();
+  const auto [end, error] = std::from_chars(text->data(), last, rate);
+  // The comparison is false for a NaN.
+  if (error != std::errc() || end != last || !(rate >= 0 && rate <= 1)) {
+    address.refuse(std::string(key) + "=" + *text + " is not a probability; write a number from 0 to 1, as in 0.01");
+  }
+  return rate;
+}
+
+SimErrorRates takeErrorRates(DriveAddress& address) {
+  SimErrorRates rates;
+  rates.abort = takeRate(address, "abort");
+  rates.writeError = takeRate(address, "write-error");
+  rates.readError = takeRate(address, "read-error");
+  rates.recovered = takeRate(address, "recovered");
+  return rates;
+}
+
+std::string errorRatesHelp() {
+  return "  abort=0          share of the commands that change blocks which end as aborted, 0 to 1, as in 0.01; any\n"
+         "                   subset of them is then carried out, an atomic write by whole segments\n"
+         "  write-error=0    share of the same commands which end with a hard error, some naming the failing block\n"
+         "  read-error=0     share of the reads which end with a hard error and without data; not for a test with\n"
+         "                   \"Write Splice Detection\", which takes an unreadable block for a splice\n"
+         "  recovered=0      share of the commands with data which succeed and report a recovered error\n";
+}
+
+}  // namespace corvane::host
