@@ -35,7 +35,7 @@ std::string answerText(const DriveCompletion& completion) {
 [[noreturn]] void fail(CommandKind kind, const vdl::LBARange& range, const DriveCompletion& completion) {
   const std::string where = "of LBA " + std::to_string(range.first) + " to " + std::to_string(range.end - 1);
   const bool reset = kind == CommandKind::zoneReset;
-  throw DriveError("the drive failed a " + std::string(reset ? "zone reset " : "invalidation ") + where + " (" +
+  throw DriveError("the drive failed " + std::string(reset ? "a zone reset " : "an invalidation ") + where + " (" +
                    answerText(completion) + "); check the drive, or run without " +
                    (reset ? "zone resets" : "invalidations"));
 }
