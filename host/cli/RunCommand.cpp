@@ -108,10 +108,13 @@ void prepareOutput(const RunSettings& settings, NewPaths& made) {
 /// The flag that a refusal is about; empty when no single one is.
 std::string flagOf(std::string_view refusal, const TestDefinition& test) {
   const bool rangeGiven = test.firstLba != 0 || test.endLba != 0;
-  const std::array<std::pair<std::string_view, std::string_view>, 6> beginnings{
+  const std::array<std::pair<std::string_view, std::string_view>, 9> beginnings{
       {{"the LBA range", rangeGiven ? "--range" : "--xfer"},
        {"transfers of", "--xfer"},
        {"drive '", "--drive"},
+       {"queue depth", "--queue-depth"},
+       {"zone resets", "--zone-reset-every"},
+       {"invalidations", "--invalidate-every"},
        {"atomic writes need reads", "--commands-of"},
        {"an atomic write and its bound", "--atomic-bound"},
        {"a power cut would", "--power-toggle"}}};

@@ -141,6 +141,12 @@ void RunCommandLine::addCommandFlags(CLI::App& run) {
   add(run, commandGroup, "--rate", "N", "At most so many commands a second and drive. Default: no limit.");
   add(run, stressGroup, "--reset-every", "N",
       "Resets the device each time so many commands were issued. Default: never.");
+  add(run, stressGroup, "--zone-reset-every", "N",
+      "Resets a zone each time so many commands were issued; drives with zones only, and a must on those that are "
+      "written at their zones' write pointers. Default: never.");
+  add(run, stressGroup, "--invalidate-every", "N",
+      "Invalidates a short range each time so many commands were issued, after which its old content must not come "
+      "back. Default: never.");
   add(run, stressGroup, "--power-toggle", "HOW",
       "Cuts the power as often as the option \"PowerToggle Freq\" says: nosync at once, sync after a cache flush, off "
       "never. Default: off.");
@@ -262,6 +268,12 @@ void RunCommandLine::readCommands(TestDefinition& test) const {
 void RunCommandLine::readStress(TestDefinition& test) const {
   if (const std::string* text = once("--reset-every")) {
     test.resetEveryCommands = parseCount("--reset-every", *text, 1);
+  }
+  if (const std::string* text = once("--zone-reset-every")) {
+    test.zoneResetEveryCommands = parseCount("--zone-reset-every", *text, 1);
+  }
+  if (const std::string* text = once("--invalidate-every")) {
+    test.invalidateEveryCommands = parseCount("--invalidate-every", *text, 1);
   }
   if (const std::string* text = once("--power-toggle")) {
     test.powerToggle = parsePowerToggle("--power-toggle", *text);

@@ -34,7 +34,10 @@ void addFigures(Json& object, const DriveTotals& totals) {
   commands["heldBack"] = totals.heldBack;
   commands["stray"] = totals.stray;
   commands["maxOutstanding"] = totals.maxOutstanding;
-  object["events"] = {{"resets", totals.resets}, {"powerCycles", totals.powerCycles}};
+  object["events"] = {{"resets", totals.resets},
+                      {"powerCycles", totals.powerCycles},
+                      {"zoneResets", totals.zoneResets},
+                      {"invalidations", totals.invalidations}};
   object["blocks"] = {{"written", totals.blocksWritten},
                       {"trimmed", totals.blocksTrimmed},
                       {"read", totals.blocksRead},

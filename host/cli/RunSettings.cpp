@@ -54,6 +54,8 @@ std::vector<std::string> repeatCommand(const RunSettings& settings) {
   words.addCountIf(test.e2ePercent != 0, "--e2e", test.e2ePercent);
   words.addIf(test.powerToggle != PowerToggle::off, "--power-toggle", powerToggleText(test.powerToggle));
   words.addCountIf(test.resetEveryCommands != 0, "--reset-every", test.resetEveryCommands);
+  words.addCountIf(test.zoneResetEveryCommands != 0, "--zone-reset-every", test.zoneResetEveryCommands);
+  words.addCountIf(test.invalidateEveryCommands != 0, "--invalidate-every", test.invalidateEveryCommands);
   if (test.forceUnitAccess) {
     words.addBare("--fua");
   }

@@ -38,6 +38,8 @@ std::string eventsText(const DriveTotals& totals) {
   };
   add(totals.resets, "resets");
   add(totals.powerCycles, "power cycles");
+  add(totals.zoneResets, "zone resets");
+  add(totals.invalidations, "invalidations");
   add(totals.failed, "commands that failed");
   add(totals.retried, "retried");
   add(totals.stray, "stray completions");

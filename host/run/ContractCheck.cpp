@@ -1,9 +1,11 @@
 #include "host/run/ContractCheck.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 #include "host/framework/TagPool.h"
+#include "host/run/ZoneMap.h"
 
 namespace corvane::host {
 namespace {
@@ -126,6 +128,52 @@ void judgeLostCommands(Judge& judge, const TestDefinition& test, const AgentOpti
                "back and its blocks stay in memory; switch it on");
 }
 
+void judgeRangeOperations(Judge& judge, const TestDefinition& test) {
+  judge.refuseIf(test.usesRangeOperations() && test.queueDepth == TagPool::maxTags,
+                 "queue depth " + text(test.queueDepth) +
+                     " leaves no place for zone resets and invalidations, which take one beside it; choose at most " +
+                     text(TagPool::maxTags - 1) + " or leave them out");
+  const bool invalidates = test.invalidateEveryCommands != 0;
+  judge.refuseIf(invalidates && test.mix.verify != 0,
+                 "invalidations do not go with verifies, because a verify of an invalidated block would be a false "
+                 "alarm whether it finds the old content or not; leave verify or invalidations out");
+  judge.refuseIf(invalidates && test.mix.writeAtomic != 0,
+                 "invalidations do not go with atomic writes, because the content before an unfinished one may come "
+                 "back, which would be a false alarm; leave atomic or invalidations out");
+}
+
+void judgeZones(Judge& judge, const TestDefinition& test, const Drive& drive, const ZoneMap& zones) {
+  if (test.zoneResetEveryCommands == 0) {
+    return;
+  }
+  judge.refuseIf(zones.zoneBlocks() > std::numeric_limits<uint32_t>::max(),
+                 "zone resets name their blocks with 32 bits, and the drive's zones have " + text(zones.zoneBlocks()) +
+                     "; leave zone resets out");
+  judge.refuseIf(!drive.capabilities().hostManaged && zones.count() == 0,
+                 "zone resets need a zone that lies wholly in the LBA range, and zones have " +
+                     text(zones.zoneBlocks()) + " blocks; widen the range or leave zone resets out");
+}
+
+void judgeHostManaged(Judge& judge, const TestDefinition& test, const AgentOptionValues& options,
+                      const ZoneMap& zones) {
+  const std::string drive = "a host-managed drive ";
+  const CommandMix& mix = test.mix;
+  judge.refuseIf(mix.writeAtomic != 0 || mix.writeSame != 0 || mix.trim != 0,
+                 drive +
+                     "is written at its zones' write pointers only, and atomic, writesame and trim go anywhere; "
+                     "select write alone");
+  judge.refuseIf(options.skipCommands,
+                 drive + "refuses writes that leave blocks out; switch \"Use Skip Commands\" off");
+  judge.refuseIf(test.zoneResetEveryCommands == 0,
+                 drive + "takes no more writes once its zones are full; switch zone resets on");
+  judge.refuseIf(zones.count() < 2, drive + "needs at least two zones of " + text(zones.zoneBlocks()) +
+                                        " blocks wholly in the LBA range, so that one can be written while the other "
+                                        "holds what is read back; widen the range");
+  judge.refuseIf(test.maxBlocks > zones.zoneBlocks(), "transfers of " + text(test.maxBlocks) +
+                                                          " blocks do not fit into a zone of " +
+                                                          text(zones.zoneBlocks()) + "; shorten the transfers");
+}
+
 }  // namespace
 
 ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& options) {
@@ -144,6 +192,7 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
   judgeSelection(judge, test, options);
   judgeSkipCommands(judge, test, options);
   judgeLostCommands(judge, test, options);
+  judgeRangeOperations(judge, test);
   return judge.take();
 }
 
@@ -176,6 +225,11 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
       test.powerToggle == PowerToggle::withoutSync && drive.capabilities().volatileCache && !test.forceUnitAccess,
       "a power cut would take acknowledged writes from the drive's volatile cache, which is no fault of "
       "the drive; flush it before each cut, or use forced unit access");
+  const ZoneMap zones(drive.geometry(), range.firstLba, range.endLba);
+  judgeZones(judge, test, drive, zones);
+  if (drive.capabilities().hostManaged) {
+    judgeHostManaged(judge, test, options, zones);
+  }
   const uint64_t average = (uint64_t{test.minBlocks} + test.maxBlocks + 1) / 2;
   const uint64_t waiting = average * stepOf(options) * options.maxQueueSize;
   judge.warnIf(size >= longest && waiting > size,
@@ -200,6 +254,8 @@ std::string missingCapability(const TestDefinition& test, const Drive& drive) {
   need(test.powerToggle == PowerToggle::withSync, can.syncCache, "cache flush");
   need(test.powerToggle != PowerToggle::off, can.powerToggle, "power toggle");
   need(test.resetEveryCommands != 0, can.deviceReset, "device reset");
+  need(test.zoneResetEveryCommands != 0, can.zoneReset && drive.geometry().zoneBlocks != 0, "zone resets");
+  need(test.invalidateEveryCommands != 0, can.invalidate, "invalidation of ranges");
   if (missing.empty()) {
     return {};
   }

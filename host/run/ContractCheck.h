@@ -25,7 +25,7 @@ struct TestRange {
 /// Judges a test by itself, before any drive is opened.
 ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& options);
 
-/// Judges a test on one drive: its range, and what a power cut may take from the drive.
+/// Judges a test on one drive: its range and zones, and what a power cut may take from the drive.
 ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionValues& options, const Drive& drive);
 
 /// What the test needs and the drive does not offer: one sentence, empty when there is nothing.

@@ -18,6 +18,8 @@ DriveTotals DriveCounters::totals(uint32_t sectorBytes) const {
   out.bytesCompared = out.blocksCompared * sectorBytes;
   out.resets = resets.get();
   out.powerCycles = powerCycles.get();
+  out.zoneResets = zoneResets.get();
+  out.invalidations = invalidations.get();
   out.heldBack = heldBack.get();
   out.retried = retried.get();
   out.stray = stray.get();

@@ -32,6 +32,8 @@ struct DriveCounters {
   Counter blocksCompared;
   Counter resets;
   Counter powerCycles;
+  Counter zoneResets;
+  Counter invalidations;
   Counter heldBack;
   Counter retried;
   Counter stray;

@@ -88,13 +88,31 @@ StepSettings DriveRun::stepSettings() const {
   settings.skipCommands = context_.options.skipCommands;
   settings.forceUnitAccess = test.forceUnitAccess;
   settings.resetEveryCommands = test.resetEveryCommands;
+  settings.ranges = rangeSettings();
+  settings.hostManaged = drive_->capabilities().hostManaged;
   settings.deviceInterface = test.deviceInterface;
   settings.readDataDelivered = test.readDataDelivered;
+  settings.minBlocks = test.minBlocks;
   settings.maxBlocks = test.maxBlocks;
   settings.minLba = range_.firstLba;
   settings.maxLba = range_.endLba - 1;
   settings.selectorSeed = deriveSeed(test.seed, "selector", index_);
+  settings.zoneWriterSeed = deriveSeed(test.seed, "zone writer", index_);
   settings.watchdogMs = test.watchdogMs;
+  return settings;
+}
+
+RangeSettings DriveRun::rangeSettings() const {
+  const TestDefinition& test = context_.test;
+  RangeSettings settings;
+  settings.zoneResetEveryCommands = test.zoneResetEveryCommands;
+  settings.invalidateEveryCommands = test.invalidateEveryCommands;
+  settings.zones = ZoneMap(geometry_, range_.firstLba, range_.endLba);
+  settings.firstLba = range_.firstLba;
+  settings.endLba = range_.endLba;
+  settings.maxBlocks = test.maxBlocks;
+  settings.zoneResetSeed = deriveSeed(test.seed, "zone reset", index_);
+  settings.invalidateSeed = deriveSeed(test.seed, "invalidate", index_);
   return settings;
 }
 
@@ -149,6 +167,7 @@ void DriveRun::runAgent(DriveThreadHost& host) {
 void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   std::exception_ptr failure;
   try {
+    loop.prepareDrive();
     int32_t status = stepUntilEnd(loop);
     if (status == 0) {
       status = loop.drain();

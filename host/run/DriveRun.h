@@ -56,6 +56,7 @@ class DriveRun {
  private:
   DriveThreadHost::Settings threadSettings();
   StepSettings stepSettings() const;
+  RangeSettings rangeSettings() const;
   std::unique_ptr<LbaAgent> makeLbaSource() const;
   void runTest();
   void runAgent(DriveThreadHost& host);

@@ -10,6 +10,12 @@ FaultSurroundings faultSurroundings(const TestDefinition& test) {
       surroundings.kinds.push_back(kind);
     }
   }
+  if (test.zoneResetEveryCommands != 0) {
+    surroundings.kinds.push_back(CommandKind::zoneReset);
+  }
+  if (test.invalidateEveryCommands != 0) {
+    surroundings.kinds.push_back(CommandKind::invalidate);
+  }
   if (test.powerToggle == PowerToggle::withSync) {
     surroundings.kinds.push_back(CommandKind::syncCache);
   }

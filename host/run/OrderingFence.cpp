@@ -51,6 +51,7 @@ OrderingFence::OrderingFence(Drive& drive, uint32_t tags, DriveCounters& counter
     : drive_(drive),
       counters_(counters),
       clock_(clock),
+      zoneBlocks_(drive.capabilities().hostManaged ? drive.geometry().zoneBlocks : 0),
       nodes_(tags),
       first_(tags),
       end_(tags),
@@ -72,13 +73,15 @@ void OrderingFence::submit(const DriveCommand& command) {
   const uint64_t first = sync ? 0 : command.lba;
   const uint64_t end = sync ? std::numeric_limits<uint64_t>::max() : command.endLba();
   const uint8_t writes = sync || changesMedium(command.kind) ? 1 : 0;
+  const bool inZoneOrder = zoneBlocks_ != 0 && command.kind == CommandKind::write;
 
   node.command = command;
   node.waitsFor = 0;
   node.attempts = 0;
   node.successors = {};
   for (uint32_t i = 0; i < count_; ++i) {
-    if (first_[i] < end && first < end_[i] && (writes_[i] | writes) != 0) {
+    const bool overlaps = first_[i] < end && first < end_[i] && (writes_[i] | writes) != 0;
+    if (overlaps || (inZoneOrder && isUnsentWriteTo(first / zoneBlocks_, nodes_[tag_[i]]))) {
       nodes_[tag_[i]].successors[command.tag / 64] |= uint64_t{1} << (command.tag % 64);
       ++node.waitsFor;
     }
@@ -97,6 +100,16 @@ void OrderingFence::submit(const DriveCommand& command) {
     ++held_;
     counters_.heldBack.add(1);
   }
+}
+
+bool OrderingFence::isUnsent(uint32_t tag) const {
+  const Node& node = nodes_[tag];
+  return node.outstanding && (node.waitsFor != 0 || node.command.id == 0);
+}
+
+bool OrderingFence::isUnsentWriteTo(uint64_t zone, const Node& node) const {
+  return node.command.kind == CommandKind::write && isUnsent(node.command.tag) &&
+         node.command.lba / zoneBlocks_ == zone;
 }
 
 void OrderingFence::send(Node& node) {

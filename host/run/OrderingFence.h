@@ -21,6 +21,9 @@ namespace corvane::host {
 ///
 /// A range with an alternating skip mask counts from its first to its last LBA.
 ///
+/// A write on a host-managed drive also waits while an earlier one to its zone is held back or sent again, since the
+/// drive takes the writes of a zone only in their order.
+///
 /// Answers that say nothing about the data (busy, task set full, reservation conflict, unit attention) are never
 /// passed on: the command is sent again.
 ///
@@ -56,6 +59,11 @@ class OrderingFence {
   /// The outstanding command on a tag; of a tag that has none the last one.
   const DriveCommand& command(uint32_t tag) const { return nodes_[tag].command; }
 
+  bool isOutstanding(uint32_t tag) const { return nodes_[tag].outstanding; }
+  /// Whether the outstanding command on a tag is held back or waits to be sent again, so that the drive has not
+  /// taken it.
+  bool isUnsent(uint32_t tag) const;
+
   /// The oldest outstanding commands for a message, e.g. "write of 8 blocks at LBA 100 (tag 3)".
   std::string describeOutstanding(size_t most) const;
 
@@ -70,6 +78,7 @@ class OrderingFence {
     bool outstanding = false;
   };
 
+  bool isUnsentWriteTo(uint64_t zone, const Node& node) const;
   void send(Node& node);
   void sendAgain();
   void keepForRetry(Node& node, const DriveCompletion& completion);
@@ -79,7 +88,8 @@ class OrderingFence {
   Drive& drive_;
   DriveCounters& counters_;
   HostClock& clock_;
-  std::vector<Node> nodes_;  ///< by tag
+  const uint64_t zoneBlocks_;  ///< of a host-managed drive; 0: another drive
+  std::vector<Node> nodes_;    ///< by tag
   // The outstanding commands side by side, so that the conflict test of a new one is a walk over a few cache lines.
   // A cache flush is a write of everything.
   std::vector<uint64_t> first_;

@@ -47,10 +47,12 @@ struct DriveTotals {
   uint64_t bytesCompared = 0;
   uint64_t resets = 0;
   uint64_t powerCycles = 0;
-  uint64_t heldBack = 0;     ///< commands that waited for an overlapping one before they went to the drive
-  uint64_t retried = 0;      ///< busy, task set full, unit attention, reservation conflict
-  uint64_t stray = 0;        ///< completions of commands that were not outstanding; dropped
-  uint32_t outstanding = 0;  ///< now
+  uint64_t zoneResets = 0;     ///< without those that empty a host-managed drive before the first step
+  uint64_t invalidations = 0;  ///< of ranges
+  uint64_t heldBack = 0;       ///< commands that waited for an overlapping one before they went to the drive
+  uint64_t retried = 0;        ///< busy, task set full, unit attention, reservation conflict
+  uint64_t stray = 0;          ///< completions of commands that were not outstanding; dropped
+  uint32_t outstanding = 0;    ///< now
   uint32_t maxOutstanding = 0;
 
   uint64_t commandsIssued() const;

@@ -6,9 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
-#include "host/drive/DriveError.h"
 #include "host/run/ConditionSet.h"
 
 namespace corvane::host {
@@ -18,9 +16,6 @@ constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" 
 constexpr uint32_t e2eBytes = 8;
 constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
 constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
-constexpr uint32_t busyPolls = 64;      ///< before waiting gives the processor away for longer
-constexpr uint64_t longestPauseUs = 1000;
-constexpr size_t namedCommands = 8;  ///< in the watchdog's message
 
 bool carriesWriteData(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
@@ -49,13 +44,21 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
       lastTagId_(host.variables().u32("LastTagID", nothing)),
       lastStatusByte_(host.variables().u32("LastStatusByte", nothing)),
       readDataIsValid_(host.variables().u32("ReadDataIsValid")),
+      writeLba_(host.variables().u64("WriteLBA")),
+      writeXferLength_(host.variables().u32("WriteXferLength")),
+      writeCmdUsed_(host.variables().u32("WriteCmdUsed")),
       writeData_(host.variables().buffer("WriteData")),
       lastErrSenseData_(host.variables().buffer("LastErrSenseData")),
       readDataPtr_(host.variables().tagged("ReadDataPtr[TagID]")),
       cdb_(host.variables().tagged("CDB[TagID]")),
       recvCdb_(host.variables().tagged("RecvCDB[TagID]")),
       parameterList_(host.variables().tagged("ParameterList[TagID]")),
-      fence_(drive, tags_.size(), counters, clock),
+      zoneWriter_(settings.hostManaged
+                      ? std::optional<ZoneWriter>(std::in_place, settings.ranges.zones, settings.minBlocks,
+                                                  settings.maxBlocks, settings.zoneWriterSeed)
+                      : std::nullopt),
+      queue_(drive, tags_.size(), settings.ranges.any(), settings.watchdogMs, counters, clock),
+      ranges_(settings.ranges, tags_, queue_, host.variables(), counters, zoneWriter_ ? &*zoneWriter_ : nullptr),
       selector_(settings.mix, settings.e2ePercent, settings.selectorSeed),
       readMemory_(tags_.size(), uint64_t{settings.maxBlocks} * host.sectorBytes()),
       perTag_(tags_.size()),
@@ -64,10 +67,19 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
   host.variables().u64("MinLBA") = settings.minLba;
   host.variables().u64("MaxLBA") = settings.maxLba;
   host.variables().u32("DeviceInterface") = settings.deviceInterface;
+  host.variables().u32("HostManaged") = settings.hostManaged ? 1 : 0;
+  parkedTags_.reserve(tags_.size());
   if (lastErrSenseData_.reserve(DriveCompletion().sense.size()) != 0) {
     throw std::bad_alloc();
   }
   publishNone();
+}
+
+void StepLoop::prepareDrive() {
+  if (zoneWriter_) {
+    // Nobody knows where the drive's write pointers stand.
+    ranges_.emptyAllZones();
+  }
 }
 
 int32_t StepLoop::step() {
@@ -77,10 +89,16 @@ int32_t StepLoop::step() {
   selected_ = selector_.select();
   thread_.conditions |= selected_;
 
+  if (!ranges_.carryOutDue(commandsIssued_, publishedTag_)) {
+    return quietStep();
+  }
+  publishZonePosition();
+
   const uint32_t peekedTag = tags_.front();
   if (const int32_t status = callExecute(); status != 0) {
     return status;
   }
+  absorbZonePosition();
   absorbTakenBackTags();
   runConditionedStep(peekedTag);
   if (settings_.resetEveryCommands != 0 && commandsIssued_ >= nextReset_) {
@@ -89,8 +107,63 @@ int32_t StepLoop::step() {
       return status;
     }
   }
-  getStatus();
+  getStatus(tags_.front() == TagPool::none);
   return 0;
+}
+
+int32_t StepLoop::quietStep() {
+  parkedTags_.clear();
+  for (uint32_t tag = tags_.take(); tag != TagPool::none; tag = tags_.take()) {
+    parkedTags_.push_back(tag);
+  }
+  if (const int32_t status = executeQuietly(); status != 0) {
+    return status;
+  }
+  for (const uint32_t tag : parkedTags_) {
+    tags_.release(tag);
+  }
+  getStatus(queue_.outstanding() != 0);
+  return 0;
+}
+
+int32_t StepLoop::executeQuietly() {
+  if (const int32_t status = callExecute(); status != 0) {
+    return status;
+  }
+  if ((thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit)) != 0) {
+    throw std::logic_error("the agent applied a condition although no tag is free");
+  }
+  if (tags_.outstanding() != tags_.size()) {
+    throw std::logic_error("the agent took tags back in a step in which no tag is free");
+  }
+  return 0;
+}
+
+void StepLoop::publishZonePosition() {
+  if (!zoneWriter_) {
+    return;
+  }
+  const ZonePosition& next = zoneWriter_->next();
+  writeLba_ = next.lba;
+  writeXferLength_ = next.blocks;
+  zoneWrite_.reset();
+}
+
+void StepLoop::absorbZonePosition() {
+  if (!zoneWriter_ || writeCmdUsed_ == writesUsed_) {
+    return;
+  }
+  writesUsed_ = writeCmdUsed_;
+  zoneWrite_ = zoneWriter_->next();
+  zoneWriter_->used();
+}
+
+void StepLoop::checkZonePosition(const DriveCommand& command) const {
+  if (zoneWriter_ && command.kind == CommandKind::write &&
+      (!zoneWrite_ || zoneWrite_->lba != command.lba || zoneWrite_->blocks != command.blocks)) {
+    throw std::logic_error("the agent writes " + std::to_string(command.blocks) + " blocks at LBA " +
+                           std::to_string(command.lba) + ", which is not where the zone's write pointer stands");
+  }
 }
 
 void StepLoop::publishChoice() {
@@ -122,7 +195,7 @@ void StepLoop::publishNone() {
 }
 
 void StepLoop::absorbTakenBackTags() {
-  if (tags_.outstanding() == fence_.outstanding()) {
+  if (tags_.outstanding() == queue_.outstanding()) {
     return;
   }
   if (tags_.outstanding() != 0) {
@@ -137,11 +210,24 @@ void StepLoop::absorbTakenBackTags() {
 }
 
 void StepLoop::forgetOutstanding() {
-  fence_.forgetAll();
+  takeBackUnsentWrites();
+  queue_.forgetAll();
   counters_.outstanding.set(0);
   if (syncTag_ != TagPool::none) {
     lostSync_ = syncTag_;
     syncTag_ = TagPool::none;
+  }
+}
+
+void StepLoop::takeBackUnsentWrites() {
+  if (!zoneWriter_) {
+    return;
+  }
+  // The drive's pointers are past every write that it took, whatever became of its data, but not past these.
+  for (uint32_t tag = 0; tag < tags_.size(); ++tag) {
+    if (queue_.isUnsent(tag) && queue_.command(tag).kind == CommandKind::write) {
+      zoneWriter_->takeBackTo(queue_.command(tag).lba);
+    }
   }
 }
 
@@ -169,6 +255,7 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
     throw std::logic_error("the next free tag changed within a step");
   }
   const DriveCommand command = buildCommand(kind, tag);
+  checkZonePosition(command);
   publishCommandBlock(command);
   perTag_[tag].preRead = isPreRead(command);
   if (kind == CommandKind::syncCache) {
@@ -176,9 +263,9 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
   }
   ++commandsIssued_;
   counters_.issued[static_cast<size_t>(kind)].add(1);
-  fence_.submit(command);
-  counters_.outstanding.set(fence_.outstanding());
-  counters_.maxOutstanding.set(std::max<uint64_t>(counters_.maxOutstanding.get(), fence_.outstanding()));
+  queue_.submit(command);
+  counters_.outstanding.set(queue_.outstanding());
+  counters_.maxOutstanding.set(std::max<uint64_t>(counters_.maxOutstanding.get(), queue_.outstanding()));
 }
 
 DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
@@ -266,7 +353,7 @@ int32_t StepLoop::resetDevice() {
   return status;
 }
 
-void StepLoop::getStatus() {
+void StepLoop::getStatus(bool wait) {
   if (lostSync_) {
     // The agent's own accounting of a reset has no place for a flush: it would wait for this one for ever.
     lastTagId_ = *lostSync_;
@@ -275,38 +362,17 @@ void StepLoop::getStatus() {
     return;
   }
   DriveCompletion completion;
-  if (tags_.front() == TagPool::none) {
-    waitFor(completion);
-  } else if (!fence_.poll(completion)) {
+  if (wait) {
+    queue_.wait(completion);
+  } else if (!queue_.poll(completion)) {
     return;
   }
   publishCompletion(completion);
 }
 
-void StepLoop::waitFor(DriveCompletion& completion) {
-  // The drive is polled, not waited for, so that one that hangs is noticed.
-  for (uint32_t polls = 0; polls < busyPolls; ++polls) {
-    if (fence_.poll(completion)) {
-      return;
-    }
-    std::this_thread::yield();
-  }
-  const uint64_t beganUs = clock_.steadyUs();
-  uint64_t pauseUs = 8;
-  while (!fence_.poll(completion)) {
-    if (clock_.steadyUs() - beganUs >= settings_.watchdogMs * 1000) {
-      throw DriveError("the drive completed nothing for " + std::to_string(settings_.watchdogMs / 1000) +
-                       " s, outstanding are " + fence_.describeOutstanding(namedCommands) +
-                       "; check the drive and its connection");
-    }
-    clock_.pause(pauseUs);
-    pauseUs = std::min(pauseUs * 2, longestPauseUs);
-  }
-}
-
 void StepLoop::publishCompletion(const DriveCompletion& completion) {
   const uint32_t tag = completion.tag;
-  const DriveCommand& command = fence_.command(tag);
+  const DriveCommand& command = queue_.command(tag);
   PerTag& own = perTag_[tag];
   const uint64_t readBytes =
       command.kind == CommandKind::read ? std::min(completion.bytesTransferred, command.dataBytes) : 0;
@@ -326,6 +392,9 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
   if (tag == syncTag_) {
     syncTag_ = TagPool::none;
   }
+  if (zoneWriter_ && command.kind == CommandKind::write && completion.status != scsi_status::good) {
+    zoneWriter_->closeZoneOf(command.lba);
+  }
   countCompletion(command, completion);
   if (!draining_) {
     tags_.release(tag);
@@ -333,7 +402,7 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
 }
 
 void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletion& completion) {
-  counters_.outstanding.set(fence_.outstanding());
+  counters_.outstanding.set(queue_.outstanding());
   counters_.completed[static_cast<size_t>(command.kind)].add(1);
   if (completion.status != scsi_status::good) {
     counters_.failed.add(1);
@@ -371,18 +440,15 @@ int32_t StepLoop::drain() {
   for (;;) {
     thread_.conditions &= ~ConditionSet::allBits;
     publishChoice();
-    if (const int32_t status = callExecute(); status != 0) {
+    if (const int32_t status = executeQuietly(); status != 0) {
       abandon();
       return status;
     }
-    if ((thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit)) != 0) {
-      throw std::logic_error("the agent applied a condition although no tag is free");
-    }
-    if (fence_.outstanding() == 0) {
+    if (queue_.outstanding() == 0) {
       return 0;
     }
     DriveCompletion completion;
-    waitFor(completion);
+    queue_.wait(completion);
     publishCompletion(completion);
   }
 }
@@ -390,8 +456,8 @@ int32_t StepLoop::drain() {
 void StepLoop::abandon() {
   draining_ = true;
   DriveCompletion completion;
-  while (fence_.outstanding() != 0) {
-    waitFor(completion);
+  while (queue_.outstanding() != 0) {
+    queue_.wait(completion);
   }
   counters_.outstanding.set(0);
   publishNone();

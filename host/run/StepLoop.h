@@ -9,11 +9,13 @@
 #include "host/run/CdbBuilder.h"
 #include "host/run/CommandSelector.h"
 #include "host/run/DriveCounters.h"
+#include "host/run/DriveQueue.h"
 #include "host/run/HostClock.h"
 #include "host/run/LbaAgent.h"
-#include "host/run/OrderingFence.h"
+#include "host/run/RangeOperations.h"
 #include "host/run/TagMemory.h"
 #include "host/run/TestDefinition.h"
+#include "host/run/ZoneWriter.h"
 #include "vdl/Agent.h"
 
 namespace corvane::host {
@@ -25,20 +27,26 @@ struct StepSettings {
   bool skipCommands = false;  ///< every command touches every other LBA only
   bool forceUnitAccess = false;
   uint64_t resetEveryCommands = 0;  ///< 0: never
+  RangeSettings ranges;
+  bool hostManaged = false;  ///< writes go to the write pointers of `ranges.zones`, which are reset now and then
   uint32_t deviceInterface = 0;
   bool readDataDelivered = true;
+  uint32_t minBlocks = 1;
   uint32_t maxBlocks = 1;
   uint64_t minLba = 0;
   uint64_t maxLba = 0;  ///< included
   uint64_t selectorSeed = 0;
+  uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
 };
 
 /// Makes the steps of one drive's test.
 ///
 /// A step clears the condition bits, publishes what the LBA agent generated and which command kinds are selected,
-/// calls the agent's `execute`, carries out the one thing whose condition the agent applied, and publishes the next
-/// completion, if there is one. It waits for a completion only when every tag is outstanding.
+/// carries out the operations on ranges that are due, calls the agent's `execute`, carries out the one thing whose
+/// condition the agent applied, and publishes the next completion, if there is one. It waits for a completion only
+/// when every tag is outstanding, or when an operation on a range cannot wait any longer: then the agent sees no free
+/// tag until the commands in the way have ended.
 ///
 /// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
 /// without a free tag, data that do not fit the command), DriveError when the drive fails or completes nothing for
@@ -51,6 +59,10 @@ class StepLoop {
   /// at each call.
   StepLoop(const vdl::AgentTable& agent, const void* configData, DriveThreadHost& host, Drive& drive,
            LbaAgent& lbaAgent, const StepSettings& settings, DriveCounters& counters, HostClock& clock);
+
+  /// Brings the drive into the state in which the test begins: a host-managed drive's zones are emptied. Once, before
+  /// the first step.
+  void prepareDrive();
 
   /// Makes one step.
   ///
@@ -70,7 +82,13 @@ class StepLoop {
 
  private:
   int32_t callExecute();
+  /// A step in which the agent sees no free tag, so that it issues nothing.
+  int32_t quietStep();
+  /// Calls the agent while no tag is free.
+  int32_t executeQuietly();
   void publishChoice();
+  void publishZonePosition();
+  void absorbZonePosition();
   void publishNone();
   void publishCompletion(const DriveCompletion& completion);
   void countCompletion(const DriveCommand& command, const DriveCompletion& completion);
@@ -79,15 +97,15 @@ class StepLoop {
   void issue(CommandKind kind, uint32_t peekedTag);
   DriveCommand buildCommand(CommandKind kind, uint32_t tag);
   void attachWriteData(DriveCommand& command);
+  void checkZonePosition(const DriveCommand& command) const;
   void publishCommandBlock(const DriveCommand& command);
   void cutPower();
   int32_t resetDevice();
   void forgetOutstanding();
+  void takeBackUnsentWrites();
   bool isPreRead(const DriveCommand& command) const;
   /// Publishes at most one completion.
-  void getStatus();
-  /// Waits for a completion; throws DriveError when the watchdog's time is over.
-  void waitFor(DriveCompletion& completion);
+  void getStatus(bool wait);
 
   const vdl::AgentTable& agent_;
   const void* const configData_;
@@ -109,6 +127,9 @@ class StepLoop {
   uint32_t& lastTagId_;
   uint32_t& lastStatusByte_;
   uint32_t& readDataIsValid_;
+  uint64_t& writeLba_;
+  uint32_t& writeXferLength_;
+  uint32_t& writeCmdUsed_;
   vdl::Buffer& writeData_;
   vdl::Buffer& lastErrSenseData_;
   TaggedViews& readDataPtr_;
@@ -116,7 +137,9 @@ class StepLoop {
   TaggedViews& recvCdb_;
   TaggedViews& parameterList_;
 
-  OrderingFence fence_;
+  std::optional<ZoneWriter> zoneWriter_;  ///< of a host-managed drive
+  DriveQueue queue_;
+  RangeOperations ranges_;
   CommandSelector selector_;
   TagMemory readMemory_;
   struct PerTag {
@@ -126,6 +149,7 @@ class StepLoop {
     bool preRead = false;
   };
   std::vector<PerTag> perTag_;
+  std::vector<uint32_t> parkedTags_;  ///< scratch of quietStep
 
   std::optional<LbaChoice> choice_;   ///< what the LBA agent generated last
   uint64_t selected_ = 0;             ///< the condition bits that were set before the agent ran
@@ -133,7 +157,9 @@ class StepLoop {
   std::optional<uint32_t> lostSync_;  ///< a flush that a reset took away and nobody was told of
   uint32_t publishedTag_ = TagPool::none;
   uint64_t commandsIssued_ = 0;
-  uint64_t nextReset_ = 0;  ///< in commands issued
+  uint64_t nextReset_ = 0;                 ///< in commands issued
+  uint32_t writesUsed_ = 0;                ///< "WriteCmdUsed" as it was last seen
+  std::optional<ZonePosition> zoneWrite_;  ///< where the agent had to write in this step, if it wrote
   bool draining_ = false;
 };
 

@@ -60,8 +60,12 @@ struct TestDefinition {
   uint32_t e2ePercent = 0;  ///< share of writes and verifies with 8 end-to-end bytes a block, 0 to 100
   PowerToggle powerToggle = PowerToggle::off;
   uint64_t resetEveryCommands = 0;  ///< resets the device each time so many commands were issued; 0: never
-  bool forceUnitAccess = false;     ///< on every command that writes
-  uint32_t deviceInterface = 0;     ///< the agent's "DeviceInterface"; not 0: it shall not look at sense data
+  /// Resets a zone each time so many commands were issued; 0: never. Only on drives with zones; a host-managed one
+  /// needs it, and is then written at its zones' write pointers instead of where the LBA agent says.
+  uint64_t zoneResetEveryCommands = 0;
+  uint64_t invalidateEveryCommands = 0;  ///< the same for the invalidation of a range of 1 to `maxBlocks` blocks
+  bool forceUnitAccess = false;          ///< on every command that writes
+  uint32_t deviceInterface = 0;          ///< the agent's "DeviceInterface"; not 0: it shall not look at sense data
 
   uint64_t seed = 1;          ///< everything random of the test follows from it
   uint64_t timeLimitMs = 0;   ///< per drive; 0: none
@@ -75,6 +79,12 @@ struct TestDefinition {
   std::vector<FaultSpec> faults;  ///< what the drives do wrong on purpose, beneath first
   bool readDataDelivered = true;  ///< false: reads come back without data and nothing is compared, to test a test
   std::string outputDirectory;    ///< for reports and dumps; empty: the agent's default path stays
+
+  /// Whether the host carries out operations of its own on ranges, which takes a place in the drive beside the
+  /// `queueDepth` commands of the agent.
+  bool usesRangeOperations() const { return zoneResetEveryCommands != 0 || invalidateEveryCommands != 0; }
+  /// Commands that are outstanding at once at most.
+  uint32_t mostOutstanding() const { return queueDepth + (usesRangeOperations() ? 1 : 0); }
 };
 
 /// The name of a drive in messages and report file names: the last part of its path, or its kind and index; made of

@@ -76,11 +76,12 @@ struct TestRun::State {
 
   void addDrive(const std::string& address) {
     const auto index = static_cast<uint32_t>(runs.size());
-    std::unique_ptr<Drive> drive = world.openDrive(address, test.queueDepth, deriveSeed(test.seed, "drive", index));
-    if (drive->maxOutstanding() < test.queueDepth) {
+    const uint32_t most = test.mostOutstanding();
+    std::unique_ptr<Drive> drive = world.openDrive(address, most, deriveSeed(test.seed, "drive", index));
+    if (drive->maxOutstanding() < most) {
       throw ConfigurationError("the drive (" + drive->description() + ") takes " +
                                std::to_string(drive->maxOutstanding()) + " commands at once, not " +
-                               std::to_string(test.queueDepth) + "; lower the queue depth");
+                               std::to_string(most) + "; lower the queue depth");
     }
     if (const std::string missing = missingCapability(test, *drive); !missing.empty()) {
       throw DriveError(missing);

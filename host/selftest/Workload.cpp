@@ -31,7 +31,7 @@ Workload make(const std::string& name, const std::string& help, const CommandMix
 constexpr CommandMix readWrite{.write = 1, .read = 1};
 
 Workload withAborts(Workload workload) {
-  workload.test.driveAddresses = {"sim:1m"};
+  workload.test.driveAddresses = {"sim:1m,abort=0.02,recovered=0.02"};
   return workload;
 }
 
@@ -55,6 +55,28 @@ Workload withPowerCuts() {
 Workload withProtection() {
   Workload workload = make("protection", "8 protection bytes a block", readWrite);
   workload.test.driveAddresses = {"sim:532480,pi=8"};
+  return workload;
+}
+
+Workload withZones() {
+  Workload workload = make("zones", "zones that are reset among the writes, and reads that slide over them", readWrite,
+                           {{"Slide Reads", "true"}});
+  workload.test.driveAddresses = {"sim:1m,zones=16k"};
+  workload.test.zoneResetEveryCommands = 23;
+  return workload;
+}
+
+Workload onHostManagedZones() {
+  Workload workload =
+      make("host-managed", "writes at the write pointers of zones, which are reset when they are full", readWrite);
+  workload.test.driveAddresses = {"sim:1m,zones=32k,zonemodel=managed"};
+  workload.test.zoneResetEveryCommands = 29;
+  return workload;
+}
+
+Workload withInvalidations() {
+  Workload workload = make("invalidate", "ranges whose old content must never come back", readWrite);
+  workload.test.invalidateEveryCommands = 11;
   return workload;
 }
 
@@ -95,6 +117,9 @@ const std::vector<Workload>& workloads() {
       withPowerCuts(),
       onLargeBlocks(),
       withProtection(),
+      withZones(),
+      onHostManagedZones(),
+      withInvalidations(),
       ofTwoDrives(),
   };
   return all;

@@ -37,16 +37,28 @@ TEST(HelpTest, namesTheCommandsAndGivesExamples) {
 
 TEST(HelpTest, explainsEveryFlagOfRunWithItsDefault) {
   const std::string text = textOf({"run", "--help"});
-  for (const char* flag : {"--drive ADDRESS",    "--time TIME",
-                           "--commands N",       "--seed N",
-                           "--queue-depth N",    "--xfer MIN..MAX",
-                           "--lba-agent NAME",   "--range FIRST..END",
-                           "--commands-of LIST", "--atomic-bound MIN..MAX",
-                           "--e2e PERCENT",      "--power-toggle HOW",
-                           "--reset-every N",    "--fua",
-                           "--rate N",           "--set ",
-                           "--output DIR",       "--json FILE",
-                           "--plugin FILE",      "--quiet"}) {
+  for (const char* flag : {"--drive ADDRESS",
+                           "--time TIME",
+                           "--commands N",
+                           "--seed N",
+                           "--queue-depth N",
+                           "--xfer MIN..MAX",
+                           "--lba-agent NAME",
+                           "--range FIRST..END",
+                           "--commands-of LIST",
+                           "--atomic-bound MIN..MAX",
+                           "--e2e PERCENT",
+                           "--power-toggle HOW",
+                           "--reset-every N",
+                           "--fua",
+                           "--rate N",
+                           "--set ",
+                           "--output DIR",
+                           "--json FILE",
+                           "--plugin FILE",
+                           "--quiet",
+                           "--zone-reset-every N",
+                           "--invalidate-every N"}) {
     EXPECT_THAT(text, HasSubstr(std::string("\n  ") + flag));
   }
   for (const char* part : {"Default: 10s", "1 to 1024. Default: 32.", "Default: 1..8.", "Default: write,read.",

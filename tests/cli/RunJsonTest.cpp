@@ -41,6 +41,7 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
               ElementsAre("write", "atomic", "writesame", "trim", "read", "verify", "sync"));
+  EXPECT_THAT(keysOf(drive["events"]), ElementsAre("resets", "powerCycles", "zoneResets", "invalidations"));
   EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "agentStatus", "text", "files"));
 }
 
@@ -72,6 +73,8 @@ TEST(RunJsonTest, tellsAboutEachDrive) {
   EXPECT_EQ(good["commands"]["issued"]["trim"], 3);
   EXPECT_EQ(good["commands"]["completed"]["read"], 36);
   EXPECT_EQ(good["events"]["resets"], 2);
+  EXPECT_EQ(good["events"]["zoneResets"], 5);
+  EXPECT_EQ(good["events"]["invalidations"], 6);
   EXPECT_EQ(good["bytes"]["written"], 4'000'000);
   EXPECT_EQ(good["bytes"]["compared"], 3'000'000);
   EXPECT_EQ(good["elapsedMs"], 2000);

@@ -34,6 +34,8 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
   test.e2ePercent = 50;
   test.powerToggle = PowerToggle::withSync;
   test.resetEveryCommands = 100;
+  test.zoneResetEveryCommands = 200;
+  test.invalidateEveryCommands = 300;
   test.forceUnitAccess = true;
   test.commandsPerSecond = 1500;
   test.agentOptions = {{"Slide Reads", "true"}, {"Trace Depth", "5"}};
@@ -44,8 +46,9 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
               ElementsAre("corvane", "run", "--drive", "sim:1g", "--drive", "file:a b", "--time", "90s", "--commands",
                           "5", "--seed", "3", "--queue-depth", "7", "--xfer", "2..9", "--lba-agent", "sequential",
                           "--range", "10..20", "--commands-of", "write,trim=4,read", "--atomic-bound", "3..4", "--e2e",
-                          "50", "--power-toggle", "sync", "--reset-every", "100", "--fua", "--rate", "1500", "--set",
-                          "Slide Reads=true", "--set", "Trace Depth=5", "--output", "out", "--plugin", "./mine.so"));
+                          "50", "--power-toggle", "sync", "--reset-every", "100", "--zone-reset-every", "200",
+                          "--invalidate-every", "300", "--fua", "--rate", "1500", "--set", "Slide Reads=true", "--set",
+                          "Trace Depth=5", "--output", "out", "--plugin", "./mine.so"));
 }
 
 TEST(RepeatCommandTest, leavesAnOpenRangeOpen) {

@@ -27,7 +27,7 @@ TEST(RunSummaryTest, countsCommandsByKindAndGivesRates) {
   EXPECT_THAT(text, HasSubstr("written     4.00 MB, 2.0 MB/s\n"));
   EXPECT_THAT(text, HasSubstr("compared    3.00 MB, 1.5 MB/s\n"));
   EXPECT_THAT(text, HasSubstr("trimmed     24 blocks\n"));
-  EXPECT_THAT(text, HasSubstr("events      resets 2\n"));
+  EXPECT_THAT(text, HasSubstr("events      resets 2, zone resets 5, invalidations 6\n"));
 }
 
 TEST(RunSummaryTest, listsTheFilesOfAFailure) {

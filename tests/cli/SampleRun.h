@@ -33,6 +33,8 @@ struct SampleRun {
     good.totals.blocksCompared = 700;
     good.totals.blocksTrimmed = 24;
     good.totals.resets = 2;
+    good.totals.zoneResets = 5;
+    good.totals.invalidations = 6;
     good.elapsedMs = 2000;
     DriveResult bad;
     bad.name = "b.img";

@@ -136,6 +136,31 @@ const Case refusals[] = {
        options.userDefinedData = true;
      },
      "user data with atomic writes"},
+    {"ZoneResetsWithAFullQueue",
+     [](auto& test, auto&) {
+       test.zoneResetEveryCommands = 10;
+       test.queueDepth = 1024;
+     },
+     "queue depth 1024 leaves no place for zone resets and invalidations, which take one beside it; choose at most "
+     "1023"},
+    {"InvalidationsWithAFullQueue",
+     [](auto& test, auto&) {
+       test.invalidateEveryCommands = 10;
+       test.queueDepth = 1024;
+     },
+     "queue depth 1024"},
+    {"InvalidationsWithVerify",
+     [](auto& test, auto&) {
+       test.invalidateEveryCommands = 10;
+       test.mix.verify = 1;
+     },
+     "leave verify or invalidations out"},
+    {"InvalidationsWithAtomic",
+     [](auto& test, auto&) {
+       test.invalidateEveryCommands = 10;
+       test.mix.writeAtomic = 1;
+     },
+     "leave atomic or invalidations out"},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, Refusal, ::testing::ValuesIn(refusals),
@@ -160,6 +185,24 @@ TEST(ContractCheck, UserDataWithAtomicWritesThatNobodyInterruptsIsFine) {
   test.mix.writeAtomic = 1;
   options.userDefinedData = true;
   EXPECT_THAT(checkTest(test, options).refusals, IsEmpty());
+}
+
+TEST(ContractCheck, RangeOperationsFitBesideAQueueThatIsNotFull) {
+  TestDefinition test = plainTest();
+  test.queueDepth = 1024;
+  EXPECT_THAT(checkTest(test, defaults()).refusals, IsEmpty());
+  test.queueDepth = 1023;
+  test.zoneResetEveryCommands = 10;
+  test.invalidateEveryCommands = 10;
+  EXPECT_THAT(checkTest(test, defaults()).refusals, IsEmpty());
+  EXPECT_EQ(test.mostOutstanding(), 1024U);
+}
+
+TEST(ContractCheck, ZoneResetsGoWithVerifyAndAtomicWrites) {
+  TestDefinition test = plainTest();
+  test.mix = {.write = 1, .writeAtomic = 1, .read = 1, .verify = 1};
+  test.zoneResetEveryCommands = 10;
+  EXPECT_THAT(checkTest(test, defaults()).refusals, IsEmpty());
 }
 
 TEST(ContractCheck, WarnsOfLostWritesWithoutSpliceDetection) {
@@ -252,6 +295,86 @@ TEST(ContractCheckOnDrive, WarnsOfARangeThatIsSmallForTheQueue) {
   test.endLba -= 1;
   EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).warnings,
               ElementsAre(HasSubstr("is small for \"Max Queue Size\" 4096")));
+}
+
+TEST(ContractCheckOnDrive, ZoneResetsNeedAWholeZoneInTheRange) {
+  FakeDrive drive;
+  drive.shape.zoneBlocks = 1000;
+  drive.offers.zoneReset = true;
+  TestDefinition test = plainTest();
+  test.firstLba = 100;
+  test.endLba = 1999;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty()) << "no zone is reset";
+  test.zoneResetEveryCommands = 10;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals,
+              ElementsAre(HasSubstr("zones have 1000 blocks; widen the range or leave zone resets out")));
+  test.endLba = 2000;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty());
+}
+
+TEST(ContractCheckOnDrive, AZoneFitsIntoOneCommand) {
+  FakeDrive drive;
+  drive.shape.blocks = uint64_t{1} << 40;
+  drive.shape.zoneBlocks = uint64_t{1} << 32;
+  TestDefinition test = plainTest();
+  test.zoneResetEveryCommands = 10;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, ElementsAre(HasSubstr("leave zone resets out")));
+  drive.shape.zoneBlocks -= 1;
+  EXPECT_THAT(checkTestOnDrive(test, defaults(), drive).refusals, IsEmpty());
+}
+
+class HostManaged : public ::testing::TestWithParam<Case> {
+ protected:
+  HostManaged() {
+    drive.shape.zoneBlocks = 1000;
+    drive.offers.zoneReset = true;
+    drive.offers.hostManaged = true;
+  }
+
+  FakeDrive drive;
+};
+
+TEST_P(HostManaged, RefusalSaysWhyAndWhatToChange) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  test.zoneResetEveryCommands = 10;
+  test.firstLba = 1000;
+  test.endLba = 3000;
+  ASSERT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+  GetParam().change(test, options);
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr(GetParam().why)));
+  drive.offers.hostManaged = false;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty()) << "other drives with zones can do it";
+}
+
+const Case hostManagedRefusals[] = {
+    {"Atomic", [](auto& test, auto&) { test.mix.writeAtomic = 1; }, "select write alone"},
+    {"WriteSame", [](auto& test, auto&) { test.mix.writeSame = 1; }, "select write alone"},
+    {"Trim", [](auto& test, auto&) { test.mix.trim = 1; }, "a host-managed drive is written at its zones'"},
+    {"SkipCommands", [](auto&, auto& options) { options.skipCommands = true; }, "switch \"Use Skip Commands\" off"},
+    {"NoZoneResets", [](auto& test, auto&) { test.zoneResetEveryCommands = 0; }, "switch zone resets on"},
+    {"OneZone", [](auto& test, auto&) { test.endLba = 2999; },
+     "needs at least two zones of 1000 blocks wholly in the LBA range"},
+    {"LongTransfers", [](auto& test, auto&) { test.maxBlocks = 1001; },
+     "transfers of 1001 blocks do not fit into a zone of 1000; shorten the transfers"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, HostManaged, ::testing::ValuesIn(hostManagedRefusals),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(MissingCapability, ZoneResetsNeedADriveWithZones) {
+  FakeDrive drive;
+  TestDefinition test = plainTest();
+  test.zoneResetEveryCommands = 10;
+  test.invalidateEveryCommands = 10;
+  EXPECT_EQ(missingCapability(test, drive),
+            "the drive (fake drive) does not offer zone resets, invalidation of ranges; leave it out or use another "
+            "drive");
+  drive.offers.zoneReset = true;
+  drive.offers.invalidate = true;
+  EXPECT_THAT(missingCapability(test, drive), HasSubstr("zone resets")) << "it has no zones";
+  drive.shape.zoneBlocks = 1000;
+  EXPECT_EQ(missingCapability(test, drive), "");
 }
 
 TEST(MissingCapability, NamesEverythingThatTheTestNeeds) {

@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "host/drive/DriveError.h"
 #include "host/base/Random.h"
+#include "host/drive/DriveError.h"
 #include "tests/run/FakeDrive.h"
 #include "tests/run/ManualClock.h"
 
@@ -355,6 +355,69 @@ TEST(OrderingFenceModel, ReadsSeeEveryEarlierAndNoLaterWrite) {
     runAgainstModel(64, 40, seed, 3000);
     runAgainstModel(1024, 3000, seed, 4000);
   }
+}
+
+class ZoneOrderTest : public ::testing::Test {
+ protected:
+  ZoneOrderTest() {
+    drive.shape.zoneBlocks = 100;
+    drive.offers.hostManaged = true;
+  }
+
+  std::vector<uint64_t> submittedLbas() const {
+    std::vector<uint64_t> lbas;
+    for (const DriveCommand& command : drive.submitted) {
+      lbas.push_back(command.lba);
+    }
+    return lbas;
+  }
+
+  FakeDrive drive;
+  DriveCounters counters;
+  ManualClock clock;
+};
+
+TEST_F(ZoneOrderTest, AWriteDoesNotOvertakeOneOfItsZoneThatIsHeldBack) {
+  OrderingFence fence(drive, 8, counters, clock);
+  fence.submit(make(CommandKind::read, 0, 100, 4));
+  fence.submit(make(CommandKind::write, 1, 102, 4));
+  fence.submit(make(CommandKind::write, 2, 106, 4));
+  fence.submit(make(CommandKind::write, 3, 200, 4));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100, 200));
+  EXPECT_TRUE(fence.isUnsent(1));
+  EXPECT_TRUE(fence.isUnsent(2));
+  EXPECT_FALSE(fence.isUnsent(3));
+  DriveCompletion completion;
+  drive.completeTag(0);
+  EXPECT_TRUE(fence.poll(completion));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100, 200, 102));
+  drive.completeTag(1);
+  EXPECT_TRUE(fence.poll(completion));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100, 200, 102, 106));
+  EXPECT_FALSE(fence.isUnsent(1));
+}
+
+TEST_F(ZoneOrderTest, AWriteDoesNotOvertakeOneOfItsZoneThatIsSentAgain) {
+  OrderingFence fence(drive, 8, counters, clock);
+  fence.submit(make(CommandKind::write, 0, 100, 4));
+  drive.completeTag(0, scsi_status::busy);
+  DriveCompletion completion;
+  EXPECT_FALSE(fence.poll(completion));
+  EXPECT_TRUE(fence.isUnsent(0));
+  fence.submit(make(CommandKind::write, 1, 104, 4));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100));
+  EXPECT_FALSE(fence.poll(completion));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100, 100));
+  EXPECT_FALSE(fence.isUnsent(0));
+}
+
+TEST_F(ZoneOrderTest, OtherWritesAndOtherDrivesAreNotHeldBack) {
+  drive.offers.hostManaged = false;
+  OrderingFence fence(drive, 8, counters, clock);
+  fence.submit(make(CommandKind::read, 0, 100, 4));
+  fence.submit(make(CommandKind::write, 1, 102, 4));
+  fence.submit(make(CommandKind::write, 2, 106, 4));
+  EXPECT_THAT(submittedLbas(), ElementsAre(100, 106));
 }
 
 }  // namespace

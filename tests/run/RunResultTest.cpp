@@ -46,6 +46,8 @@ TEST(DriveCounters, TotalsTurnBlocksIntoBytesOfTheWire) {
   counters.blocksWritten.add(10);
   counters.blocksRead.add(4);
   counters.blocksCompared.add(3);
+  counters.zoneResets.add(5);
+  counters.invalidations.add(6);
   counters.maxOutstanding.set(7);
   const DriveTotals totals = counters.totals(520);
   EXPECT_EQ(totals.commandsIssued(), 5U);
@@ -53,6 +55,8 @@ TEST(DriveCounters, TotalsTurnBlocksIntoBytesOfTheWire) {
   EXPECT_EQ(totals.bytesWritten, 5200U);
   EXPECT_EQ(totals.bytesRead, 2080U);
   EXPECT_EQ(totals.bytesCompared, 1560U);
+  EXPECT_EQ(totals.zoneResets, 5U);
+  EXPECT_EQ(totals.invalidations, 6U);
   EXPECT_EQ(totals.maxOutstanding, 7U);
 }
 
@@ -63,11 +67,17 @@ TEST(RunResult, TotalsAddTheDrivesAndKeepTheGreatestQueue) {
   result.drives[1].totals.issued[0] = 6;
   result.drives[0].totals.bytesWritten = 100;
   result.drives[1].totals.bytesWritten = 1;
+  result.drives[0].totals.zoneResets = 3;
+  result.drives[1].totals.zoneResets = 4;
+  result.drives[0].totals.invalidations = 5;
+  result.drives[1].totals.invalidations = 6;
   result.drives[0].totals.maxOutstanding = 9;
   result.drives[1].totals.maxOutstanding = 3;
   const DriveTotals sum = result.totals();
   EXPECT_EQ(sum.issued[0], 10U);
   EXPECT_EQ(sum.bytesWritten, 101U);
+  EXPECT_EQ(sum.zoneResets, 7U);
+  EXPECT_EQ(sum.invalidations, 11U);
   EXPECT_EQ(sum.maxOutstanding, 9U);
 }
 

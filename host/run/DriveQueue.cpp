@@ -1,0 +1,90 @@
+#include "host/run/DriveQueue.h"
+
+#include <algorithm>
+#include <cassert>
+#include <string>
+#include <thread>
+
+#include "host/drive/DriveError.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr uint32_t busyPolls = 64;  ///< before waiting gives the processor away for longer
+constexpr uint64_t firstPauseUs = 8;
+constexpr uint64_t longestPauseUs = 1000;
+constexpr size_t namedCommands = 8;  ///< in the watchdog's message
+
+}  // namespace
+
+DriveQueue::DriveQueue(Drive& drive, uint32_t agentTags, bool ownCommand, uint64_t watchdogMs, DriveCounters& counters,
+                       HostClock& clock)
+    : clock_(clock),
+      watchdogMs_(watchdogMs),
+      ownTag_(agentTags),
+      fence_(drive, agentTags + (ownCommand ? 1 : 0), counters, clock),
+      kept_(ownCommand ? agentTags : 0) {}
+
+bool DriveQueue::poll(DriveCompletion& out) {
+  if (keptCount_ == 0) {
+    return fence_.poll(out);
+  }
+  out = kept_[keptFirst_];
+  keptFirst_ = (keptFirst_ + 1) % static_cast<uint32_t>(kept_.size());
+  --keptCount_;
+  return true;
+}
+
+void DriveQueue::wait(DriveCompletion& out) {
+  if (!poll(out)) {
+    waitForDrive(out);
+  }
+}
+
+DriveCompletion DriveQueue::runAlone(DriveCommand command) {
+  command.tag = ownTag_;
+  fence_.submit(command);
+  DriveCompletion completion;
+  for (;;) {
+    waitForDrive(completion);
+    if (completion.tag == ownTag_) {
+      return completion;
+    }
+    keep(completion);
+  }
+}
+
+void DriveQueue::keep(const DriveCompletion& completion) {
+  // There is room: each of them holds its tag until it is delivered.
+  assert(keptCount_ < kept_.size());
+  kept_[(keptFirst_ + keptCount_) % kept_.size()] = completion;
+  ++keptCount_;
+}
+
+void DriveQueue::waitForDrive(DriveCompletion& out) {
+  // The drive is polled, not waited for, so that one that hangs is noticed.
+  for (uint32_t polls = 0; polls < busyPolls; ++polls) {
+    if (fence_.poll(out)) {
+      return;
+    }
+    std::this_thread::yield();
+  }
+  const uint64_t beganUs = clock_.steadyUs();
+  uint64_t pauseUs = firstPauseUs;
+  while (!fence_.poll(out)) {
+    if (clock_.steadyUs() - beganUs >= watchdogMs_ * 1000) {
+      throw DriveError("the drive completed nothing for " + std::to_string(watchdogMs_ / 1000) +
+                       " s, outstanding are " + fence_.describeOutstanding(namedCommands) +
+                       "; check the drive and its connection");
+    }
+    clock_.pause(pauseUs);
+    pauseUs = std::min(pauseUs * 2, longestPauseUs);
+  }
+}
+
+void DriveQueue::forgetAll() {
+  fence_.forgetAll();
+  keptCount_ = 0;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "host/framework/SharedVariables.h"
+#include "host/framework/TagPool.h"
+#include "host/run/DriveCounters.h"
+#include "host/run/DriveQueue.h"
+#include "host/run/RangeAgents.h"
+#include "host/run/ZoneMap.h"
+
+namespace corvane::host {
+
+class ZoneWriter;
+
+/// Which operations on ranges a test carries out.
+struct RangeSettings {
+  uint64_t zoneResetEveryCommands = 0;   ///< 0: never
+  uint64_t invalidateEveryCommands = 0;  ///< 0: never
+  ZoneMap zones;                         ///< at least one with zone resets
+  uint64_t firstLba = 0;                 ///< of invalidated ranges
+  uint64_t endLba = 0;                   ///< excluded
+  uint32_t maxBlocks = 1;                ///< the longest of them
+  uint64_t zoneResetSeed = 0;
+  uint64_t invalidateSeed = 0;
+
+  bool any() const { return zoneResetEveryCommands != 0 || invalidateEveryCommands != 0; }
+};
+
+/// Resets zones and invalidates ranges now and then, and tells the agent through "CSZoneReset" and
+/// "CVNInvalidateRanges".
+///
+/// An operation is carried out between two calls of the agent, only while no command that the agent still waits for
+/// overlaps its range, and its range is pushed when it has ended well: no command can be on either side of it without
+/// the agent knowing on which. One that failed throws DriveError.
+///
+/// Allocates nothing after its construction but what the queues need. One thread.
+class RangeOperations {
+ public:
+  static constexpr uint32_t tries = 8;       ///< ranges that are looked at in a step
+  static constexpr uint32_t patience = 256;  ///< steps before the agent has to let the commands run out
+
+  /// Declares the host as the writer of the queues that it will push to.
+  ///
+  /// @param writer null, or the pointers of a host-managed drive, which the resets move
+  ///
+  /// All references outlive the object.
+  RangeOperations(const RangeSettings& settings, const TagPool& tags, DriveQueue& queue, SharedVariables& variables,
+                  DriveCounters& counters, ZoneWriter* writer);
+
+  /// Resets every zone. For before the first command: nothing is outstanding and the agent expects nothing, so nothing
+  /// is counted or pushed.
+  void emptyAllZones();
+
+  /// Carries out what is due and can be done now.
+  ///
+  /// @param publishedTag the tag whose completion the agent will see next, or TagPool::none
+  ///
+  /// @return whether the agent may issue another command; if not, something must be done first that outstanding
+  ///         commands stand in the way of
+  bool carryOutDue(uint64_t commandsIssued, uint32_t publishedTag);
+
+ private:
+  /// When an operation is due.
+  struct Schedule {
+    uint64_t every = 0;
+    uint64_t next = 0;       ///< in commands issued
+    uint32_t postponed = 0;  ///< steps since it became due
+
+    bool due(uint64_t commandsIssued) const { return every != 0 && commandsIssued >= next; }
+    void done(uint64_t commandsIssued);
+    /// Whether it can wait another step.
+    bool postpone() { return ++postponed < patience; }
+  };
+
+  bool carryOutZoneReset(uint64_t commandsIssued, uint32_t publishedTag);
+  bool carryOutInvalidate(uint64_t commandsIssued, uint32_t publishedTag);
+  bool mustMakeRoom() const;
+  bool isBusy(const vdl::LBARange& range, uint32_t publishedTag) const;
+  void resetZone(uint32_t zone);
+  void run(CommandKind kind, const vdl::LBARange& range);
+
+  const TagPool& tags_;
+  DriveQueue& queue_;
+  DriveCounters& counters_;
+  ZoneWriter* writer_;
+  const ZoneMap zones_;
+  Schedule zoneResets_;
+  Schedule invalidations_;
+  std::optional<ZoneResetSource> zoneSource_;
+  std::optional<InvalidateSource> invalidateSource_;
+  vdl::LBARangeQueue* resetRanges_ = nullptr;
+  vdl::LBARangeQueue* invalidRanges_ = nullptr;
+};
+
+}  // namespace corvane::host
