@@ -30,8 +30,9 @@ struct SimSettings {
   uint64_t seed = 1;
 };
 
-/// A drive in memory that carries out every kind of command, answers out of order, and meets, when asked to, with accidents
-/// that a good drive may have, but never breaks a promise. docs/drives/simulated.md says what is modelled and what is not.
+/// A drive in memory that carries out every kind of command, answers out of order, and meets, when asked to, with
+/// accidents that a good drive may have, but never breaks a promise. docs/drives/simulated.md says what is modelled and
+/// what is not: no errors that stay, no wear, no read disturb, no heat, no time.
 ///
 /// *Commands.* A command is refused, or moves a zone's write pointer, when it comes. It is carried out in the moment in
 /// which it is answered; that is legal because callers never have conflicting commands outstanding.
