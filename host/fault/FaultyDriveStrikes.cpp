@@ -88,7 +88,8 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
                           .recent = recent_};
   Injection injection = injectionOf(slot);
   std::optional<Damage> damage = damageOf(input, random_);
-  bool somebodyLooks = spec_.what != FaultClass::trimTooFar;
+  // These two show only where somebody waits for the old content anyway.
+  bool somebodyLooks = spec_.what != FaultClass::trimTooFar && spec_.what != FaultClass::invalidateIgnored;
   if (damage) {
     for (uint64_t lba = slot.after.first(); lba < slot.after.end(); ++lba) {
       const bool unreadable = damage->unreadable.contains(lba);

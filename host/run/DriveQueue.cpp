@@ -10,6 +10,7 @@
 namespace corvane::host {
 namespace {
 
+constexpr uint32_t keenPolls = 16;  ///< before waiting offers the processor to others; a drive in memory needs fewer
 constexpr uint32_t busyPolls = 64;  ///< before waiting gives the processor away for longer
 constexpr uint64_t firstPauseUs = 8;
 constexpr uint64_t longestPauseUs = 1000;
@@ -67,7 +68,9 @@ void DriveQueue::waitForDrive(DriveCompletion& out) {
     if (fence_.poll(out)) {
       return;
     }
-    std::this_thread::yield();
+    if (polls >= keenPolls) {
+      std::this_thread::yield();
+    }
   }
   const uint64_t beganUs = clock_.steadyUs();
   uint64_t pauseUs = firstPauseUs;
