@@ -142,6 +142,7 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
         strike(slot, out);
       } else {
         trigger_.takeBack();
+        remember(slot.command);
       }
       return true;
     }
@@ -215,9 +216,13 @@ void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
   if (slot.struck) {
     return;  // the strike looks at the commands before this one first
   }
-  recent_.add(command);
-  if (spec_.what == FaultClass::mixedCommands && command.data != nullptr) {
-    otherData_.assign(command.data, command.data + geometry().sectorBytes());
+  remember(command);
+}
+
+void FaultyDrive::remember(const DriveCommand& change) {
+  recent_.add(change);
+  if (spec_.what == FaultClass::mixedCommands && change.data != nullptr) {
+    otherData_.assign(change.data, change.data + geometry().sectorBytes());
   }
 }
 

@@ -104,10 +104,13 @@ class FaultyDrive : public Drive {
   void finishRead(Slot& slot, DriveCompletion& out);
   void finishVerify(Slot& slot, DriveCompletion& out);
   void judge(Slot& slot, DriveCompletion& out);
+  void remember(const DriveCommand& change);
   void endAlterations(const DriveCommand& command, uint64_t Injection::*ending);
 
   // Strikes.
   bool strikes(const Slot& slot);
+  /// Whether an earlier strike has to come to its end before there can be another.
+  bool engaged() const { return lyingVerifies_ || prepared_ || liedFlush_; }
   void strike(Slot& slot, DriveCompletion& out);
   void strikeMedium(Slot& slot, DriveCompletion& out);
   void prepareOldContent(Slot& slot);

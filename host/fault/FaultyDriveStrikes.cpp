@@ -24,7 +24,7 @@ bool FaultyDrive::strikes(const Slot& slot) {
     return false;
   }
   // One damaged block is enough to lie about, and old content is prepared for one read at a time.
-  if (lyingVerifies_ || prepared_ || liedFlush_) {
+  if (engaged()) {
     return false;
   }
   if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0) {
@@ -34,6 +34,12 @@ bool FaultyDrive::strikes(const Slot& slot) {
 }
 
 void FaultyDrive::strike(Slot& slot, DriveCompletion& out) {
+  if (engaged()) {
+    // By a command that was outstanding together with this one.
+    trigger_.takeBack();
+    remember(slot.command);
+    return;
+  }
   switch (spec_.what) {
     case FaultClass::bitFlipRead:
       flipReadBit(slot);
@@ -79,8 +85,8 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
                           .recent = recent_};
   Injection injection = injectionOf(slot);
   injection.hashBase = command.kind == CommandKind::writeAtomic && recent_.lastWasReadOf(command);
-  recent_.add(command);
   std::optional<Damage> damage = damageOf(input, random_);
+  remember(command);
   bool somebodyLooks = spec_.what != FaultClass::trimTooFar;
   if (damage) {
     for (uint64_t lba = slot.after.first(); lba < slot.after.end(); ++lba) {
@@ -117,7 +123,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
 
 void FaultyDrive::prepareOldContent(Slot& slot) {
   const DriveCommand& command = slot.command;
-  recent_.add(command);
+  remember(command);
   Prepared prepared;
   prepared.injection = injectionOf(slot);
   prepared.lastCommand =
@@ -311,7 +317,7 @@ void FaultyDrive::rememberUnflushed(const Slot& slot) {
   for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
     if (through) {
       unflushed_.erase(lba);
-    } else {
+    } else if (!liedFlush_) {  // what was written after the lie may be lost without one
       unflushed_.try_emplace(lba, bytesOf(slot.before.at(lba)));
     }
   }
