@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/drive/CommandCheck.h"
 #include "host/drive/SenseData.h"
 #include "host/fault/Damage.h"
 
@@ -48,6 +49,12 @@ void FaultyDrive::begin(Slot& slot) {
   if (prepared_ && !prepared_->id && commands_ > prepared_->lastCommand) {
     dropPrepared();
   }
+  slot.struck = slot.wantsBefore = false;
+  slot.impossible = refuse(command, geometry(), capabilities()).has_value();
+  if (slot.impossible) {
+    pass(slot);
+    return;
+  }
   if (command.kind == CommandKind::writeAtomic) {
     notePreRead(command);
   }
@@ -59,7 +66,7 @@ void FaultyDrive::begin(Slot& slot) {
   if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0 && changesMedium(command.kind)) {
     publishForOthers(command);
   }
-  if (slot.wantsBefore && command.blocks != 0 && command.endLba() <= geometry().blocks) {
+  if (slot.wantsBefore && command.blocks != 0) {
     readAround(slot, Phase::readingBefore);
   } else if (command.kind == CommandKind::verify && !lyingVerifies_ &&
              alterations_.touches(command.lba, command.endLba())) {
@@ -168,6 +175,9 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
 bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
   const DriveCommand& command = slot.command;
   const bool good = out.status == scsi_status::good;
+  if (slot.impossible) {
+    return true;
+  }
   if (changesMedium(command.kind)) {
     finishChange(slot, out);
     if (good && slot.struck) {
@@ -312,6 +322,9 @@ void FaultyDrive::dropOutstanding() {
     }
     const bool begun = slot.phase == Phase::carriedOut || slot.phase == Phase::readingAfter;
     slot.phase = Phase::idle;
+    if (slot.impossible) {
+      continue;
+    }
     if (std::exchange(slot.struck, false)) {
       trigger_.takeBack();
     }

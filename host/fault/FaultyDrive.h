@@ -63,7 +63,8 @@ class FaultyDrive : public Drive {
     Phase phase = Phase::idle;
     DriveCommand command;
     uint64_t innerId = 0;
-    uint64_t number = 0;  ///< the drive's count of commands
+    uint64_t number = 0;      ///< the drive's count of commands
+    bool impossible = false;  ///< the drive refuses it: it changes nothing, and nothing happens to it
     bool struck = false;
     bool wantsBefore = false;
     uint64_t elsewhere = 0;  ///< where a misdirected read goes

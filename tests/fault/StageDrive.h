@@ -29,8 +29,8 @@ class StageDrive : public Drive {
 
   void submit(const DriveCommand& command) override {
     received_.push_back(command);
-    if (failing_ && failing_->first == command.kind) {
-      answers_.push_back(failing_->second);
+    if (failing_ && failing_->kind == command.kind && failing_->skip-- == 0) {
+      answers_.push_back(failing_->completion);
       answers_.back().tag = command.tag;
       answers_.back().id = command.id;
       failing_.reset();
@@ -66,16 +66,13 @@ class StageDrive : public Drive {
     sim_.powerCycle();
   }
 
-  /// The next command of this kind is not carried out and ends so.
-  void failNext(CommandKind kind, const Sense& sense) {
-    DriveCompletion completion;
-    setSense(completion, sense);
-    failing_ = {kind, completion};
+  /// The next command of this kind, after so many others of it, is not carried out and ends so.
+  void failNext(CommandKind kind, const Sense& sense, uint64_t skip = 0) {
+    failing_ = Failing{.kind = kind, .skip = skip, .completion = {}};
+    setSense(failing_->completion, sense);
   }
   void abortNext(CommandKind kind) {
-    DriveCompletion completion;
-    completion.status = scsi_status::aborted;
-    failing_ = {kind, completion};
+    failing_ = Failing{.kind = kind, .skip = 0, .completion = {.status = scsi_status::aborted}};
   }
 
   /// An answer to a command that nobody gave.
@@ -96,10 +93,16 @@ class StageDrive : public Drive {
   SimMedium& medium() { return sim_.medium(); }
 
  private:
+  struct Failing {
+    CommandKind kind = CommandKind::read;
+    uint64_t skip = 0;
+    DriveCompletion completion;
+  };
+
   SimDrive sim_;
   DriveCapabilities capabilities_;
   std::vector<DriveCommand> received_;
-  std::optional<std::pair<CommandKind, DriveCompletion>> failing_;
+  std::optional<Failing> failing_;
   std::deque<DriveCompletion> answers_;  ///< that come before those of the simulated drive
   uint64_t answersLeft_ = std::numeric_limits<uint64_t>::max();
 };
