@@ -170,7 +170,7 @@ class Strike {
     }
     bool shared = false;
     for (uint32_t block = 0; block < command_.blocks; ++block) {
-      if (lbaOf(block) >= earlier->first && lbaOf(block) < earlier->end) {
+      if (earlier->contains(lbaOf(block))) {
         restoreBytes(lbaOf(block), 0);
         shared = true;
       }

@@ -11,7 +11,10 @@ constexpr uint32_t pageBytes = 4096;
 std::string missingBesideKind(const FaultSpec& spec, const FaultSurroundings& test, const DriveGeometry& geometry) {
   switch (spec.what) {
     case FaultClass::crossTalk:
-      return test.drives < 2 ? "the test has one drive; name two" : "";
+      if (test.drives < 2) {
+        return "the test has one drive; name two";
+      }
+      return spec.drive == 1 ? "the foreign data come from the first drive; name another one" : "";
     case FaultClass::protectionDamage:
       return geometry.protectionBytes == 0 ? "the drive has no protection bytes; use one that has, as with pi=8" : "";
     case FaultClass::lyingFlush:
@@ -22,10 +25,10 @@ std::string missingBesideKind(const FaultSpec& spec, const FaultSurroundings& te
 }
 
 /// The longest command that the test can issue of a kind.
-DriveCommand longest(CommandKind kind, const FaultSurroundings& test) {
+DriveCommand longest(CommandKind kind, const FaultSurroundings& test, const DriveGeometry& geometry) {
   DriveCommand command;
   command.kind = kind;
-  command.lba = 1;  // so that a boundary within it is crossed
+  command.lba = std::max(1U, pageBytes / geometry.blockSize) - 1;  // two blocks cross a boundary from here
   command.blocks = kind == CommandKind::syncCache ? 0 : test.maxBlocks;
   command.atomicBound = test.maxAtomicBound;
   return command;
@@ -37,7 +40,7 @@ std::string kindsFor(FaultClass what, const DriveGeometry& geometry) {
   for (const CommandKind kind :
        {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim, CommandKind::read,
         CommandKind::verify, CommandKind::syncCache, CommandKind::zoneReset, CommandKind::invalidate}) {
-    if (canStrike(what, longest(kind, generous), geometry)) {
+    if (canStrike(what, longest(kind, generous, geometry), geometry)) {
       text += (text.empty() ? "" : " or ") + std::string(commandKindName(kind));
     }
   }
@@ -55,7 +58,7 @@ std::string faultNeeds(const FaultSpec& spec, const FaultSurroundings& test, con
     return beginning + missing;
   }
   const bool issued = std::ranges::any_of(
-      test.kinds, [&](CommandKind kind) { return canStrike(spec.what, longest(kind, test), geometry); });
+      test.kinds, [&](CommandKind kind) { return canStrike(spec.what, longest(kind, test, geometry), geometry); });
   if (issued) {
     return {};
   }
@@ -64,7 +67,7 @@ std::string faultNeeds(const FaultSpec& spec, const FaultSurroundings& test, con
     FaultSurroundings longer = test;
     longer.maxBlocks = pageBytes;
     longer.maxAtomicBound = std::max(2U, test.maxAtomicBound);
-    return canStrike(spec.what, longest(kind, longer), geometry);
+    return canStrike(spec.what, longest(kind, longer, geometry), geometry);
   });
   return beginning + (longEnough ? "the transfers are too short for it; allow longer ones"
                                  : "the test issues no " + kinds + "; select that kind of command");

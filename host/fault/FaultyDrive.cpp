@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/drive/CommandCheck.h"
 #include "host/drive/SenseData.h"
 #include "host/fault/Damage.h"
 
@@ -48,6 +49,12 @@ void FaultyDrive::begin(Slot& slot) {
   if (prepared_ && !prepared_->id && commands_ > prepared_->lastCommand) {
     dropPrepared();
   }
+  slot.struck = slot.wantsBefore = false;
+  slot.impossible = refuse(command, geometry(), capabilities()).has_value();
+  if (slot.impossible) {
+    pass(slot);
+    return;
+  }
   if (command.kind == CommandKind::writeAtomic) {
     notePreRead(command);
   }
@@ -62,7 +69,7 @@ void FaultyDrive::begin(Slot& slot) {
   if (slot.struck && spec_.what == FaultClass::atomicTear) {
     lookAtBase(slot);
   }
-  if (slot.wantsBefore && command.blocks != 0 && command.endLba() <= geometry().blocks) {
+  if (slot.wantsBefore && command.blocks != 0) {
     readAround(slot, Phase::readingBefore);
   } else if (command.kind == CommandKind::verify && !lyingVerifies_ &&
              alterations_.touches(command.lba, command.endLba())) {
@@ -145,6 +152,7 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
         strike(slot, out);
       } else {
         trigger_.takeBack();
+        remember(slot.command);
       }
       return true;
     }
@@ -170,6 +178,9 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
 bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
   const DriveCommand& command = slot.command;
   const bool good = out.status == scsi_status::good;
+  if (slot.impossible) {
+    return true;
+  }
   if (changesMedium(command.kind)) {
     finishChange(slot, out);
     if (good && slot.struck) {
@@ -218,9 +229,13 @@ void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
   if (slot.struck) {
     return;  // the strike looks at the commands before this one first
   }
-  recent_.add(command);
-  if (spec_.what == FaultClass::mixedCommands && command.data != nullptr) {
-    otherData_.assign(command.data, command.data + geometry().sectorBytes());
+  remember(command);
+}
+
+void FaultyDrive::remember(const DriveCommand& change) {
+  recent_.add(change);
+  if (spec_.what == FaultClass::mixedCommands && change.data != nullptr) {
+    otherData_.assign(change.data, change.data + geometry().sectorBytes());
   }
 }
 
@@ -322,6 +337,9 @@ void FaultyDrive::dropOutstanding() {
     }
     const bool begun = slot.phase == Phase::carriedOut || slot.phase == Phase::readingAfter;
     slot.phase = Phase::idle;
+    if (slot.impossible) {
+      continue;
+    }
     if (std::exchange(slot.struck, false)) {
       trigger_.takeBack();
     }

@@ -64,7 +64,8 @@ class FaultyDrive : public Drive {
     Phase phase = Phase::idle;
     DriveCommand command;
     uint64_t innerId = 0;
-    uint64_t number = 0;  ///< the drive's count of commands
+    uint64_t number = 0;      ///< the drive's count of commands
+    bool impossible = false;  ///< the drive refuses it: it changes nothing, and nothing happens to it
     bool struck = false;
     std::set<uint64_t> recognisable;  ///< of an atomic write: blocks whose old content says what it is
     bool wantsBefore = false;
@@ -107,10 +108,13 @@ class FaultyDrive : public Drive {
   void finishVerify(Slot& slot, DriveCompletion& out);
   void judge(Slot& slot, DriveCompletion& out);
   void lookAtBase(Slot& slot) const;
+  void remember(const DriveCommand& change);
   void endAlterations(const DriveCommand& command, uint64_t Injection::*ending);
 
   // Strikes.
   bool strikes(const Slot& slot);
+  /// Whether an earlier strike has to come to its end before there can be another.
+  bool engaged() const { return lyingVerifies_ || prepared_ || liedFlush_; }
   void strike(Slot& slot, DriveCompletion& out);
   void strikeMedium(Slot& slot, DriveCompletion& out);
   void prepareOldContent(Slot& slot);

@@ -33,7 +33,7 @@ bool FaultyDrive::strikes(const Slot& slot) {
     return false;
   }
   // One damaged block is enough to lie about, and old content is prepared for one read at a time.
-  if (lyingVerifies_ || prepared_ || liedFlush_) {
+  if (engaged()) {
     return false;
   }
   if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0) {
@@ -43,6 +43,12 @@ bool FaultyDrive::strikes(const Slot& slot) {
 }
 
 void FaultyDrive::strike(Slot& slot, DriveCompletion& out) {
+  if (engaged()) {
+    // By a command that was outstanding together with this one.
+    trigger_.takeBack();
+    remember(slot.command);
+    return;
+  }
   switch (spec_.what) {
     case FaultClass::bitFlipRead:
       flipReadBit(slot);
@@ -88,6 +94,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
                           .recent = recent_};
   Injection injection = injectionOf(slot);
   std::optional<Damage> damage = damageOf(input, random_);
+  remember(command);
   // These two show only where somebody waits for the old content anyway.
   bool somebodyLooks = spec_.what != FaultClass::trimTooFar && spec_.what != FaultClass::invalidateIgnored;
   if (damage) {
@@ -130,7 +137,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
 
 void FaultyDrive::prepareOldContent(Slot& slot) {
   const DriveCommand& command = slot.command;
-  recent_.add(command);
+  remember(command);
   Prepared prepared;
   prepared.injection = injectionOf(slot);
   prepared.lastCommand =
@@ -330,7 +337,7 @@ void FaultyDrive::rememberUnflushed(const Slot& slot) {
   for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
     if (through) {
       unflushed_.erase(lba);
-    } else {
+    } else if (!liedFlush_) {  // what was written after the lie may be lost without one
       unflushed_.try_emplace(lba, bytesOf(slot.before.at(lba)));
     }
   }

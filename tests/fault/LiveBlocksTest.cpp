@@ -1,0 +1,86 @@
+#include "host/fault/LiveBlocks.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace corvane::host {
+namespace {
+
+DriveCommand commandOf(CommandKind kind, uint64_t lba, uint32_t blocks, uint32_t step = 1) {
+  DriveCommand command;
+  command.kind = kind;
+  command.lba = lba;
+  command.blocks = blocks;
+  command.lbaStep = step;
+  return command;
+}
+
+std::vector<uint64_t> liveOf(const LiveBlocks& live, uint64_t end) {
+  std::vector<uint64_t> found;
+  for (uint64_t lba = 0; lba < end; ++lba) {
+    if (live.contains(lba)) {
+      found.push_back(lba);
+    }
+  }
+  return found;
+}
+
+using Lbas = std::vector<uint64_t>;
+
+TEST(LiveBlocks, WrittenBlocksAreLiveUntilSomebodyLooked) {
+  LiveBlocks live;
+  EXPECT_EQ(liveOf(live, 20), Lbas{});
+  live.wrote(commandOf(CommandKind::write, 3, 4));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{3, 4, 5, 6}));
+  live.looked(commandOf(CommandKind::read, 4, 2));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{3, 6}));
+  live.looked(commandOf(CommandKind::verify, 0, 20));
+  EXPECT_EQ(liveOf(live, 20), Lbas{});
+}
+
+TEST(LiveBlocks, AStepLeavesTheBlocksBetweenAlone) {
+  LiveBlocks live;
+  live.wrote(commandOf(CommandKind::write, 2, 3, 2));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{2, 4, 6}));
+  live.wrote(commandOf(CommandKind::write, 3, 2));
+  live.looked(commandOf(CommandKind::read, 3, 2, 2));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{2, 4, 6}));
+}
+
+TEST(LiveBlocks, AFailedCommandEndsTheLife) {
+  LiveBlocks live;
+  live.wrote(commandOf(CommandKind::write, 3, 4));
+  live.failed(commandOf(CommandKind::trim, 5, 4));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{3, 4}));
+}
+
+TEST(LiveBlocks, AReadOfTheVeryRangeOfAFailedCommandMayOnlyProbe) {
+  LiveBlocks live;
+  live.failed(commandOf(CommandKind::write, 5, 4));
+  EXPECT_TRUE(live.mayOnlyProbe(commandOf(CommandKind::read, 5, 4)));
+  EXPECT_FALSE(live.mayOnlyProbe(commandOf(CommandKind::read, 5, 3)));
+  EXPECT_FALSE(live.mayOnlyProbe(commandOf(CommandKind::read, 4, 4)));
+}
+
+TEST(LiveBlocks, AProbeIsNoLook) {
+  LiveBlocks live;
+  live.failed(commandOf(CommandKind::write, 5, 4));
+  live.wrote(commandOf(CommandKind::write, 5, 2));
+  live.looked(commandOf(CommandKind::read, 5, 4));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{5, 6}));
+  live.looked(commandOf(CommandKind::read, 5, 2));
+  EXPECT_EQ(liveOf(live, 20), Lbas{});
+}
+
+TEST(LiveBlocks, AGoodWriteOfTheVeryRangeEndsTheDoubt) {
+  LiveBlocks live;
+  live.failed(commandOf(CommandKind::write, 5, 4));
+  live.wrote(commandOf(CommandKind::write, 5, 4));
+  EXPECT_FALSE(live.mayOnlyProbe(commandOf(CommandKind::read, 5, 4)));
+  live.looked(commandOf(CommandKind::read, 5, 4));
+  EXPECT_EQ(liveOf(live, 20), Lbas{});
+}
+
+}  // namespace
+}  // namespace corvane::host
