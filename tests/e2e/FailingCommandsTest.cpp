@@ -220,7 +220,7 @@ TEST(Splices, AreNotSeenInWhatOtherCausesMadeUnreadable) {
   expectSilence(runWith(test, Torn(0xF815)));
 }
 
-/// Of which part of its blocks, all of one segment, the drive has written.
+/// Half of its blocks, all of one segment, have reached the medium.
 class TornAtomicWrite : public testing::TestWithParam<std::pair<const char*, Fault>> {};
 
 TEST_P(TornAtomicWrite, IsFound) {
@@ -229,6 +229,7 @@ TEST_P(TornAtomicWrite, IsFound) {
   // So small that now and then a torn write is over blocks whose last content is still remembered.
   test.driveAddresses = {"sim:1m"};
   test.minBlocks = 4;
+  test.maxBlocks = 4;
   test.minAtomicBound = 4;
   uint64_t atomicWrites = 0;
   const auto judge = [&](const DriveCommand& command) -> std::optional<Fault> {
