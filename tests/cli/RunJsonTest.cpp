@@ -34,15 +34,15 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
   EXPECT_THAT(keysOf(document), ElementsAre("version", "seed", "seedDrawn", "repeat", "status", "exitStatus", "error",
                                             "stopped", "elapsedMs", "warnings", "drives", "findings"));
   const Json& drive = document["drives"][0];
-  EXPECT_THAT(keysOf(drive),
-              ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status", "agentStatus",
-                          "error", "commands", "events", "blocks", "bytes", "elapsedMs", "messages", "files"));
+  EXPECT_THAT(keysOf(drive), ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status",
+                                         "agentStatus", "error", "commands", "events", "blocks", "bytes", "elapsedMs",
+                                         "injections", "messages", "files"));
   EXPECT_THAT(keysOf(drive["commands"]),
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
               ElementsAre("write", "atomic", "writesame", "trim", "read", "verify", "sync"));
   EXPECT_THAT(keysOf(drive["events"]), ElementsAre("resets", "powerCycles", "zoneResets", "invalidations"));
-  EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "agentStatus", "text", "files"));
+  EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "agentStatus", "lba", "text", "files"));
 }
 
 TEST(RunJsonTest, tellsAboutTheRun) {

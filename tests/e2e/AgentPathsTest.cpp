@@ -103,7 +103,7 @@ class Showstop : public Spoilt {
 
 TEST_F(Showstop, StopsTheAttachedDriveAndNamesTheBlock) {
   RecordingDevice device;
-  const AgentWithDevice agent(device);
+  const AgentWithDevice agent(&device);
   const RunResult result = run(&agent.table());
   EXPECT_THAT(device.calls, ElementsAre("read setting", "write setting 1", "send under setting 1", "write setting 7",
                                         "miscompare 0 at " + std::to_string(record.lba)));
@@ -116,17 +116,18 @@ TEST_F(Showstop, StopsTheAttachedDriveAndNamesTheBlock) {
 
 TEST_F(Showstop, IsSaidToHaveFailedWhenTheDriveDoesNotKnowIt) {
   VendorDevice device;
-  const AgentWithDevice agent(device);
+  const AgentWithDevice agent(&device);
   EXPECT_THAT(textsOf(run(&agent.table())), Contains("Failed to issue Showstop, ostra err 95"));
 }
 
 TEST_F(Showstop, IsSaidToHaveFailedWithoutADevice) {
-  EXPECT_THAT(textsOf(run()), Contains("Failed to issue Showstop, ostra err -1053"));
+  const AgentWithDevice agent(nullptr);
+  EXPECT_THAT(textsOf(run(&agent.table())), Contains("Failed to issue Showstop, ostra err -1053"));
 }
 
 TEST_F(Spoilt, OnlyNamesTheBlockToAnAttachedDrive) {
   RecordingDevice device;
-  const AgentWithDevice agent(device);
+  const AgentWithDevice agent(&device);
   run(&agent.table());
   EXPECT_THAT(device.calls, ElementsAre("miscompare 0 at " + std::to_string(record.lba)));
 }

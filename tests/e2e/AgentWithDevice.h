@@ -6,15 +6,19 @@
 
 namespace corvane::host::e2e {
 
-/// The built agent on a host that has attached a device to each of its drives. One at a time.
+/// The built agent on a host that has attached a device of the test's to each of its drives, or none. One at a time.
 class AgentWithDevice {
  public:
-  explicit AgentWithDevice(VendorDevice& device) : plugin_(agentPath()), table_(plugin_.table()) {
-    handle = attachDevice(device);
+  explicit AgentWithDevice(VendorDevice* device) : plugin_(agentPath()), table_(plugin_.table()) {
+    handle = device == nullptr ? -1 : attachDevice(*device);
     initDriveData = table_.initDriveData;
     table_.initDriveData = &attachAndInit;
   }
-  ~AgentWithDevice() { detachDevice(handle); }
+  ~AgentWithDevice() {
+    if (handle >= 0) {
+      detachDevice(handle);
+    }
+  }
   AgentWithDevice(const AgentWithDevice&) = delete;
   AgentWithDevice& operator=(const AgentWithDevice&) = delete;
 

@@ -118,11 +118,11 @@ TEST_F(TestRunTest, TheAgentSeesTheTestsFactsBeforeItStarts) {
            std::to_string(thread.queueDepth) + " " + std::to_string(*thread.mapU64("MinLBA", 1, &error, 0)) + " " +
            std::to_string(*thread.mapU64("MaxLBA", 1, &error, 0)) + " " +
            std::to_string(*thread.mapU32("TestMaxXferLength", 1, &error, 0)) + " " +
-           std::to_string(thread.timestampUs >= 1'700'000'000'000'000) + " " + std::to_string(thread.ostraDevice);
+           std::to_string(thread.timestampUs >= 1'700'000'000'000'000) + " " + std::to_string(thread.ostraDevice >= 0);
     return readEverything(thread);
   };
   EXPECT_EQ(runIt().status, RunStatus::clean);
-  EXPECT_EQ(seen, "a 4096 1 8 2 4 100 3999 16 1 -1");
+  EXPECT_EQ(seen, "a 4096 1 8 2 4 100 3999 16 1 1");
 }
 
 TEST_F(TestRunTest, AFindingEndsTheDriveAndNamesItsFiles) {
