@@ -19,7 +19,6 @@ class Alterations {
     std::vector<uint8_t> content;  ///< a sector; empty: the block cannot be read
     FaultLedger::Id injection = 0;
     Life life = Life::untilOverwritten;
-    uint64_t lastCommand = UINT64_MAX;  ///< is of no effect on commands with a greater number
   };
 
   bool empty() const { return entries_.empty(); }

@@ -31,6 +31,7 @@ struct Injection {
   uint64_t delivered = 0;      ///< altered blocks handed out by reads or judged by verifies, each time
   uint64_t visible = 0;        ///< of those, the ones that somebody who compares what he wrote had to notice
   uint64_t visibleVerify = 0;  ///< of the visible ones, those that only a verify looked at
+  uint64_t visiblePartly = 0;  ///< of the visible ones, those whose write another read had met in part before
   uint64_t firstDelivery = 0;  ///< command that handed an altered block out first; 0: none yet
   uint64_t overwritten = 0;    ///< altered blocks that a later good command replaced
   uint64_t interrupted = 0;    ///< altered blocks under a command that failed or was lost: from then on unknown

@@ -220,7 +220,11 @@ void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
     live_.failed(command);
     return;
   }
-  if (command.kind != CommandKind::zoneReset && command.kind != CommandKind::invalidate) {
+  if (command.kind == CommandKind::zoneReset) {
+    live_.zonesReset(command);
+  } else if (command.kind == CommandKind::invalidate) {
+    live_.invalidated(command);
+  } else {
     live_.wrote(command);
     if (slot.wantsBefore && spec_.what == FaultClass::lyingFlush) {
       rememberUnflushed(slot);

@@ -87,7 +87,8 @@ class FaultyDrive : public Drive {
     FaultLedger::Id injection = 0;
     uint64_t lba = 0;
     uint32_t blocks = 0;
-    uint64_t visible = 0;
+    bool visible = false;
+    bool partly = false;  ///< see Injection::visiblePartly
   };
 
   // The course of a command.

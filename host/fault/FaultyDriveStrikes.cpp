@@ -101,7 +101,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
     for (uint64_t lba = slot.after.first(); lba < slot.after.end(); ++lba) {
       const bool unreadable = damage->unreadable.contains(lba);
       if (unreadable || !std::ranges::equal(damage->content.at(lba), slot.after.at(lba))) {
-        somebodyLooks = somebodyLooks || live_.contains(lba);
+        somebodyLooks = somebodyLooks || live_.contains(lba) || live_.containsInvalidated(lba);
         injection.altered.push_back({.lba = lba,
                                      .was = bytesOf(slot.after.at(lba)),
                                      .is = unreadable ? std::vector<uint8_t>() : bytesOf(damage->content.at(lba))});
@@ -206,6 +206,8 @@ bool FaultyDrive::mustBeNoticed(const DriveCommand& look, uint64_t lba, const In
       return isOfItsRange(look, injection) && !tornNew_.empty();
     case FaultClass::zoneResetIgnored:
       return true;
+    case FaultClass::invalidateIgnored:
+      return live_.containsInvalidated(lba);
     default:
       return live_.contains(lba) && !(look.kind == CommandKind::read && live_.mayOnlyProbe(look));
   }
@@ -221,6 +223,8 @@ void FaultyDrive::noteDelivery(const Slot& slot, uint64_t lba, FaultLedger::Id i
   }
   ++injection.delivered;
   injection.visible += visible ? 1U : 0U;
+  const bool partly = visible && live_.mayBeGivenUp(lba);
+  injection.visiblePartly += partly ? 1U : 0U;
   injection.visibleVerify += visible && look.kind == CommandKind::verify ? 1U : 0U;
   if (injection.firstDelivery == 0) {
     injection.firstDelivery = slot.number;
@@ -231,7 +235,8 @@ void FaultyDrive::noteDelivery(const Slot& slot, uint64_t lba, FaultLedger::Id i
   if (deliveries_.size() == rememberedDeliveries) {
     deliveries_.erase(deliveries_.begin());
   }
-  deliveries_.push_back({.injection = id, .lba = look.lba, .blocks = look.blocks, .visible = visible ? 1U : 0U});
+  deliveries_.push_back(
+      {.injection = id, .lba = look.lba, .blocks = look.blocks, .visible = visible, .partly = partly});
 }
 
 void FaultyDrive::notePreRead(const DriveCommand& atomicWrite) {
@@ -240,7 +245,8 @@ void FaultyDrive::notePreRead(const DriveCommand& atomicWrite) {
       return false;
     }
     Injection& injection = ledger_.at(delivery.injection);
-    injection.visible -= delivery.visible;
+    injection.visible -= delivery.visible ? 1U : 0U;
+    injection.visiblePartly -= delivery.partly ? 1U : 0U;
     ++injection.preReads;
     return true;
   });

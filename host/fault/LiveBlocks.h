@@ -4,7 +4,6 @@
 #include <optional>
 #include <set>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "host/drive/Drive.h"
@@ -18,49 +17,68 @@ namespace corvane::host {
 /// not count as a look.
 class LiveBlocks {
  public:
-  void wrote(const DriveCommand& command) {
-    failedRanges_.erase({command.lba, command.blocks});
-    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
-      live_.insert(lba);
-      lastChange_[lba] = command.kind;
-    }
-  }
+  void wrote(const DriveCommand& command);
 
   /// The command ended in no good way or not at all.
-  void failed(const DriveCommand& command) {
-    drop(command);
-    failedRanges_.insert({command.lba, command.blocks});
-    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
-      lastChange_.erase(lba);
-    }
-  }
+  void failed(const DriveCommand& command);
 
   /// Whether this read may be one that does not compare.
   bool mayOnlyProbe(const DriveCommand& read) const { return failedRanges_.contains({read.lba, read.blocks}); }
 
-  void looked(const DriveCommand& command) {
-    if (!mayOnlyProbe(command)) {
-      drop(command);
-    }
-  }
+  void looked(const DriveCommand& command);
 
-  bool contains(uint64_t lba) const { return live_.contains(lba); }
+  /// Zones were emptied. What is in them is unknown then, and nobody waits any more for a write that touched them, nor
+  /// for the block behind them.
+  void zonesReset(const DriveCommand& command);
+
+  /// The old content of the blocks must be gone; who waits for them only checks that.
+  void invalidated(const DriveCommand& command);
+
+  bool contains(uint64_t lba) const { return holds(lba, State::live); }
+  bool containsInvalidated(uint64_t lba) const { return holds(lba, State::invalidated); }
+
+  /// Whether a live block may have been given up: a read met a part of the write that wrote it, but not the block. With
+  /// reads that slide, that may have been the write's only read.
+  bool mayBeGivenUp(uint64_t lba) const {
+    const auto found = blocks_.find(lba);
+    return found != blocks_.end() && found->second.partlyRead;
+  }
 
   /// What changed the block last; nothing when no command did or the last one failed.
   std::optional<CommandKind> lastChange(uint64_t lba) const {
-    const auto found = lastChange_.find(lba);
-    return found == lastChange_.end() ? std::nullopt : std::optional(found->second);
+    const auto found = blocks_.find(lba);
+    return found == blocks_.end() ? std::nullopt : std::optional(found->second.kind);
   }
 
  private:
-  void drop(const DriveCommand& command) {
-    for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
-      live_.erase(lba);
+  enum class State : uint8_t { lookedAt, live, invalidated };
+  struct Block {
+    CommandKind kind = CommandKind::write;
+    State state = State::live;
+    bool partlyRead = false;
+    uint64_t first = 0;  ///< the range of the command that wrote it
+    uint64_t end = 0;    ///< excluded
+  };
+
+  bool holds(uint64_t lba, State state) const {
+    const auto found = blocks_.find(lba);
+    return found != blocks_.end() && found->second.state == state;
+  }
+
+  /// Calls `act` for every block whose write touches the range.
+  template <typename Act>
+  void ofWritesOver(uint64_t first, uint64_t end, Act act) {
+    const uint64_t before = first > longest_ ? first - longest_ : 0;
+    for (uint64_t lba = before; lba < end + longest_; ++lba) {
+      const auto found = blocks_.find(lba);
+      if (found != blocks_.end() && found->second.first < end && first < found->second.end) {
+        act(lba, found->second);
+      }
     }
   }
 
-  std::unordered_set<uint64_t> live_;
-  std::unordered_map<uint64_t, CommandKind> lastChange_;
+  std::unordered_map<uint64_t, Block> blocks_;
+  uint64_t longest_ = 0;  ///< LBAs that the longest write so far covered
   std::set<std::pair<uint64_t, uint32_t>> failedRanges_;
 };
 

@@ -51,7 +51,7 @@ JudgedTest judgedTest(const TestDefinition& test) {
     return std::ranges::any_of(options, [name](const auto& one) { return one.first == name && one.second == "true"; });
   };
   const uint64_t step = on("Use Skip Commands") ? 2 : 1;
-  return {.maxSpan = test.maxBlocks * step, .looksForSplices = on("Write Splice Detection")};
+  return {.maxSpan = test.maxBlocks * step, .looksForSplices = on("Write Splice Detection"), .slidesReads = on("Slide Reads")};
 }
 
 std::string whyNotExpressible(FaultClass what, const Workload& workload) {

@@ -22,6 +22,9 @@ bool isAbout(const Injection& injection, uint64_t findingLba, uint64_t maxSpan) 
 
 /// A reason for a miss that lies in the rules by which the agent judges; empty when there is none.
 std::string ruleBehind(const Injection& injection, const JudgedTest& test) {
+  if (test.slidesReads && injection.visible == injection.visiblePartly) {
+    return "a slid read gave the rest of the write up";
+  }
   switch (injection.what) {
     case FaultClass::verifyAlwaysEqual:
       return injection.visible == injection.visibleVerify ? "only the lying verify looked" : "";

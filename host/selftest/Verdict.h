@@ -33,6 +33,7 @@ struct Judgement {
 struct JudgedTest {
   uint64_t maxSpan = 1;          ///< LBAs that its longest command covers
   bool looksForSplices = false;  ///< the agent's "Write Splice Detection"
+  bool slidesReads = false;      ///< the agent's "Slide Reads"
 };
 
 /// Holds a run's result against what the ledger says of a fault of this class.

@@ -44,7 +44,7 @@ TEST(RunCommandWithFaults, FindsAnInjectedFaultAndTellsWhatWasDone) {
   const TempFolder folder;
   const ProgramEnd end = runCorvane(
       folder, {"run", "--drive", "sim:1m", "--commands", "20000", "--seed", "3", "--set", "Min Queue Size=64", "--set",
-               "Max Queue Size=128", "--fault", "lost-write:at=command:1000", "--output", "out"});
+               "Max Queue Size=128", "--xfer", "1..16", "--fault", "lost-write:at=command:1000", "--output", "out"});
   EXPECT_EQ(end.status, 1) << end.out;
   EXPECT_THAT(end.out, HasSubstr("lost-write at command 1000, a write of"));
   EXPECT_THAT(end.out, HasSubstr("--fault lost-write:at=command:1000"));

@@ -82,5 +82,45 @@ TEST(LiveBlocks, AGoodWriteOfTheVeryRangeEndsTheDoubt) {
   EXPECT_EQ(liveOf(live, 20), Lbas{});
 }
 
+TEST(LiveBlocks, AReadThatMeetsAPartOfAWriteMayHaveBeenItsOnlyOne) {
+  LiveBlocks live;
+  live.wrote(commandOf(CommandKind::write, 5, 4));
+  live.wrote(commandOf(CommandKind::write, 20, 4));
+  EXPECT_FALSE(live.mayBeGivenUp(5));
+  live.looked(commandOf(CommandKind::read, 7, 4));
+  EXPECT_EQ(liveOf(live, 12), (Lbas{5, 6}));
+  EXPECT_TRUE(live.mayBeGivenUp(5));
+  EXPECT_TRUE(live.mayBeGivenUp(6));
+  EXPECT_FALSE(live.mayBeGivenUp(20));
+  live.wrote(commandOf(CommandKind::write, 6, 1));
+  EXPECT_FALSE(live.mayBeGivenUp(6));
+  EXPECT_TRUE(live.mayBeGivenUp(5));
+}
+
+TEST(LiveBlocks, AZoneResetEndsTheWaitForEveryWriteThatItTouchesAndForTheBlockBehind) {
+  LiveBlocks live;
+  live.wrote(commandOf(CommandKind::write, 6, 4));
+  live.wrote(commandOf(CommandKind::write, 14, 4));
+  live.wrote(commandOf(CommandKind::write, 24, 2));
+  live.wrote(commandOf(CommandKind::write, 26, 2));
+  live.zonesReset(commandOf(CommandKind::zoneReset, 8, 16));
+  EXPECT_EQ(liveOf(live, 40), (Lbas{26, 27}));
+}
+
+TEST(LiveBlocks, InvalidatedBlocksAreWaitedForOtherwise) {
+  LiveBlocks live;
+  live.wrote(commandOf(CommandKind::write, 5, 4));
+  live.looked(commandOf(CommandKind::read, 8, 1));
+  live.invalidated(commandOf(CommandKind::invalidate, 6, 4));
+  EXPECT_EQ(liveOf(live, 20), Lbas{5});
+  EXPECT_TRUE(live.containsInvalidated(6));
+  EXPECT_TRUE(live.containsInvalidated(7));
+  EXPECT_FALSE(live.containsInvalidated(8));
+  live.looked(commandOf(CommandKind::read, 6, 1));
+  EXPECT_FALSE(live.containsInvalidated(6));
+  live.wrote(commandOf(CommandKind::write, 7, 1));
+  EXPECT_EQ(liveOf(live, 20), (Lbas{5, 7}));
+}
+
 }  // namespace
 }  // namespace corvane::host

@@ -7,7 +7,7 @@
 namespace corvane::host {
 namespace {
 
-constexpr JudgedTest usual{.maxSpan = 16, .looksForSplices = true};
+constexpr JudgedTest usual{.maxSpan = 16, .looksForSplices = true, .slidesReads = false};
 
 /// A lost write of 8 blocks at LBA 100 whose last two blocks differ.
 Injection lostWrite() {
@@ -113,8 +113,9 @@ TEST(Verdict, ASpliceIsExcusedOnlyWhereNobodyLooksForSplices) {
   Injection injection = handedOut(lostWrite(), 1);
   injection.what = FaultClass::writeSplice;
   EXPECT_EQ(verdictOf(resultOf({injection}), injection.what), Verdict::missed);
-  EXPECT_EQ(verdictOf(resultOf({injection}), injection.what, {.maxSpan = 16, .looksForSplices = false}),
-            Verdict::explained);
+  EXPECT_EQ(
+      verdictOf(resultOf({injection}), injection.what, {.maxSpan = 16, .looksForSplices = false, .slidesReads = false}),
+      Verdict::explained);
 }
 
 TEST(Verdict, ATearOverContentThatNobodyRecognisesIsExcused) {
@@ -127,6 +128,16 @@ TEST(Verdict, ATearOverContentThatNobodyRecognisesIsExcused) {
   EXPECT_EQ(judgement.reason, "why");
   injection.visible = 1;
   EXPECT_EQ(verdictOf(resultOf({injection}), injection.what), Verdict::missed);
+}
+
+TEST(Verdict, ASlidReadIsAnExcuseOnlyWhereReadsSlideAndEveryLookWasInDoubt) {
+  constexpr JudgedTest sliding{.maxSpan = 16, .looksForSplices = true, .slidesReads = true};
+  Injection injection = handedOut(lostWrite(), 2);
+  injection.visiblePartly = 2;
+  EXPECT_EQ(verdictOf(resultOf({injection}), injection.what, sliding), Verdict::explained);
+  EXPECT_EQ(verdictOf(resultOf({injection}), injection.what), Verdict::missed);
+  injection.visiblePartly = 1;
+  EXPECT_EQ(verdictOf(resultOf({injection}), injection.what, sliding), Verdict::missed);
 }
 
 TEST(Verdict, EachSymptomHasItsStatus) {

@@ -1,0 +1,50 @@
+#include "host/fault/LiveBlocks.h"
+
+#include <algorithm>
+
+namespace corvane::host {
+
+void LiveBlocks::wrote(const DriveCommand& command) {
+  failedRanges_.erase({command.lba, command.blocks});
+  longest_ = std::max(longest_, command.endLba() - command.lba);
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+    blocks_[lba] = {.kind = command.kind, .first = command.lba, .end = command.endLba()};
+  }
+}
+
+void LiveBlocks::failed(const DriveCommand& command) {
+  failedRanges_.insert({command.lba, command.blocks});
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+    blocks_.erase(lba);
+  }
+}
+
+void LiveBlocks::looked(const DriveCommand& command) {
+  if (mayOnlyProbe(command)) {
+    return;
+  }
+  ofWritesOver(command.lba, command.endLba(), [&command](uint64_t lba, Block& block) {
+    const bool within = lba >= command.lba && lba < command.endLba() && (lba - command.lba) % command.lbaStep == 0;
+    if (within) {
+      block.state = State::lookedAt;
+    } else {
+      block.partlyRead = true;
+    }
+  });
+}
+
+void LiveBlocks::zonesReset(const DriveCommand& command) {
+  ofWritesOver(command.lba, command.endLba() + 1,
+               [](uint64_t /*lba*/, Block& block) { block.state = State::lookedAt; });
+}
+
+void LiveBlocks::invalidated(const DriveCommand& command) {
+  for (uint64_t lba = command.lba; lba < command.endLba(); ++lba) {
+    const auto found = blocks_.find(lba);
+    if (found != blocks_.end() && found->second.state == State::live) {
+      found->second.state = State::invalidated;
+    }
+  }
+}
+
+}  // namespace corvane::host
