@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -59,12 +59,23 @@ class FaultLedger {
     return injections_.size() - 1;
   }
 
+  /// A command that changes the medium was issued, but a reset took it away before the drive saw it: nobody knows what
+  /// its blocks hold, although the drive does.
+  void neverSent(const DriveCommand& command) {
+    for (const auto& listener : listeners_) {
+      listener(command);
+    }
+  }
+  /// The listener outlives every call of `neverSent`.
+  void onNeverSent(std::function<void(const DriveCommand&)> listener) { listeners_.push_back(std::move(listener)); }
+
   Injection& at(Id id) { return injections_.at(id); }
   const std::vector<Injection>& injections() const { return injections_; }
 
  private:
   const uint32_t drive_;
   std::vector<Injection> injections_;
+  std::vector<std::function<void(const DriveCommand&)>> listeners_;
 };
 
 /// One line for people: class, command, blocks, and the first altered block with its first differing byte.

@@ -22,7 +22,9 @@ FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, ui
       ledger_(ledger),
       exchange_(exchange),
       trigger_(spec, seed),
-      random_(seed ^ 0xFA017) {}
+      random_(seed ^ 0xFA017) {
+  ledger_.onNeverSent([this](const DriveCommand& command) { live_.failed(command); });
+}
 
 std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
 
@@ -66,7 +68,7 @@ void FaultyDrive::begin(Slot& slot) {
   if (spec_.what == FaultClass::crossTalk && ledger_.drive() == 0 && changesMedium(command.kind)) {
     publishForOthers(command);
   }
-  if (slot.struck && spec_.what == FaultClass::atomicTear) {
+  if (slot.struck && (spec_.what == FaultClass::atomicTear || spec_.what == FaultClass::invalidateIgnored)) {
     lookAtBase(slot);
   }
   if (slot.wantsBefore && command.blocks != 0) {
@@ -306,7 +308,11 @@ void FaultyDrive::lookAtBase(Slot& slot) const {
   slot.recognisable.clear();
   for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
     const std::optional<CommandKind> last = live_.lastChange(lba);
-    if (last && *last != CommandKind::trim && !recent_.wasReadSinceChange(command, lba)) {
+    if (command.kind == CommandKind::invalidate) {
+      if (live_.contains(lba)) {
+        slot.recognisable.insert(lba);
+      }
+    } else if (last && *last != CommandKind::trim && !recent_.wasReadSinceChange(command, lba)) {
       slot.recognisable.insert(lba);
     }
   }

@@ -67,7 +67,7 @@ class FaultyDrive : public Drive {
     uint64_t number = 0;      ///< the drive's count of commands
     bool impossible = false;  ///< the drive refuses it: it changes nothing, and nothing happens to it
     bool struck = false;
-    std::set<uint64_t> recognisable;  ///< of an atomic write: blocks whose old content says what it is
+    std::set<uint64_t> recognisable;  ///< blocks whose old content somebody recognises
     bool wantsBefore = false;
     uint64_t elsewhere = 0;  ///< where a misdirected read goes
     Sectors before;
@@ -156,7 +156,7 @@ class FaultyDrive : public Drive {
   std::optional<Injection> liedFlush_;                  ///< entered when the power is cut
   std::vector<uint8_t> otherData_;                      ///< a sector of the latest write, or of another drive
   std::set<uint64_t> tornNew_;                          ///< blocks of a torn segment that still have its new data
-  std::set<uint64_t> tornOld_;                          ///< blocks of it that have old data which say what they are
+  std::set<uint64_t> recognisedOld_;                    ///< struck blocks that have old data which somebody recognises
   std::map<uint64_t, std::vector<uint8_t>> unflushed_;  ///< what a cut brings back
 };
 

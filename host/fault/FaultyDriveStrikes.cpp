@@ -101,7 +101,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
     for (uint64_t lba = slot.after.first(); lba < slot.after.end(); ++lba) {
       const bool unreadable = damage->unreadable.contains(lba);
       if (unreadable || !std::ranges::equal(damage->content.at(lba), slot.after.at(lba))) {
-        somebodyLooks = somebodyLooks || live_.contains(lba) || live_.containsInvalidated(lba);
+        somebodyLooks = somebodyLooks || live_.contains(lba) || slot.recognisable.contains(lba);
         injection.altered.push_back({.lba = lba,
                                      .was = bytesOf(slot.after.at(lba)),
                                      .is = unreadable ? std::vector<uint8_t>() : bytesOf(damage->content.at(lba))});
@@ -113,9 +113,9 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
     return;
   }
   injection.note = damage->note;
+  recognisedOld_ = slot.recognisable;
   if (spec_.what == FaultClass::atomicTear) {
     tornNew_ = damage->kept;
-    tornOld_ = slot.recognisable;
     injection.blindness = "the old content is known by its hash only, or unknown, or zeros";
   }
   const FaultLedger::Id id = ledger_.add(std::move(injection));
@@ -207,7 +207,7 @@ bool FaultyDrive::mustBeNoticed(const DriveCommand& look, uint64_t lba, const In
     case FaultClass::zoneResetIgnored:
       return true;
     case FaultClass::invalidateIgnored:
-      return live_.containsInvalidated(lba);
+      return live_.containsInvalidated(lba) && recognisedOld_.contains(lba);
     default:
       return live_.contains(lba) && !(look.kind == CommandKind::read && live_.mayOnlyProbe(look));
   }
@@ -217,7 +217,7 @@ void FaultyDrive::noteDelivery(const Slot& slot, uint64_t lba, FaultLedger::Id i
   Injection& injection = ledger_.at(id);
   const DriveCommand& look = slot.command;
   bool visible = mustBeNoticed(look, lba, injection);
-  if (visible && injection.what == FaultClass::atomicTear && !tornOld_.contains(lba)) {
+  if (visible && injection.what == FaultClass::atomicTear && !recognisedOld_.contains(lba)) {
     ++injection.blind;
     visible = false;
   }

@@ -211,11 +211,23 @@ void StepLoop::absorbTakenBackTags() {
 
 void StepLoop::forgetOutstanding() {
   takeBackUnsentWrites();
+  tellOfUnsentCommands();
   queue_.forgetAll();
   counters_.outstanding.set(0);
   if (syncTag_ != TagPool::none) {
     lostSync_ = syncTag_;
     syncTag_ = TagPool::none;
+  }
+}
+
+void StepLoop::tellOfUnsentCommands() {
+  if (!settings_.onNeverSent) {
+    return;
+  }
+  for (uint32_t tag = 0; tag < tags_.size(); ++tag) {
+    if (queue_.isUnsent(tag) && changesMedium(queue_.command(tag).kind)) {
+      settings_.onNeverSent(queue_.command(tag));
+    }
   }
 }
 

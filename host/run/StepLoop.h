@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -38,6 +39,8 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
+  /// Told of every command that a reset took away before the drive saw it; may be empty.
+  std::function<void(const DriveCommand&)> onNeverSent;
 };
 
 /// Makes the steps of one drive's test.
@@ -102,6 +105,7 @@ class StepLoop {
   void cutPower();
   int32_t resetDevice();
   void forgetOutstanding();
+  void tellOfUnsentCommands();
   void takeBackUnsentWrites();
   bool isPreRead(const DriveCommand& command) const;
   /// Publishes at most one completion.
