@@ -23,7 +23,12 @@ FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, ui
       exchange_(exchange),
       trigger_(spec, seed),
       random_(seed ^ 0xFA017) {
-  ledger_.onNeverSent([this](const DriveCommand& command) { live_.failed(command); });
+  ledger_.onNeverSent([this](const DriveCommand& command) {
+    if (command.kind == CommandKind::writeAtomic) {
+      notePreRead(command);
+    }
+    live_.failed(command);
+  });
 }
 
 std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
