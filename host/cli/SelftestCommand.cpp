@@ -21,7 +21,9 @@ namespace {
 constexpr const char* selftestGroup = "The campaign";
 constexpr uint64_t quickFaultSeeds = 6;
 constexpr uint64_t quickCleanSeeds = 40;
-constexpr uint64_t fullFaultSeeds = 1000;
+constexpr uint64_t fullFaultSeeds = 800;
+constexpr uint64_t fullLeastRuns = 4800;
+constexpr uint64_t fullCleanCommands = 600;  ///< many short tests rather than few long ones
 constexpr uint64_t fullCleanSeeds = 10'000;
 constexpr uint64_t mostSeeds = 10'000'000;
 constexpr uint32_t mostJobs = 1024;
@@ -77,6 +79,10 @@ CampaignPlan planOf(const SelftestCommandLine::Settings& settings) {
   }
   plan.faultSeeds = settings.seeds.value_or(settings.full ? fullFaultSeeds : quickFaultSeeds);
   plan.cleanSeeds = settings.seeds.value_or(settings.full ? fullCleanSeeds : quickCleanSeeds);
+  if (settings.full) {
+    plan.cleanCommands = fullCleanCommands;
+    plan.leastRuns = settings.seeds ? 0 : fullLeastRuns;
+  }
   plan.firstSeed = settings.firstSeed;
   plan.jobs = settings.jobs != 0 ? settings.jobs : std::max(1U, std::thread::hardware_concurrency());
   plan.scratchDirectory = scratchDirectory();

@@ -59,23 +59,33 @@ class FaultLedger {
     return injections_.size() - 1;
   }
 
+  /// A command was issued; the drive may see it later.
+  void issued(const DriveCommand& command) { tell(&Listener::issued, command); }
   /// A command that changes the medium was issued, but a reset took it away before the drive saw it: nobody knows what
   /// its blocks hold, although the drive does.
-  void neverSent(const DriveCommand& command) {
-    for (const auto& listener : listeners_) {
-      listener(command);
-    }
-  }
-  /// The listener outlives every call of `neverSent`.
-  void onNeverSent(std::function<void(const DriveCommand&)> listener) { listeners_.push_back(std::move(listener)); }
+  void neverSent(const DriveCommand& command) { tell(&Listener::neverSent, command); }
+
+  /// Somebody who wants to be told of them.
+  struct Listener {
+    std::function<void(const DriveCommand&)> issued;
+    std::function<void(const DriveCommand&)> neverSent;
+  };
+  /// What the listener uses outlives every command of the test.
+  void listen(Listener listener) { listeners_.push_back(std::move(listener)); }
 
   Injection& at(Id id) { return injections_.at(id); }
   const std::vector<Injection>& injections() const { return injections_; }
 
  private:
+  void tell(std::function<void(const DriveCommand&)> Listener::*what, const DriveCommand& command) {
+    for (const Listener& listener : listeners_) {
+      (listener.*what)(command);
+    }
+  }
+
   const uint32_t drive_;
   std::vector<Injection> injections_;
-  std::vector<std::function<void(const DriveCommand&)>> listeners_;
+  std::vector<Listener> listeners_;
 };
 
 /// One line for people: class, command, blocks, and the first altered block with its first differing byte.

@@ -23,12 +23,19 @@ FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, ui
       exchange_(exchange),
       trigger_(spec, seed),
       random_(seed ^ 0xFA017) {
-  ledger_.onNeverSent([this](const DriveCommand& command) {
-    if (command.kind == CommandKind::writeAtomic) {
-      notePreRead(command);
-    }
-    live_.failed(command);
-  });
+  ledger_.listen({.issued =
+                      [this](const DriveCommand& command) {
+                        if (!changesMedium(command.kind)) {
+                          live_.willLook(command);
+                        }
+                      },
+                  .neverSent =
+                      [this](const DriveCommand& command) {
+                        if (command.kind == CommandKind::writeAtomic) {
+                          notePreRead(command);
+                        }
+                        live_.failed(command);
+                      }});
 }
 
 std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
@@ -64,6 +71,8 @@ void FaultyDrive::begin(Slot& slot) {
   }
   if (command.kind == CommandKind::writeAtomic) {
     notePreRead(command);
+  } else if (command.kind == CommandKind::read || command.kind == CommandKind::verify) {
+    live_.willLook(command);
   }
   slot.struck = canStrike(spec_.what, command, geometry()) && strikes(slot);
   slot.wantsBefore = slot.struck && changesMedium(command.kind);

@@ -19,18 +19,22 @@ void LiveBlocks::failed(const DriveCommand& command) {
   }
 }
 
+void LiveBlocks::willLook(const DriveCommand& command) {
+  ofWritesOver(command.lba, command.endLba(), [&command](uint64_t lba, Block& block) {
+    const bool within = lba >= command.lba && lba < command.endLba() && (lba - command.lba) % command.lbaStep == 0;
+    block.partlyRead = block.partlyRead || !within;
+  });
+}
+
 void LiveBlocks::looked(const DriveCommand& command) {
   if (mayOnlyProbe(command)) {
     return;
   }
-  ofWritesOver(command.lba, command.endLba(), [&command](uint64_t lba, Block& block) {
-    const bool within = lba >= command.lba && lba < command.endLba() && (lba - command.lba) % command.lbaStep == 0;
-    if (within) {
-      block.state = State::lookedAt;
-    } else {
-      block.partlyRead = true;
+  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
+    if (const auto found = blocks_.find(lba); found != blocks_.end()) {
+      found->second.state = State::lookedAt;
     }
-  });
+  }
 }
 
 void LiveBlocks::zonesReset(const DriveCommand& command) {

@@ -25,6 +25,10 @@ class LiveBlocks {
   /// Whether this read may be one that does not compare.
   bool mayOnlyProbe(const DriveCommand& read) const { return failedRanges_.contains({read.lba, read.blocks}); }
 
+  /// A read or verify was issued. What it leaves of a write that it meets in part may never be read then.
+  void willLook(const DriveCommand& command);
+
+  /// It ended well.
   void looked(const DriveCommand& command);
 
   /// Zones were emptied. What is in them is unknown then, and nobody waits any more for a write that touched them, nor

@@ -99,9 +99,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.selectorSeed = deriveSeed(test.seed, "selector", index_);
   settings.zoneWriterSeed = deriveSeed(test.seed, "zone writer", index_);
   settings.watchdogMs = test.watchdogMs;
-  if (ledger_ != nullptr) {
-    settings.onNeverSent = [ledger = ledger_.get()](const DriveCommand& command) { ledger->neverSent(command); };
-  }
+  settings.ledger = ledger_.get();
   return settings;
 }
 

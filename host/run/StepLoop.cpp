@@ -221,12 +221,12 @@ void StepLoop::forgetOutstanding() {
 }
 
 void StepLoop::tellOfUnsentCommands() {
-  if (!settings_.onNeverSent) {
+  if (settings_.ledger == nullptr) {
     return;
   }
   for (uint32_t tag = 0; tag < tags_.size(); ++tag) {
     if (queue_.isUnsent(tag) && changesMedium(queue_.command(tag).kind)) {
-      settings_.onNeverSent(queue_.command(tag));
+      settings_.ledger->neverSent(queue_.command(tag));
     }
   }
 }
@@ -275,6 +275,9 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
   }
   ++commandsIssued_;
   counters_.issued[static_cast<size_t>(kind)].add(1);
+  if (settings_.ledger != nullptr) {
+    settings_.ledger->issued(command);
+  }
   queue_.submit(command);
   counters_.outstanding.set(queue_.outstanding());
   counters_.maxOutstanding.set(std::max<uint64_t>(counters_.maxOutstanding.get(), queue_.outstanding()));

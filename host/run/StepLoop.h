@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/fault/FaultLedger.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/CdbBuilder.h"
 #include "host/run/CommandSelector.h"
@@ -39,8 +39,7 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
-  /// Told of every command that a reset took away before the drive saw it; may be empty.
-  std::function<void(const DriveCommand&)> onNeverSent;
+  FaultLedger* ledger = nullptr;  ///< told of the commands of a drive that does wrong on purpose
 };
 
 /// Makes the steps of one drive's test.

@@ -185,12 +185,17 @@ CellResult Campaign::runCell(FaultClass what, const Workload& workload, uint64_t
 ClassResult Campaign::runClass(FaultClass what) {
   ClassResult result;
   result.what = what;
+  std::vector<const Workload*> expressible;
   for (const Workload& workload : workloads()) {
     if (whyNotExpressible(what, workload).empty()) {
-      result.cells.push_back(runCell(what, workload, plan_.faultSeeds));
+      expressible.push_back(&workload);
     } else {
       result.inexpressible.push_back(workload.name);
     }
+  }
+  for (const Workload* workload : expressible) {
+    const uint64_t share = (plan_.leastRuns + expressible.size() - 1) / expressible.size();
+    result.cells.push_back(runCell(what, *workload, std::max(plan_.faultSeeds, share)));
   }
   return result;
 }

@@ -18,6 +18,7 @@ namespace corvane::host {
 struct CampaignPlan {
   std::vector<FaultClass> classes;  ///< that are injected
   uint64_t faultSeeds = 1;          ///< runs of each class and workload
+  uint64_t leastRuns = 0;           ///< of each class: more seeds where a class meets few workloads
   uint64_t cleanSeeds = 1;          ///< runs of each workload without a fault
   uint64_t cleanCommands = 2000;    ///< of each of those
   uint64_t firstSeed = 1;

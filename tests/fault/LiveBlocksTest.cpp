@@ -87,8 +87,9 @@ TEST(LiveBlocks, AReadThatMeetsAPartOfAWriteMayHaveBeenItsOnlyOne) {
   live.wrote(commandOf(CommandKind::write, 5, 4));
   live.wrote(commandOf(CommandKind::write, 20, 4));
   EXPECT_FALSE(live.mayBeGivenUp(5));
-  live.looked(commandOf(CommandKind::read, 7, 4));
-  EXPECT_EQ(liveOf(live, 12), (Lbas{5, 6}));
+  live.willLook(commandOf(CommandKind::read, 7, 4));
+  EXPECT_EQ(liveOf(live, 12), (Lbas{5, 6, 7, 8}));
+  EXPECT_FALSE(live.mayBeGivenUp(7));
   EXPECT_TRUE(live.mayBeGivenUp(5));
   EXPECT_TRUE(live.mayBeGivenUp(6));
   EXPECT_FALSE(live.mayBeGivenUp(20));
