@@ -59,9 +59,10 @@ END
 
 require_gcovr
 configure coverage
-build coverage tests/e2e/all || exit 2
+build coverage tests/e2e/all tests/selftest/all || exit 2
 find "$built" -name '*.gcda' -delete
 run_tests e2e
+run_tests selftest
 if $e2e_only; then
   report "The agent under the end-to-end tests alone" "$percent" "$built/plugin"
   exit 0

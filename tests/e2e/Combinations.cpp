@@ -112,6 +112,44 @@ void addAccidents(List& list) {
   everything.onFile = false;
 }
 
+/// A combination that only the simulated drive can play.
+Combination& addSimulated(List& list, const std::string& name, const std::string& sim, const CommandMix& mix,
+                          const Options& options = {}) {
+  Combination& combination = list.add(name, mix, options);
+  combination.sim = sim;
+  combination.onFile = false;
+  combination.simOnly = true;
+  return combination;
+}
+
+void addDriveFeatures(List& list) {
+  Combination& zones = addSimulated(list, "ZoneResets", ",zones=1048576", readVerify, splice);
+  zones.test.zoneResetEveryCommands = 150;
+  Combination& zonesSlide =
+      addSimulated(list, "ZoneResetsSlide", ",zones=131072", readWrite, {{"Slide Reads", "true"}});
+  zonesSlide.test.zoneResetEveryCommands = 40;
+  Combination& zonesSkip = addSimulated(list, "ZoneResetsSkip", ",zones=262144", readWrite,
+                                        {{"Use Skip Commands", "true"}, {"Embed Data", "false"}});
+  zonesSkip.test.zoneResetEveryCommands = 60;
+  Combination& zonesReset = addSimulated(list, "ZoneResetsAndResets", ",zones=524288,abort=0.01", everyKind, splice);
+  zonesReset.test.zoneResetEveryCommands = 50;
+  zonesReset.test.resetEveryCommands = 400;
+  Combination& managed = addSimulated(list, "HostManaged", ",zones=1048576,zonemodel=managed", readWrite, splice);
+  managed.test.zoneResetEveryCommands = 100;
+  managed.test.resetEveryCommands = 700;
+  Combination& invalid = addSimulated(list, "InvalidatedRanges", "", readWrite, {{"Slide Reads", "true"}});
+  invalid.test.invalidateEveryCommands = 20;
+  Combination& aborts =
+      addSimulated(list, "Accidents", ",abort=0.02,recovered=0.05,write-error=0.02", everyKind, splice);
+  aborts.test.resetEveryCommands = 900;
+  addSimulated(list, "ReadErrors", ",read-error=0.05,recovered=0.05", everyKind);
+  for (const std::string tear : {"block", "sector", "4k"}) {
+    Combination& torn = addSimulated(list, "PowerToggleTear" + tear, ",cache=volatile,block=4096,tear=" + tear,
+                                     everyKind, {{"Write Splice Detection", "true"}, {"PowerToggle Freq", "1"}});
+    torn.test.powerToggle = PowerToggle::withSync;
+  }
+}
+
 }  // namespace
 
 std::vector<Combination> combinations() {
@@ -120,6 +158,7 @@ std::vector<Combination> combinations() {
   addOptions(list);
   addFormats(list);
   addAccidents(list);
+  addDriveFeatures(list);
   return list.take();
 }
 

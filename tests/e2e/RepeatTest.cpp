@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "host/fault/FaultSpec.h"
 #include "tests/e2e/Combinations.h"
 #include "tests/e2e/EndToEnd.h"
 #include "tests/e2e/SpoilingDrive.h"
@@ -37,6 +38,32 @@ TEST(Repeat, ASeedGivesTheSameReportByteForByte) {
 TEST(Repeat, AnotherSeedGivesAnotherReport) { EXPECT_NE(reportOf(7, everyKind), reportOf(8, everyKind)); }
 
 TEST(Repeat, AnotherMixGivesAnotherReport) { EXPECT_NE(reportOf(7, everyKind), reportOf(7, {})); }
+
+/// What a test with faults did and what came of it: each injection, and the report.
+std::string faultyRunOf(uint64_t seed) {
+  const Workspace workspace;
+  TestDefinition test;
+  test.mix = everyKind;
+  test.driveAddresses = {"sim:1m"};
+  test.commandLimit = 20'000;
+  test.seed = seed;
+  test.agentOptions = {{"Trace Depth", "8192"}, {"Min Queue Size", "64"}, {"Max Queue Size", "256"}};
+  test.faults = {parseFaultSpec("stale-read:rate=1e-3"), parseFaultSpec("torn-write:at=command:900")};
+  const RunResult result = runTest(prepared(test, workspace));
+  EXPECT_EQ(result.status, RunStatus::dataFailure) << agentLines(result);
+  const DriveResult& drive = result.drives.at(0);
+  EXPECT_FALSE(drive.injections.empty());
+  std::string text;
+  for (const Injection& injection : drive.injections) {
+    text += injectionText(injection) + ", handed out " + std::to_string(injection.delivered) + "\n";
+  }
+  return text + drive.error + "\n" + contentOf(drive.messages.reports.at(0));
+}
+
+TEST(Repeat, ASeedGivesTheSameInjectionsAndTheSameReport) {
+  EXPECT_EQ(faultyRunOf(11), faultyRunOf(11));
+  EXPECT_NE(faultyRunOf(11), faultyRunOf(12));
+}
 
 }  // namespace
 }  // namespace corvane::host::e2e
