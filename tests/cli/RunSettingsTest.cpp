@@ -37,6 +37,7 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
   test.zoneResetEveryCommands = 200;
   test.invalidateEveryCommands = 300;
   test.forceUnitAccess = true;
+  test.faults = {parseFaultSpec("lost-write:rate=0.001"), parseFaultSpec("torn-write:at=command:9")};
   test.commandsPerSecond = 1500;
   test.agentOptions = {{"Slide Reads", "true"}, {"Trace Depth", "5"}};
   test.outputDirectory = "out";
@@ -47,8 +48,9 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
                           "5", "--seed", "3", "--queue-depth", "7", "--xfer", "2..9", "--lba-agent", "sequential",
                           "--range", "10..20", "--commands-of", "write,trim=4,read", "--atomic-bound", "3..4", "--e2e",
                           "50", "--power-toggle", "sync", "--reset-every", "100", "--zone-reset-every", "200",
-                          "--invalidate-every", "300", "--fua", "--rate", "1500", "--set", "Slide Reads=true", "--set",
-                          "Trace Depth=5", "--output", "out", "--plugin", "./mine.so"));
+                          "--invalidate-every", "300", "--fua", "--rate", "1500", "--fault", "lost-write:rate=0.001",
+                          "--fault", "torn-write:at=command:9", "--set", "Slide Reads=true", "--set", "Trace Depth=5",
+                          "--output", "out", "--plugin", "./mine.so"));
 }
 
 TEST(RepeatCommandTest, leavesAnOpenRangeOpen) {

@@ -125,6 +125,27 @@ TEST_F(TestRunTest, TheAgentSeesTheTestsFactsBeforeItStarts) {
   EXPECT_EQ(seen, "a 4096 1 8 2 4 100 3999 16 1 1");
 }
 
+TEST_F(TestRunTest, FaultsArePutInFrontOfTheDrivesAndBooked) {
+  agent.onExecute = [](vdl::DriveThread& thread) {
+    const bool free = thread.freeTags->peekNextFreeTag() != 0xFFFFFFFF;
+    FakeAgent::apply(thread, free ? ConditionSet::readBit : 0);
+    return 0;
+  };
+  test.faults = {parseFaultSpec("misdirected-read:rate=0.5")};
+  TestRun run(test, nullptr, surroundings());
+  EXPECT_THAT(run.drives().at(0).description, HasSubstr("with misdirected-read:rate=0.5"));
+  const RunResult result = run.run();
+  EXPECT_EQ(result.status, RunStatus::clean);
+  EXPECT_THAT(result.drives[0].injections, IsEmpty()) << "nobody waits for blocks that were never written";
+}
+
+TEST_F(TestRunTest, AFaultThatCanNeverStrikeIsRefused) {
+  test.faults = {parseFaultSpec("trim-ignored:at=command:5")};
+  EXPECT_THAT(complaint(), HasSubstr("the test issues no trim"));
+  test.faults = {parseFaultSpec("cross-talk:at=command:5")};
+  EXPECT_THAT(complaint(), HasSubstr("name two"));
+}
+
 TEST_F(TestRunTest, AFindingEndsTheDriveAndNamesItsFiles) {
   agent.onExecute = [n = 0](vdl::DriveThread& thread) mutable {
     if (++n < 10) {
