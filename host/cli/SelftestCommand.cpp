@@ -51,12 +51,8 @@ FaultClass classNamed(const std::string& name) {
   if (const auto what = faultClassNamed(name)) {
     return *what;
   }
-  std::vector<std::string> known;
-  for (const FaultClassInfo& info : faultClasses()) {
-    known.emplace_back(info.name);
-  }
   throw UsageError("--class '" + name + "' is not a class of faults; 'corvane faults' lists them" +
-                   didYouMean(name, known));
+                   didYouMean(name, faultClassNames()));
 }
 
 const std::string* once(std::string_view flag, const std::vector<std::string>& values) {

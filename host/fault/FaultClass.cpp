@@ -60,6 +60,14 @@ const std::vector<FaultClassInfo>& faultClasses() {
 
 const FaultClassInfo& faultClassInfo(FaultClass what) { return faultClasses().at(static_cast<size_t>(what)); }
 
+std::vector<std::string> faultClassNames() {
+  std::vector<std::string> names;
+  for (const FaultClassInfo& info : faultClasses()) {
+    names.emplace_back(info.name);
+  }
+  return names;
+}
+
 std::optional<FaultClass> faultClassNamed(std::string_view name) {
   const auto& classes = faultClasses();
   const auto found = std::find_if(classes.begin(), classes.end(), [&](const auto& info) { return name == info.name; });

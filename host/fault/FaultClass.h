@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -59,6 +60,9 @@ struct FaultClassInfo {
 const std::vector<FaultClassInfo>& faultClasses();
 
 const FaultClassInfo& faultClassInfo(FaultClass what);
+
+/// The names of all classes.
+std::vector<std::string> faultClassNames();
 
 std::optional<FaultClass> faultClassNamed(std::string_view name);
 

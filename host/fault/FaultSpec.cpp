@@ -40,12 +40,8 @@ class Reader {
     if (const std::optional<FaultClass> what = faultClassNamed(name)) {
       return *what;
     }
-    std::vector<std::string> known;
-    for (const FaultClassInfo& info : faultClasses()) {
-      known.emplace_back(info.name);
-    }
     refuse("'" + std::string(name) + "' is not a class of faults; 'corvane faults' lists them" +
-           didYouMean(name, known));
+           didYouMean(name, faultClassNames()));
   }
 
   void readPair(std::string_view pair) {

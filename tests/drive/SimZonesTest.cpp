@@ -10,6 +10,7 @@
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
+#include "tests/support/CommandOf.h"
 
 namespace corvane::host {
 namespace {
@@ -21,15 +22,6 @@ constexpr uint32_t unaligned = 0x052104;
 constexpr uint32_t boundary = 0x052105;
 constexpr uint32_t invalidField = 0x052400;
 constexpr uint32_t invalidOperation = 0x052000;
-
-DriveCommand commandOf(CommandKind kind, uint64_t lba, uint32_t blocks, uint32_t step = 1) {
-  DriveCommand command;
-  command.kind = kind;
-  command.lba = lba;
-  command.blocks = blocks;
-  command.lbaStep = step;
-  return command;
-}
 
 /// Zones of 10 blocks, the last one of 5.
 class SimZonesTest : public testing::Test {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/drive/CommandMaker.h"
+#include "tests/support/CommandOf.h"
 
 namespace corvane::host {
 namespace {
@@ -424,18 +425,9 @@ TEST(Damage, ASpliceLosesABlockAndAllBehindIt) {
   }
 }
 
-DriveCommand earlier(CommandKind kind, uint64_t lba, uint32_t blocks, uint32_t step = 1) {
-  DriveCommand command;
-  command.kind = kind;
-  command.lba = lba;
-  command.blocks = blocks;
-  command.lbaStep = step;
-  return command;
-}
-
 TEST(Damage, AnInversionBringsTheSharedBlocksBack) {
   Scene scene(FaultClass::orderInversion, CommandKind::write, 100, 8);
-  scene.recent.add(earlier(CommandKind::write, 104, 20));
+  scene.recent.add(commandOf(CommandKind::write, 104, 20));
   withManySeeds(scene, [&](const Damage& damage) {
     EXPECT_THAT(scene.changed(damage), testing::ElementsAre(104, 105, 106, 107));
     for (uint64_t lba = 104; lba < 108; ++lba) {
@@ -446,23 +438,23 @@ TEST(Damage, AnInversionBringsTheSharedBlocksBack) {
 
 TEST(Damage, AnInversionKnowsTheBlocksBetweenTheSteps) {
   Scene stepped(FaultClass::orderInversion, CommandKind::write, 100, 4, plain, 2);
-  stepped.recent.add(earlier(CommandKind::writeSame, 97, 6));
+  stepped.recent.add(commandOf(CommandKind::writeSame, 97, 6));
   EXPECT_THAT(stepped.changed(*stepped.strike(1)), testing::ElementsAre(100, 102));
   Scene whole(FaultClass::orderInversion, CommandKind::write, 100, 8);
-  whole.recent.add(earlier(CommandKind::write, 101, 3, 2));
+  whole.recent.add(commandOf(CommandKind::write, 101, 3, 2));
   EXPECT_THAT(whole.changed(*whole.strike(1)), testing::ElementsAre(101, 103, 105));
 }
 
 TEST(Damage, AnInversionNeedsAnEarlierWriteOfTheSameBlocks) {
   Scene scene(FaultClass::orderInversion, CommandKind::write, 100, 4, plain, 2);
   EXPECT_FALSE(scene.strike(1));
-  scene.recent.add(earlier(CommandKind::write, 107, 20));
+  scene.recent.add(commandOf(CommandKind::write, 107, 20));
   EXPECT_FALSE(scene.strike(1));
-  scene.recent.add(earlier(CommandKind::write, 101, 3, 2));
+  scene.recent.add(commandOf(CommandKind::write, 101, 3, 2));
   EXPECT_FALSE(scene.strike(1));
-  scene.recent.add(earlier(CommandKind::write, 100, 1));
+  scene.recent.add(commandOf(CommandKind::write, 100, 1));
   EXPECT_TRUE(scene.strike(1));
-  scene.recent.add(earlier(CommandKind::trim, 100, 1));
+  scene.recent.add(commandOf(CommandKind::trim, 100, 1));
   EXPECT_FALSE(scene.strike(1));
 }
 

@@ -4,17 +4,10 @@
 
 #include <vector>
 
+#include "tests/support/CommandOf.h"
+
 namespace corvane::host {
 namespace {
-
-DriveCommand commandOf(CommandKind kind, uint64_t lba, uint32_t blocks, uint32_t step = 1) {
-  DriveCommand command;
-  command.kind = kind;
-  command.lba = lba;
-  command.blocks = blocks;
-  command.lbaStep = step;
-  return command;
-}
 
 std::vector<uint64_t> liveOf(const LiveBlocks& live, uint64_t end) {
   std::vector<uint64_t> found;

@@ -2,19 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/CommandOf.h"
+
 namespace corvane::host {
 namespace {
 
 constexpr uint32_t remembered = 256;
-
-DriveCommand commandOf(CommandKind kind, uint64_t lba, uint32_t blocks, uint32_t step = 1) {
-  DriveCommand command;
-  command.kind = kind;
-  command.lba = lba;
-  command.blocks = blocks;
-  command.lbaStep = step;
-  return command;
-}
 
 RecentCommands recentOf(std::initializer_list<DriveCommand> commands) {
   RecentCommands recent;
