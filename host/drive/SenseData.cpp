@@ -16,6 +16,18 @@ constexpr uint32_t informationDescriptorBytes = 12;
 
 }  // namespace
 
+bool isCarriedOut(const DriveCompletion& completion) {
+  constexpr uint8_t keyMask = 0x0F;
+  if (completion.status != scsi_status::checkCondition) {
+    return completion.status == scsi_status::good;
+  }
+  if (completion.senseBytes < headerBytes) {
+    return false;
+  }
+  const bool descriptors = (completion.sense[0] & ~validBit & 0xFE) == descriptorFormat;
+  return ((descriptors ? completion.sense[1] : completion.sense[2]) & keyMask) == sense_key::recoveredError;
+}
+
 void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uint64_t> information) {
   completion.status = scsi_status::checkCondition;
   completion.bytesTransferred = 0;

@@ -48,4 +48,8 @@ inline constexpr Sense miscompareDuringVerify{sense_key::miscompare, 0x1D, 0x00}
 /// @param information the LBA that the error is about; nothing leaves the valid bit clear
 void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uint64_t> information = std::nullopt);
 
+/// Whether the drive has carried the command out: good status, or a check condition that reports an error from which it
+/// recovered (sense key 1).
+bool isCarriedOut(const DriveCompletion& completion);
+
 }  // namespace corvane::host

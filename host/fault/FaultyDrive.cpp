@@ -147,7 +147,7 @@ bool FaultyDrive::poll(DriveCompletion& out, bool wait) {
 bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
   switch (slot.phase) {
     case Phase::readingBefore:
-      if (out.status == scsi_status::good) {
+      if (isCarriedOut(out)) {
         slot.before = takeAround(slot);
       } else {
         // Without knowing what is there nobody could say what the fault has changed.
@@ -161,7 +161,7 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
     case Phase::carriedOut:
       return commandDone(slot, out);
     case Phase::readingAfter: {
-      const bool known = out.status == scsi_status::good;
+      const bool known = isCarriedOut(out);
       out = slot.completion;
       if (known) {
         slot.after = takeAround(slot);
@@ -173,7 +173,7 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
       return true;
     }
     case Phase::readingElsewhere: {
-      const bool known = out.status == scsi_status::good;
+      const bool known = isCarriedOut(out);
       out = slot.completion;
       if (known) {
         replaceRead(slot);
@@ -193,7 +193,7 @@ bool FaultyDrive::goOn(Slot& slot, DriveCompletion& out) {
 
 bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
   const DriveCommand& command = slot.command;
-  const bool good = out.status == scsi_status::good;
+  const bool good = isCarriedOut(out);
   if (slot.impossible) {
     return true;
   }
@@ -206,7 +206,7 @@ bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
     }
   } else if (command.kind == CommandKind::read && good) {
     finishRead(slot, out);
-    if (slot.struck && spec_.what == FaultClass::misdirectedRead && out.status == scsi_status::good) {
+    if (slot.struck && spec_.what == FaultClass::misdirectedRead && isCarriedOut(out)) {
       const Neighbourhood around = neighbourhoodOf(spec_.what, command, geometry());
       slot.elsewhere = random_.between(around.first, around.end - (command.endLba() - command.lba));
       slot.completion = out;
@@ -230,7 +230,7 @@ bool FaultyDrive::commandDone(Slot& slot, DriveCompletion& out) {
 
 void FaultyDrive::finishChange(Slot& slot, const DriveCompletion& out) {
   const DriveCommand& command = slot.command;
-  const bool good = out.status == scsi_status::good;
+  const bool good = isCarriedOut(out);
   endAlterations(command, good ? &Injection::overwritten : &Injection::interrupted);
   if (!good) {
     live_.failed(command);
@@ -293,7 +293,7 @@ void FaultyDrive::finishVerify(Slot& slot, DriveCompletion& out) {
 }
 
 void FaultyDrive::judge(Slot& slot, DriveCompletion& out) {
-  if (out.status != scsi_status::good) {
+  if (!isCarriedOut(out)) {
     return;
   }
   const DriveCommand& command = slot.command;

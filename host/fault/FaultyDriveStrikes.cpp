@@ -130,7 +130,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
   } else if (spec_.what == FaultClass::writeSplice) {
     setSense(out, sense::internalFailure);
   }
-  if (out.status != scsi_status::good) {
+  if (!isCarriedOut(out)) {
     live_.failed(command);
   }
 }
@@ -363,7 +363,7 @@ void FaultyDrive::losePower() {
     Slot& slot = slotOf(0);
     DriveCompletion completion;
     startRead(slot, Phase::idle, lba, 1, 1);
-    if (!inner_->poll(completion, true) || completion.status != scsi_status::good ||
+    if (!inner_->poll(completion, true) || !isCarriedOut(completion) ||
         std::equal(old.begin(), old.end(), slot.memory.data())) {
       continue;
     }

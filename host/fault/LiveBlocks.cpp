@@ -5,7 +5,6 @@
 namespace corvane::host {
 
 void LiveBlocks::wrote(const DriveCommand& command) {
-  failedRanges_.erase({command.lba, command.blocks});
   longest_ = std::max(longest_, command.endLba() - command.lba);
   for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
     blocks_[lba] = {.kind = command.kind, .first = command.lba, .end = command.endLba()};
@@ -27,11 +26,19 @@ void LiveBlocks::willLook(const DriveCommand& command) {
 }
 
 void LiveBlocks::looked(const DriveCommand& command) {
-  if (mayOnlyProbe(command)) {
-    return;
+  const auto failed = failedRanges_.find({command.lba, command.blocks});
+  const bool probe = failed != failedRanges_.end();
+  if (probe) {
+    failedRanges_.erase(failed);
   }
   for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
-    if (const auto found = blocks_.find(lba); found != blocks_.end()) {
+    const auto found = blocks_.find(lba);
+    if (found == blocks_.end()) {
+      continue;
+    }
+    // Of a later write of the very range nobody can say whether this was its read or the probe.
+    const bool ownRange = found->second.first == command.lba && found->second.end == command.endLba();
+    if (!probe || ownRange) {
       found->second.state = State::lookedAt;
     }
   }

@@ -13,8 +13,8 @@ namespace corvane::host {
 /// Which blocks somebody who reads back all that he wrote has not looked at since their last good write, as far as
 /// the commands alone can tell.
 ///
-/// A read of the very range of a command that failed may only look whether the range can be read at all, so it does
-/// not count as a look.
+/// The next read of the very range of a command that failed may only look whether the range can be read at all, so it
+/// does not count as a look.
 class LiveBlocks {
  public:
   void wrote(const DriveCommand& command);
@@ -82,8 +82,8 @@ class LiveBlocks {
   }
 
   std::unordered_map<uint64_t, Block> blocks_;
-  uint64_t longest_ = 0;  ///< LBAs that the longest write so far covered
-  std::set<std::pair<uint64_t, uint32_t>> failedRanges_;
+  uint64_t longest_ = 0;                                       ///< LBAs that the longest write so far covered
+  std::multiset<std::pair<uint64_t, uint32_t>> failedRanges_;  ///< that were not read since
 };
 
 }  // namespace corvane::host

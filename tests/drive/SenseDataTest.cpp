@@ -43,5 +43,23 @@ TEST(SenseData, NothingOfEarlierSenseDataStays) {
   EXPECT_EQ(completion.senseBytes, 18U);
 }
 
+TEST(SenseData, ARecoveredErrorIsACommandThatWasCarriedOut) {
+  DriveCompletion completion;
+  EXPECT_TRUE(isCarriedOut(completion));
+  for (const std::optional<uint64_t> information :
+       {std::optional<uint64_t>(), std::optional<uint64_t>(5), std::optional<uint64_t>(uint64_t{1} << 40)}) {
+    setSense(completion, sense::recoveredRead, information);
+    EXPECT_TRUE(isCarriedOut(completion));
+    setSense(completion, sense::unrecoveredRead, information);
+    EXPECT_FALSE(isCarriedOut(completion));
+  }
+  setSense(completion, sense::recoveredRead);
+  completion.senseBytes = 7;
+  EXPECT_FALSE(isCarriedOut(completion)) << "too short to say so";
+  completion.status = scsi_status::aborted;
+  completion.senseBytes = 18;
+  EXPECT_FALSE(isCarriedOut(completion));
+}
+
 }  // namespace
 }  // namespace corvane::host
