@@ -59,7 +59,7 @@ END
 
 require_gcovr
 configure coverage
-build coverage tests/e2e/all tests/selftest/all || exit 2
+build coverage tests/e2e/all tests/selftest/all corvane_cli || exit 2
 find "$built" -name '*.gcda' -delete
 run_tests e2e
 run_tests selftest

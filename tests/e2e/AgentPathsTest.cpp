@@ -321,5 +321,49 @@ TEST(SlideReads, DoNotBeginBeforeTheRange) {
   EXPECT_LE(end, test.endLba + test.maxBlocks - 1) << "what a host leaves free behind the range";
 }
 
+/// The built agent beside another one that announces zone resets whenever it likes, also over outstanding writes.
+class AgentWithHastyNeighbour {
+ public:
+  AgentWithHastyNeighbour() : plugin_(agentPath()), table_(plugin_.table()) {
+    agentsExecute = table_.execute;
+    table_.execute = &announceAndExecute;
+    calls = 0;
+  }
+
+  const vdl::AgentTable& table() const { return table_; }
+
+ private:
+  static int announceAndExecute(vdl::DriveThread* drive, const void* configData, void* driveData) {
+    constexpr uint32_t often = 50;
+    constexpr uint64_t everything = 1 << 20;
+    if (++calls % often == 0) {
+      int error = 0;
+      drive->mapLBARangeQueue("CSZoneReset", 5, &error)->push({0, everything});
+    }
+    return agentsExecute(drive, configData, driveData);
+  }
+
+  static inline uint32_t calls = 0;
+  static inline int (*agentsExecute)(vdl::DriveThread*, const void*, void*) = nullptr;
+
+  AgentPlugin plugin_;
+  vdl::AgentTable table_;
+};
+
+TEST(ZoneResets, OverOutstandingWritesGiveTheirReadBacksUp) {
+  const Workspace workspace;
+  TestDefinition test = prepared({}, workspace);
+  test.driveAddresses = {"sim:1m,zones=16k"};
+  test.commandLimit = 5000;
+  test.zoneResetEveryCommands = 1'000'000;  // so that the agent listens; none comes due
+  test.agentOptions = {{"Min Queue Size", "64"}, {"Max Queue Size", "128"}};
+  const AgentWithHastyNeighbour agent;
+  const RunResult result = runTest(test, {}, &agent.table());
+  EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
+  const DriveTotals totals = result.totals();
+  EXPECT_EQ(totals.zoneResets, 0U);
+  EXPECT_LT(totals.blocksCompared, totals.blocksWritten / 4) << "most read-backs were given up";
+}
+
 }  // namespace
 }  // namespace corvane::host::e2e
