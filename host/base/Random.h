@@ -43,6 +43,12 @@ class Random {
     return values == 0 ? next() : first + below(values);
   }
 
+  /// True with this probability, 0 to 1; draws one number.
+  bool happens(double probability) {
+    constexpr int unusedBits = 11;  // those that a double cannot hold
+    return static_cast<double>(next() >> unusedBits) * 0x1p-53 < probability;
+  }
+
   /// One step of splitmix64; advances the state that it is given.
   static uint64_t splitMix(uint64_t& state) {
     state += 0x9E3779B97F4A7C15;

@@ -1,6 +1,5 @@
 #include "host/cli/InjectionJson.h"
 
-#include <algorithm>
 #include <string>
 
 namespace corvane::host {
@@ -26,12 +25,9 @@ Json alteredJson(const AlteredBlock& block) {
   object["was"] = hex(block.was);
   object["is"] = block.is.empty() ? Json() : Json(hex(block.is));
   if (!block.is.empty()) {
-    uint64_t differing = 0;
-    for (size_t i = 0; i < block.was.size(); ++i) {
-      differing += block.was[i] != block.is[i] ? 1U : 0U;
-    }
-    object["firstDifference"] = std::ranges::mismatch(block.was, block.is).in1 - block.was.begin();
-    object["differingBytes"] = differing;
+    const Difference difference = differenceOf(block);
+    object["firstDifference"] = difference.first;
+    object["differingBytes"] = difference.bytes;
   }
   return object;
 }

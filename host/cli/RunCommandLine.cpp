@@ -5,6 +5,7 @@
 #include <random>
 
 #include "host/base/NearestName.h"
+#include "host/cli/FlagValues.h"
 #include "host/cli/HelpFormat.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/UsageError.h"
@@ -69,12 +70,6 @@ void checkLbaAgent(std::string_view flag, const std::string& name) {
   throw UsageError(std::string(flag) + " '" + name + "' is not known; choose of " + choices + didYouMean(name, known));
 }
 
-void checkNotEmpty(std::string_view flag, const std::string& text, std::string_view what) {
-  if (text.empty()) {
-    throw UsageError(std::string(flag) + " '' is empty; name " + std::string(what));
-  }
-}
-
 FaultSpec faultFrom(std::string_view flag, const std::string& text) {
   try {
     return parseFaultSpec(text);
@@ -95,12 +90,7 @@ RunCommandLine::RunCommandLine(CLI::App& run) {
 }
 
 void RunCommandLine::add(CLI::App& run, const char* group, const char* flag, const char* value, std::string_view help) {
-  // Every flag is collected, so that one given twice is refused and not silently overruled.
-  run.add_option(flag, given_[flag], HelpFormat::described(help))
-      ->allow_extra_args(false)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name(value)
-      ->group(group);
+  addCollected(run, group, flag, value, help, given_[flag]);
 }
 
 void RunCommandLine::addTestFlags(CLI::App& run) {
@@ -179,14 +169,7 @@ void RunCommandLine::addOutputFlags(CLI::App& run) {
 
 const std::vector<std::string>& RunCommandLine::all(std::string_view flag) const { return given_.find(flag)->second; }
 
-const std::string* RunCommandLine::once(std::string_view flag) const {
-  const std::vector<std::string>& values = all(flag);
-  if (values.size() > 1) {
-    throw UsageError(std::string(flag) + " is given twice, as '" + values[0] + "' and '" + values[1] +
-                     "'; give it once");
-  }
-  return values.empty() ? nullptr : &values.front();
-}
+const std::string* RunCommandLine::once(std::string_view flag) const { return onlyValue(flag, all(flag)); }
 
 RunSettings RunCommandLine::settings() const {
   RunSettings settings;

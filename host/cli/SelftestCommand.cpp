@@ -5,7 +5,9 @@
 #include <thread>
 
 #include "host/base/NearestName.h"
+#include "host/cli/Console.h"
 #include "host/cli/ExitStatus.h"
+#include "host/cli/FlagValues.h"
 #include "host/cli/HelpFormat.h"
 #include "host/cli/OutputFiles.h"
 #include "host/cli/QuietStreams.h"
@@ -55,19 +57,9 @@ FaultClass classNamed(const std::string& name) {
                    didYouMean(name, faultClassNames()));
 }
 
-const std::string* once(std::string_view flag, const std::vector<std::string>& values) {
-  if (values.size() > 1) {
-    throw UsageError(std::string(flag) + " is given twice, as '" + values[0] + "' and '" + values[1] +
-                     "'; give it once");
-  }
-  return values.empty() ? nullptr : &values.front();
-}
-
 CampaignPlan planOf(const SelftestCommandLine::Settings& settings) {
   CampaignPlan plan;
-  for (const std::string& name : settings.classes) {
-    plan.classes.push_back(classNamed(name));
-  }
+  plan.classes = settings.classes;
   if (settings.classes.empty()) {
     for (const FaultClassInfo& info : faultClasses()) {
       plan.classes.push_back(info.what);
@@ -96,11 +88,7 @@ SelftestCommandLine::SelftestCommandLine(CLI::App& selftest) {
       ->disable_flag_override()
       ->group(selftestGroup);
   const auto add = [&selftest](const char* flag, const char* value, std::vector<std::string>& to, const char* help) {
-    selftest.add_option(flag, to, HelpFormat::described(help))
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->type_name(value)
-        ->group(selftestGroup);
+    addCollected(selftest, selftestGroup, flag, value, help, to);
   };
   add("--class", "NAME", classes_, "Injects this class of faults only. Give it again for further ones.");
   add("--seeds", "N", seeds_, "Runs of each class and workload, and clean runs of each workload.");
@@ -116,26 +104,23 @@ SelftestCommandLine::Settings SelftestCommandLine::settings() const {
   }
   Settings settings;
   settings.full = full_;
-  settings.classes = classes_;
   for (const std::string& name : classes_) {
-    classNamed(name);
+    settings.classes.push_back(classNamed(name));
   }
-  if (const std::string* text = once("--seeds", seeds_)) {
+  if (const std::string* text = onlyValue("--seeds", seeds_)) {
     settings.seeds = parseCount("--seeds", *text, 1);
     if (*settings.seeds > mostSeeds) {
       throw UsageError("--seeds '" + *text + "' is too many; give at most " + std::to_string(mostSeeds));
     }
   }
-  if (const std::string* text = once("--first-seed", firstSeed_)) {
+  if (const std::string* text = onlyValue("--first-seed", firstSeed_)) {
     settings.firstSeed = parseNumber("--first-seed", *text);
   }
-  if (const std::string* text = once("--jobs", jobs_)) {
+  if (const std::string* text = onlyValue("--jobs", jobs_)) {
     settings.jobs = parseCount32("--jobs", *text, 1, mostJobs);
   }
-  if (const std::string* text = once("--json", json_)) {
-    if (text->empty()) {
-      throw UsageError("--json '' is empty; name a file");
-    }
+  if (const std::string* text = onlyValue("--json", json_)) {
+    checkNotEmpty("--json", *text, "a file");
     settings.jsonPath = *text;
   }
   return settings;

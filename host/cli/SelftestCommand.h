@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cli/Console.h"
+#include "host/fault/FaultClass.h"
 
 namespace corvane::host {
 
@@ -17,7 +17,7 @@ class SelftestCommandLine {
 
   struct Settings {
     bool full = false;
-    std::vector<std::string> classes;  ///< empty: every one
+    std::vector<FaultClass> classes;  ///< empty: every one
     std::optional<uint64_t> seeds;
     uint64_t firstSeed = 1;
     uint32_t jobs = 0;  ///< 0: one a processor

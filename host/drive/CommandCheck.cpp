@@ -27,7 +27,7 @@ bool offered(CommandKind kind, const DriveCapabilities& capabilities) {
 }
 
 uint64_t neededBytes(const DriveCommand& command, const DriveGeometry& geometry) {
-  const uint64_t unit = uint64_t{geometry.sectorBytes()} + command.trailerBytes;
+  const uint64_t unit = command.unitBytes(geometry);
   switch (command.kind) {
     case CommandKind::trim:
     case CommandKind::syncCache:

@@ -81,6 +81,10 @@ struct DriveCommand {
   uint8_t* data = nullptr;       ///< source of a write or verify, destination of a read
   uint64_t dataBytes = 0;
 
+  /// The LBA of a block of the transfer.
+  uint64_t lbaOf(uint32_t block) const { return lba + uint64_t{block} * lbaStep; }
+  /// Bytes from one block's data to the next one's.
+  uint64_t unitBytes(const DriveGeometry& geometry) const { return uint64_t{geometry.sectorBytes()} + trailerBytes; }
   /// One past the last LBA that the command touches.
   uint64_t endLba() const { return blocks == 0 ? lba : lba + static_cast<uint64_t>(blocks - 1) * lbaStep + 1; }
 };

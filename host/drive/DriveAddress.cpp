@@ -4,6 +4,7 @@
 #include <charconv>
 #include <limits>
 
+#include "host/base/Probability.h"
 #include "host/drive/DriveError.h"
 
 namespace corvane::host {
@@ -113,6 +114,18 @@ std::optional<uint64_t> DriveAddress::sizeBytes(std::string_view key) {
     refuse(std::string(key) + "=" + *text + " is not a size; write bytes, or a number with k, m, g or t, as in 256m");
   }
   return bytes;
+}
+
+double DriveAddress::probability(std::string_view key) {
+  const std::optional<std::string> text = take(key);
+  if (!text) {
+    return 0;
+  }
+  const std::optional<double> value = parseProbability(*text);
+  if (!value) {
+    refuse(std::string(key) + "=" + *text + " is not a probability; write a number from 0 to 1, as in 0.01");
+  }
+  return *value;
 }
 
 std::string DriveAddress::word(std::string_view key, const std::vector<std::string>& words) {

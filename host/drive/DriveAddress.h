@@ -31,6 +31,9 @@ class DriveAddress {
   /// Bytes, as `parseSizeBytes` reads them; nothing when the key is not given.
   std::optional<uint64_t> sizeBytes(std::string_view key);
 
+  /// A probability; 0 when the key is not given.
+  double probability(std::string_view key);
+
   /// One of the words.
   ///
   /// @param words the first one is the default

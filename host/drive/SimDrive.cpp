@@ -92,7 +92,7 @@ void SimDrive::answer(const DriveCommand& command, DriveCompletion& out) {
   const SimAccident accident = errors_.next(command);
   std::optional<uint64_t> information;
   if (accident.failing) {
-    information = command.lba + uint64_t{*accident.failing} * command.lbaStep;
+    information = command.lbaOf(*accident.failing);
   }
   switch (accident.kind) {
     case SimAccident::Kind::none:
@@ -172,7 +172,7 @@ void SimDrive::resetZones(const DriveCommand& command, Random* chance) {
 /// @param chance invalidates each block or not; null: all
 void SimDrive::invalidate(const DriveCommand& command, Random* chance) {
   for (uint32_t i = 0; i < command.blocks; ++i) {
-    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    const uint64_t lba = command.lbaOf(i);
     // Above a write pointer there is no content that could be lost, and it must stay zero.
     if ((chance == nullptr || chance->below(2) == 0) && !zones_.empty(lba)) {
       store_.invalidate(lba);

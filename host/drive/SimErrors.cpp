@@ -1,7 +1,6 @@
 #include "host/drive/SimErrors.h"
 
 #include <array>
-#include <charconv>
 
 namespace corvane::host {
 namespace {
@@ -14,28 +13,9 @@ bool isWrite(CommandKind kind) {
          kind == CommandKind::trim;
 }
 
-/// The text of a key's value; DriveAddress itself has no fractions.
-std::optional<std::string> valueOf(const DriveAddress& address, std::string_view key) {
-  std::string_view rest = address.text();
-  rest.remove_prefix(address.scheme().size() + 1);
-  while (!rest.empty()) {
-    const std::string_view piece = rest.substr(0, rest.find(','));
-    rest.remove_prefix(piece.size() == rest.size() ? rest.size() : piece.size() + 1);
-    if (piece.size() > key.size() && piece.starts_with(key) && piece[key.size()] == '=') {
-      return std::string(piece.substr(key.size() + 1));
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 
 SimErrors::SimErrors(const SimErrorRates& rates, uint64_t seed) : rates_(rates), random_(seed ^ errorsStream) {}
-
-bool SimErrors::happens(double rate) {
-  constexpr int unusedBits = 11;  // those that a double cannot hold
-  return rate > 0 && static_cast<double>(random_.next() >> unusedBits) * 0x1p-53 < rate;
-}
 
 SimAccident SimErrors::next(const DriveCommand& command) {
   if (command.blocks == 0) {
@@ -88,29 +68,12 @@ SimAccident SimErrors::recovered(const DriveCommand& command) {
   return accident;
 }
 
-double takeRate(DriveAddress& address, std::string_view key) {
-  const std::optional<std::string> text = valueOf(address, key);
-  // Asked for in any case, so that the address knows the key.
-  address.word(key, {text.value_or("")});
-  if (!text) {
-    return 0;
-  }
-  double rate = 0;
-  const char* const last = text->data() + text->size();
-  const auto [end, error] = std::from_chars(text->data(), last, rate);
-  // The comparison is false for a NaN.
-  if (error != std::errc() || end != last || !(rate >= 0 && rate <= 1)) {
-    address.refuse(std::string(key) + "=" + *text + " is not a probability; write a number from 0 to 1, as in 0.01");
-  }
-  return rate;
-}
-
 SimErrorRates takeErrorRates(DriveAddress& address) {
   SimErrorRates rates;
-  rates.abort = takeRate(address, "abort");
-  rates.writeError = takeRate(address, "write-error");
-  rates.readError = takeRate(address, "read-error");
-  rates.recovered = takeRate(address, "recovered");
+  rates.abort = address.probability("abort");
+  rates.writeError = address.probability("write-error");
+  rates.readError = address.probability("read-error");
+  rates.recovered = address.probability("recovered");
   return rates;
 }
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "host/base/Random.h"
 #include "host/drive/Drive.h"
@@ -49,7 +48,8 @@ class SimErrors {
   Random& chance() { return random_; }
 
  private:
-  bool happens(double rate);
+  /// Draws nothing for a rate of 0.
+  bool happens(double rate) { return rate > 0 && random_.happens(rate); }
   uint32_t anyBlock(const DriveCommand& command) { return static_cast<uint32_t>(random_.below(command.blocks)); }
   SimAccident writeError(const DriveCommand& command);
   SimAccident readError(const DriveCommand& command);
@@ -61,9 +61,6 @@ class SimErrors {
 
 /// Reads `abort=`, `write-error=`, `read-error=` and `recovered=`.
 SimErrorRates takeErrorRates(DriveAddress& address);
-
-/// A probability, 0 unless given. Throws DriveAddressError for anything but a number from 0 to 1.
-double takeRate(DriveAddress& address, std::string_view key);
 
 /// What `takeErrorRates` understands, a line or more a key, for `--help`.
 std::string errorRatesHelp();

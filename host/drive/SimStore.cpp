@@ -40,7 +40,7 @@ void SimStore::changeRun(const DriveCommand& command, uint32_t block, uint32_t b
   if (blocks == 0) {
     return;
   }
-  const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
+  const uint64_t lba = command.lbaOf(block);
   beforeChange(command, lba, blocks);
   if (command.kind == CommandKind::trim) {
     medium_.zero(lba, blocks);
@@ -59,7 +59,7 @@ void SimStore::changeSome(const DriveCommand& command, uint32_t firstBlock, Tear
   uint64_t prepared = 0;  // all LBAs below it
   SimTear torn(unit, geometry_, chance);
   for (uint32_t i = firstBlock; i < command.blocks; ++i) {
-    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    const uint64_t lba = command.lbaOf(i);
     if (lba >= prepared) {
       prepared = std::min((lba / group + 1) * group, command.endLba());
       beforeChange(command, lba, prepared - lba);
@@ -99,7 +99,7 @@ const uint8_t* SimStore::newContent(const DriveCommand& command, uint32_t block)
   if (command.kind == CommandKind::trim) {
     return zeros_.data();
   }
-  return command.data + (command.kind == CommandKind::writeSame ? 0 : uint64_t{block} * unitBytes(command));
+  return command.data + (command.kind == CommandKind::writeSame ? 0 : uint64_t{block} * command.unitBytes(geometry_));
 }
 
 void SimStore::read(const DriveCommand& command) {
@@ -107,18 +107,18 @@ void SimStore::read(const DriveCommand& command) {
     medium_.read(command.lba, command.blocks, command.data);
     return;
   }
-  const uint64_t unit = unitBytes(command);
+  const uint64_t unit = command.unitBytes(geometry_);
   for (uint32_t i = 0; i < command.blocks; ++i) {
     uint8_t* block = command.data + i * unit;
-    medium_.read(command.lba + uint64_t{i} * command.lbaStep, 1, block);
+    medium_.read(command.lbaOf(i), 1, block);
     std::memset(block + geometry_.sectorBytes(), 0, command.trailerBytes);
   }
 }
 
 std::optional<uint64_t> SimStore::firstDifference(const DriveCommand& command) {
-  const uint64_t unit = unitBytes(command);
+  const uint64_t unit = command.unitBytes(geometry_);
   for (uint32_t i = 0; i < command.blocks; ++i) {
-    const uint64_t lba = command.lba + uint64_t{i} * command.lbaStep;
+    const uint64_t lba = command.lbaOf(i);
     if (std::memcmp(medium_.sector(lba), command.data + i * unit, geometry_.sectorBytes()) != 0) {
       return lba;
     }

@@ -59,9 +59,6 @@ class SimStore {
   void changeSegments(const DriveCommand& command, Random& chance);
   const uint8_t* newContent(const DriveCommand& command, uint32_t block) const;
   void changeRun(const DriveCommand& command, uint32_t block, uint32_t blocks);
-  uint64_t unitBytes(const DriveCommand& command) const {
-    return uint64_t{geometry_.sectorBytes()} + command.trailerBytes;
-  }
 
   const DriveGeometry& geometry_;
   SimMedium medium_;

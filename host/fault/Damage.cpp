@@ -85,7 +85,7 @@ class Strike {
     }
   }
 
-  uint64_t lbaOf(uint32_t block) const { return command_.lba + uint64_t{block} * command_.lbaStep; }
+  uint64_t lbaOf(uint32_t block) const { return command_.lbaOf(block); }
   uint64_t anyBlock() { return lbaOf(static_cast<uint32_t>(random_.below(command_.blocks))); }
 
   void flipBit(uint64_t lba, uint32_t firstByte, uint32_t endByte) {

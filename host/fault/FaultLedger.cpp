@@ -9,16 +9,21 @@ std::string differenceText(const AlteredBlock& block) {
   if (block.is.empty()) {
     return "LBA " + std::to_string(block.lba) + " cannot be read";
   }
-  uint64_t bytes = 0;
-  for (size_t i = 0; i < block.was.size(); ++i) {
-    bytes += block.was[i] != block.is[i] ? 1U : 0U;
-  }
-  const auto first = std::mismatch(block.was.begin(), block.was.end(), block.is.begin()).first - block.was.begin();
-  return "LBA " + std::to_string(block.lba) + " differs in " + std::to_string(bytes) + " bytes from byte " +
-         std::to_string(first);
+  const Difference difference = differenceOf(block);
+  return "LBA " + std::to_string(block.lba) + " differs in " + std::to_string(difference.bytes) + " bytes from byte " +
+         std::to_string(difference.first);
 }
 
 }  // namespace
+
+Difference differenceOf(const AlteredBlock& block) {
+  Difference difference;
+  difference.first = static_cast<size_t>(std::ranges::mismatch(block.was, block.is).in1 - block.was.begin());
+  for (size_t i = difference.first; i < block.was.size(); ++i) {
+    difference.bytes += block.was[i] != block.is[i] ? 1U : 0U;
+  }
+  return difference;
+}
 
 std::string injectionText(const Injection& injection) {
   std::string text = std::string(faultClassInfo(injection.what).name) + " at command " +

@@ -16,6 +16,15 @@ struct AlteredBlock {
   std::vector<uint8_t> is;   ///< what the faulty drive returns; empty: the block cannot be read
 };
 
+/// How the content of an altered block differs.
+struct Difference {
+  size_t first = 0;  ///< byte
+  size_t bytes = 0;  ///< how many differ
+};
+
+/// Of a block that can be read.
+Difference differenceOf(const AlteredBlock& block);
+
 /// One thing that a faulty drive did wrong, and what became of it.
 struct Injection {
   FaultClass what = FaultClass::lostWrite;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/base/NearestName.h"
+#include "host/base/Probability.h"
 
 namespace corvane::host {
 namespace {
@@ -67,12 +68,11 @@ class Reader {
   }
 
   void readRate(std::string_view value) {
-    double rate = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), rate);
-    if (error != std::errc() || end != value.data() + value.size() || !(rate >= 0 && rate <= 1)) {
+    const std::optional<double> rate = parseProbability(value);
+    if (!rate) {
       refuse("rate '" + std::string(value) + "' is not a probability; give a number from 0 to 1, as in 1e-4");
     }
-    spec_.rate = rate;
+    spec_.rate = *rate;
     rateGiven_ = true;
   }
 

@@ -18,7 +18,7 @@ class FaultTrigger {
     if (spec_.most != 0 && strikes_ >= spec_.most) {
       return false;
     }
-    const bool fires = spec_.atCommand != 0 ? command >= spec_.atCommand : randomFires();
+    const bool fires = spec_.atCommand != 0 ? command >= spec_.atCommand : random_.happens(spec_.rate);
     strikes_ += fires ? 1U : 0U;
     return fires;
   }
@@ -27,11 +27,6 @@ class FaultTrigger {
   void takeBack() { --strikes_; }
 
  private:
-  bool randomFires() {
-    constexpr double steps = 9007199254740992.0;  // 2^53: every step is a double of its own
-    return static_cast<double>(random_.next() >> 11) < spec_.rate * steps;
-  }
-
   FaultSpec spec_;
   Random random_;
   uint64_t strikes_ = 0;

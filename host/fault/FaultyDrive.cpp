@@ -40,10 +40,6 @@ FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, ui
 
 std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
 
-uint64_t FaultyDrive::unitBytes(const DriveCommand& command) const {
-  return uint64_t{geometry().sectorBytes()} + command.trailerBytes;
-}
-
 FaultyDrive::Slot& FaultyDrive::slotOf(uint32_t tag) {
   if (tag >= slots_.size()) {
     slots_.resize(tag + 1);
@@ -83,7 +79,12 @@ void FaultyDrive::begin(Slot& slot) {
     publishForOthers(command);
   }
   if (slot.struck && (spec_.what == FaultClass::atomicTear || spec_.what == FaultClass::invalidateIgnored)) {
-    lookAtBase(slot);
+    slot.recognisable.clear();
+    for (uint32_t block = 0; block < command.blocks; ++block) {
+      if (isRecognisable(command, command.lbaOf(block))) {
+        slot.recognisable.insert(command.lbaOf(block));
+      }
+    }
   }
   if (slot.wantsBefore && command.blocks != 0) {
     readAround(slot, Phase::readingBefore);
@@ -263,8 +264,8 @@ void FaultyDrive::finishRead(Slot& slot, DriveCompletion& out) {
   const DriveCommand& command = slot.command;
   if (alterations_.touches(command.lba, command.endLba())) {
     for (uint32_t block = 0; block < command.blocks; ++block) {
-      const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
-      if (!show(slot, lba, command.data + block * unitBytes(command))) {
+      const uint64_t lba = command.lbaOf(block);
+      if (!show(slot, lba, command.data + block * command.unitBytes(geometry()))) {
         setSense(out, sense::unrecoveredRead, lba);
         return;
       }
@@ -300,13 +301,13 @@ void FaultyDrive::judge(Slot& slot, DriveCompletion& out) {
   const uint32_t sectorBytes = geometry().sectorBytes();
   std::optional<uint64_t> different;
   for (uint32_t block = 0; block < command.blocks; ++block) {
-    const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
+    const uint64_t lba = command.lbaOf(block);
     uint8_t* sector = slot.memory.data() + uint64_t{block} * sectorBytes;
     if (!show(slot, lba, sector)) {
       setSense(out, sense::unrecoveredRead, lba);
       return;
     }
-    if (!different && std::memcmp(sector, command.data + block * unitBytes(command), sectorBytes) != 0) {
+    if (!different && std::memcmp(sector, command.data + block * command.unitBytes(geometry()), sectorBytes) != 0) {
       different = lba;
     }
   }
@@ -317,19 +318,12 @@ void FaultyDrive::judge(Slot& slot, DriveCompletion& out) {
   live_.looked(command);
 }
 
-void FaultyDrive::lookAtBase(Slot& slot) const {
-  const DriveCommand& command = slot.command;
-  slot.recognisable.clear();
-  for (uint64_t lba = command.lba; lba < command.endLba(); lba += command.lbaStep) {
-    const std::optional<CommandKind> last = live_.lastChange(lba);
-    if (command.kind == CommandKind::invalidate) {
-      if (live_.contains(lba)) {
-        slot.recognisable.insert(lba);
-      }
-    } else if (last && *last != CommandKind::trim && !recent_.wasReadSinceChange(command, lba)) {
-      slot.recognisable.insert(lba);
-    }
+bool FaultyDrive::isRecognisable(const DriveCommand& command, uint64_t lba) const {
+  if (command.kind == CommandKind::invalidate) {
+    return live_.contains(lba);
   }
+  const std::optional<CommandKind> last = live_.lastChange(lba);
+  return last && *last != CommandKind::trim && !recent_.wasReadSinceChange(command, lba);
 }
 
 void FaultyDrive::endAlterations(const DriveCommand& command, uint64_t Injection::*ending) {

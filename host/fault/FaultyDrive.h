@@ -108,7 +108,7 @@ class FaultyDrive : public Drive {
   void finishRead(Slot& slot, DriveCompletion& out);
   void finishVerify(Slot& slot, DriveCompletion& out);
   void judge(Slot& slot, DriveCompletion& out);
-  void lookAtBase(Slot& slot) const;
+  bool isRecognisable(const DriveCommand& command, uint64_t lba) const;
   void remember(const DriveCommand& change);
   void endAlterations(const DriveCommand& command, uint64_t Injection::*ending);
 
@@ -128,6 +128,8 @@ class FaultyDrive : public Drive {
   void losePower();
 
   // The ledger.
+  /// Enters it, and shows its altered blocks from now on.
+  FaultLedger::Id enter(Injection injection);
   Injection injectionOf(const Slot& slot) const;
   void noteDelivery(const Slot& slot, uint64_t lba, FaultLedger::Id id);
   void notePreRead(const DriveCommand& atomicWrite);
@@ -135,8 +137,6 @@ class FaultyDrive : public Drive {
   bool mustBeNoticed(const DriveCommand& look, uint64_t lba, const Injection& injection) const;
   /// Puts the altered content of a block, if it has one, into `sector`; returns false when it cannot be read.
   bool show(const Slot& slot, uint64_t lba, uint8_t* sector);
-
-  uint64_t unitBytes(const DriveCommand& command) const;
 
   std::unique_ptr<Drive> inner_;
   const FaultSpec spec_;

@@ -118,10 +118,7 @@ void FaultyDrive::strikeMedium(Slot& slot, DriveCompletion& out) {
     tornNew_ = damage->kept;
     injection.blindness = "the old content is known by its hash only, or unknown, or zeros";
   }
-  const FaultLedger::Id id = ledger_.add(std::move(injection));
-  for (const AlteredBlock& block : ledger_.at(id).altered) {
-    alterations_.set(block.lba, {.content = block.is, .injection = id});
-  }
+  const FaultLedger::Id id = enter(std::move(injection));
   if (spec_.what == FaultClass::verifyAlwaysEqual) {
     lyingVerifies_ = id;
   } else if (spec_.what == FaultClass::atomicTear || (spec_.what == FaultClass::writeSplice && random_.below(2) == 0)) {
@@ -252,6 +249,14 @@ void FaultyDrive::notePreRead(const DriveCommand& atomicWrite) {
   });
 }
 
+FaultLedger::Id FaultyDrive::enter(Injection injection) {
+  const FaultLedger::Id id = ledger_.add(std::move(injection));
+  for (const AlteredBlock& block : ledger_.at(id).altered) {
+    alterations_.set(block.lba, {.content = block.is, .injection = id});
+  }
+  return id;
+}
+
 void FaultyDrive::enterRead(const Slot& slot, std::vector<AlteredBlock> altered, std::string note) {
   Injection injection = injectionOf(slot);
   injection.altered = std::move(altered);
@@ -266,7 +271,7 @@ void FaultyDrive::flipReadBit(Slot& slot) {
   const DriveCommand& command = slot.command;
   std::vector<uint32_t> awaited;
   for (uint32_t block = 0; block < command.blocks; ++block) {
-    if (live_.contains(command.lba + uint64_t{block} * command.lbaStep)) {
+    if (live_.contains(command.lbaOf(block))) {
       awaited.push_back(block);
     }
   }
@@ -274,8 +279,8 @@ void FaultyDrive::flipReadBit(Slot& slot) {
     trigger_.takeBack();  // nobody waits for these blocks
   } else {
     const uint32_t block = awaited[random_.below(awaited.size())];
-    const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
-    uint8_t* sector = command.data + block * unitBytes(command);
+    const uint64_t lba = command.lbaOf(block);
+    uint8_t* sector = command.data + block * command.unitBytes(geometry());
     const uint32_t sectorBytes = geometry().sectorBytes();
     std::vector<uint8_t> was(sector, sector + sectorBytes);
     sector[random_.below(sectorBytes)] ^= static_cast<uint8_t>(1U << random_.below(8));
@@ -292,8 +297,8 @@ void FaultyDrive::replaceRead(Slot& slot) {
   const uint32_t sectorBytes = geometry().sectorBytes();
   std::vector<AlteredBlock> altered;
   for (uint32_t block = 0; block < command.blocks; ++block) {
-    const uint64_t lba = command.lba + uint64_t{block} * command.lbaStep;
-    uint8_t* sector = command.data + block * unitBytes(command);
+    const uint64_t lba = command.lbaOf(block);
+    uint8_t* sector = command.data + block * command.unitBytes(geometry());
     const uint8_t* other = slot.memory.data() + uint64_t{block} * sectorBytes;
     if (std::memcmp(sector, other, sectorBytes) != 0) {
       altered.push_back({.lba = lba, .was = {sector, sector + sectorBytes}, .is = {other, other + sectorBytes}});
@@ -305,8 +310,8 @@ void FaultyDrive::replaceRead(Slot& slot) {
     trigger_.takeBack();
   } else {
     for (uint32_t block = 0; block < command.blocks; ++block) {
-      std::memcpy(command.data + block * unitBytes(command), slot.memory.data() + uint64_t{block} * sectorBytes,
-                  sectorBytes);
+      std::memcpy(command.data + block * command.unitBytes(geometry()),
+                  slot.memory.data() + uint64_t{block} * sectorBytes, sectorBytes);
     }
     enterRead(slot, std::move(altered), "came from LBA " + std::to_string(slot.elsewhere));
   }
@@ -373,10 +378,7 @@ void FaultyDrive::losePower() {
     trigger_.takeBack();
     return;
   }
-  const FaultLedger::Id id = ledger_.add(std::move(injection));
-  for (const AlteredBlock& block : ledger_.at(id).altered) {
-    alterations_.set(block.lba, {.content = block.is, .injection = id});
-  }
+  enter(std::move(injection));
 }
 
 }  // namespace corvane::host

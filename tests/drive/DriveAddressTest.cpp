@@ -5,22 +5,13 @@
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
+#include "tests/drive/AddressComplaint.h"
 
 namespace corvane::host {
 namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
-
-/// What opening the address complains about.
-std::string complaint(const std::string& address) {
-  try {
-    openDrive(address, 4);
-  } catch (const DriveAddressError& error) {
-    return error.what();
-  }
-  return "accepted";
-}
 
 TEST(ParseSizeBytes, KnowsBinaryUnits) {
   EXPECT_EQ(parseSizeBytes("0"), 0U);

@@ -326,10 +326,10 @@ TEST(SimErrorKeys, AreProbabilities) {
 
 TEST(SimErrorKeys, AreFoundAtTheBeginningAndNotInsideOthers) {
   DriveAddress first("sim:abort=0.5");
-  EXPECT_EQ(takeRate(first, "abort"), 0.5);
+  EXPECT_EQ(first.probability("abort"), 0.5);
   DriveAddress other("sim:1m,read-error=0.5");
-  EXPECT_EQ(takeRate(other, "error"), 0);
-  EXPECT_EQ(takeRate(other, "read"), 0);
+  EXPECT_EQ(other.probability("error"), 0);
+  EXPECT_EQ(other.probability("read"), 0);
   EXPECT_THROW(other.checkAllTaken(), DriveAddressError);
 }
 

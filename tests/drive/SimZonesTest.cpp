@@ -9,6 +9,7 @@
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
+#include "tests/drive/AddressComplaint.h"
 #include "tests/drive/CommandMaker.h"
 #include "tests/support/CommandOf.h"
 
@@ -283,15 +284,6 @@ TEST_F(ZonedSimDrive, APowerCutTakesNoResetBack) {
       ASSERT_EQ(commands->read(0, 64), Bytes(64 * sector, 0)) << model;
     }
   }
-}
-
-std::string complaint(const std::string& address) {
-  try {
-    openDrive(address, 4);
-  } catch (const DriveAddressError& error) {
-    return error.what();
-  }
-  return "accepted";
 }
 
 TEST(SimZoneKeys, WrongOnesAreRefusedWithTheRemedy) {

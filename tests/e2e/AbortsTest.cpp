@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "tests/e2e/AbortingDrive.h"
 #include "tests/e2e/EndToEnd.h"
 
 namespace corvane::host::e2e {
@@ -50,12 +49,10 @@ TEST_P(AbortedWrites, RaiseNothing) {
   test.agentOptions = profile.options;
   test.resetEveryCommands = profile.resetEveryCommands;
   test.queueDepth = profile.queueDepth;
-  test.driveAddresses = {"sim:32m"};
+  test.driveAddresses = {"sim:32m,abort=0.05"};
   test.commandLimit = 8000;
   test.seed = seed;
-  const RunResult result = runTest(prepared(test, workspace), [seed = seed](std::unique_ptr<Drive> drive) {
-    return std::make_unique<AbortingDrive>(std::move(drive), seed, 20);
-  });
+  const RunResult result = runTest(prepared(test, workspace));
   EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
   EXPECT_EQ(result.drives.at(0).messages.warnings + result.drives.at(0).messages.errors, 0U) << agentLines(result);
   EXPECT_GT(result.totals().failed, 50U);

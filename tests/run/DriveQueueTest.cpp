@@ -56,14 +56,7 @@ class DriveQueueTest : public ::testing::Test {
     };
   }
 
-  std::vector<uint32_t> pollAll() {
-    std::vector<uint32_t> tags;
-    DriveCompletion completion;
-    while (queue.poll(completion)) {
-      tags.push_back(completion.tag);
-    }
-    return tags;
-  }
+  std::vector<uint32_t> pollAll() { return testing::tagsOfAll(queue); }
 
   FakeDrive drive;
   DriveCounters counters;

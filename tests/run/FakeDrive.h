@@ -125,4 +125,15 @@ inline std::vector<uint8_t> senseOfKey(uint8_t key) {
   return sense;
 }
 
+/// The tags of everything that has completed, in the order in which `queue.poll` hands it out.
+template <typename Queue>
+std::vector<uint32_t> tagsOfAll(Queue& queue) {
+  std::vector<uint32_t> tags;
+  DriveCompletion completion;
+  while (queue.poll(completion)) {
+    tags.push_back(completion.tag);
+  }
+  return tags;
+}
+
 }  // namespace corvane::host::testing

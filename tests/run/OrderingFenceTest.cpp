@@ -40,14 +40,7 @@ class OrderingFenceTest : public ::testing::Test {
     }
     return tags;
   }
-  std::vector<uint32_t> pollAll() {
-    std::vector<uint32_t> tags;
-    DriveCompletion completion;
-    while (fence.poll(completion)) {
-      tags.push_back(completion.tag);
-    }
-    return tags;
-  }
+  std::vector<uint32_t> pollAll() { return testing::tagsOfAll(fence); }
 
   FakeDrive drive;
   DriveCounters counters;

@@ -1,0 +1,31 @@
+#include "host/cli/FlagValues.h"
+
+#include "host/cli/HelpFormat.h"
+#include "host/cli/UsageError.h"
+
+namespace corvane::host {
+
+void addCollected(CLI::App& app, const char* group, const char* flag, const char* valueName, std::string_view help,
+                  std::vector<std::string>& values) {
+  app.add_option(flag, values, HelpFormat::described(help))
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name(valueName)
+      ->group(group);
+}
+
+const std::string* onlyValue(std::string_view flag, const std::vector<std::string>& values) {
+  if (values.size() > 1) {
+    throw UsageError(std::string(flag) + " is given twice, as '" + values[0] + "' and '" + values[1] +
+                     "'; give it once");
+  }
+  return values.empty() ? nullptr : &values.front();
+}
+
+void checkNotEmpty(std::string_view flag, const std::string& text, std::string_view what) {
+  if (text.empty()) {
+    throw UsageError(std::string(flag) + " '' is empty; name " + std::string(what));
+  }
+}
+
+}  // namespace corvane::host
