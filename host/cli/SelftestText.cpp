@@ -47,6 +47,10 @@ Json cellJson(const CellResult& cell) {
     object["verdicts"][verdictName(verdict)] = countOf(cell, verdict);
   }
   object["reasons"] = cell.reasons;
+  object["explanations"] = {{"kinds", cell.kinds},
+                            {"suspected", cell.suspected},
+                            {"suspectedFirst", cell.suspectedFirst},
+                            {"contradicted", cell.contradicted}};
   object["examples"] = examplesJson(cell.examples);
   return object;
 }
@@ -103,8 +107,31 @@ std::string cleanTableRow(const CleanResult& result) {
   return row.data();
 }
 
+std::string explanationTable(const CampaignResult& result) {
+  std::string text =
+      "| class                |  found | named by the explanation | named first | contradicted | explained as |\n"
+      "|----------------------|-------:|-------------------------:|------------:|-------------:|--------------|\n";
+  for (const ClassResult& one : result.classes) {
+    std::array<char, 200> row{};
+    std::snprintf(row.data(), row.size(), "| %-20s | %6llu | %24llu | %11llu | %12llu | ",
+                  faultClassInfo(one.what).name,
+                  static_cast<unsigned long long>(one.total(Verdict::named) + one.total(Verdict::found)),
+                  static_cast<unsigned long long>(one.sum(&CellResult::suspected)),
+                  static_cast<unsigned long long>(one.sum(&CellResult::suspectedFirst)),
+                  static_cast<unsigned long long>(one.sum(&CellResult::contradicted)));
+    text += row.data();
+    std::string kinds;
+    for (const auto& [kind, count] : one.kinds()) {
+      kinds += (kinds.empty() ? "" : ", ") + kind + " " + std::to_string(count);
+    }
+    text += kinds + " |\n";
+  }
+  return text;
+}
+
 std::string campaignSummary(const CampaignResult& result) {
-  std::string text = "\nWhy injections were missed or masked:\n";
+  std::string text = "\nHow the found ones were explained:\n\n" + explanationTable(result);
+  text += "\nWhy injections were missed or masked:\n";
   for (const ClassResult& one : result.classes) {
     for (const auto& [reason, count] : one.reasons()) {
       text += "  " + std::string(faultClassInfo(one.what).name) + ": " + groupedNumber(count) + " " +

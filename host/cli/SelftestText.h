@@ -14,7 +14,12 @@ std::string classTableRow(const ClassResult& result);
 std::string cleanTableHeading();
 std::string cleanTableRow(const CleanResult& result);
 
-/// Everything that must not have been, the reasons behind misses and masks, and the verdict on the whole.
+/// What the explanations made of the findings of each class, in Markdown: how many of them name the class that was
+/// injected, and which kind of wrong block they state.
+std::string explanationTable(const CampaignResult& result);
+
+/// The table of explanations, everything that must not have been, the reasons behind misses and masks, and the verdict
+/// on the whole.
 std::string campaignSummary(const CampaignResult& result);
 
 /// The whole result for programs. Holds nothing that depends on time or machine.

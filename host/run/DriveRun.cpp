@@ -42,6 +42,10 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
   result_.name = std::move(name);
   result_.address = std::move(address);
   result_.description = drive_->description();
+  if (context.test.journalDepth != 0) {
+    journal_ = std::make_shared<CommandJournal>(context.test.journalDepth, context.test.queueDepth, context.clock);
+    result_.journal = journal_;
+  }
 }
 
 void DriveRun::run() noexcept {
@@ -100,6 +104,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.zoneWriterSeed = deriveSeed(test.seed, "zone writer", index_);
   settings.watchdogMs = test.watchdogMs;
   settings.ledger = ledger_.get();
+  settings.journal = journal_.get();
   return settings;
 }
 
@@ -114,6 +119,7 @@ RangeSettings DriveRun::rangeSettings() const {
   settings.maxBlocks = test.maxBlocks;
   settings.zoneResetSeed = deriveSeed(test.seed, "zone reset", index_);
   settings.invalidateSeed = deriveSeed(test.seed, "invalidate", index_);
+  settings.journal = journal_.get();
   return settings;
 }
 
@@ -174,6 +180,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
       status = loop.drain();
     }
     if (status != 0) {
+      noteFinding();
       agentEnded("execute", status);
       loop.abandon();
     }
@@ -186,6 +193,49 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   if (failure != nullptr) {
     std::rethrow_exception(failure);
   }
+  if (journal_ != nullptr && statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+    gatherEvidence(host, loop);
+  }
+}
+
+void DriveRun::noteFinding() {
+  if (journal_ != nullptr) {
+    foundUs_ = journal_->nowUs();
+    foundAfter_ = journal_->issuedCount();
+  }
+}
+
+void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
+  const std::optional<uint64_t> lba = recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
+  if (!lba) {
+    return;
+  }
+  auto evidence = std::make_shared<FindingEvidence>();
+  evidence->agentStatus = result_.agentStatus;
+  evidence->agentError = result_.error;
+  evidence->lba = *lba;
+  evidence->foundUs = foundUs_;
+  evidence->foundAfter = foundAfter_;
+  evidence->geometry = geometry_;
+  evidence->embedded = context_.options.embedData;
+  evidence->journal = journal_;
+  const AgentMessages messages = log_.messages();
+  readAgentFiles(*evidence, messages.reports, messages.dumps);
+  evidence->verifyData = loop.verifiedData();
+  evidence->verifyLba = loop.verifiedLba();
+  // From the end of the test on "WriteData" shows the pool.
+  const vdl::Buffer& pool = host.variables().buffer("WriteData");
+  evidence->pool.assign(pool.data, pool.data + pool.size);
+  const RereadRange range = rereadRange(*journal_, *lba, range_.firstLba, range_.endLba);
+  evidence->rereadFirst = range.firstLba;
+  try {
+    for (uint64_t block = range.firstLba; block < range.endLba; ++block) {
+      evidence->reread.push_back(loop.readNow(block, 1));
+    }
+  } catch (const DriveError&) {
+    // It has stopped answering; what was read before counts.
+  }
+  result_.evidence = std::move(evidence);
 }
 
 int32_t DriveRun::stepUntilEnd(StepLoop& loop) {

@@ -63,6 +63,9 @@ class DriveRun {
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
   int32_t stepUntilEnd(StepLoop& loop);
+  void noteFinding();
+  /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
+  void gatherEvidence(DriveThreadHost& host, StepLoop& loop);
   /// Waits until the rate allows another command, but not for long at a time.
   bool mustWait(const StepLoop& loop, uint64_t elapsedUs);
   void agentEnded(const char* callback, int32_t status);
@@ -77,6 +80,9 @@ class DriveRun {
   DriveCounters counters_;
   AgentLog log_;
   MiscompareRecorder recorder_;
+  std::shared_ptr<CommandJournal> journal_;  ///< null: nobody asked for it
+  uint64_t foundUs_ = 0;
+  uint64_t foundAfter_ = 0;
   DriveResult result_;
 };
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/drive/DriveError.h"
+#include "host/run/CommandJournal.h"
 #include "host/run/ZoneWriter.h"
 #include "vdl/SenseParser.h"
 
@@ -53,6 +54,7 @@ RangeOperations::RangeOperations(const RangeSettings& settings, const TagPool& t
       queue_(queue),
       counters_(counters),
       writer_(writer),
+      journal_(settings.journal),
       zones_(settings.zones),
       zoneResets_{.every = settings.zoneResetEveryCommands, .next = settings.zoneResetEveryCommands},
       invalidations_{.every = settings.invalidateEveryCommands, .next = settings.invalidateEveryCommands} {
@@ -149,6 +151,10 @@ void RangeOperations::run(CommandKind kind, const vdl::LBARange& range) {
   const DriveCompletion completion = queue_.runAlone(command);
   if (completion.status != scsi_status::good) {
     fail(kind, range, completion);
+  }
+  if (journal_ != nullptr) {
+    const bool reset = kind == CommandKind::zoneReset;
+    journal_->happened(reset ? Incident::What::zoneReset : Incident::What::invalidation, range.first, range.end);
   }
 }
 

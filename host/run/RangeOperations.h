@@ -12,6 +12,7 @@
 
 namespace corvane::host {
 
+class CommandJournal;
 class ZoneWriter;
 
 /// Which operations on ranges a test carries out.
@@ -24,6 +25,7 @@ struct RangeSettings {
   uint32_t maxBlocks = 1;                ///< the longest of them
   uint64_t zoneResetSeed = 0;
   uint64_t invalidateSeed = 0;
+  CommandJournal* journal = nullptr;  ///< told of every operation; null: nobody wants to know
 
   bool any() const { return zoneResetEveryCommands != 0 || invalidateEveryCommands != 0; }
 };
@@ -85,6 +87,7 @@ class RangeOperations {
   DriveQueue& queue_;
   DriveCounters& counters_;
   ZoneWriter* writer_;
+  CommandJournal* journal_;
   const ZoneMap zones_;
   Schedule zoneResets_;
   Schedule invalidations_;

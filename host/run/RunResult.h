@@ -2,12 +2,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "host/drive/Drive.h"
 #include "host/fault/FaultLedger.h"
+#include "host/run/FindingEvidence.h"
 
 namespace corvane::host {
 
@@ -95,7 +97,9 @@ struct DriveResult {
   std::optional<uint64_t> findingLba;  ///< of a data failure, as far as the agent named one
   DriveTotals totals;
   AgentMessages messages;
-  std::vector<Injection> injections;  ///< what the drive did wrong on purpose
+  std::vector<Injection> injections;                ///< what the drive did wrong on purpose
+  std::shared_ptr<const FindingEvidence> evidence;  ///< of a data failure; null without a journal
+  std::shared_ptr<const CommandJournal> journal;    ///< null when none was asked for
   uint64_t elapsedMs = 0;
 };
 

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/drive/SenseData.h"
 #include "host/run/ConditionSet.h"
 
 namespace corvane::host {
@@ -15,6 +16,7 @@ namespace {
 constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" when no command finished
 constexpr uint32_t e2eBytes = 8;
 constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
+constexpr uint32_t readTries = 4;       ///< of a read after the test that the drive aborts
 constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
 
 bool carriesWriteData(CommandKind kind) {
@@ -47,6 +49,7 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
       writeLba_(host.variables().u64("WriteLBA")),
       writeXferLength_(host.variables().u32("WriteXferLength")),
       writeCmdUsed_(host.variables().u32("WriteCmdUsed")),
+      bucketIndex_(host.variables().u32("BucketIndex")),
       writeData_(host.variables().buffer("WriteData")),
       lastErrSenseData_(host.variables().buffer("LastErrSenseData")),
       readDataPtr_(host.variables().tagged("ReadDataPtr[TagID]")),
@@ -205,6 +208,7 @@ void StepLoop::absorbTakenBackTags() {
   if ((thread_.conditions & ConditionSet::powerToggleBit) == 0) {
     drive_.reset();
     counters_.resets.add(1);
+    noteIncident(Incident::What::reset);
     forgetOutstanding();
   }
 }
@@ -212,6 +216,9 @@ void StepLoop::absorbTakenBackTags() {
 void StepLoop::forgetOutstanding() {
   takeBackUnsentWrites();
   tellOfUnsentCommands();
+  if (settings_.journal != nullptr) {
+    settings_.journal->lostAll();
+  }
   queue_.forgetAll();
   counters_.outstanding.set(0);
   if (syncTag_ != TagPool::none) {
@@ -277,6 +284,9 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
   counters_.issued[static_cast<size_t>(kind)].add(1);
   if (settings_.ledger != nullptr) {
     settings_.ledger->issued(command);
+  }
+  if (settings_.journal != nullptr) {
+    settings_.journal->issued(command, bucketIndex_, perTag_[tag].preRead);
   }
   queue_.submit(command);
   counters_.outstanding.set(queue_.outstanding());
@@ -352,6 +362,7 @@ void StepLoop::cutPower() {
   }
   drive_.powerCycle();
   counters_.powerCycles.add(1);
+  noteIncident(Incident::What::powerCut);
   forgetOutstanding();
   epo_ = 1;
 }
@@ -359,6 +370,7 @@ void StepLoop::cutPower() {
 int32_t StepLoop::resetDevice() {
   drive_.reset();
   counters_.resets.add(1);
+  noteIncident(Incident::What::reset);
   const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
   if (status == 0 && tags_.outstanding() != 0) {
     throw std::logic_error("the agent left tags outstanding after a reset of the device");
@@ -411,14 +423,24 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
     zoneWriter_->closeZoneOf(command.lba);
   }
   countCompletion(command, completion);
+  lastVerify_ = command.kind == CommandKind::verify ? command : DriveCommand();
   if (!draining_) {
     tags_.release(tag);
+  }
+}
+
+void StepLoop::noteIncident(Incident::What what) {
+  if (settings_.journal != nullptr) {
+    settings_.journal->happened(what);
   }
 }
 
 void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletion& completion) {
   counters_.outstanding.set(queue_.outstanding());
   counters_.completed[static_cast<size_t>(command.kind)].add(1);
+  if (settings_.journal != nullptr) {
+    settings_.journal->finished(command.tag, completion.status);
+  }
   if (completion.status != scsi_status::good) {
     counters_.failed.add(1);
     return;
@@ -473,9 +495,46 @@ void StepLoop::abandon() {
   DriveCompletion completion;
   while (queue_.outstanding() != 0) {
     queue_.wait(completion);
+    if (settings_.journal != nullptr) {
+      settings_.journal->finished(completion.tag, completion.status);
+    }
   }
   counters_.outstanding.set(0);
   publishNone();
+}
+
+std::vector<uint8_t> StepLoop::readNow(uint64_t lba, uint32_t blocks) {
+  DriveCommand command;
+  command.kind = CommandKind::read;
+  command.lba = lba;
+  command.blocks = blocks;
+  command.dataBytes = uint64_t{blocks} * host_.sectorBytes();
+  command.data = readMemory_.of(command.tag);
+  DriveCompletion completion;
+  for (uint32_t tries = 0; tries < readTries; ++tries) {
+    queue_.submit(command);
+    queue_.wait(completion);
+    if (completion.status != scsi_status::aborted) {
+      break;
+    }
+  }
+  if (!isCarriedOut(completion) || completion.bytesTransferred < command.dataBytes) {
+    return {};
+  }
+  return {command.data, command.data + command.dataBytes};
+}
+
+std::vector<uint8_t> StepLoop::verifiedData() const {
+  std::vector<uint8_t> data;
+  if (lastVerify_.data == nullptr) {
+    return data;
+  }
+  const uint64_t sector = host_.sectorBytes();
+  for (uint32_t block = 0; block < lastVerify_.blocks; ++block) {
+    const uint8_t* begin = lastVerify_.data + block * (sector + lastVerify_.trailerBytes);
+    data.insert(data.end(), begin, begin + sector);
+  }
+  return data;
 }
 
 }  // namespace corvane::host

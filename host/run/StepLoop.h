@@ -8,6 +8,7 @@
 #include "host/fault/FaultLedger.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/CdbBuilder.h"
+#include "host/run/CommandJournal.h"
 #include "host/run/CommandSelector.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/DriveQueue.h"
@@ -39,7 +40,8 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
-  FaultLedger* ledger = nullptr;  ///< told of the commands of a drive that does wrong on purpose
+  FaultLedger* ledger = nullptr;      ///< told of the commands of a drive that does wrong on purpose
+  CommandJournal* journal = nullptr;  ///< told of every command; null: nobody wants to know
 };
 
 /// Makes the steps of one drive's test.
@@ -80,6 +82,18 @@ class StepLoop {
   /// Waits for everything that is outstanding and tells nobody. For after the agent has ended the test.
   void abandon();
 
+  /// Reads blocks as they are now, past the agent. For after the test: nothing is outstanding.
+  ///
+  /// @param blocks at most the longest transfer
+  /// @return the sectors; empty when the read failed. Throws DriveError as a wait does.
+  std::vector<uint8_t> readNow(uint64_t lba, uint32_t blocks);
+
+  /// What the verify that the agent was told of last had compared the drive's data with, sector after sector; empty
+  /// when the agent was told of another command since. Until the agent's memory is released.
+  std::vector<uint8_t> verifiedData() const;
+  /// The first LBA of that verify.
+  uint64_t verifiedLba() const { return lastVerify_.lba; }
+
   uint64_t commandsIssued() const { return commandsIssued_; }
 
  private:
@@ -93,6 +107,7 @@ class StepLoop {
   void absorbZonePosition();
   void publishNone();
   void publishCompletion(const DriveCompletion& completion);
+  void noteIncident(Incident::What what);
   void countCompletion(const DriveCommand& command, const DriveCompletion& completion);
   void absorbTakenBackTags();
   void runConditionedStep(uint32_t peekedTag);
@@ -133,6 +148,7 @@ class StepLoop {
   uint64_t& writeLba_;
   uint32_t& writeXferLength_;
   uint32_t& writeCmdUsed_;
+  uint32_t& bucketIndex_;
   vdl::Buffer& writeData_;
   vdl::Buffer& lastErrSenseData_;
   TaggedViews& readDataPtr_;
@@ -159,6 +175,7 @@ class StepLoop {
   uint32_t syncTag_ = TagPool::none;  ///< outstanding cache flush
   std::optional<uint32_t> lostSync_;  ///< a flush that a reset took away and nobody was told of
   uint32_t publishedTag_ = TagPool::none;
+  DriveCommand lastVerify_;  ///< when the completion that was published last was a verify's; else without data
   uint64_t commandsIssued_ = 0;
   uint64_t nextReset_ = 0;                 ///< in commands issued
   uint32_t writesUsed_ = 0;                ///< "WriteCmdUsed" as it was last seen

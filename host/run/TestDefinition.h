@@ -78,7 +78,10 @@ struct TestDefinition {
   std::vector<std::pair<std::string, std::string>> agentOptions;
   std::vector<FaultSpec> faults;  ///< what the drives do wrong on purpose, beneath first
   bool readDataDelivered = true;  ///< false: reads come back without data and nothing is compared, to test a test
-  std::string outputDirectory;    ///< for reports and dumps; empty: the agent's default path stays
+  /// Latest commands of each drive that are remembered with their times, so that a finding can be explained. 0: none,
+  /// and findings come without evidence.
+  uint32_t journalDepth = 0;
+  std::string outputDirectory;  ///< for reports and dumps; empty: the agent's default path stays
 
   /// Whether the host carries out operations of its own on ranges, which takes a place in the drive beside the
   /// `queueDepth` commands of the agent.

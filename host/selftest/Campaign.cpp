@@ -24,6 +24,26 @@ constexpr uint64_t canarySeeds = 20;
 constexpr size_t mostExamples = 5;
 constexpr uint64_t earliestStrike = 60;  ///< when the queue is filled and reads have begun
 constexpr uint64_t strikeWindow = 240;
+constexpr uint32_t rememberedCommands = 2048;  ///< more than a test of the campaign has
+
+/// Adds what became of an explanation to a cell. Returns what is wrong with it; empty when nothing is.
+std::string addExplanation(CellResult& cell, const ExplanationVerdict& verdict) {
+  std::string wrong = verdict.wrong;
+  if (!verdict.explained) {
+    wrong = "there was nothing to explain it with";
+  } else {
+    ++cell.kinds[findingKindName(verdict.kind)];
+    cell.suspected += verdict.suspected ? 1 : 0;
+    cell.suspectedFirst += verdict.suspectedFirst ? 1 : 0;
+    if (wrong.empty() && !verdict.suspected) {
+      wrong = std::string("explained as ") + findingKindName(verdict.kind) + " by other faults";
+    }
+  }
+  if (!wrong.empty()) {
+    ++cell.contradicted;
+  }
+  return wrong;
+}
 
 /// A folder of a run's own; gone with it.
 class ScratchFolder {
@@ -51,13 +71,28 @@ JudgedTest judgedTest(const TestDefinition& test) {
     return std::ranges::any_of(options, [name](const auto& one) { return one.first == name && one.second == "true"; });
   };
   const uint64_t step = on("Use Skip Commands") ? 2 : 1;
-  return {.maxSpan = test.maxBlocks * step, .looksForSplices = on("Write Splice Detection"), .slidesReads = on("Slide Reads")};
+  return {.maxSpan = test.maxBlocks * step,
+          .looksForSplices = on("Write Splice Detection"),
+          .slidesReads = on("Slide Reads")};
 }
 
 std::string whyNotExpressible(FaultClass what, const Workload& workload) {
   const FaultSpec spec{.what = what, .atCommand = 1, .most = 1};
   const auto drive = openDrive(workload.test.driveAddresses.front(), 1);
   return faultNeeds(spec, faultSurroundings(workload.test), drive->geometry());
+}
+
+bool isFound(Verdict verdict) { return verdict == Verdict::named || verdict == Verdict::found; }
+
+std::map<std::string, uint64_t> merged(const std::vector<CellResult>& cells,
+                                       std::map<std::string, uint64_t> CellResult::*counts) {
+  std::map<std::string, uint64_t> sum;
+  for (const CellResult& cell : cells) {
+    for (const auto& [name, count] : cell.*counts) {
+      sum[name] += count;
+    }
+  }
+  return sum;
 }
 
 bool mustNotBe(Verdict verdict) {
@@ -78,12 +113,14 @@ uint64_t ClassResult::visible() const {
   return total(Verdict::named) + total(Verdict::found) + total(Verdict::explained) + total(Verdict::missed);
 }
 
-std::map<std::string, uint64_t> ClassResult::reasons() const {
-  std::map<std::string, uint64_t> sum;
+std::map<std::string, uint64_t> ClassResult::reasons() const { return merged(cells, &CellResult::reasons); }
+
+std::map<std::string, uint64_t> ClassResult::kinds() const { return merged(cells, &CellResult::kinds); }
+
+uint64_t ClassResult::sum(uint64_t CellResult::*count) const {
+  uint64_t sum = 0;
   for (const CellResult& cell : cells) {
-    for (const auto& [reason, count] : cell.reasons) {
-      sum[reason] += count;
-    }
+    sum += cell.*count;
   }
   return sum;
 }
@@ -98,7 +135,9 @@ uint64_t CampaignResult::blocksCompared() const {
 
 bool CampaignResult::passed() const {
   const bool classesPassed = std::ranges::none_of(classes, [](const ClassResult& one) {
-    return one.total(Verdict::missed) + one.total(Verdict::falseAlarm) + one.total(Verdict::broken) != 0;
+    return one.total(Verdict::missed) + one.total(Verdict::falseAlarm) + one.total(Verdict::broken) +
+               one.sum(&CellResult::contradicted) !=
+           0;
   });
   const bool cleanPassed = std::ranges::none_of(clean, [](const CleanResult& one) { return one.alarms != 0; });
   return classesPassed && cleanPassed && canary.count[static_cast<size_t>(Verdict::missed)] != 0;
@@ -108,6 +147,7 @@ TestDefinition Campaign::testOf(const Workload& workload, FaultClass what, uint6
   TestDefinition test = workload.test;
   test.seed = deriveSeed(seed, workload.name, static_cast<uint64_t>(what));
   Random random(test.seed);
+  test.journalDepth = rememberedCommands;
   test.faults = {{.what = what, .atCommand = earliestStrike + random.below(strikeWindow), .most = 1}};
   return test;
 }
@@ -157,25 +197,40 @@ void Campaign::parallel(uint64_t count, const std::function<void(uint64_t)>& wor
 }
 
 CellResult Campaign::runCell(FaultClass what, const Workload& workload, uint64_t seeds) {
-  std::vector<Judgement> judgements(seeds);
+  struct One {
+    Judgement judgement;
+    ExplanationVerdict explanation;
+  };
+  std::vector<One> runs(seeds);
   parallel(seeds, [&](uint64_t index) {
     const TestDefinition test = testOf(workload, what, plan_.firstSeed + index);
-    judgements[index] = judge(what, runTest(test), judgedTest(test));
+    const RunResult result = runTest(test);
+    One& one = runs[index];
+    one.judgement = judge(what, result, judgedTest(test));
+    if (isFound(one.judgement.verdict)) {
+      one.explanation = checkExplanation(what, result);
+    }
   });
   CellResult cell;
   cell.workload = workload.name;
   cell.runs = seeds;
   for (uint64_t index = 0; index < seeds; ++index) {
-    const auto& [verdict, reason] = judgements[index];
+    const auto& [verdict, reason] = runs[index].judgement;
     ++cell.count[static_cast<size_t>(verdict)];
     if (verdict == Verdict::masked || verdict == Verdict::explained) {
       ++cell.reasons[reason];
     }
-    if (mustNotBe(verdict) && cell.examples.size() < mostExamples) {
+    std::string complaint = reason;
+    bool wrong = mustNotBe(verdict);
+    if (isFound(verdict)) {
+      complaint = addExplanation(cell, runs[index].explanation);
+      wrong = !complaint.empty();
+    }
+    if (wrong && cell.examples.size() < mostExamples) {
       const uint64_t seed = plan_.firstSeed + index;
       cell.examples.push_back({.text = std::string(verdictName(verdict)) + ": " + faultClassInfo(what).name +
                                        ", workload " + workload.name + ", seed " + std::to_string(seed) +
-                                       (reason.empty() ? "" : ": " + reason),
+                                       (complaint.empty() ? "" : ": " + complaint),
                                .test = testOf(workload, what, seed)});
     }
   }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/fault/FaultClass.h"
+#include "host/selftest/ExplanationCheck.h"
 #include "host/selftest/Verdict.h"
 #include "host/selftest/Workload.h"
 #include "vdl/Agent.h"
@@ -38,7 +39,11 @@ struct CellResult {
   uint64_t runs = 0;
   std::array<uint64_t, verdicts> count{};   ///< by Verdict
   std::map<std::string, uint64_t> reasons;  ///< of masked and explained
-  std::vector<CampaignExample> examples;    ///< of what must not be: the first few, with seed and command line
+  std::map<std::string, uint64_t> kinds;    ///< of the found ones: what the explanation called them
+  uint64_t suspected = 0;                   ///< of the found ones: explanations that name the class
+  uint64_t suspectedFirst = 0;              ///< of those: explanations that name it first
+  uint64_t contradicted = 0;  ///< explanations with a fact that the ledger contradicts, or without the class
+  std::vector<CampaignExample> examples;  ///< of what must not be: the first few, with seed and command line
 };
 
 struct ClassResult {
@@ -47,6 +52,9 @@ struct ClassResult {
   std::vector<std::string> inexpressible;  ///< workloads in which it cannot
 
   uint64_t total(Verdict verdict) const;
+  /// What the explanations called the found ones.
+  std::map<std::string, uint64_t> kinds() const;
+  uint64_t sum(uint64_t CellResult::*count) const;
   /// Injections that somebody had to notice.
   uint64_t visible() const;
   std::map<std::string, uint64_t> reasons() const;
@@ -68,7 +76,8 @@ struct CampaignResult {
   CellResult canary;
   uint64_t elapsedMs = 0;
 
-  /// Every class that must be found was, no clean run alarmed, and the canary was missed.
+  /// Every class that must be found was, and explained without contradiction; no clean run alarmed; the canary was
+  /// missed.
   bool passed() const;
   uint64_t blocksCompared() const;
 };

@@ -1,0 +1,58 @@
+#include "host/explain/Neighbours.h"
+
+#include <algorithm>
+
+namespace corvane::host {
+namespace {
+
+using State = NeighbourBlock::State;
+
+/// Whether a zone reset or an invalidation has undone what a command wrote.
+bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents) {
+  return std::ranges::any_of(incidents, [&](const Incident& incident) {
+    return incident.afterCommand >= change.number && incident.firstLba <= lba && lba < incident.endLba;
+  });
+}
+
+NeighbourBlock judge(uint64_t lba, const std::vector<uint8_t>& now, const FindingEvidence& evidence,
+                     const WrittenData& data, const std::vector<Incident>& incidents) {
+  NeighbourBlock block;
+  block.lba = lba;
+  if (now.empty()) {
+    block.state = State::unreadable;
+    return block;
+  }
+  const std::vector<const JournalEntry*> changes = data.changesOf(lba, evidence.journal->issuedCount() + 1);
+  const bool settled = !changes.empty() && changes.front()->endedWell() && !isUndone(*changes.front(), lba, incidents);
+  for (const JournalEntry* change : changes) {
+    if (data.contentOf(*change, lba) == now) {
+      block.commandId = change->commandId;
+      if (settled) {
+        block.state = change == changes.front() ? State::expected : State::old;
+      }
+      return block;
+    }
+  }
+  if (std::ranges::all_of(now, [](uint8_t byte) { return byte == 0; })) {
+    block.state = settled ? State::zeros : State::unknown;
+  } else {
+    block.state = settled ? State::other : State::unknown;
+    if (data.isGenuine(now)) {
+      block.commandId = stampOf(now)->commandId;
+    }
+  }
+  return block;
+}
+
+}  // namespace
+
+std::vector<NeighbourBlock> neighbours(const FindingEvidence& evidence, const WrittenData& data) {
+  const std::vector<Incident> incidents = evidence.journal->incidents();
+  std::vector<NeighbourBlock> blocks;
+  for (size_t i = 0; i < evidence.reread.size(); ++i) {
+    blocks.push_back(judge(evidence.rereadFirst + i, evidence.reread[i], evidence, data, incidents));
+  }
+  return blocks;
+}
+
+}  // namespace corvane::host

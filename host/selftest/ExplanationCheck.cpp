@@ -1,0 +1,84 @@
+#include "host/selftest/ExplanationCheck.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "host/explain/Explainer.h"
+
+namespace corvane::host {
+namespace {
+
+/// Whether the struck command is the one that should have decided the altered blocks' content.
+bool strikesTheDecidingWrite(FaultClass what) {
+  switch (what) {
+    case FaultClass::bitFlipRest:
+    case FaultClass::bitFlipWrite:
+    case FaultClass::lostWrite:
+    case FaultClass::tornWrite:
+    case FaultClass::tornWrite4k:
+    case FaultClass::trimIgnored:
+    case FaultClass::writeSameShort:
+    case FaultClass::wrongStatus:
+    case FaultClass::zeroedBlock:
+    case FaultClass::swappedBlock:
+    case FaultClass::mixedCommands:
+    case FaultClass::crossTalk:
+    case FaultClass::protectionDamage:
+      return true;
+    default:
+      return false;
+  }
+}
+
+const AlteredBlock* alteredAt(const Injection& injection, uint64_t lba) {
+  const auto found =
+      std::ranges::find_if(injection.altered, [lba](const AlteredBlock& block) { return block.lba == lba; });
+  return found == injection.altered.end() ? nullptr : &*found;
+}
+
+std::string wrongFact(const Explanation& e, const Injection& injection) {
+  const AlteredBlock* altered = alteredAt(injection, e.lba);
+  if (altered == nullptr) {
+    const bool namesNoBlock =
+        e.kind == FindingKind::atomicOrder || e.kind == FindingKind::verifyAlarm || e.kind == FindingKind::unknown;
+    return namesNoBlock ? "" : "the block was not altered";
+  }
+  if (e.difference && !altered->is.empty()) {
+    if (e.driveBlock != altered->is) {
+      return "the drive's block is another one";
+    }
+    if (e.referenceBlock != altered->was) {
+      return "the reference is another one";
+    }
+    const Difference real = differenceOf(*altered);
+    if (real.first != e.difference->first || real.bytes != e.difference->bytes) {
+      return "the difference is another one";
+    }
+  }
+  if (strikesTheDecidingWrite(injection.what) && e.kind != FindingKind::unknown &&
+      (!e.expectedWrite || e.expectedWrite->lba != injection.lba || e.expectedWrite->blocks != injection.blocks ||
+       e.expectedWrite->kind != injection.kind)) {
+    return "the deciding command is another one";
+  }
+  return {};
+}
+
+}  // namespace
+
+ExplanationVerdict checkExplanation(FaultClass what, const RunResult& result) {
+  ExplanationVerdict verdict;
+  for (size_t drive = 0; drive < result.drives.size(); ++drive) {
+    const std::optional<Explanation> explanation = explainDrive(result, drive);
+    if (!explanation || result.drives[drive].injections.empty()) {
+      continue;
+    }
+    verdict.explained = true;
+    verdict.kind = explanation->kind;
+    verdict.suspected = std::ranges::find(explanation->suspects, what) != explanation->suspects.end();
+    verdict.suspectedFirst = verdict.suspected && explanation->suspects.front() == what;
+    verdict.wrong = wrongFact(*explanation, result.drives[drive].injections.front());
+  }
+  return verdict;
+}
+
+}  // namespace corvane::host
