@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -24,6 +25,7 @@
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"
 #include "host/drive/DriveError.h"
+#include "host/explain/Explainer.h"
 #include "host/run/ConfigurationError.h"
 
 namespace corvane::host {
@@ -126,9 +128,17 @@ std::string flagOf(std::string_view refusal, const TestDefinition& test) {
   return {};
 }
 
+/// The test with a journal, so that what it finds can be explained.
+TestDefinition rememberingTest(const RunSettings& settings) {
+  constexpr uint32_t rememberedCommands = 1U << 15;
+  TestDefinition test = settings.test;
+  test.journalDepth = rememberedCommands;
+  return test;
+}
+
 std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines, RunSurroundings surroundings) {
   try {
-    return std::make_unique<TestRun>(settings.test, &lines, std::move(surroundings));
+    return std::make_unique<TestRun>(rememberingTest(settings), &lines, std::move(surroundings));
   } catch (const ConfigurationError& error) {
     throw UsageError(flagOf(error.what(), settings.test) + error.what());
   } catch (const DriveAddressError& error) {
@@ -158,6 +168,14 @@ bool writeResult(const RunSettings& settings, const std::string& document) {
     std::fprintf(stderr, "corvane: %s\n", printable(error.what()).c_str());
     return false;
   }
+}
+
+std::vector<std::optional<Explanation>> explainAll(const RunResult& result) {
+  std::vector<std::optional<Explanation>> explanations;
+  for (size_t drive = 0; drive < result.drives.size(); ++drive) {
+    explanations.push_back(explainDrive(result, drive));
+  }
+  return explanations;
 }
 
 RunResult runWithStatus(TestRun& run, Console& out, const AgentLines& lines, const RunSettings& settings) {
@@ -201,9 +219,10 @@ int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundi
     out.line(outputText(settings));
   }
   const RunResult result = runWithStatus(*run, out, lines, settings);
-  const bool written = writeResult(settings, runJson(settings, drives, run->warnings(), result));
+  const std::vector<std::optional<Explanation>> explanations = explainAll(result);
+  const bool written = writeResult(settings, runJson(settings, drives, run->warnings(), result, explanations));
   if (!settings.quiet || result.status != RunStatus::clean) {
-    out.write(summaryText(settings, result));
+    out.write(summaryText(settings, result, explanations));
   }
   return written || result.status != RunStatus::clean ? exitStatusOf(result.status) : exit_status::internal;
 }

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/cli/ExitStatus.h"
+#include "host/cli/ExplanationJson.h"
 #include "host/cli/InjectionJson.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/Version.h"
@@ -57,6 +58,31 @@ Json messagesJson(const AgentMessages& messages) {
   return object;
 }
 
+Json latencyJson(const LatencyHistogram& histogram) {
+  Json object;
+  object["count"] = histogram.count();
+  object["minUs"] = histogram.minUs();
+  object["meanUs"] = histogram.meanUs();
+  object["p50Us"] = histogram.percentileUs(50);
+  object["p90Us"] = histogram.percentileUs(90);
+  object["p99Us"] = histogram.percentileUs(99);
+  object["p999Us"] = histogram.percentileUs(99.9);
+  object["maxUs"] = histogram.maxUs();
+  object["buckets"] = histogram.buckets();
+  return object;
+}
+
+Json latenciesJson(const CommandJournal* journal) {
+  Json object = Json::object();
+  for (uint32_t kind = 0; journal != nullptr && kind < commandKinds; ++kind) {
+    const LatencyHistogram& histogram = journal->latencies().at(kind);
+    if (histogram.count() != 0) {
+      object[commandKindName(static_cast<CommandKind>(kind))] = latencyJson(histogram);
+    }
+  }
+  return object;
+}
+
 Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) {
   const DriveGeometry& shape = introduction.geometry;
   Json object;
@@ -76,8 +102,18 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   object["elapsedMs"] = drive.elapsedMs;
   object["injections"] = injectionsJson(drive.injections);
   object["messages"] = messagesJson(drive.messages);
+  object["latency"] = latenciesJson(drive.journal.get());
   object["files"] = {{"reports", drive.messages.reports}, {"dumps", drive.messages.dumps}};
   return object;
+}
+
+/// Index of the drive that a finding is about.
+size_t driveOf(const Finding& finding, const RunResult& result) {
+  size_t index = 0;
+  while (index < result.drives.size() && result.drives[index].name != finding.drive) {
+    ++index;
+  }
+  return index;
 }
 
 Json heading(const RunSettings& settings, RunStatus status, std::string_view error) {
@@ -103,7 +139,8 @@ void finish(Json& document, bool stopped, uint64_t elapsedMs, const std::vector<
 }  // namespace
 
 std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduction>& drives,
-                    const std::vector<std::string>& warnings, const RunResult& result) {
+                    const std::vector<std::string>& warnings, const RunResult& result,
+                    const std::vector<std::optional<Explanation>>& explanations) {
   Json document = heading(settings, result.status, "");
   finish(document, result.stopped, result.elapsedMs, warnings);
   for (size_t i = 0; i < result.drives.size(); ++i) {
@@ -116,6 +153,9 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
     object["lba"] = finding.lba ? Json(*finding.lba) : Json();
     object["text"] = finding.text;
     object["files"] = finding.files;
+    if (const size_t drive = driveOf(finding, result); drive < explanations.size() && explanations[drive]) {
+      object["explanation"] = explanationJson(*explanations[drive], replayLine(settings));
+    }
     document["findings"].push_back(std::move(object));
   }
   return documentText(document);

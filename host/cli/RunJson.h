@@ -1,10 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/cli/RunSettings.h"
+#include "host/explain/Explanation.h"
 #include "host/run/RunResult.h"
 #include "host/run/TestRun.h"
 
@@ -46,6 +48,8 @@ namespace corvane::host {
 /// | `bytes`         | `written`, `read`, `compared`                                                             |
 /// | `elapsedMs`     | number                                                                                    |
 /// | `messages`      | what the agent said: `warnings`, `errors` (numbers), `lines` (`level`, `text`; the first) |
+/// | `latency`       | by kind, microseconds: `count`, `minUs`, `meanUs`, `p50Us`, `p90Us`, `p99Us`, `p999Us`,   |
+/// |                 | `maxUs`, `buckets` (pairs of an upper bound and a count)                                  |
 /// | `files`         | `reports` and `dumps`: paths                                                              |
 ///
 /// Of a drive's `commands`, all numbers:
@@ -63,8 +67,11 @@ namespace corvane::host {
 /// Text that is not UTF-8 has its wrong bytes replaced.
 
 /// The document of a test that ran.
+///
+/// @param explanations of the drives' findings, one a drive; may be empty
 std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduction>& drives,
-                    const std::vector<std::string>& warnings, const RunResult& result);
+                    const std::vector<std::string>& warnings, const RunResult& result,
+                    const std::vector<std::optional<Explanation>>& explanations = {});
 
 /// The document of a test that could not begin.
 std::string failedRunJson(const RunSettings& settings, RunStatus status, std::string_view error);

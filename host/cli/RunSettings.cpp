@@ -1,5 +1,6 @@
 #include "host/cli/RunSettings.h"
 
+#include "host/cli/TextFormat.h"
 #include "host/cli/ValueParsers.h"
 
 namespace corvane::host {
@@ -70,5 +71,7 @@ std::vector<std::string> repeatCommand(const RunSettings& settings) {
   words.addIf(settings.pluginGiven, "--plugin", test.pluginPath);
   return words.take();
 }
+
+std::string replayLine(const RunSettings& settings) { return shellLine({"corvane", "replay", settings.jsonPath}); }
 
 }  // namespace corvane::host

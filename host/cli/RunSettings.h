@@ -27,4 +27,7 @@ struct RunSettings {
 /// are left out, the seed never is.
 std::vector<std::string> repeatCommand(const RunSettings& settings);
 
+/// The line for a shell that runs a test to its finding again, from its JSON document.
+std::string replayLine(const RunSettings& settings);
+
 }  // namespace corvane::host

@@ -1,7 +1,10 @@
 #include "host/cli/RunSummary.h"
 
+#include <sstream>
+
 #include "host/cli/ExitStatus.h"
 #include "host/cli/TextFormat.h"
+#include "host/explain/HexComparison.h"
 
 namespace corvane::host {
 namespace {
@@ -91,6 +94,15 @@ std::string driveSummary(const DriveResult& drive, size_t findings) {
   return text;
 }
 
+std::string indented(const std::string& lines, size_t indent) {
+  std::istringstream in(lines);
+  std::string text;
+  for (std::string line; std::getline(in, line);) {
+    text += std::string(indent, ' ') + line + "\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string verdictText(const DriveResult& drive) {
@@ -112,17 +124,38 @@ std::string resultLine(RunStatus status) {
          ")";
 }
 
-std::string summaryText(const RunSettings& settings, const RunResult& result) {
+std::string explanationText(const Explanation& explanation) {
+  constexpr size_t width = 110;
+  constexpr size_t indent = 4;
   std::string text;
-  for (const DriveResult& drive : result.drives) {
+  for (const std::string& sentence : explanation.sentences) {
+    text += wrapText(printable(sentence), width, indent);
+  }
+  if (!explanation.driveBlock.empty() && !explanation.referenceBlock.empty()) {
+    text += "\n" + indented(hexComparison(explanation.driveBlock, explanation.referenceBlock), indent);
+  }
+  return text;
+}
+
+std::string summaryText(const RunSettings& settings, const RunResult& result,
+                        const std::vector<std::optional<Explanation>>& explanations) {
+  std::string text;
+  for (size_t i = 0; i < result.drives.size(); ++i) {
+    const DriveResult& drive = result.drives[i];
     size_t findings = 0;
     for (const Finding& finding : result.findings) {
       findings += finding.drive == drive.name ? 1U : 0U;
     }
     text += "\n" + driveSummary(drive, findings);
+    if (i < explanations.size() && explanations[i]) {
+      text += "  what was found\n" + explanationText(*explanations[i]);
+    }
   }
   text += result.stopped ? "\nStopped before its end.\n" : "\n";
   text += "Repeat with:\n  " + shellLine(repeatCommand(settings)) + "\n";
+  if (!result.findings.empty()) {
+    text += "Run it to the finding again with:\n  " + replayLine(settings) + "\n";
+  }
   return text + resultLine(result.status) + "\n";
 }
 

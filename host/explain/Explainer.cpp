@@ -31,6 +31,7 @@ class Explainer {
 
   Explanation explain() {
     e_.lba = evidence_.lba;
+    e_.sectorBytes = evidence_.geometry.sectorBytes();
     e_.history = evidence_.history;
     e_.legal = legalOutcomesIn(evidence_.history, evidence_.lba);
     findRead();

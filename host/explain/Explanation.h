@@ -73,6 +73,7 @@ struct Explanation {
   std::vector<std::string> sentences;  ///< the whole for people, in order
 
   uint64_t lba = 0;                           ///< of the wrong block
+  uint32_t sectorBytes = 0;                   ///< of a block, protection bytes included
   std::optional<JournalEntry> read;           ///< the read or verify that met it
   std::optional<BlockStamp> expected;         ///< what the reference says of itself
   std::optional<BlockStamp> observed;         ///< what the block says of itself
