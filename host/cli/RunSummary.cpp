@@ -127,12 +127,13 @@ std::string resultLine(RunStatus status) {
 std::string explanationText(const Explanation& explanation) {
   constexpr size_t width = 110;
   constexpr size_t indent = 4;
+  constexpr size_t shownLines = 6;  // the report has them all
   std::string text;
   for (const std::string& sentence : explanation.sentences) {
     text += wrapText(printable(sentence), width, indent);
   }
   if (!explanation.driveBlock.empty() && !explanation.referenceBlock.empty()) {
-    text += "\n" + indented(hexComparison(explanation.driveBlock, explanation.referenceBlock), indent);
+    text += "\n" + indented(hexComparison(explanation.driveBlock, explanation.referenceBlock, shownLines), indent);
   }
   return text;
 }

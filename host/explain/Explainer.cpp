@@ -199,16 +199,16 @@ class Explainer {
     if (const std::optional<WrittenBlock> writer = data_.writerOf(e_.driveBlock, e_.lba)) {
       return of(*writer);
     }
+    if (evidence_.embedded && data_.isGenuine(e_.driveBlock)) {
+      // Written before the first command that is remembered.
+      e_.observedLba = e_.observed->lba;
+      return e_.observedLba == e_.lba ? FindingKind::oldData : FindingKind::otherLba;
+    }
     if (isOfAnotherDrive()) {
       return FindingKind::otherDrive;
     }
     if (e_.difference && isTorn()) {
       return FindingKind::torn;
-    }
-    if (evidence_.embedded && data_.isGenuine(e_.driveBlock)) {
-      // Written before the first command that is remembered.
-      e_.observedLba = e_.observed->lba;
-      return e_.observedLba == e_.lba ? FindingKind::oldData : FindingKind::otherLba;
     }
     if (mayBeFromBefore()) {
       return FindingKind::oldData;
@@ -262,7 +262,7 @@ class Explainer {
     if (difference.first > 0) {
       const std::optional<WrittenBlock> rest = data_.writerOfPart(e_.driveBlock, difference.first, size, e_.lba);
       const bool zeros = isZero(std::span(e_.driveBlock).subspan(difference.first));
-      const bool other = difference.isDense() && difference.last + 2 >= size;
+      const bool other = difference.first >= stampBytes && difference.isDense() && difference.last + 2 >= size;
       if (rest || zeros || other) {
         e_.observedWrite = e_.expectedWrite;
         e_.observedLba = e_.lba;

@@ -38,21 +38,31 @@ bool isEqualLine(std::span<const uint8_t> a, std::span<const uint8_t> b, size_t 
   return std::ranges::equal(line(a), line(b));
 }
 
+/// How many lines from one on are equal.
+size_t equalLines(std::span<const uint8_t> a, std::span<const uint8_t> b, size_t from, size_t size) {
+  size_t lines = 0;
+  while (from + lines * bytesPerLine < size && isEqualLine(a, b, from + lines * bytesPerLine)) {
+    ++lines;
+  }
+  return lines;
+}
+
 }  // namespace
 
-std::string hexComparison(std::span<const uint8_t> drive, std::span<const uint8_t> reference) {
+std::string hexComparison(std::span<const uint8_t> drive, std::span<const uint8_t> reference, size_t mostDiffering) {
   const size_t size = std::max(drive.size(), reference.size());
   std::string text = "offset   drive                                             reference\n";
-  size_t from = 0;
-  while (from < size) {
-    size_t equal = 0;
-    while (from + equal * bytesPerLine < size && isEqualLine(drive, reference, from + equal * bytesPerLine)) {
-      ++equal;
-    }
+  size_t differing = 0;
+  for (size_t from = 0; from < size;) {
+    const size_t equal = equalLines(drive, reference, from, size);
     if (equal > shownEqualLines) {
       text += "         ... " + std::to_string(equal) + " equal lines\n";
       from += equal * bytesPerLine;
       continue;
+    }
+    if (equal == 0 && ++differing > mostDiffering) {
+      text += "         ... " + std::to_string((size - from + bytesPerLine - 1) / bytesPerLine) + " more lines\n";
+      break;
     }
     char offset[24];
     std::snprintf(offset, sizeof offset, "0x%04zX  ", from);

@@ -115,9 +115,8 @@ class Sentences {
   void whatItIs() {
     switch (e_.kind) {
       case FindingKind::oldData:
-        say(isFromBefore()
-                ? "No command of this test had written the block before: it is what was there before the test."
-                : "It is old data of this LBA, written by " + writerText() + ".");
+        say(isFromBefore() ? "It is nothing that this test wrote, so what was there before the test."
+                           : "It is old data of this LBA, written by " + writerText() + ".");
         break;
       case FindingKind::otherLba:
         say("It is data that belongs on LBA " + number(e_.observedLba) + ", written by " + writerText() + ".");
