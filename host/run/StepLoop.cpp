@@ -205,6 +205,7 @@ void StepLoop::absorbTakenBackTags() {
   if ((thread_.conditions & ConditionSet::powerToggleBit) == 0) {
     drive_.reset();
     counters_.resets.add(1);
+    settings_.observer->onReset(settings_.driveIndex);
     forgetOutstanding();
   }
 }
@@ -352,6 +353,7 @@ void StepLoop::cutPower() {
   }
   drive_.powerCycle();
   counters_.powerCycles.add(1);
+  settings_.observer->onPowerCycle(settings_.driveIndex);
   forgetOutstanding();
   epo_ = 1;
 }
@@ -359,6 +361,7 @@ void StepLoop::cutPower() {
 int32_t StepLoop::resetDevice() {
   drive_.reset();
   counters_.resets.add(1);
+  settings_.observer->onReset(settings_.driveIndex);
   const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
   if (status == 0 && tags_.outstanding() != 0) {
     throw std::logic_error("the agent left tags outstanding after a reset of the device");

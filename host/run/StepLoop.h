@@ -14,6 +14,7 @@
 #include "host/run/HostClock.h"
 #include "host/run/LbaAgent.h"
 #include "host/run/RangeOperations.h"
+#include "host/run/RunObserver.h"
 #include "host/run/TagMemory.h"
 #include "host/run/TestDefinition.h"
 #include "host/run/ZoneWriter.h"
@@ -39,7 +40,9 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
-  FaultLedger* ledger = nullptr;  ///< told of the commands of a drive that does wrong on purpose
+  FaultLedger* ledger = nullptr;                 ///< told of the commands of a drive that does wrong on purpose
+  RunObserver* observer = &RunObserver::none();  ///< told of resets and power cuts; never null
+  uint32_t driveIndex = 0;                       ///< as the observer knows the drive
 };
 
 /// Makes the steps of one drive's test.
