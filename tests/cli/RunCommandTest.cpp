@@ -206,12 +206,8 @@ TEST_F(FlippedByteTest, isFoundReportedAndDocumented) {
 
 TEST(StopTest, aSignalEndsTheTestWithItsSummary) {
   const TempFolder folder;
-  RunningProgram program(folder, {"run", "--drive", "sim:64m", "--time", "1h", "--output", "out"});
-  // The status comes when the test runs, and signals are caught by then.
-  while (!program.ended() && program.outSoFar().find(" outstanding ") == std::string::npos) {
-    std::this_thread::yield();
-  }
-  ASSERT_FALSE(program.ended()) << program.wait().err;
+  RunningProgram program(folder, {"run", "--drive", "sim:64m", "--time", "1h", "--output", "out", "--events", "events"});
+  waitForEvent(folder, program, "start");
   kill(program.pid(), SIGINT);
   const ProgramEnd end = program.wait();
   EXPECT_EQ(end.status, 0) << end.err;
