@@ -15,6 +15,9 @@ constexpr std::string_view eraseToScreenEnd = "\x1b[J";
 constexpr std::string_view red = "\x1b[1;31m";
 constexpr std::string_view plain = "\x1b[0m";
 
+/// Kept free at the right: "^C" that a terminal echoes must not begin a new line, or we no longer know where ours are.
+constexpr size_t echoColumns = 3;
+
 std::string joined(const std::vector<std::string>& lines, std::string_view between) {
   std::string text;
   for (size_t i = 0; i < lines.size(); ++i) {
@@ -102,7 +105,7 @@ std::vector<std::string> Console::fitting(const std::vector<std::string>& lines)
     shown.back() = "and " + std::to_string(lines.size() - most + 1) + " more";
   }
   for (std::string& line : shown) {
-    line = firstCharacters(line, screen.columns > 1 ? screen.columns - 1 : 0);
+    line = firstCharacters(line, screen.columns > echoColumns ? screen.columns - echoColumns : 0);
   }
   return shown;
 }

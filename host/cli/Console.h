@@ -23,8 +23,8 @@ class Console {
  public:
   /// @param stream   stays open as long as the object
   /// @param terminal whether a status can be redrawn and colours are understood
-  /// @param screen   asked at each redrawing, because people change their windows: a status line is cut to one column
-  ///                 less, and of too many lines the last ones are counted instead of shown
+  /// @param screen   asked at each redrawing, because people change their windows: a status line is cut so that the
+  ///                 echo of Ctrl-C fits behind it, and of too many lines the last ones are counted instead of shown
   Console(std::FILE* stream, bool terminal, std::function<ScreenSize()> screen)
       : stream_(stream), terminal_(terminal), screen_(std::move(screen)) {}
 

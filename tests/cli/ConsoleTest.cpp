@@ -61,8 +61,8 @@ TEST_F(ConsoleTest, whatStaysStandsAboveTheStatus) {
 
 TEST_F(ConsoleTest, aLineIsCutToTheWidthThatTheTerminalHasNow) {
   terminal_.status({"0123456789012345678901234"});
-  EXPECT_EQ(put(), "0123456789012345678\x1b[J");
-  screen_.columns = 5;
+  EXPECT_EQ(put(), "01234567890123456\x1b[J");
+  screen_.columns = 7;
   terminal_.status({"\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F\xC3\xA9\xC3\xA8"});
   EXPECT_EQ(put(), "\r\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F\x1b[J") << "characters are not torn";
 }

@@ -158,7 +158,7 @@ TEST(EventStreamReaderTest, passesOverEventsThatItDoesNotKnow) {
 
 TEST(EventStreamReaderTest, survivesAnyBytes) {
   const std::string stream = streamOf(everyEvent());
-  SplitMix64 random(1);
+  Random random(1);
   uint64_t faults = 0;
   for (int round = 0; round < 3000; ++round) {
     std::string damaged = stream;

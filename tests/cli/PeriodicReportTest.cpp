@@ -65,7 +65,7 @@ class PeriodicReportTest : public ::testing::Test {
   EventStream events_{std::make_unique<EventFile>("--events", folder_ / "events"), clock_, [](const std::string&) {}};
   std::FILE* stream_ = std::tmpfile();
   Console file_{stream_, false, [] { return ScreenSize(); }};
-  Console terminal_{stream_, true, [] { return ScreenSize{.columns = 40, .rows = 24}; }};
+  Console terminal_{stream_, true, [] { return ScreenSize{.columns = 42, .rows = 24}; }};
   ProgressSnapshot now_;
 };
 

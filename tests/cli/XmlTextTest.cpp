@@ -15,7 +15,10 @@ TEST(XmlTextTest, keepsTabsAndLineBreaksThroughAnAttribute) { EXPECT_EQ(xmlText(
 
 TEST(XmlTextTest, leavesControlCharactersOut) {
   EXPECT_EQ(xmlText(std::string("a\0b\x1b[1m\x7f", 8)), "ab[1m");
-  EXPECT_EQ(xmlText("a\xC2\x9B" "b"), "ab") << "those above 0x80 too";
+  EXPECT_EQ(xmlText("a\xC2\x9B"
+                    "b"),
+            "ab")
+      << "those above 0x80 too";
 }
 
 TEST(XmlTextTest, keepsCharactersOfEveryLength) {
@@ -23,7 +26,11 @@ TEST(XmlTextTest, keepsCharactersOfEveryLength) {
   EXPECT_EQ(xmlText(text), text);
 }
 
-TEST(XmlTextTest, leavesOutWhatXmlExcludes) { EXPECT_EQ(xmlText("a\xEF\xBF\xBE\xEF\xBF\xBF" "b"), "ab"); }
+TEST(XmlTextTest, leavesOutWhatXmlExcludes) {
+  EXPECT_EQ(xmlText("a\xEF\xBF\xBE\xEF\xBF\xBF"
+                    "b"),
+            "ab");
+}
 
 TEST(XmlTextTest, replacesBytesThatAreNoText) {
   EXPECT_EQ(xmlText("\xFF"), replacement);
