@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <csignal>
 #include <memory>
@@ -113,6 +114,30 @@ TEST_F(EventStreamTest, aFullDiskIsToldOnceAndDisturbsNobody) {
   stream->onReset(0);
   stream->end({});
   EXPECT_THAT(warnings_, ElementsAre("No space left on device"));
+}
+
+/// A limit of the process stands for a disk that is full for a while.
+TEST_F(EventStreamTest, saysHowManyEventsAreMissing) {
+  const auto stream = streamTo(path_);
+  stream->start(twoDrives());
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  rlimit none = before;
+  none.rlim_cur = 1;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+  stream->onReset(0);
+  stream->onReset(1);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, handler);
+  stream->onPowerCycle(1);
+  stream->onReset(0);
+  const std::vector<std::string> lines = linesOf(path_);
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[1], R"({"t":0,"event":"lost","events":2})");
+  EXPECT_THAT(lines[2], HasSubstr("powerCycle"));
+  EXPECT_THAT(lines[3], HasSubstr("reset"));
+  EXPECT_EQ(warnings_.size(), 1U);
 }
 
 TEST(SignalNameTest, isTheUsualOne) {
