@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ using testing::FakeAgent;
 using testing::FakeDrive;
 using ::testing::IsEmpty;
 using testing::ManualClock;
+using ::testing::UnorderedElementsAre;
 
 /// Writes down what it is told.
 struct NotingObserver final : RunObserver {
@@ -36,9 +38,13 @@ struct NotingObserver final : RunObserver {
     note(drive, std::string("end ") + runStatusName(result.status) + ", " +
                     std::to_string(result.totals.commandsIssued()) + " commands");
   }
-  void note(uint32_t drive, const std::string& what) { told.push_back(std::to_string(drive) + ": " + what); }
+  void note(uint32_t drive, const std::string& what) {
+    const std::lock_guard lock(mutex);
+    told.push_back(std::to_string(drive) + ": " + what);
+  }
 
-  std::vector<std::string> told;  // one drive only, so one thread
+  std::mutex mutex;
+  std::vector<std::string> told;
 };
 
 class RunObserverTest : public ::testing::Test {
@@ -81,6 +87,15 @@ TEST_F(RunObserverTest, isToldOfEachResetAndOfTheEnd) {
   test.resetEveryCommands = 8;
   run(&observer);
   EXPECT_THAT(observer.told, ElementsAre("0: reset", "0: reset", "0: end clean, 20 commands"));
+}
+
+TEST_F(RunObserverTest, isToldWhichDriveItIs) {
+  agent.onExecute = read;
+  test.driveAddresses = {"fake:a", "fake:b"};
+  test.resetEveryCommands = 12;
+  run(&observer);
+  EXPECT_THAT(observer.told,
+              UnorderedElementsAre("0: reset", "0: end clean, 20 commands", "1: reset", "1: end clean, 20 commands"));
 }
 
 TEST_F(RunObserverTest, isToldOfAPowerCut) {
