@@ -42,9 +42,9 @@ void AgentLines::onAgentLine(uint32_t driveIndex, int level, std::string_view te
   }
 }
 
-uint64_t AgentLines::findings() const {
+std::vector<bool> AgentLines::found() const {
   const std::lock_guard lock(mutex_);
-  return static_cast<uint64_t>(std::count(found_.begin(), found_.end(), true));
+  return found_;
 }
 
 }  // namespace corvane::host

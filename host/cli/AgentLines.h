@@ -25,8 +25,8 @@ class AgentLines final : public RunObserver {
 
   void onAgentLine(uint32_t driveIndex, int level, std::string_view text) override;
 
-  /// Drives with a finding so far. Any thread.
-  uint64_t findings() const;
+  /// Whether there was a finding, by drive. Any thread.
+  std::vector<bool> found() const;
 
  private:
   Console& console_;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "host/cli/TextFormat.h"
@@ -9,10 +10,21 @@
 namespace corvane::host {
 namespace {
 
-constexpr std::string_view eraseLine = "\r\x1b[K";
+constexpr std::string_view eraseToLineEnd = "\x1b[K";
+constexpr std::string_view eraseToScreenEnd = "\x1b[J";
 constexpr std::string_view red = "\x1b[1;31m";
 constexpr std::string_view plain = "\x1b[0m";
-constexpr size_t usualColumns = 100;
+
+/// Kept free at the right: "^C" that a terminal echoes must not begin a new line, or we no longer know where ours are.
+constexpr size_t echoColumns = 3;
+
+std::string joined(const std::vector<std::string>& lines, std::string_view between) {
+  std::string text;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    text.append(i == 0 ? "" : between).append(lines[i]);
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -21,65 +33,81 @@ Console Console::of(std::FILE* stream) {
   const char* noColor = std::getenv("NO_COLOR");
   const char* term = std::getenv("TERM");
   const bool dumb = (noColor != nullptr && *noColor != '\0') || term == nullptr || std::string_view(term) == "dumb";
-  return Console(stream, isatty(fd) != 0 && !dumb, terminalWidth(fd, usualColumns));
+  return Console(stream, isatty(fd) != 0 && !dumb, [fd] {
+    const ScreenSize usual;
+    return ScreenSize{.columns = terminalWidth(fd, usual.columns), .rows = terminalHeight(fd, usual.rows)};
+  });
 }
 
 void Console::line(std::string_view text) {
   const std::lock_guard lock(mutex_);
-  erase();
-  put(text);
-  put("\n");
-  redraw();
+  putAbove(std::string(text) + "\n");
 }
 
 void Console::alarm(std::string_view text) {
   const std::lock_guard lock(mutex_);
-  erase();
-  put(terminal_ ? red : "");
-  put(text);
-  put(terminal_ ? plain : "");
-  put("\n");
-  redraw();
+  std::string marked(terminal_ ? red : "");
+  marked.append(text).append(terminal_ ? plain : "").append("\n");
+  putAbove(marked);
 }
 
 void Console::write(std::string_view text) {
   const std::lock_guard lock(mutex_);
-  erase();
-  put(text);
-  redraw();
+  putAbove(std::string(text));
 }
 
-void Console::status(std::string_view text) {
+void Console::status(const std::vector<std::string>& lines) {
   const std::lock_guard lock(mutex_);
   if (!terminal_) {
-    put(text);
-    put("\n");
-    std::fflush(stream_);
+    put(joined(lines, "\n") + (lines.empty() ? "" : "\n"));
     return;
   }
-  erase();
-  status_ = text.substr(0, columns_ > 1 ? columns_ - 1 : 0);
-  redraw();
+  // Written over what stands there instead of erased first: so nothing flickers.
+  const std::string top = toTop();
+  status_ = fitting(lines);
+  put(top + joined(status_, std::string(eraseToLineEnd) + "\n") + std::string(eraseToScreenEnd));
 }
 
 void Console::clearStatus() {
   const std::lock_guard lock(mutex_);
-  erase();
-  status_.clear();
-  std::fflush(stream_);
-}
-
-void Console::put(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stream_); }
-
-void Console::erase() {
   if (!status_.empty()) {
-    put(eraseLine);
+    put(toTop() + std::string(eraseToScreenEnd));
+    status_.clear();
   }
 }
 
-void Console::redraw() {
-  put(status_);
+void Console::put(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stream_);
   std::fflush(stream_);
+}
+
+void Console::putAbove(const std::string& text) {
+  if (status_.empty()) {
+    put(text);
+  } else {
+    put(toTop() + std::string(eraseToScreenEnd) + text + joined(status_, "\n"));
+  }
+}
+
+std::string Console::toTop() const {
+  if (status_.empty()) {
+    return {};
+  }
+  return status_.size() == 1 ? "\r" : "\r\x1b[" + std::to_string(status_.size() - 1) + "A";
+}
+
+std::vector<std::string> Console::fitting(const std::vector<std::string>& lines) const {
+  const ScreenSize screen = screen_();
+  const size_t most = std::max<size_t>(screen.rows, 2) - 1;
+  std::vector<std::string> shown(lines.begin(),
+                                 lines.begin() + static_cast<std::ptrdiff_t>(std::min(most, lines.size())));
+  if (lines.size() > most) {
+    shown.back() = "and " + std::to_string(lines.size() - most + 1) + " more";
+  }
+  for (std::string& line : shown) {
+    line = firstCharacters(line, screen.columns > echoColumns ? screen.columns - echoColumns : 0);
+  }
+  return shown;
 }
 
 }  // namespace corvane::host

@@ -8,6 +8,15 @@
 
 namespace corvane::host {
 
+std::string fileOfDrive(const std::string& address) {
+  try {
+    const DriveAddress parts(address);
+    return parts.scheme() == "file" ? parts.target() : "";
+  } catch (const DriveAddressError&) {
+    return {};  // whoever opens it says what is wrong
+  }
+}
+
 NewPaths::~NewPaths() {
   for (auto path = absent_.rbegin(); path != absent_.rend(); ++path) {
     std::error_code ignored;
@@ -30,13 +39,8 @@ void NewPaths::watch(const std::string& path) {
 }
 
 void NewPaths::watchDrive(const std::string& address) {
-  try {
-    const DriveAddress parts(address);
-    if (parts.scheme() == "file" && !parts.target().empty()) {
-      watch(parts.target());
-    }
-  } catch (const DriveAddressError&) {
-    return;  // whoever opens it says what is wrong
+  if (const std::string path = fileOfDrive(address); !path.empty()) {
+    watch(path);
   }
 }
 

@@ -5,6 +5,9 @@
 
 namespace corvane::host {
 
+/// The path of the file behind a drive address; empty for a drive that is no file, and for an address that is wrong.
+std::string fileOfDrive(const std::string& address);
+
 /// Files and folders that did not exist before; takes them away again when destroyed, unless they are kept.
 ///
 /// So a test that is refused late, after its drive file or its folder was made, leaves nothing behind. What existed

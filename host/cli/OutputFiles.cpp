@@ -72,6 +72,21 @@ class TemporaryFile {
   throw UsageError(std::string(flag) + " '" + path + "' " + fault + "; " + std::string(remedy));
 }
 
+bool sameFile(const std::string& a, const std::string& b) {
+  std::error_code fault;
+  if (a.empty() || b.empty()) {
+    return false;
+  }
+  if (std::filesystem::equivalent(a, b, fault)) {
+    return true;
+  }
+  // Files that are not there yet have only their names.
+  const auto place = [&fault](const std::string& path) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path, fault), fault);
+  };
+  return place(a) == place(b);
+}
+
 constexpr std::string_view otherFile = "name a file in a folder that exists and can be written to";
 
 }  // namespace
@@ -88,10 +103,29 @@ void prepareOutputDirectory(std::string_view flag, const std::string& path) {
   }
 }
 
+void checkDistinct(const std::vector<std::string>& drives, const std::vector<NamedFile>& outputs) {
+  std::vector<NamedFile> taken;
+  for (const std::string& drive : drives) {
+    taken.push_back({.flag = "--drive", .path = drive});
+  }
+  for (const NamedFile& output : outputs) {
+    for (const NamedFile& other : taken) {
+      if (sameFile(output.path, other.path)) {
+        refuse(output.flag, output.path, "is the file of " + other.flag + " too", "give each a file of its own");
+      }
+    }
+    taken.push_back(output);
+  }
+}
+
 void checkReplaceable(std::string_view flag, const std::string& path) {
   std::error_code fault;
-  if (std::filesystem::is_directory(path, fault)) {
+  const std::filesystem::file_status status = std::filesystem::status(path, fault);
+  if (std::filesystem::is_directory(status)) {
     refuse(flag, path, "is a folder", otherFile);
+  }
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    refuse(flag, path, "is no regular file", otherFile);
   }
   if (const int error = TemporaryFile(path).error(); error != 0) {
     refuse(flag, path, "cannot be written: " + causeOf(error), otherFile);

@@ -1,23 +1,24 @@
 #include "host/cli/RunCommand.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
+#include <exception>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <thread>
 #include <utility>
 
 #include "host/cli/AgentLines.h"
+#include "host/cli/EventStream.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/NewPaths.h"
+#include "host/cli/ObserverList.h"
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/OutputFiles.h"
-#include "host/cli/Progress.h"
-#include "host/cli/RunJson.h"
+#include "host/cli/PeriodicReport.h"
+#include "host/cli/RunDocuments.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/StopSignals.h"
 #include "host/cli/TextFormat.h"
@@ -27,44 +28,38 @@
 #include "host/drive/DriveError.h"
 #include "host/explain/Explainer.h"
 #include "host/run/ConfigurationError.h"
+#include "host/run/HostClock.h"
 
 namespace corvane::host {
 namespace {
 
-constexpr std::chrono::milliseconds terminalInterval{500};
-constexpr std::chrono::milliseconds lineInterval{2000};
-
-/// Shows a test's status again and again, on a thread of its own, until destroyed.
-class StatusReporter {
+/// Tells where a test stands, on a thread of its own, until destroyed.
+class ReportThread {
  public:
-  StatusReporter(Console& out, const TestRun& run, const AgentLines& lines, const StopSignals& signals,
-                 uint64_t timeLimitMs)
-      : out_(out), thread_([this, &run, &lines, &signals, timeLimitMs](const std::stop_token& stop) {
-          Progress progress(timeLimitMs);
-          while (!waitFor(stop)) {
-            out_.status(progress.next(run.progress(), lines.findings(), signals.received()));
-          }
-        }) {}
-  ~StatusReporter() {
-    thread_.request_stop();
+  /// All parameters outlive the object.
+  ReportThread(PeriodicReport& report, const StopSignals& signals, HostClock& clock)
+      : report_(report), signals_(signals), clock_(clock), thread_([this] { tellUntilDone(); }) {}
+  ~ReportThread() {
+    done_.store(true);
+    signals_.wake();
     thread_.join();
-    out_.clearStatus();
   }
-  StatusReporter(const StatusReporter&) = delete;
-  StatusReporter& operator=(const StatusReporter&) = delete;
+  ReportThread(const ReportThread&) = delete;
+  ReportThread& operator=(const ReportThread&) = delete;
 
  private:
-  /// @return whether to stop
-  bool waitFor(const std::stop_token& stop) {
-    std::unique_lock lock(mutex_);
-    const auto interval = out_.isTerminal() ? terminalInterval : lineInterval;
-    wake_.wait_for(lock, stop, interval, [] { return false; });
-    return stop.stop_requested();
+  void tellUntilDone() {
+    const uint64_t beganUs = clock_.steadyUs();
+    while (!done_.load()) {
+      const uint64_t dueMs = report_.tell((clock_.steadyUs() - beganUs) / 1000, signals_.received());
+      signals_.wait(std::chrono::milliseconds(dueMs));
+    }
   }
 
-  Console& out_;
-  std::mutex mutex_;
-  std::condition_variable_any wake_;
+  PeriodicReport& report_;
+  const StopSignals& signals_;
+  HostClock& clock_;
+  std::atomic<bool> done_{false};
   std::jthread thread_;  // last: it uses the others
 };
 
@@ -101,12 +96,6 @@ std::string outputText(const RunSettings& settings) {
          printable(settings.jsonPath);
 }
 
-void prepareOutput(const RunSettings& settings, NewPaths& made) {
-  made.watch(settings.test.outputDirectory);
-  prepareOutputDirectory("--output", settings.test.outputDirectory);
-  checkReplaceable(settings.jsonGiven ? "--json" : "--output", settings.jsonPath);
-}
-
 /// The flag that a refusal is about; empty when no single one is.
 std::string flagOf(std::string_view refusal, const TestDefinition& test) {
   const bool rangeGiven = test.firstLba != 0 || test.endLba != 0;
@@ -136,21 +125,6 @@ TestDefinition rememberingTest(const RunSettings& settings) {
   return test;
 }
 
-std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines, RunSurroundings surroundings) {
-  try {
-    return std::make_unique<TestRun>(rememberingTest(settings), &lines, std::move(surroundings));
-  } catch (const ConfigurationError& error) {
-    throw UsageError(flagOf(error.what(), settings.test) + error.what());
-  } catch (const DriveAddressError& error) {
-    throw UsageError(std::string("--drive: ") + error.what());
-  } catch (const DriveError& error) {
-    if (settings.jsonGiven) {
-      replaceFile("--json", settings.jsonPath, failedRunJson(settings, RunStatus::drive, error.what()));
-    }
-    throw;
-  }
-}
-
 void checkAgent(const RunSettings& settings) {
   try {
     checkOptionSettings("--set", settings.test.pluginPath, settings.test.agentOptions);
@@ -159,15 +133,15 @@ void checkAgent(const RunSettings& settings) {
   }
 }
 
-/// What was found must still be told when the document cannot be written: so this is no exception.
-bool writeResult(const RunSettings& settings, const std::string& document) {
-  try {
-    replaceFile(settings.jsonGiven ? "--json" : "--output", settings.jsonPath, document);
-    return true;
-  } catch (const UsageError& error) {
-    std::fprintf(stderr, "corvane: %s\n", printable(error.what()).c_str());
-    return false;
+/// An output that overwrites another one, or what is tested, is refused before anything is written.
+void checkOutputsDistinct(const RunSettings& settings) {
+  std::vector<std::string> drives;
+  for (const std::string& address : settings.test.driveAddresses) {
+    drives.push_back(fileOfDrive(address));
   }
+  checkDistinct(drives, {{settings.jsonGiven ? "--json" : "--output", settings.jsonPath},
+                         {"--events", settings.eventsPath},
+                         {"--junit", settings.junitPath}});
 }
 
 std::vector<std::optional<Explanation>> explainAll(const RunResult& result) {
@@ -178,53 +152,155 @@ std::vector<std::optional<Explanation>> explainAll(const RunResult& result) {
   return explanations;
 }
 
-RunResult runWithStatus(TestRun& run, Console& out, const AgentLines& lines, const RunSettings& settings) {
-  const StopSignals signals(run);
-  if (settings.quiet) {
-    return run.run();
+/// One run, from the opening of the drives to its summary.
+class Session {
+ public:
+  Session(const RunSettings& settings, Console& out, RunDocuments& documents, RunSurroundings surroundings)
+      : settings_(settings),
+        out_(out),
+        documents_(documents),
+        clock_(surroundings.clock != nullptr ? *surroundings.clock : HostClock::real()),
+        lines_(out) {
+    observers_.add(lines_);
+    if (surroundings.agent == nullptr) {
+      checkAgent(settings);
+    }
+    NewPaths made;
+    for (const std::string& address : settings.test.driveAddresses) {
+      made.watchDrive(address);
+    }
+    run_ = openTest(std::move(surroundings));
+    if (!settings.outputGiven) {
+      usualFolder_.watch(settings.test.outputDirectory);
+    }
+    prepareOutput(made);
+    made.keep();
+    drives_ = run_->drives();
+    lines_.setDrives(driveNames());
   }
-  const StatusReporter status(out, run, lines, signals, settings.test.timeLimitMs);
-  return run.run();
-}
+
+  /// @return the exit status
+  int carryOut() {
+    if (!settings_.quiet) {
+      introduce(out_, settings_, *run_);
+    }
+    if (!settings_.quiet || !settings_.outputGiven) {
+      out_.line(outputText(settings_));
+    }
+    documents_.begin(run_->warnings());
+    const StopSignals signals(*run_);  // until the documents are written
+    const RunResult result = runAndReport(signals);
+    const std::vector<std::optional<Explanation>> explanations = explainAll(result);
+    const bool written = documents_.finish(drives_, run_->warnings(), result, explanations);
+    if (!settings_.quiet || result.status != RunStatus::clean) {
+      out_.write(summaryText(settings_, result, explanations));
+    }
+    return written || result.status != RunStatus::clean ? exitStatusOf(result.status) : exit_status::internal;
+  }
+
+ private:
+  std::unique_ptr<TestRun> openTest(RunSurroundings surroundings) {
+    try {
+      return std::make_unique<TestRun>(rememberingTest(settings_), &observers_, std::move(surroundings));
+    } catch (const ConfigurationError& error) {
+      throw UsageError(flagOf(error.what(), settings_.test) + error.what());
+    } catch (const DriveAddressError& error) {
+      throw UsageError(std::string("--drive: ") + error.what());
+    }
+  }
+
+  void prepareOutput(NewPaths& made) {
+    made.watch(settings_.test.outputDirectory);
+    prepareOutputDirectory("--output", settings_.test.outputDirectory);
+    documents_.check();
+    if (settings_.eventsPath.empty()) {
+      return;
+    }
+    made.watch(settings_.eventsPath);
+    events_ = std::make_unique<EventStream>(
+        std::make_unique<EventFile>("--events", settings_.eventsPath), clock_, [this](const std::string& cause) {
+          out_.line("warning: --events '" + printable(settings_.eventsPath) + "' cannot be written: " + cause +
+                    "; the test goes on, events are missing");
+        });
+    observers_.add(*events_);
+  }
+
+  std::vector<std::string> driveNames() const {
+    std::vector<std::string> names;
+    names.reserve(drives_.size());
+    for (const DriveIntroduction& drive : drives_) {
+      names.push_back(drive.name);
+    }
+    return names;
+  }
+
+  RunResult runAndReport(const StopSignals& signals) {
+    if (events_ != nullptr) {
+      events_->start({.version = programVersion(),
+                      .seed = settings_.test.seed,
+                      .seedDrawn = settings_.seedDrawn,
+                      .repeat = repeatCommand(settings_),
+                      .warnings = run_->warnings(),
+                      .drives = drives_});
+    }
+    try {
+      const RunResult result = runWithReport(signals);
+      tellEnd(
+          {.status = result.status, .exitStatus = exitStatusOf(result.status), .stopped = result.stopped, .error = ""});
+      return result;
+    } catch (const std::exception& error) {
+      const RunStatus status = runStatusOf(error);
+      tellEnd({.status = status, .exitStatus = exitStatusOf(status), .stopped = false, .error = error.what()});
+      throw;
+    }
+  }
+
+  RunResult runWithReport(const StopSignals& signals) {
+    const TestDefinition& test = settings_.test;
+    PeriodicReport report({.progress = [this] { return run_->progress(); }, .found = [this] { return lines_.found(); }},
+                          {.drives = driveNames(),
+                           .queueDepth = test.queueDepth,
+                           .timeLimitMs = test.timeLimitMs,
+                           .commandLimit = test.commandLimit},
+                          settings_.quiet ? nullptr : &out_, events_.get());
+    RunResult result;
+    {
+      const ReportThread thread(report, signals, clock_);
+      result = run_->run();
+    }
+    report.tellStop(signals.received());  // one that came last of all
+    return result;
+  }
+
+  void tellEnd(const EndEvent& end) {
+    if (events_ != nullptr) {
+      events_->end(end);
+    }
+  }
+
+  const RunSettings& settings_;
+  Console& out_;
+  RunDocuments& documents_;
+  HostClock& clock_;
+  NewPaths usualFolder_;  // goes again when nothing was put into it
+  AgentLines lines_;
+  std::unique_ptr<EventStream> events_;
+  ObserverList observers_;
+  std::unique_ptr<TestRun> run_;  // it uses the observers
+  std::vector<DriveIntroduction> drives_;
+};
 
 }  // namespace
 
 int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings) {
-  if (surroundings.agent == nullptr) {
-    checkAgent(settings);
+  checkOutputsDistinct(settings);
+  RunDocuments documents(settings);
+  try {
+    return Session(settings, out, documents, std::move(surroundings)).carryOut();
+  } catch (const std::exception& error) {
+    documents.fail(runStatusOf(error), error.what());
+    throw;
   }
-  NewPaths made;
-  for (const std::string& address : settings.test.driveAddresses) {
-    made.watchDrive(address);
-  }
-  AgentLines lines(out);
-  const std::unique_ptr<TestRun> run = openTest(settings, lines, std::move(surroundings));
-  NewPaths usualFolder;  // goes again when nothing was put into it
-  if (!settings.outputGiven) {
-    usualFolder.watch(settings.test.outputDirectory);
-  }
-  prepareOutput(settings, made);
-  made.keep();
-  const std::vector<DriveIntroduction> drives = run->drives();
-  std::vector<std::string> names;
-  names.reserve(drives.size());
-  for (const DriveIntroduction& drive : drives) {
-    names.push_back(drive.name);
-  }
-  lines.setDrives(std::move(names));
-  if (!settings.quiet) {
-    introduce(out, settings, *run);
-  }
-  if (!settings.quiet || !settings.outputGiven) {
-    out.line(outputText(settings));
-  }
-  const RunResult result = runWithStatus(*run, out, lines, settings);
-  const std::vector<std::optional<Explanation>> explanations = explainAll(result);
-  const bool written = writeResult(settings, runJson(settings, drives, run->warnings(), result, explanations));
-  if (!settings.quiet || result.status != RunStatus::clean) {
-    out.write(summaryText(settings, result, explanations));
-  }
-  return written || result.status != RunStatus::clean ? exitStatusOf(result.status) : exit_status::internal;
 }
 
 }  // namespace corvane::host

@@ -160,6 +160,12 @@ void RunCommandLine::addOutputFlags(CLI::App& run) {
       withDefault("Folder for reports and dumps; created when it is not there.", usualOutputDirectory));
   add(run, outputGroup, "--json", "FILE",
       withDefault("The result for programs; replaced when it is there.", std::string("DIR/") + usualJsonName));
+  add(run, outputGroup, "--events", "FILE",
+      "What happens while it happens, one JSON object a line; replaced when it is there. A run that is killed leaves "
+      "it "
+      "readable.");
+  add(run, outputGroup, "--junit", "FILE",
+      "The result for systems that read JUnit's XML, one case a drive; replaced when it is there.");
   run.add_flag("--quiet", quiet_,
                HelpFormat::described("Says nothing unless something was found or failed, or the default output folder "
                                      "is used."))
@@ -277,6 +283,12 @@ void RunCommandLine::readOutput(RunSettings& settings) const {
     checkNotEmpty("--json", *text, "a file");
     settings.jsonPath = *text;
     settings.jsonGiven = true;
+  }
+  for (const auto& [flag, path] : {std::pair("--events", &settings.eventsPath), {"--junit", &settings.junitPath}}) {
+    if (const std::string* text = once(flag)) {
+      checkNotEmpty(flag, *text, "a file");
+      *path = *text;
+    }
   }
   test.pluginPath = defaultPluginPath();
   if (const std::string* text = once("--plugin")) {

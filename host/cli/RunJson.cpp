@@ -4,6 +4,7 @@
 
 #include "host/cli/ExitStatus.h"
 #include "host/cli/ExplanationJson.h"
+#include "host/cli/FiguresJson.h"
 #include "host/cli/InjectionJson.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/Version.h"
@@ -16,34 +17,6 @@ using Json = nlohmann::ordered_json;
 std::string documentText(const Json& document) {
   constexpr int indent = 2;
   return document.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-Json byKind(const std::array<uint64_t, commandKinds>& counts) {
-  Json object = Json::object();
-  for (uint32_t kind = 0; kind < commandKinds; ++kind) {
-    object[commandKindName(static_cast<CommandKind>(kind))] = counts[kind];
-  }
-  return object;
-}
-
-void addFigures(Json& object, const DriveTotals& totals) {
-  Json& commands = object["commands"];
-  commands["issued"] = byKind(totals.issued);
-  commands["completed"] = byKind(totals.completed);
-  commands["failed"] = totals.failed;
-  commands["retried"] = totals.retried;
-  commands["heldBack"] = totals.heldBack;
-  commands["stray"] = totals.stray;
-  commands["maxOutstanding"] = totals.maxOutstanding;
-  object["events"] = {{"resets", totals.resets},
-                      {"powerCycles", totals.powerCycles},
-                      {"zoneResets", totals.zoneResets},
-                      {"invalidations", totals.invalidations}};
-  object["blocks"] = {{"written", totals.blocksWritten},
-                      {"trimmed", totals.blocksTrimmed},
-                      {"read", totals.blocksRead},
-                      {"compared", totals.blocksCompared}};
-  object["bytes"] = {{"written", totals.bytesWritten}, {"read", totals.bytesRead}, {"compared", totals.bytesCompared}};
 }
 
 Json messagesJson(const AgentMessages& messages) {
@@ -84,16 +57,8 @@ Json latenciesJson(const CommandJournal* journal) {
 }
 
 Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) {
-  const DriveGeometry& shape = introduction.geometry;
   Json object;
-  object["name"] = drive.name;
-  object["address"] = drive.address;
-  object["description"] = drive.description;
-  object["geometry"] = {{"blocks", shape.blocks},
-                        {"blockSize", shape.blockSize},
-                        {"protectionBytes", shape.protectionBytes},
-                        {"physicalBlockSize", uint64_t{shape.blockSize} << shape.physicalExponent}};
-  object["range"] = {{"firstLba", introduction.firstLba}, {"endLba", introduction.endLba}};
+  addIntroduction(object, introduction);
   object["verdict"] = verdictText(drive);
   object["status"] = runStatusName(drive.status);
   object["agentStatus"] = drive.agentStatus;
@@ -158,6 +123,14 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
     }
     document["findings"].push_back(std::move(object));
   }
+  return documentText(document);
+}
+
+std::string unfinishedRunJson(const RunSettings& settings, const std::vector<std::string>& warnings) {
+  Json document = heading(settings, RunStatus::internal, "the test has not ended; it goes on, or it was killed");
+  document["status"] = "unfinished";
+  document["exitStatus"] = nullptr;
+  finish(document, false, 0, warnings);
   return documentText(document);
 }
 

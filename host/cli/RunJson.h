@@ -20,13 +20,15 @@ namespace corvane::host {
 /// | `seed`          | number                                                                                    |
 /// | `seedDrawn`     | whether the program chose the seed                                                        |
 /// | `repeat`        | the words of the command that repeats the run                                             |
-/// | `status`        | "clean", "data failure", "configuration error", "drive error" or "internal error"         |
-/// | `exitStatus`    | the program's                                                                             |
-/// | `error`         | one line when the test could not begin; else empty, and each drive has its own            |
+/// | `status`        | "clean", "data failure", "configuration error", "drive error" or "internal error"; also   |
+/// |                 | "unfinished": the test goes on, or the program was killed                                 |
+/// | `exitStatus`    | the program's; null when unfinished                                                       |
+/// | `error`         | one line when the test could not begin, broke off as a whole or is unfinished; else empty,|
+/// |                 | and each drive has its own                                                                |
 /// | `stopped`       | whether a signal ended the test                                                           |
 /// | `elapsedMs`     | number                                                                                    |
 /// | `warnings`      | sentences about what weakens the test                                                     |
-/// | `drives`        | one object a drive, in the order of the command line; empty when the test could not begin |
+/// | `drives`        | one object a drive, in the order of the command line; empty without a result              |
 /// | `findings`      | one object a data failure: `drive` (its name), `agentStatus`, `text`, `files`             |
 ///
 /// Of a drive:
@@ -73,7 +75,10 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
                     const std::vector<std::string>& warnings, const RunResult& result,
                     const std::vector<std::optional<Explanation>>& explanations = {});
 
-/// The document of a test that could not begin.
+/// The document that stands there while the test runs.
+std::string unfinishedRunJson(const RunSettings& settings, const std::vector<std::string>& warnings);
+
+/// The document of a test that could not begin, or broke off as a whole.
 std::string failedRunJson(const RunSettings& settings, RunStatus status, std::string_view error);
 
 }  // namespace corvane::host

@@ -20,6 +20,8 @@ struct RunSettings {
   bool outputGiven = false;  ///< not the usual output folder
   std::string jsonPath;      ///< where the JSON document goes
   bool jsonGiven = false;    ///< not the usual file in the output folder
+  std::string eventsPath;    ///< where the events go; empty: nowhere
+  std::string junitPath;     ///< where the JUnit document goes; empty: nowhere
   bool quiet = false;        ///< say nothing unless something was found or failed
 };
 

@@ -1,8 +1,14 @@
 #include "host/cli/StopSignals.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <stdexcept>
+#include <system_error>
 
 #include "host/run/TestRun.h"
 
@@ -10,8 +16,9 @@ namespace corvane::host {
 namespace {
 
 std::atomic<TestRun*> stoppable{nullptr};
-std::atomic<bool> stopReceived{false};
-static_assert(std::atomic<TestRun*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+std::atomic<int> stopReceived{0};
+std::atomic<int> wakeUp{-1};  ///< readable when a wait has to end
+static_assert(std::atomic<TestRun*>::is_always_lock_free && std::atomic<int>::is_always_lock_free,
               "the handler may use nothing that locks");
 
 void setHandler(void (*handler)(int)) {
@@ -24,8 +31,15 @@ void setHandler(void (*handler)(int)) {
   }
 }
 
+void endWait() {
+  const int before = errno;
+  const uint64_t once = 1;
+  [[maybe_unused]] const ssize_t written = write(wakeUp.load(), &once, sizeof(once));  // full: it is readable already
+  errno = before;
+}
+
 void onStop(int signal) {
-  if (stopReceived.exchange(true)) {
+  if (stopReceived.exchange(signal) != 0) {
     std::signal(signal, SIG_DFL);
     std::raise(signal);  // delivered when this handler returns
     return;
@@ -33,6 +47,7 @@ void onStop(int signal) {
   if (TestRun* test = stoppable.load(); test != nullptr) {
     test->requestStop();
   }
+  endWait();
 }
 
 }  // namespace
@@ -42,15 +57,31 @@ StopSignals::StopSignals(TestRun& test) {
   if (!stoppable.compare_exchange_strong(none, &test)) {
     throw std::logic_error("signals stop one test at a time");
   }
-  stopReceived.store(false);
+  stopReceived.store(0);
+  wakeUp.store(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (wakeUp.load() < 0) {
+    stoppable.store(nullptr);
+    throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
+  }
   setHandler(onStop);
 }
 
 StopSignals::~StopSignals() {
   setHandler(SIG_DFL);
   stoppable.store(nullptr);
+  close(wakeUp.exchange(-1));
 }
 
-bool StopSignals::received() const { return stopReceived.load(); }
+int StopSignals::received() const { return stopReceived.load(); }
+
+void StopSignals::wait(std::chrono::milliseconds time) const {
+  pollfd descriptor{.fd = wakeUp.load(), .events = POLLIN, .revents = 0};
+  if (poll(&descriptor, 1, static_cast<int>(time.count())) > 0) {
+    uint64_t times = 0;
+    [[maybe_unused]] const ssize_t got = read(descriptor.fd, &times, sizeof(times));
+  }
+}
+
+void StopSignals::wake() const { endWait(); }
 
 }  // namespace corvane::host

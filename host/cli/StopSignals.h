@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 namespace corvane::host {
 
 class TestRun;
@@ -16,8 +18,13 @@ class StopSignals {
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  /// Any thread.
-  bool received() const;
+  /// The number of the first signal that came; 0: none. Any thread.
+  int received() const;
+
+  /// Waits until the time is over, the first signal comes or somebody calls `wake`; one thread.
+  void wait(std::chrono::milliseconds time) const;
+  /// Ends the wait that goes on, or else the next one. Any thread.
+  void wake() const;
 };
 
 }  // namespace corvane::host

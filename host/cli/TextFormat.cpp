@@ -16,6 +16,12 @@ std::string formatted(const char* format, double value, const char* unit) {
   return text.data();
 }
 
+/// All zero when it is no terminal or does not say.
+winsize terminalSize(int fd) {
+  winsize size{};
+  return isatty(fd) != 0 && ioctl(fd, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
 /// Wraps one line of a text; `line` holds no line break.
 void wrapLine(std::string& out, std::string_view line, size_t width, const std::string& indent) {
   size_t column = 0;
@@ -145,11 +151,35 @@ std::string printable(std::string_view text) {
 }
 
 size_t terminalWidth(int fd, size_t otherwise) {
-  winsize size{};
-  if (isatty(fd) == 0 || ioctl(fd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-    return otherwise;
+  const winsize size = terminalSize(fd);
+  return size.ws_col == 0 ? otherwise : size.ws_col;
+}
+
+size_t terminalHeight(int fd, size_t otherwise) {
+  const winsize size = terminalSize(fd);
+  return size.ws_row == 0 ? otherwise : size.ws_row;
+}
+
+std::string firstCharacters(std::string_view text, size_t most) {
+  size_t end = 0;
+  for (size_t count = 0; end < text.size(); ++end) {
+    const bool begins = (static_cast<unsigned char>(text[end]) & 0xC0) != 0x80;
+    if (begins && ++count > most) {
+      break;
+    }
   }
-  return size.ws_col;
+  return std::string(text.substr(0, end));
+}
+
+std::string shortRateText(uint64_t count, uint64_t ms) {
+  constexpr std::array<const char*, 4> units{"", "k", "M", "G"};
+  double rate = ms == 0 ? 0 : static_cast<double>(count) * 1000 / static_cast<double>(ms);
+  size_t unit = 0;
+  for (; rate >= 999.5 && unit + 1 < units.size(); ++unit) {
+    rate /= 1000;
+  }
+  const char* format = unit == 0 || rate >= 99.95 ? "%.0f%s" : rate >= 9.995 ? "%.1f%s" : "%.2f%s";
+  return formatted(format, rate, units[unit]);
 }
 
 }  // namespace corvane::host

@@ -44,4 +44,13 @@ std::string printable(std::string_view text);
 /// Columns of the terminal behind a file descriptor; `otherwise` when it is none or does not say.
 size_t terminalWidth(int fd, size_t otherwise);
 
+/// Rows, likewise.
+size_t terminalHeight(int fd, size_t otherwise);
+
+/// At most so many characters of a UTF-8 text, from its beginning.
+std::string firstCharacters(std::string_view text, size_t most);
+
+/// Blocks a second with three digits: "0", "999", "1.23k", "408k", "1.02M".
+std::string shortRateText(uint64_t count, uint64_t ms);
+
 }  // namespace corvane::host

@@ -60,6 +60,15 @@ void DriveRun::run() noexcept {
   } catch (const std::exception& error) {
     failed(RunStatus::internal, error.what());
   }
+  conclude(beganUs);
+  ended_.store(true, std::memory_order_release);
+  if (const std::optional<Finding> finding = findingOf(result_)) {
+    context_.observer->onFinding(index_, *finding);
+  }
+  context_.observer->onDriveEnd(index_, result_);
+}
+
+void DriveRun::conclude(uint64_t beganUs) {
   result_.totals = totals();
   result_.messages = log_.messages();
   if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
@@ -105,6 +114,8 @@ StepSettings DriveRun::stepSettings() const {
   settings.watchdogMs = test.watchdogMs;
   settings.ledger = ledger_.get();
   settings.journal = journal_.get();
+  settings.observer = context_.observer;
+  settings.driveIndex = index_;
   return settings;
 }
 

@@ -28,7 +28,7 @@ struct RunContext {
   const void* configData;
   HostClock& clock;
   const std::atomic<bool>& stop;
-  RunObserver* observer;
+  RunObserver* observer;  ///< never null
 };
 
 /// One drive's part of a test, from `initDriveData` to `freeDriveData`.
@@ -41,7 +41,10 @@ class DriveRun {
   /// Runs the whole test; the body of the drive's thread. Nothing is thrown: every end is in the result.
   void run() noexcept;
 
-  /// After `run` has returned.
+  /// Whether the test of this drive is over. Any thread.
+  bool ended() const { return ended_.load(std::memory_order_acquire); }
+
+  /// Once it has ended. Any thread.
   const DriveResult& result() const { return result_; }
 
   /// Any thread.
@@ -59,6 +62,8 @@ class DriveRun {
   RangeSettings rangeSettings() const;
   std::unique_ptr<LbaAgent> makeLbaSource() const;
   void runTest();
+  /// Completes the result of a test that is over.
+  void conclude(uint64_t beganUs);
   void runAgent(DriveThreadHost& host);
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
@@ -84,6 +89,7 @@ class DriveRun {
   uint64_t foundUs_ = 0;
   uint64_t foundAfter_ = 0;
   DriveResult result_;
+  std::atomic<bool> ended_{false};
 };
 
 }  // namespace corvane::host

@@ -92,6 +92,20 @@ DriveTotals& DriveTotals::operator+=(const DriveTotals& other) {
   return *this;
 }
 
+std::optional<Finding> findingOf(const DriveResult& drive) {
+  if (statusOfAgentCode(drive.agentStatus) != RunStatus::dataFailure) {
+    return std::nullopt;
+  }
+  Finding finding;
+  finding.drive = drive.name;
+  finding.agentStatus = drive.agentStatus;
+  finding.lba = drive.findingLba;
+  finding.text = drive.error;
+  finding.files = drive.messages.reports;
+  finding.files.insert(finding.files.end(), drive.messages.dumps.begin(), drive.messages.dumps.end());
+  return finding;
+}
+
 DriveTotals RunResult::totals() const {
   DriveTotals sum;
   for (const DriveResult& drive : drives) {

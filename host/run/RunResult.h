@@ -103,6 +103,9 @@ struct DriveResult {
   uint64_t elapsedMs = 0;
 };
 
+/// The data failure in which a drive's test ended, if it ended in one.
+std::optional<Finding> findingOf(const DriveResult& drive);
+
 /// How a test went.
 struct RunResult {
   RunStatus status = RunStatus::clean;  ///< the worst of all drives

@@ -209,6 +209,7 @@ void StepLoop::absorbTakenBackTags() {
     drive_.reset();
     counters_.resets.add(1);
     noteIncident(Incident::What::reset);
+    settings_.observer->onReset(settings_.driveIndex);
     forgetOutstanding();
   }
 }
@@ -363,6 +364,7 @@ void StepLoop::cutPower() {
   drive_.powerCycle();
   counters_.powerCycles.add(1);
   noteIncident(Incident::What::powerCut);
+  settings_.observer->onPowerCycle(settings_.driveIndex);
   forgetOutstanding();
   epo_ = 1;
 }
@@ -371,6 +373,7 @@ int32_t StepLoop::resetDevice() {
   drive_.reset();
   counters_.resets.add(1);
   noteIncident(Incident::What::reset);
+  settings_.observer->onReset(settings_.driveIndex);
   const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
   if (status == 0 && tags_.outstanding() != 0) {
     throw std::logic_error("the agent left tags outstanding after a reset of the device");

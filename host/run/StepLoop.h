@@ -15,6 +15,7 @@
 #include "host/run/HostClock.h"
 #include "host/run/LbaAgent.h"
 #include "host/run/RangeOperations.h"
+#include "host/run/RunObserver.h"
 #include "host/run/TagMemory.h"
 #include "host/run/TestDefinition.h"
 #include "host/run/ZoneWriter.h"
@@ -40,8 +41,10 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
-  FaultLedger* ledger = nullptr;      ///< told of the commands of a drive that does wrong on purpose
-  CommandJournal* journal = nullptr;  ///< told of every command; null: nobody wants to know
+  FaultLedger* ledger = nullptr;                 ///< told of the commands of a drive that does wrong on purpose
+  CommandJournal* journal = nullptr;             ///< told of every command; null: nobody wants to know
+  RunObserver* observer = &RunObserver::none();  ///< told of resets and power cuts; never null
+  uint32_t driveIndex = 0;                       ///< as the observer knows the drive
 };
 
 /// Makes the steps of one drive's test.

@@ -28,7 +28,9 @@ constexpr uint64_t faultSeedStep = 1000;  ///< more drives than a test has
 
 struct TestRun::State {
   State(TestDefinition definition, RunObserver* runObserver, RunSurroundings surroundings)
-      : test(std::move(definition)), observer(runObserver), world(std::move(surroundings)) {}
+      : test(std::move(definition)),
+        observer(runObserver != nullptr ? runObserver : &RunObserver::none()),
+        world(std::move(surroundings)) {}
 
   const vdl::AgentTable& loadAgent() {
     return world.agent != nullptr ? *world.agent : plugin.emplace(test.pluginPath).table();
@@ -185,14 +187,8 @@ RunResult TestRun::run() {
   for (const auto& run : state.runs) {
     const DriveResult& drive = result.drives.emplace_back(run->result());
     result.status = worse(result.status, drive.status);
-    if (statusOfAgentCode(drive.agentStatus) == RunStatus::dataFailure) {
-      Finding& finding = result.findings.emplace_back();
-      finding.drive = drive.name;
-      finding.agentStatus = drive.agentStatus;
-      finding.lba = drive.findingLba;
-      finding.text = drive.error;
-      finding.files = drive.messages.reports;
-      finding.files.insert(finding.files.end(), drive.messages.dumps.begin(), drive.messages.dumps.end());
+    if (std::optional<Finding> finding = findingOf(drive)) {
+      result.findings.push_back(*std::move(finding));
     }
   }
   return result;
@@ -203,7 +199,11 @@ void TestRun::requestStop() noexcept { state_->stop.store(true, std::memory_orde
 ProgressSnapshot TestRun::progress() const {
   ProgressSnapshot snapshot;
   for (const auto& run : state_->runs) {
-    snapshot.totals += run->totals();
+    DriveProgress& drive = snapshot.drives.emplace_back();
+    drive.ended = run->ended();
+    drive.status = drive.ended ? run->result().status : RunStatus::clean;
+    drive.totals = run->totals();
+    snapshot.totals += drive.totals;
   }
   snapshot.elapsedMs = state_->elapsedMs();
   snapshot.drivesRunning = state_->running.load(std::memory_order_relaxed);

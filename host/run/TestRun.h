@@ -35,9 +35,17 @@ struct DriveIntroduction {
   uint64_t endLba = 0;    ///< excluded
 };
 
-/// Where the test stands; the sums of all drives.
-struct ProgressSnapshot {
+/// Where one drive's test stands.
+struct DriveProgress {
   DriveTotals totals;
+  bool ended = false;
+  RunStatus status = RunStatus::clean;  ///< how it ended
+};
+
+/// Where the test stands.
+struct ProgressSnapshot {
+  DriveTotals totals;                 ///< the sums of all drives
+  std::vector<DriveProgress> drives;  ///< by index
   uint64_t elapsedMs = 0;
   uint32_t drivesRunning = 0;
 };

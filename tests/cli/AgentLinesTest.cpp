@@ -1,5 +1,6 @@
 #include "host/cli/AgentLines.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,6 +8,8 @@
 
 namespace corvane::host {
 namespace {
+
+using ::testing::ElementsAre;
 
 class AgentLinesTest : public ::testing::Test {
  public:
@@ -22,7 +25,7 @@ class AgentLinesTest : public ::testing::Test {
   }
 
   std::FILE* stream_ = std::tmpfile();
-  Console console_{stream_, false, 100};
+  Console console_{stream_, false, [] { return ScreenSize(); }};
   AgentLines lines_{console_};
 };
 
@@ -31,14 +34,14 @@ TEST_F(AgentLinesTest, namesTheDriveOfAWarningAndOfAnError) {
   lines_.onAgentLine(1, 1, "careful");
   lines_.onAgentLine(0, 2, "broken");
   EXPECT_EQ(printed(), "warning: b: careful\nerror: a: broken\n");
-  EXPECT_EQ(lines_.findings(), 0U);
+  EXPECT_THAT(lines_.found(), ElementsAre(false, false));
 }
 
 TEST_F(AgentLinesTest, keepsInformationToItself) {
   lines_.setDrives({"a"});
   lines_.onAgentLine(0, 0, "Miscompare Detected at LBA 0");
   EXPECT_EQ(printed(), "");
-  EXPECT_EQ(lines_.findings(), 0U);
+  EXPECT_THAT(lines_.found(), ElementsAre(false));
 }
 
 TEST_F(AgentLinesTest, marksAFinding) {
@@ -51,16 +54,16 @@ TEST_F(AgentLinesTest, aWarningIsNoFinding) {
   lines_.setDrives({"a"});
   lines_.onAgentLine(0, 1, "Miscompare was expected");
   EXPECT_EQ(printed(), "warning: a: Miscompare was expected\n");
-  EXPECT_EQ(lines_.findings(), 0U);
+  EXPECT_THAT(lines_.found(), ElementsAre(false));
 }
 
-TEST_F(AgentLinesTest, countsADriveWithFindingsOnce) {
+TEST_F(AgentLinesTest, remembersWhichDrivesHaveFindings) {
   lines_.setDrives({"a", "b"});
   lines_.onAgentLine(0, 2, "Miscompare Detected at LBA 1");
   lines_.onAgentLine(0, 2, "Write Splice Detected at LBA 2");
-  EXPECT_EQ(lines_.findings(), 1U);
+  EXPECT_THAT(lines_.found(), ElementsAre(true, false));
   lines_.onAgentLine(1, 2, "execute(): atomic order (-1063)");
-  EXPECT_EQ(lines_.findings(), 2U);
+  EXPECT_THAT(lines_.found(), ElementsAre(true, true));
 }
 
 TEST_F(AgentLinesTest, copesWithADriveThatHasNoName) {

@@ -55,6 +55,8 @@ TEST(HelpTest, explainsEveryFlagOfRunWithItsDefault) {
                            "--set ",
                            "--output DIR",
                            "--json FILE",
+                           "--events FILE",
+                           "--junit FILE",
                            "--plugin FILE",
                            "--quiet",
                            "--zone-reset-every N",

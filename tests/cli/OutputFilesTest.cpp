@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <string>
+
 #include "host/cli/UsageError.h"
 #include "tests/support/TempFolder.h"
 
@@ -78,6 +81,25 @@ TEST(OutputFilesTest, aFailedReplacementLeavesNoTemporaryFile) {
   writeFile(folder / "taken/file", "x");
   EXPECT_THAT(refusal([&] { replaceFile("--json", folder / "taken", "text"); }), HasSubstr("cannot be written"));
   EXPECT_THAT(folder.content(), ElementsAre("taken", "taken/file"));
+}
+
+TEST(OutputFilesTest, outputsAreDistinctWhateverTheyAreCalled) {
+  const TempFolder folder;
+  writeFile(folder / "drive", "x");
+  std::filesystem::create_symlink(folder / "drive", folder / "link");
+  const auto refusalOf = [&folder](const std::string& drive, const std::string& json, const std::string& events) {
+    return refusal([&] { checkDistinct({drive}, {{"--json", json}, {"--events", events}}); });
+  };
+  EXPECT_EQ(refusalOf("", folder / "a", folder / "b"), "accepted");
+  EXPECT_EQ(refusalOf(folder / "drive", folder / "a", ""), "accepted");
+  EXPECT_THAT(refusalOf("", folder / "a", folder / "./a"), HasSubstr("a' is the file of --json too; give each"));
+  EXPECT_THAT(refusalOf(folder / "drive", folder / "link", ""), HasSubstr("link' is the file of --drive too"));
+  EXPECT_THAT(refusalOf(folder / "drive", "", folder / "drive"), StartsWith("--events '"));
+}
+
+TEST(OutputFilesTest, replacesNothingButRegularFiles) {
+  EXPECT_THAT(refusal([] { checkReplaceable("--json", "/dev/null"); }),
+              AllOf(StartsWith("--json '/dev/null' is no regular file"), HasSubstr("name a file")));
 }
 
 }  // namespace

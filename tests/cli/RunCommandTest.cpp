@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -202,22 +201,6 @@ TEST_F(FlippedByteTest, isFoundReportedAndDocumented) {
     EXPECT_THAT(end.out, HasSubstr("\n    " + file.get<std::string>() + "\n"));
     EXPECT_THAT(folder_.content(), Contains(file.get<std::string>()));
   }
-}
-
-TEST(StopTest, aSignalEndsTheTestWithItsSummary) {
-  const TempFolder folder;
-  RunningProgram program(folder, {"run", "--drive", "sim:64m", "--time", "1h", "--output", "out"});
-  // The status comes when the test runs, and signals are caught by then.
-  while (!program.ended() && program.outSoFar().find(" outstanding ") == std::string::npos) {
-    std::this_thread::yield();
-  }
-  ASSERT_FALSE(program.ended()) << program.wait().err;
-  kill(program.pid(), SIGINT);
-  const ProgramEnd end = program.wait();
-  EXPECT_EQ(end.status, 0) << end.err;
-  EXPECT_THAT(end.out, HasSubstr("Stopped before its end.\n"));
-  EXPECT_THAT(end.out, EndsWith("Result: clean, nothing found\n"));
-  EXPECT_EQ(json::parse(readFile(folder / "out/result.json"))["stopped"], true);
 }
 
 }  // namespace

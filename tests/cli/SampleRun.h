@@ -16,6 +16,11 @@ struct SampleRun {
     settings.test.commandLimit = 100;
     settings.test.outputDirectory = "out";
     drives.resize(2);
+    drives[0].name = "sim0";
+    drives[0].address = "sim:1g";
+    drives[0].description = "simulated";
+    drives[1].name = "b.img";
+    drives[1].address = "file:b.img";
     drives[0].geometry = {.blocks = 1000, .blockSize = 4096, .protectionBytes = 8, .physicalExponent = 1};
     drives[0].firstLba = 5;
     drives[0].endLba = 900;

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -129,6 +131,18 @@ std::vector<WrongLine> wrongLines() {
       {"outputBelowNoFolder", run({"--output", "/dev/null/out"}), "--output '/dev/null/out'", "name a folder"},
       {"jsonInNoFolder", run({"--json", "none/x.json"}), "--json 'none/x.json'", "in a folder that exists"},
       {"jsonIsAFolder", run({"--json", "/"}), "--json '/'", "name a file"},
+      {"jsonIsNoRegularFile", run({"--json", "/dev/null"}), "--json '/dev/null'", "name a file"},
+      {"emptyEvents", run({"--events", ""}), "--events ''", "a file"},
+      {"eventsInNoFolder", run({"--events", "none/x"}), "--events 'none/x'", "in a folder that exists"},
+      {"eventsTwice", run({"--events", "a", "--events", "b"}), "--events is given twice", "give it once"},
+      {"emptyJunit", run({"--junit", ""}), "--junit ''", "a file"},
+      {"junitIsAFolder", run({"--junit", "/"}), "--junit '/'", "name a file"},
+      {"twoOutputsInOneFile", run({"--junit", "./x", "--events", "x"}), "--junit './x' is the file of --events too",
+       "give each a file of its own"},
+      {"outputIntoTheDrive",
+       {"run", "--drive", "file:new.img,size=1m", "--json", "new.img"},
+       "--json 'new.img' is the file of --drive too",
+       "give each a file of its own"},
       {"drivesWithWrongAddress", {"drives", "simm:"}, "'simm:'", "file: and sim:"},
       {"drivesWithTwoAddresses", {"drives", "sim:", "sim:"}, "'sim:'", "'corvane drives --help'"},
       {"usageOfNoPlugin", {"usage", "--plugin", "none.so"}, "'none.so'", "give the path"},
@@ -164,12 +178,40 @@ TEST(WrongSecondThoughtsTest, aDriveFileThatWasThereStaysAsItIs) {
   EXPECT_EQ(tests::readFile(folder / "drive.img"), content);
 }
 
-TEST(WrongSecondThoughtsTest, aDocumentThatWasThereStaysAsItIs) {
+TEST(WrongSecondThoughtsTest, whatNobodyAskedForByNameStaysAsItIs) {
   const TempFolder folder;
-  tests::writeFile(folder / "result.json", "old");
-  const ProgramEnd end = runCorvane(folder, run({"--json", "result.json", "--output", "/dev/null/out"}));
+  tests::writeFile(folder / "events", "old");
+  std::filesystem::create_directory(folder / "out");
+  tests::writeFile(folder / "out/result.json", "old");
+  const ProgramEnd end =
+      runCorvane(folder, run({"--output", "out", "--events", "events", "--junit", "none/x", "--xfer", "1..9"}));
   EXPECT_EQ(end.status, 2);
-  EXPECT_EQ(tests::readFile(folder / "result.json"), "old");
+  EXPECT_EQ(tests::readFile(folder / "out/result.json"), "old");
+  EXPECT_EQ(tests::readFile(folder / "events"), "old");
+}
+
+TEST(WrongSecondThoughtsTest, aDocumentThatWasAskedForSaysWhyThereWasNoTest) {
+  const TempFolder folder;
+  tests::writeFile(folder / "my.json", "old");
+  const ProgramEnd end = runCorvane(folder, run({"--json", "my.json", "--output", "/dev/null/out"}));
+  EXPECT_EQ(end.status, 2);
+  const nlohmann::json document = nlohmann::json::parse(tests::readFile(folder / "my.json"));
+  EXPECT_EQ(document["status"], "configuration error");
+  EXPECT_EQ(document["exitStatus"], 2);
+  EXPECT_EQ("corvane: " + document["error"].get<std::string>() + "\n", end.err);
+}
+
+TEST(WrongSecondThoughtsTest, anOutputThatWouldReplaceTheDriveIsRefusedUntouched) {
+  const TempFolder folder;
+  const std::string content(1 << 20, 'x');
+  tests::writeFile(folder / "drive.img", content);
+  std::filesystem::create_hard_link(folder / "drive.img", folder / "other");
+  for (const char* flag : {"--json", "--events", "--junit"}) {
+    const ProgramEnd end = runCorvane(folder, {"run", "--drive", "file:drive.img", flag, "other"});
+    EXPECT_EQ(end.status, 2);
+    EXPECT_THAT(end.err, HasSubstr("is the file of --drive too"));
+    EXPECT_EQ(tests::readFile(folder / "drive.img"), content);
+  }
 }
 
 }  // namespace
