@@ -14,26 +14,31 @@ constexpr uint64_t writeBits =
     ConditionSet::writeBit | ConditionSet::writeAtomicBit | ConditionSet::writeSameBit | ConditionSet::trimBit;
 constexpr uint64_t readBits = ConditionSet::readBit | ConditionSet::verifyBit;
 
+CommandSelector selectorOf(const CommandMix& mix, uint32_t e2ePercent, uint64_t seed, const ConditionPlan& plan = {}) {
+  return {ConditionChoices(mix, plan, ConditionSet(plan)), e2ePercent, seed};
+}
+
 TEST(CommandSelector, OneKindOfEachDirectionNeedsNoBit) {
-  CommandSelector selector({.write = 1, .read = 1}, 0, 1);
+  CommandSelector selector = selectorOf({.write = 1, .read = 1}, 0, 1);
   for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(selector.select(), 0U);
+    EXPECT_EQ(selector.select(0), 0U);
   }
 }
 
 TEST(CommandSelector, AtomicWritesAloneAreAlwaysSelected) {
-  CommandSelector selector({.write = 0, .writeAtomic = 3, .read = 1}, 0, 1);
+  CommandSelector selector = selectorOf({.write = 0, .writeAtomic = 3, .read = 1}, 0, 1);
   for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(selector.select(), ConditionSet::writeAtomicBit);
+    EXPECT_EQ(selector.select(0), ConditionSet::writeAtomicBit);
   }
 }
 
 TEST(CommandSelector, SeveralKindsGiveExactlyOneBitOfEachDirectionByWeight) {
-  CommandSelector selector({.write = 5, .writeAtomic = 1, .writeSame = 2, .trim = 2, .read = 3, .verify = 1}, 0, 4);
+  CommandSelector selector =
+      selectorOf({.write = 5, .writeAtomic = 1, .writeSame = 2, .trim = 2, .read = 3, .verify = 1}, 0, 4);
   std::map<uint64_t, int> seen;
   constexpr int draws = 10'000;
   for (int i = 0; i < draws; ++i) {
-    const uint64_t bits = selector.select();
+    const uint64_t bits = selector.select(0);
     ASSERT_EQ(std::popcount(bits & writeBits), 1);
     ASSERT_EQ(std::popcount(bits & readBits), 1);
     ASSERT_EQ(bits & ~(writeBits | readBits), 0U);
@@ -48,35 +53,36 @@ TEST(CommandSelector, SeveralKindsGiveExactlyOneBitOfEachDirectionByWeight) {
 }
 
 TEST(CommandSelector, AKindOfWeightZeroIsNeverDrawn) {
-  CommandSelector selector({.write = 0, .writeAtomic = 0, .writeSame = 1, .trim = 1, .read = 0, .verify = 1}, 0, 4);
+  CommandSelector selector =
+      selectorOf({.write = 0, .writeAtomic = 0, .writeSame = 1, .trim = 1, .read = 0, .verify = 1}, 0, 4);
   for (int i = 0; i < 1000; ++i) {
-    EXPECT_EQ(selector.select() & ~(ConditionSet::writeSameBit | ConditionSet::trimBit), 0U);
+    EXPECT_EQ(selector.select(0) & ~(ConditionSet::writeSameBit | ConditionSet::trimBit), 0U);
   }
 }
 
 TEST(CommandSelector, EndToEndBytesHaveTheirShare) {
-  CommandSelector selector({.write = 1, .read = 1}, 25, 9);
+  CommandSelector selector = selectorOf({.write = 1, .read = 1}, 25, 9);
   int seen = 0;
   for (int i = 0; i < 4000; ++i) {
-    seen += (selector.select() & ConditionSet::e2eBit) != 0 ? 1 : 0;
+    seen += (selector.select(0) & ConditionSet::e2eBit) != 0 ? 1 : 0;
   }
   EXPECT_NEAR(seen, 1000, 120);
-  CommandSelector always({.write = 1, .read = 1}, 100, 9);
+  CommandSelector always = selectorOf({.write = 1, .read = 1}, 100, 9);
   for (int i = 0; i < 100; ++i) {
-    EXPECT_EQ(always.select(), ConditionSet::e2eBit);
+    EXPECT_EQ(always.select(0), ConditionSet::e2eBit);
   }
 }
 
 TEST(CommandSelector, ASeedRepeatsItsSelection) {
   const CommandMix mix{.write = 1, .writeAtomic = 1, .writeSame = 1, .trim = 1, .read = 1, .verify = 1};
-  CommandSelector a(mix, 50, 77);
-  CommandSelector b(mix, 50, 77);
-  CommandSelector other(mix, 50, 78);
+  CommandSelector a = selectorOf(mix, 50, 77);
+  CommandSelector b = selectorOf(mix, 50, 77);
+  CommandSelector other = selectorOf(mix, 50, 78);
   int different = 0;
   for (int i = 0; i < 200; ++i) {
-    const uint64_t bits = a.select();
-    EXPECT_EQ(bits, b.select());
-    different += bits != other.select() ? 1 : 0;
+    const uint64_t bits = a.select(0);
+    EXPECT_EQ(bits, b.select(0));
+    different += bits != other.select(0) ? 1 : 0;
   }
   EXPECT_GT(different, 100);
 }
