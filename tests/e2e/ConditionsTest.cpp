@@ -221,6 +221,68 @@ TEST_F(Conditions, RandomConditionsOfTheTestsOwnChooseByWeight) {
   EXPECT_NEAR(static_cast<double>(count(CommandKind::writeSame)) / all, 1.0 / 6, 0.05);
 }
 
+/// Whether the conditions' own page shows this plan.
+bool isDocumented(const ConditionPlan& plan) {
+  return contentOf(CORVANE_SOURCE_FOLDER "/docs/conditions.md").find("```\n" + planText(plan) + "```\n") !=
+         std::string::npos;
+}
+
+TEST_F(Conditions, TheDocumentedQuietHoursAreQuiet) {
+  addConditionName(plan(), "quiet");
+  setStepCondition(plan(), "trim", "trim & !quiet");
+  setStepCondition(plan(), "reset", "!quiet");
+  addRandomCondition(plan(), {{"write", 3}, {"trim", 1}});
+  addConditionPhase(plan(), "quiet", 2000, 500);
+  EXPECT_TRUE(isDocumented(plan())) << planText(plan());
+  test.resetEveryCommands = 200;
+  test.commandLimit = 20'000;
+  run();
+  uint64_t commands = 0;
+  uint64_t inPhases[3]{};  // writes, trims, resets
+  uint64_t outside[3]{};
+  for (const DriveEvent& event : events) {
+    const bool reset = event.what == What::reset;
+    commands += reset ? 0U : 1U;
+    uint64_t* const counts = inPhase(commands - 1, 2000, 500) ? inPhases : outside;
+    counts[0] += event.is(CommandKind::write) ? 1U : 0U;
+    counts[1] += event.is(CommandKind::trim) ? 1U : 0U;
+    counts[2] += reset ? 1U : 0U;
+  }
+  EXPECT_GT(inPhases[0], 1000U);
+  EXPECT_EQ(inPhases[1], 0U);
+  EXPECT_EQ(inPhases[2], 0U);
+  EXPECT_NEAR(static_cast<double>(outside[1]) / static_cast<double>(outside[0]), 1.0 / 3, 0.04);
+  EXPECT_GT(outside[2], 60U);
+}
+
+TEST_F(Conditions, TheDocumentedMarksGateVerifiesAndResets) {
+  addConditionName(plan(), "marked");
+  addConditionName(plan(), "plain");
+  setStepCondition(plan(), "verify", "verify & !marked");
+  setStepCondition(plan(), "atomic", "=atomic");
+  setStepCondition(plan(), "e2e", "marked");
+  setStepCondition(plan(), "reset", "atomic");
+  addRandomCondition(plan(), {{"marked", 1}, {"plain", 3}});
+  addRandomCondition(plan(), {{"write", 3}, {"atomic", 1}});
+  addRandomCondition(plan(), {{"read", 1}, {"verify", 1}});
+  EXPECT_TRUE(isDocumented(plan())) << planText(plan());
+  test.resetEveryCommands = 500;
+  test.commandLimit = 20'000;
+  run();
+  uint64_t resets = 0;
+  for (size_t i = 1; i < events.size(); ++i) {
+    if (events[i].what == What::reset) {
+      ++resets;
+      EXPECT_TRUE(events[i - 1].is(CommandKind::writeAtomic)) << i;
+    }
+  }
+  EXPECT_GT(resets, 30U);
+  EXPECT_EQ(count(CommandKind::writeAtomic, 8), 0U);
+  EXPECT_EQ(count(CommandKind::verify, 8), 0U);
+  const auto writes = static_cast<double>(count(CommandKind::write));
+  EXPECT_NEAR(static_cast<double>(count(CommandKind::write, 8)), writes / 4, writes * 0.04);
+}
+
 TEST_F(Conditions, APlanThatCannotWorkIsRefusedBeforeTheDriveIsOpened) {
   setStepCondition(plan(), "read", "read | write");
   bool opened = false;
