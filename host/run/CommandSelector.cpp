@@ -1,43 +1,44 @@
 #include "host/run/CommandSelector.h"
 
+#include <utility>
+
 #include "host/run/ConditionSet.h"
 
 namespace corvane::host {
 
-CommandSelector::CommandSelector(const CommandMix& mix, uint32_t e2ePercent, uint64_t seed)
-    : mix_(mix),
-      e2ePercent_(e2ePercent),
-      writeWeights_(uint64_t{mix.write} + mix.writeAtomic + mix.writeSame + mix.trim),
-      random_(seed) {}
+CommandSelector::CommandSelector(ConditionChoices choices, uint32_t e2ePercent, uint64_t seed)
+    : choices_(std::move(choices)), e2ePercent_(e2ePercent), random_(seed) {}
 
-uint64_t CommandSelector::select() {
-  uint64_t bits = selectWrite() | selectReadBack();
+uint64_t CommandSelector::select(uint64_t commandsIssued) {
+  uint64_t bits = choices_.phaseBits(commandsIssued);
+  for (const ConditionChoices::Draw& draw : choices_.draws) {
+    bits |= choose(draw, bits);
+  }
   if (e2ePercent_ != 0 && random_.below(100) < e2ePercent_) {
     bits |= ConditionSet::e2eBit;
   }
   return bits;
 }
 
-uint64_t CommandSelector::selectWrite() {
-  if (mix_.writeKinds() < 2) {
-    return mix_.writeAtomic != 0 ? ConditionSet::writeAtomicBit : 0;
+uint64_t CommandSelector::choose(const ConditionChoices::Draw& draw, uint64_t state) {
+  uint64_t weights = 0;
+  for (const ConditionChoices::Candidate& candidate : draw) {
+    weights += candidate.isHeldOff(state) ? 0 : candidate.weight;
   }
-  uint64_t drawn = random_.below(writeWeights_);
-  for (const CommandKind kind : {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame}) {
-    const uint32_t weight = mix_.weight(kind);
-    if (drawn < weight) {
-      return ConditionSet::bitOf(kind);
-    }
-    drawn -= weight;
-  }
-  return ConditionSet::trimBit;
-}
-
-uint64_t CommandSelector::selectReadBack() {
-  if (mix_.read == 0 || mix_.verify == 0) {
+  if (weights == 0) {
     return 0;
   }
-  return random_.below(uint64_t{mix_.read} + mix_.verify) < mix_.read ? ConditionSet::readBit : ConditionSet::verifyBit;
+  uint64_t drawn = draw.size() == 1 ? 0 : random_.below(weights);
+  for (const ConditionChoices::Candidate& candidate : draw) {
+    if (candidate.isHeldOff(state)) {
+      continue;
+    }
+    if (drawn < candidate.weight) {
+      return candidate.bit;
+    }
+    drawn -= candidate.weight;
+  }
+  return 0;
 }
 
 }  // namespace corvane::host

@@ -3,29 +3,24 @@
 #include <cstdint>
 
 #include "host/base/Random.h"
-#include "host/run/TestDefinition.h"
+#include "host/run/ConditionChoices.h"
 
 namespace corvane::host {
 
-/// Chooses, before each step, which kind of write, which kind of read-back and whether end-to-end bytes the agent
-/// shall use if it needs one.
-///
-/// With one kind of a direction there is nothing to choose and no bit is set, but for atomic writes alone: those the
-/// agent takes only when they are selected.
+/// Sets the conditions before each step, and so chooses which kind of write, which kind of read-back and whether
+/// end-to-end bytes the agent shall use if it needs one. Allocates nothing after its construction.
 class CommandSelector {
  public:
-  CommandSelector(const CommandMix& mix, uint32_t e2ePercent, uint64_t seed);
+  CommandSelector(ConditionChoices choices, uint32_t e2ePercent, uint64_t seed);
 
-  /// The condition bits to set: at most one write kind, at most one of read and verify, and the end-to-end bit.
-  uint64_t select();
+  /// The bits to set: those of the phases, then one of each draw, then the end-to-end bit.
+  uint64_t select(uint64_t commandsIssued);
 
  private:
-  uint64_t selectWrite();
-  uint64_t selectReadBack();
+  uint64_t choose(const ConditionChoices::Draw& draw, uint64_t state);
 
-  CommandMix mix_;
+  const ConditionChoices choices_;
   uint32_t e2ePercent_;
-  uint64_t writeWeights_;
   Random random_;
 };
 

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "host/framework/TagPool.h"
+#include "host/run/ConditionCheck.h"
 #include "host/run/ZoneMap.h"
 
 namespace corvane::host {
@@ -79,6 +80,12 @@ void judgeSelection(Judge& judge, const TestDefinition& test, const AgentOptionV
   judge.refuseIf(test.deviceInterface != 0 && mix.verify != 0,
                  "a device interface without sense data cannot say that a verify found a difference, so verifies "
                  "would raise false alarms; set it to 0 or leave verify out");
+}
+
+void judgeConditionsOf(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
+  for (const std::string& sentence : judgeConditions(test, options.spliceDetection)) {
+    judge.refuseIf(true, sentence);
+  }
 }
 
 void judgeSkipCommands(Judge& judge, const TestDefinition& test, const AgentOptionValues& options) {
@@ -190,6 +197,7 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
   }
   judgeNumbers(judge, test, options);
   judgeSelection(judge, test, options);
+  judgeConditionsOf(judge, test, options);
   judgeSkipCommands(judge, test, options);
   judgeLostCommands(judge, test, options);
   judgeRangeOperations(judge, test);

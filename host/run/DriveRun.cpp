@@ -97,6 +97,7 @@ StepSettings DriveRun::stepSettings() const {
   const TestDefinition& test = context_.test;
   StepSettings settings;
   settings.mix = test.mix;
+  settings.conditions = test.conditions;
   settings.e2ePercent = test.e2ePercent;
   settings.skipCommands = context_.options.skipCommands;
   settings.forceUnitAccess = test.forceUnitAccess;

@@ -76,12 +76,12 @@ void RangeOperations::emptyAllZones() {
   }
 }
 
-bool RangeOperations::carryOutDue(uint64_t commandsIssued, uint32_t publishedTag) {
+bool RangeOperations::carryOutDue(uint64_t commandsIssued, uint32_t publishedTag, const RangeGates& gates) {
   bool goOn = true;
-  if (zoneResets_.due(commandsIssued) || mustMakeRoom()) {
+  if ((gates.zoneReset && zoneResets_.due(commandsIssued)) || mustMakeRoom()) {
     goOn = carryOutZoneReset(commandsIssued, publishedTag);
   }
-  if (invalidations_.due(commandsIssued)) {
+  if (gates.invalidate && invalidations_.due(commandsIssued)) {
     goOn = carryOutInvalidate(commandsIssued, publishedTag) && goOn;
   }
   return goOn;

@@ -30,6 +30,12 @@ struct RangeSettings {
   bool any() const { return zoneResetEveryCommands != 0 || invalidateEveryCommands != 0; }
 };
 
+/// Which operations the test's conditions allow just then.
+struct RangeGates {
+  bool zoneReset = true;
+  bool invalidate = true;
+};
+
 /// Resets zones and invalidates ranges now and then, and tells the agent through "CSZoneReset" and
 /// "CVNInvalidateRanges".
 ///
@@ -58,10 +64,12 @@ class RangeOperations {
   /// Carries out what is due and can be done now.
   ///
   /// @param publishedTag the tag whose completion the agent will see next, or TagPool::none
+  /// @param gates        an operation that is not allowed stays due; but a host-managed drive whose zones are full
+  ///                     could take no command more, so that a zone is then reset all the same
   ///
   /// @return whether the agent may issue another command; if not, something must be done first that outstanding
   ///         commands stand in the way of
-  bool carryOutDue(uint64_t commandsIssued, uint32_t publishedTag);
+  bool carryOutDue(uint64_t commandsIssued, uint32_t publishedTag, const RangeGates& gates = {});
 
  private:
   /// When an operation is due.

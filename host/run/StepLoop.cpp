@@ -1,15 +1,12 @@
 #include "host/run/StepLoop.h"
 
 #include <algorithm>
-#include <bit>
 #include <cassert>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "host/drive/SenseData.h"
-#include "host/run/ConditionSet.h"
-
 namespace corvane::host {
 namespace {
 
@@ -62,7 +59,9 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
                       : std::nullopt),
       queue_(drive, tags_.size(), settings.ranges.any(), settings.watchdogMs, counters, clock),
       ranges_(settings.ranges, tags_, queue_, host.variables(), counters, zoneWriter_ ? &*zoneWriter_ : nullptr),
-      selector_(settings.mix, settings.e2ePercent, settings.selectorSeed),
+      conditions_(settings.conditions),
+      selector_(ConditionChoices(settings.mix, settings.conditions, conditions_), settings.e2ePercent,
+                settings.selectorSeed),
       readMemory_(tags_.size(), uint64_t{settings.maxBlocks} * host.sectorBytes()),
       perTag_(tags_.size()),
       nextReset_(settings.resetEveryCommands) {
@@ -87,12 +86,14 @@ void StepLoop::prepareDrive() {
 
 int32_t StepLoop::step() {
   assert(!draining_);
-  thread_.conditions &= ~ConditionSet::allBits;
+  thread_.conditions &= ~conditions_.bits();
   publishChoice();
-  selected_ = selector_.select();
+  selected_ = selector_.select(commandsIssued_);
   thread_.conditions |= selected_;
 
-  if (!ranges_.carryOutDue(commandsIssued_, publishedTag_)) {
+  const RangeGates gates{.zoneReset = conditions_.allows(ConditionedStep::zoneReset, selected_),
+                         .invalidate = conditions_.allows(ConditionedStep::invalidate, selected_)};
+  if (!ranges_.carryOutDue(commandsIssued_, publishedTag_, gates)) {
     return quietStep();
   }
   publishZonePosition();
@@ -104,7 +105,8 @@ int32_t StepLoop::step() {
   absorbZonePosition();
   absorbTakenBackTags();
   runConditionedStep(peekedTag);
-  if (settings_.resetEveryCommands != 0 && commandsIssued_ >= nextReset_) {
+  if (settings_.resetEveryCommands != 0 && commandsIssued_ >= nextReset_ &&
+      conditions_.allows(ConditionedStep::reset, thread_.conditions)) {
     nextReset_ = commandsIssued_ + settings_.resetEveryCommands;
     if (const int32_t status = resetDevice(); status != 0) {
       return status;
@@ -133,7 +135,7 @@ int32_t StepLoop::executeQuietly() {
   if (const int32_t status = callExecute(); status != 0) {
     return status;
   }
-  if ((thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit)) != 0) {
+  if ((thread_.conditions & conditions_.appliedBits()) != 0) {
     throw std::logic_error("the agent applied a condition although no tag is free");
   }
   if (tags_.outstanding() != tags_.size()) {
@@ -205,7 +207,7 @@ void StepLoop::absorbTakenBackTags() {
     throw std::logic_error("the agent took back some of the outstanding tags but not all of them");
   }
   // Whatever the agent's reason was: its commands must not run any more. A power cut that follows does the same.
-  if ((thread_.conditions & ConditionSet::powerToggleBit) == 0) {
+  if (!conditions_.runs(ConditionedStep::powerToggle, thread_.conditions)) {
     drive_.reset();
     counters_.resets.add(1);
     noteIncident(Incident::What::reset);
@@ -252,17 +254,14 @@ void StepLoop::takeBackUnsentWrites() {
 }
 
 void StepLoop::runConditionedStep(uint32_t peekedTag) {
-  const uint64_t applied = thread_.conditions & (ConditionSet::commandBits | ConditionSet::powerToggleBit);
-  if (applied == 0) {
+  const std::optional<ConditionedStep> step = conditions_.stepToRun(thread_.conditions);
+  if (!step) {
     return;
   }
-  if (!std::has_single_bit(applied)) {
-    throw std::logic_error("the agent applied more than one condition in a step");
-  }
-  if (applied == ConditionSet::powerToggleBit) {
-    cutPower();
+  if (const std::optional<CommandKind> kind = kindOf(*step)) {
+    issue(*kind, peekedTag);
   } else {
-    issue(ConditionSet::kindOf(applied), peekedTag);
+    cutPower();
   }
 }
 
@@ -322,7 +321,7 @@ DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
 }
 
 void StepLoop::attachWriteData(DriveCommand& command) {
-  command.trailerBytes = (selected_ & ConditionSet::e2eBit) != 0 ? e2eBytes : 0;
+  command.trailerBytes = conditions_.carriesE2e(command.kind, selected_, thread_.conditions) ? e2eBytes : 0;
   const uint64_t unit = host_.sectorBytes() + command.trailerBytes;
   const uint64_t needed = command.kind == CommandKind::writeSame ? unit : unit * command.blocks;
   if (writeData_.data == nullptr || writeData_.size != needed) {
@@ -353,8 +352,9 @@ bool StepLoop::isPreRead(const DriveCommand& command) const {
   // The read ahead of an atomic write goes to the range that the LBA agent chose; a read-back goes where a write
   // was. That a read-back of the very same range comes up in a step that selected an atomic write is rare, and
   // costs no more than its blocks in a statistic.
-  return command.kind == CommandKind::read && (selected_ & ConditionSet::writeAtomicBit) != 0 && skipGen_ == 0 &&
-         command.lba == choice_->lba && command.blocks == choice_->blocks;
+  const bool atomicSelected = (selected_ & choosingBits(conditions_.of(ConditionedStep::writeAtomic))) != 0;
+  return command.kind == CommandKind::read && atomicSelected && skipGen_ == 0 && command.lba == choice_->lba &&
+         command.blocks == choice_->blocks;
 }
 
 void StepLoop::cutPower() {
@@ -478,7 +478,7 @@ int32_t StepLoop::drain() {
   while (tags_.take() != TagPool::none) {
   }
   for (;;) {
-    thread_.conditions &= ~ConditionSet::allBits;
+    thread_.conditions &= ~conditions_.bits();
     publishChoice();
     if (const int32_t status = executeQuietly(); status != 0) {
       abandon();

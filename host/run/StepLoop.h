@@ -10,6 +10,7 @@
 #include "host/run/CdbBuilder.h"
 #include "host/run/CommandJournal.h"
 #include "host/run/CommandSelector.h"
+#include "host/run/ConditionSet.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/DriveQueue.h"
 #include "host/run/HostClock.h"
@@ -26,6 +27,7 @@ namespace corvane::host {
 /// What a step loop needs to know of its test.
 struct StepSettings {
   CommandMix mix;
+  ConditionPlan conditions;
   uint32_t e2ePercent = 0;
   bool skipCommands = false;  ///< every command touches every other LBA only
   bool forceUnitAccess = false;
@@ -49,11 +51,11 @@ struct StepSettings {
 
 /// Makes the steps of one drive's test.
 ///
-/// A step clears the condition bits, publishes what the LBA agent generated and which command kinds are selected,
-/// carries out the operations on ranges that are due, calls the agent's `execute`, carries out the one thing whose
-/// condition the agent applied, and publishes the next completion, if there is one. It waits for a completion only
-/// when every tag is outstanding, or when an operation on a range cannot wait any longer: then the agent sees no free
-/// tag until the commands in the way have ended.
+/// A step clears the conditions, sets those of the phases and the chosen ones, publishes what the LBA agent generated,
+/// carries out the operations on ranges that are due and allowed, calls the agent's `execute`, carries out the one
+/// thing whose condition the agent applied, resets the device when that is due and allowed, and publishes the next
+/// completion, if there is one. It waits for a completion only when every tag is outstanding, or when an operation on a
+/// range cannot wait any longer: then the agent sees no free tag until the commands in the way have ended.
 ///
 /// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
 /// without a free tag, data that do not fit the command), DriveError when the drive fails or completes nothing for
@@ -162,6 +164,7 @@ class StepLoop {
   std::optional<ZoneWriter> zoneWriter_;  ///< of a host-managed drive
   DriveQueue queue_;
   RangeOperations ranges_;
+  const ConditionSet conditions_;
   CommandSelector selector_;
   TagMemory readMemory_;
   struct PerTag {

@@ -8,6 +8,7 @@
 
 #include "host/drive/Drive.h"
 #include "host/fault/FaultSpec.h"
+#include "host/run/ConditionPlan.h"
 
 namespace corvane::host {
 
@@ -50,6 +51,9 @@ struct TestDefinition {
   uint32_t queueDepth = 32;  ///< 1 to 1024
   uint32_t minBlocks = 1;    ///< shortest transfer, at least 1
   uint32_t maxBlocks = 8;    ///< longest transfer, below the agent's "Bucket Count"
+
+  /// Which conditions there are, what sets them, and which steps they gate.
+  ConditionPlan conditions;
 
   std::string lbaAgent = "mixed";  ///< one of `lbaAgentNames()`
   uint64_t firstLba = 0;

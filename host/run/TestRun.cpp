@@ -41,6 +41,7 @@ struct TestRun::State {
     if (!world.openDrive) {
       world.openDrive = openDrive;
     }
+    test.mix = mixUnder(test.mix, test.conditions);
     const vdl::AgentTable& agent = loadAgent();
     config.emplace(agent);
     warnings = config->apply(test, ConditionSet(test));

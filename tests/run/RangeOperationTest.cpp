@@ -122,6 +122,26 @@ TEST_F(RangeOperationTest, AZoneIsResetEachTimeSoManyCommandsWereIssuedAndPushed
   EXPECT_EQ(counters.totals(sector).zoneResets, 2U);
 }
 
+TEST_F(RangeOperationTest, AnOperationStaysDueWhileItsConditionDoesNotHold) {
+  resetZones(1, 5000, 6000);
+  invalidate(1, 7000, 7008, 4);
+  addConditionName(settings.conditions, "hold");
+  setStepCondition(settings.conditions, "zone-reset", "!hold");
+  setStepCondition(settings.conditions, "invalidate", "hold");
+  addConditionPhase(settings.conditions, "hold", 2, 1);
+  loop(8);
+  issue(CommandKind::write);
+  EXPECT_THAT(resets(), ElementsAre(Pair(5000, 6000))) << "before the phase";
+  EXPECT_EQ(counters.invalidations.get(), 0U);
+  issue(CommandKind::write);
+  idle();
+  EXPECT_EQ(counters.invalidations.get(), 1U) << "in the phase";
+  EXPECT_EQ(counters.zoneResets.get(), 1U);
+  issue(CommandKind::write);
+  EXPECT_THAT(resets(), ElementsAre(Pair(5000, 6000))) << "behind it, as it stayed due";
+  EXPECT_EQ(counters.invalidations.get(), 1U);
+}
+
 TEST_F(RangeOperationTest, AnInvalidatedRangeIsPushedWithItsLastBlock) {
   invalidate(1, 5000, 5004, 4);
   loop(8);

@@ -403,6 +403,62 @@ TEST_F(StepLoopTest, TheDeviceIsResetAfterSoManyCommands) {
   EXPECT_EQ(drive.resets, 2);
 }
 
+TEST_F(StepLoopTest, AResetWaitsUntilItsConditionHolds) {
+  settings.resetEveryCommands = 2;
+  setStepCondition(settings.conditions, "reset", "trim");
+  for (int i = 0; i < 3; ++i) {
+    issue(CommandKind::write);
+    EXPECT_EQ(drive.resets, 0);
+  }
+  issue(CommandKind::trim);
+  EXPECT_EQ(drive.resets, 1) << "looked at when the command has been issued";
+  issue(CommandKind::trim);
+  EXPECT_EQ(drive.resets, 1) << "two commands behind the last reset";
+  issue(CommandKind::trim);
+  EXPECT_EQ(drive.resets, 2);
+}
+
+TEST_F(StepLoopTest, APhaseKeepsResetsAway) {
+  settings.resetEveryCommands = 1;
+  addConditionName(settings.conditions, "hold");
+  setStepCondition(settings.conditions, "reset", "!hold");
+  addConditionPhase(settings.conditions, "hold", 4, 2);
+  std::vector<int> resets;
+  for (int i = 0; i < 10; ++i) {
+    issue(CommandKind::write);
+    resets.push_back(drive.resets);
+  }
+  EXPECT_THAT(resets, ElementsAre(1, 2, 3, 4, 4, 4, 5, 6, 6, 6));
+}
+
+TEST_F(StepLoopTest, TheStepRunsWhoseConditionHoldsAfterTheAgent) {
+  addConditionName(settings.conditions, "early");
+  setStepCondition(settings.conditions, "trim", "trim & early");
+  const uint64_t early = uint64_t{1} << agentSteps;
+  stepWith([&](vdl::DriveThread& thread) { FakeAgent::apply(thread, ConditionSet::trimBit | early); });
+  ASSERT_EQ(drive.submitted.size(), 1U);
+  EXPECT_EQ(drive.submitted[0].kind, CommandKind::trim);
+  EXPECT_EQ(idle().conditions, 0U) << "a step begins with nothing set";
+  agent.onExecute = [](vdl::DriveThread& thread) {
+    FakeAgent::apply(thread, ConditionSet::trimBit);
+    return 0;
+  };
+  EXPECT_THROW(loop().step(), std::logic_error) << "no step runs on half of a condition";
+}
+
+TEST_F(StepLoopTest, WhatTheAgentsReplaceFlagClearedCarriesNoEndToEndBytes) {
+  settings.e2ePercent = 100;
+  setStepCondition(settings.conditions, "atomic", "=atomic");
+  stepWith([&](vdl::DriveThread& thread) {
+    thread.conditions = 0;
+    prepare(thread, CommandKind::writeAtomic);
+  });
+  issue(CommandKind::verify);
+  ASSERT_EQ(drive.submitted.size(), 2U);
+  EXPECT_EQ(drive.submitted[0].trailerBytes, 0U);
+  EXPECT_EQ(drive.submitted[1].trailerBytes, 8U);
+}
+
 TEST_F(StepLoopTest, AFlushThatAResetTookAwayIsReportedAsAborted) {
   settings.resetEveryCommands = 2;
   issue(CommandKind::write);

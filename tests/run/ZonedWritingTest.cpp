@@ -116,6 +116,20 @@ TEST_F(ZonedWritingTest, TheAgentIsToldWhereToWrite) {
   EXPECT_EQ(write(), drive.submitted[4].endLba());
 }
 
+TEST_F(ZonedWritingTest, ADriveWithoutRoomIsResetWhateverTheConditionSays) {
+  addConditionName(settings.conditions, "allowed");
+  setStepCondition(settings.conditions, "zone-reset", "allowed");
+  settings.ranges.zoneResetEveryCommands = 1;
+  begin();
+  uint64_t blocks = 0;
+  while (counters.zoneResets.get() == 0 && blocks < 5 * zoneBlocks) {
+    write();
+    blocks += drive.submitted.back().blocks;
+  }
+  EXPECT_EQ(counters.zoneResets.get(), 1U);
+  EXPECT_GT(blocks, 4 * zoneBlocks) << "not before all zones were full";
+}
+
 TEST_F(ZonedWritingTest, LengthsAreThoseOfTheTest) {
   settings.minBlocks = 3;
   settings.maxBlocks = 7;
