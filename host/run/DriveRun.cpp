@@ -28,6 +28,8 @@ std::optional<uint64_t> lbaIn(const std::string& line) {
   return error == std::errc() && end != begin ? std::optional(lba) : std::nullopt;
 }
 
+bool limitReached(uint64_t limit, uint64_t count) { return limit != 0 && count >= limit; }
+
 }  // namespace
 
 DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
@@ -37,7 +39,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       ledger_(std::move(ledger)),
       drive_(std::move(drive)),
       geometry_(drive_->geometry()),
-      range_(testRange(context.test, context.options, geometry_.blocks)),
+      range_(testRange(context.test, context.options, geometry_)),
       log_(index, context.observer) {
   result_.name = std::move(name);
   result_.address = std::move(address);
@@ -45,7 +47,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
 }
 
 void DriveRun::run() noexcept {
-  const uint64_t beganUs = context_.clock.steadyUs();
+  beganUs_ = context_.clock.steadyUs();
   setCurrentDeviceIndex(index_);
   try {
     runTest();
@@ -64,7 +66,7 @@ void DriveRun::run() noexcept {
   if (ledger_ != nullptr) {
     result_.injections = ledger_->injections();
   }
-  result_.elapsedMs = (context_.clock.steadyUs() - beganUs) / 1000;
+  result_.elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000;
 }
 
 DriveThreadHost::Settings DriveRun::threadSettings() {
@@ -174,6 +176,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
       status = loop.drain();
     }
     if (status != 0) {
+      noteMoment(loop);
       agentEnded("execute", status);
       loop.abandon();
     }
@@ -192,7 +195,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
   const TestDefinition& test = context_.test;
   const uint64_t beganUs = context_.clock.steadyUs();
   while (!context_.stop.load(std::memory_order_relaxed)) {
-    if (test.commandLimit != 0 && loop.commandsIssued() >= test.commandLimit) {
+    if (limitReached(test.commandLimit, loop.commandsIssued()) || limitReached(test.stepLimit, steps_)) {
       break;
     }
     if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
@@ -204,6 +207,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
         continue;
       }
     }
+    ++steps_;
     if (const int32_t status = loop.step(); status != 0) {
       return status;
     }
@@ -222,6 +226,12 @@ bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {
   }
   context_.clock.pause(std::min(dueUs - elapsedUs, longestRatePauseUs));
   return true;
+}
+
+void DriveRun::noteMoment(const StepLoop& loop) {
+  result_.moment = {.commandNumber = loop.commandsIssued(),
+                    .step = steps_,
+                    .elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000};
 }
 
 void DriveRun::agentEnded(const char* callback, int32_t status) {

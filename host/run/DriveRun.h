@@ -65,6 +65,8 @@ class DriveRun {
   int32_t stepUntilEnd(StepLoop& loop);
   /// Waits until the rate allows another command, but not for long at a time.
   bool mustWait(const StepLoop& loop, uint64_t elapsedUs);
+  /// Remembers when the agent ended the test.
+  void noteMoment(const StepLoop& loop);
   void agentEnded(const char* callback, int32_t status);
   void failed(RunStatus status, const std::string& error);
 
@@ -77,6 +79,8 @@ class DriveRun {
   DriveCounters counters_;
   AgentLog log_;
   MiscompareRecorder recorder_;
+  uint64_t beganUs_ = 0;
+  uint64_t steps_ = 0;
   DriveResult result_;
 };
 

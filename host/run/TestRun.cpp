@@ -187,7 +187,9 @@ RunResult TestRun::run() {
     result.status = worse(result.status, drive.status);
     if (statusOfAgentCode(drive.agentStatus) == RunStatus::dataFailure) {
       Finding& finding = result.findings.emplace_back();
+      finding.driveIndex = static_cast<uint32_t>(result.drives.size() - 1);
       finding.drive = drive.name;
+      finding.moment = drive.moment;
       finding.agentStatus = drive.agentStatus;
       finding.lba = drive.findingLba;
       finding.text = drive.error;
