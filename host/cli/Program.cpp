@@ -131,7 +131,8 @@ class Program {
     if (chosen == drives_) {
       return drives_->count("ADDRESS") == 0 ? showDriveAddresses(out) : showDrive(out, driveAddress_);
     }
-    return runTest(runLine_->settings(), out);
+    const RunSettings settings = runLine_->settings();
+    return runLine_->dryRun() ? showResolvedTest(settings, out) : runTest(settings, out);
   }
 
   /// Refuses the first word that nobody took.

@@ -19,6 +19,7 @@
 #include "host/cli/RunJson.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/StopSignals.h"
+#include "host/cli/TestFile.h"
 #include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
@@ -74,6 +75,9 @@ std::string limitsText(const TestDefinition& test) {
   if (test.commandLimit != 0) {
     text += (text.empty() ? "" : " or ") + groupedNumber(test.commandLimit) + " commands";
   }
+  if (test.stepLimit != 0) {
+    text += (text.empty() ? "" : " or ") + groupedNumber(test.stepLimit) + " steps";
+  }
   return text;
 }
 
@@ -99,28 +103,33 @@ std::string outputText(const RunSettings& settings) {
          printable(settings.jsonPath);
 }
 
+/// What a message about the JSON document blames.
+std::string nameOfJson(const RunSettings& settings) { return nameOf(settings, settings.jsonGiven ? "json" : "output"); }
+
 void prepareOutput(const RunSettings& settings, NewPaths& made) {
   made.watch(settings.test.outputDirectory);
-  prepareOutputDirectory("--output", settings.test.outputDirectory);
-  checkReplaceable(settings.jsonGiven ? "--json" : "--output", settings.jsonPath);
+  prepareOutputDirectory(nameOf(settings, "output"), settings.test.outputDirectory);
+  checkReplaceable(nameOfJson(settings), settings.jsonPath);
 }
 
-/// The flag that a refusal is about; empty when no single one is.
-std::string flagOf(std::string_view refusal, const TestDefinition& test) {
-  const bool rangeGiven = test.firstLba != 0 || test.endLba != 0;
+/// The setting that a refusal is about; empty when no single one is.
+std::string settingOf(std::string_view refusal, const RunSettings& settings) {
+  const TestDefinition& test = settings.test;
+  const std::string_view place = test.size.any() ? "size" : "range";
+  const bool placeGiven = test.firstLba != 0 || test.endLba != 0 || test.size.any();
   const std::array<std::pair<std::string_view, std::string_view>, 9> beginnings{
-      {{"the LBA range", rangeGiven ? "--range" : "--xfer"},
-       {"transfers of", "--xfer"},
-       {"drive '", "--drive"},
-       {"queue depth", "--queue-depth"},
-       {"zone resets", "--zone-reset-every"},
-       {"invalidations", "--invalidate-every"},
-       {"atomic writes need reads", "--commands-of"},
-       {"an atomic write and its bound", "--atomic-bound"},
-       {"a power cut would", "--power-toggle"}}};
-  for (const auto& [beginning, flag] : beginnings) {
+      {{"the LBA range", placeGiven ? place : "xfer"},
+       {"transfers of", "xfer"},
+       {"drive '", "drive"},
+       {"queue depth", "queue-depth"},
+       {"zone resets", "zone-reset-every"},
+       {"invalidations", "invalidate-every"},
+       {"atomic writes need reads", "commands-of"},
+       {"an atomic write and its bound", "atomic-bound"},
+       {"a power cut would", "power-toggle"}}};
+  for (const auto& [beginning, key] : beginnings) {
     if (refusal.starts_with(beginning)) {
-      return std::string(flag) + ": ";
+      return nameOf(settings, key) + ": ";
     }
   }
   return {};
@@ -130,12 +139,12 @@ std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines
   try {
     return std::make_unique<TestRun>(settings.test, &lines, std::move(surroundings));
   } catch (const ConfigurationError& error) {
-    throw UsageError(flagOf(error.what(), settings.test) + error.what());
+    throw UsageError(settingOf(error.what(), settings) + error.what());
   } catch (const DriveAddressError& error) {
-    throw UsageError(std::string("--drive: ") + error.what());
+    throw UsageError(nameOf(settings, "drive") + ": " + error.what());
   } catch (const DriveError& error) {
     if (settings.jsonGiven) {
-      replaceFile("--json", settings.jsonPath, failedRunJson(settings, RunStatus::drive, error.what()));
+      replaceFile(nameOfJson(settings), settings.jsonPath, failedRunJson(settings, RunStatus::drive, error.what()));
     }
     throw;
   }
@@ -143,16 +152,17 @@ std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines
 
 void checkAgent(const RunSettings& settings) {
   try {
-    checkOptionSettings("--set", settings.test.pluginPath, settings.test.agentOptions);
+    checkOptionSettings(settings.test.pluginPath, settings.test.agentOptions,
+                        [&](const std::string& option) { return nameOfOption(settings, option); });
   } catch (const ConfigurationError& error) {
-    throw UsageError("--plugin '" + settings.test.pluginPath + "': " + error.what());
+    throw UsageError(nameOf(settings, "plugin") + " '" + settings.test.pluginPath + "': " + error.what());
   }
 }
 
 /// What was found must still be told when the document cannot be written: so this is no exception.
 bool writeResult(const RunSettings& settings, const std::string& document) {
   try {
-    replaceFile(settings.jsonGiven ? "--json" : "--output", settings.jsonPath, document);
+    replaceFile(nameOfJson(settings), settings.jsonPath, document);
     return true;
   } catch (const UsageError& error) {
     std::fprintf(stderr, "corvane: %s\n", printable(error.what()).c_str());
@@ -171,7 +181,14 @@ RunResult runWithStatus(TestRun& run, Console& out, const AgentLines& lines, con
 
 }  // namespace
 
-int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings) {
+int showResolvedTest(const RunSettings& settings, Console& out) {
+  checkAgent(settings);
+  out.write(testFileText(settings));
+  return exit_status::clean;
+}
+
+int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings,
+            const std::function<void(const RunResult&)>& onResult) {
   if (surroundings.agent == nullptr) {
     checkAgent(settings);
   }
@@ -204,6 +221,9 @@ int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundi
   const bool written = writeResult(settings, runJson(settings, drives, run->warnings(), result));
   if (!settings.quiet || result.status != RunStatus::clean) {
     out.write(summaryText(settings, result));
+  }
+  if (onResult) {
+    onResult(result);
   }
   return written || result.status != RunStatus::clean ? exitStatusOf(result.status) : exit_status::internal;
 }
