@@ -39,7 +39,10 @@ void addSwitch(CLI::App& run, const char* group, const std::string& flag, const 
 }  // namespace
 
 RunCommandLine::RunCommandLine(CLI::App& run) {
-  run.add_option("FILE", files_, "A test file; its keys are the flags below")->type_name("")->expected(0, 1);
+  run.add_option("FILE", files_, "A test file; its keys are the flags below")
+      ->type_name("")
+      ->expected(1)
+      ->allow_extra_args(false);
   for (const TestKey& key : testKeys()) {
     if (key.form == TestKeyForm::onOff) {
       addSwitch(run, key.group, flagOf(key), key.help, on_[key.name]);

@@ -4,7 +4,10 @@
 
 #include "host/cli/ExitStatus.h"
 #include "host/cli/InjectionJson.h"
+#include "host/cli/RunDocument.h"
 #include "host/cli/RunSummary.h"
+#include "host/cli/TestJson.h"
+#include "host/cli/TextFormat.h"
 #include "host/cli/Version.h"
 
 namespace corvane::host {
@@ -82,10 +85,13 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
 
 Json heading(const RunSettings& settings, RunStatus status, std::string_view error) {
   Json document;
+  document["format"] = runDocumentFormat;
   document["version"] = programVersion();
   document["seed"] = settings.test.seed;
   document["seedDrawn"] = settings.seedDrawn;
   document["repeat"] = repeatCommand(settings);
+  document["test"] = testJson(settings);
+  document["started"] = utcText(settings.startedUs);
   document["status"] = runStatusName(status);
   document["exitStatus"] = exitStatusOf(status);
   document["error"] = error;
@@ -112,8 +118,12 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
   for (const Finding& finding : result.findings) {
     Json object;
     object["drive"] = finding.drive;
+    object["driveIndex"] = finding.driveIndex;
     object["agentStatus"] = finding.agentStatus;
     object["lba"] = finding.lba ? Json(*finding.lba) : Json();
+    object["commandNumber"] = finding.moment.commandNumber;
+    object["step"] = finding.moment.step;
+    object["elapsedMs"] = finding.moment.elapsedMs;
     object["text"] = finding.text;
     object["files"] = finding.files;
     document["findings"].push_back(std::move(object));

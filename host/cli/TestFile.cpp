@@ -4,43 +4,20 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <memory>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "host/base/NearestName.h"
+#include "host/cli/InputFile.h"
 #include "host/cli/UsageError.h"
 
 namespace corvane::host {
 namespace {
 
-constexpr size_t longestFile = 1 << 20;  ///< so that nobody waits for a device to end
-
-std::string textOf(const std::string& path) {
-  const std::string named = "test file '" + path + "' ";
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), &std::fclose);
-  std::string text;
-  int fault = errno;
-  if (file != nullptr) {
-    text.resize(longestFile + 1);
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-    fault = std::ferror(file.get()) != 0 ? errno : 0;
-  }
-  if (fault != 0) {
-    throw UsageError(named + "cannot be read: " + std::generic_category().message(fault) +
-                     "; name a file of settings, or give a drive as in --drive sim:1g");
-  }
-  if (text.size() > longestFile) {
-    throw UsageError(named + "is longer than 1 MiB, so it is none; name a file of settings");
-  }
-  return text;
-}
+constexpr size_t longestFile = 1 << 20;
 
 /// Reads one test file into what it says.
 class Reader {
@@ -232,7 +209,11 @@ class Reader {
 
 }  // namespace
 
-GivenTest readTestFile(const std::string& path) { return testFileFrom(textOf(path), path); }
+GivenTest readTestFile(const std::string& path) {
+  const std::string text =
+      readInputFile("test file", path, longestFile, "name a file of settings, or give a drive as in --drive sim:1g");
+  return testFileFrom(text, path);
+}
 
 GivenTest testFileFrom(std::string_view text, const std::string& path) { return Reader(path).read(text); }
 
