@@ -12,9 +12,8 @@
 namespace corvane::host {
 namespace {
 
-bool sameEntry(const GivenTest::Text& a, const GivenTest::Text& b) {
-  return a.text.substr(0, a.text.find('=')) == b.text.substr(0, b.text.find('='));
-}
+/// The name of NAME=VALUE, as it is used: without blanks around it.
+std::string entryName(const GivenTest::Text& text) { return parseOptionSetting(text.where, text.text).first; }
 
 /// A range with an end and a size contradict each other; whichever was said last counts, and of the range only its end
 /// goes.
@@ -91,7 +90,8 @@ void GivenTest::overruleBy(const GivenTest& other) {
     std::vector<Text>& here = texts_[name];
     if (testKeyNamed(name)->form == TestKeyForm::table) {
       std::erase_if(here, [&](const Text& old) {
-        return std::any_of(stronger.begin(), stronger.end(), [&](const Text& text) { return sameEntry(text, old); });
+        return std::any_of(stronger.begin(), stronger.end(),
+                           [&](const Text& text) { return entryName(text) == entryName(old); });
       });
       here.insert(here.end(), stronger.begin(), stronger.end());
     } else {
@@ -108,11 +108,8 @@ RunSettings GivenTest::settings() const {
   for (const TestKey& key : testKeys()) {
     for (const Text& text : of(key.name)) {
       key.take(settings, text.where, text.text);
-      if (key.form == TestKeyForm::table) {
-        settings.optionPlaces[settings.test.agentOptions.back().first] = text.where;
-      } else {
-        settings.places[key.name] = text.where;
-      }
+      settings.places[key.name] = text.where;
+      settings.entryPlaces[{key.name, key.form == TestKeyForm::table ? entryName(text) : text.text}] = text.where;
     }
   }
   checkEnd(settings);

@@ -135,13 +135,23 @@ std::string settingOf(std::string_view refusal, const RunSettings& settings) {
   return {};
 }
 
+/// What a message calls the drive that a refusal is about.
+std::string nameOfDriveIn(const std::string& refusal, const RunSettings& settings) {
+  for (const std::string& address : settings.test.driveAddresses) {
+    if (refusal.find("'" + address + "'") != std::string::npos) {
+      return nameOfEntry(settings, "drive", address);
+    }
+  }
+  return nameOf(settings, "drive");
+}
+
 std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines, RunSurroundings surroundings) {
   try {
     return std::make_unique<TestRun>(settings.test, &lines, std::move(surroundings));
   } catch (const ConfigurationError& error) {
     throw UsageError(settingOf(error.what(), settings) + error.what());
   } catch (const DriveAddressError& error) {
-    throw UsageError(nameOf(settings, "drive") + ": " + error.what());
+    throw UsageError(nameOfDriveIn(error.what(), settings) + ": " + error.what());
   } catch (const DriveError& error) {
     if (settings.jsonGiven) {
       replaceFile(nameOfJson(settings), settings.jsonPath, failedRunJson(settings, RunStatus::drive, error.what()));
@@ -153,7 +163,7 @@ std::unique_ptr<TestRun> openTest(const RunSettings& settings, AgentLines& lines
 void checkAgent(const RunSettings& settings) {
   try {
     checkOptionSettings(settings.test.pluginPath, settings.test.agentOptions,
-                        [&](const std::string& option) { return nameOfOption(settings, option); });
+                        [&](const std::string& option) { return nameOfEntry(settings, "set", option); });
   } catch (const ConfigurationError& error) {
     throw UsageError(nameOf(settings, "plugin") + " '" + settings.test.pluginPath + "': " + error.what());
   }

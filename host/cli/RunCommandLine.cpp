@@ -6,6 +6,7 @@
 #include "host/cli/HelpFormat.h"
 #include "host/cli/TestFile.h"
 #include "host/cli/TestKey.h"
+#include "host/cli/UsageError.h"
 
 namespace corvane::host {
 namespace {
@@ -83,6 +84,9 @@ RunSettings RunCommandLine::settings() const {
     given = readTestFile(files_.front());
   }
   given.overruleBy(flags());
+  if (!files_.empty() && given.of("drive").empty()) {
+    throw UsageError(files_.front() + ": drive is missing; name one, as in drive = \"sim:1g\", or give --drive");
+  }
   return given.settings();
 }
 

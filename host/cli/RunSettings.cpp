@@ -9,9 +9,9 @@ std::string nameOf(const RunSettings& settings, std::string_view key) {
   return place == settings.places.end() ? "--" + std::string(key) : place->second;
 }
 
-std::string nameOfOption(const RunSettings& settings, const std::string& option) {
-  const auto place = settings.optionPlaces.find(option);
-  return place == settings.optionPlaces.end() ? nameOf(settings, "set") : place->second;
+std::string nameOfEntry(const RunSettings& settings, const std::string& key, const std::string& entry) {
+  const auto place = settings.entryPlaces.find({key, entry});
+  return place == settings.entryPlaces.end() ? nameOf(settings, key) : place->second;
 }
 
 std::vector<std::string> repeatCommand(const RunSettings& settings) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/run/TestDefinition.h"
@@ -27,14 +28,14 @@ struct RunSettings {
   uint64_t startedUs = 0;    ///< when it was asked for, microseconds since the epoch
   /// Where a setting was given, as messages name it; see `nameOf`.
   std::map<std::string, std::string, std::less<>> places;
-  std::map<std::string, std::string> optionPlaces;  ///< the same for the agent's options
+  std::map<std::pair<std::string, std::string>, std::string> entryPlaces;  ///< the same; see `nameOfEntry`
 };
 
 /// What a message calls a setting: its place in a test file when it comes from there, else its flag.
 std::string nameOf(const RunSettings& settings, std::string_view key);
 
-/// As `nameOf`, for one option of the agent.
-std::string nameOfOption(const RunSettings& settings, const std::string& option);
+/// As `nameOf`, for one of several: a drive by its address, an option of the agent by its name.
+std::string nameOfEntry(const RunSettings& settings, const std::string& key, const std::string& entry);
 
 /// The command line that runs the same test again, as words; the first is "corvane". Flags that have their default
 /// are left out, the seed never is.

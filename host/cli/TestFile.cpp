@@ -29,7 +29,7 @@ class Reader {
     try {
       root = toml::parse(text);
     } catch (const toml::parse_error& error) {
-      refuse(error.source(), "is no TOML: " + std::string(error.description()));
+      refuseText(text, error);
     }
     for (const auto& [name, node] : inOrder(root)) {
       readEntry(*name, *node);
@@ -67,6 +67,19 @@ class Reader {
 
   [[noreturn]] void refuse(const toml::source_region& at, const std::string& fault) const {
     throw UsageError(placeOf(at) + fault);
+  }
+
+  [[noreturn]] void refuseText(std::string_view text, const toml::parse_error& error) const {
+    const std::string_view fault = error.description();
+    if (fault.find("cannot redefine") == std::string_view::npos) {
+      refuse(error.source(), "this is no TOML: " + std::string(fault));
+    }
+    for (toml::source_index line = 1; line < error.source().begin.line; ++line) {
+      text.remove_prefix(std::min(text.find('\n') + 1, text.size()));
+    }
+    std::string_view name = text.substr(0, text.find_first_of("=\n"));
+    name = name.substr(0, name.find_last_not_of(" \t\r") + 1);
+    refuse(error.source(), std::string(name) + " is given twice; give it once");
   }
 
   void readEntry(const toml::key& name, const toml::node& node) {
@@ -156,7 +169,7 @@ class Reader {
       case toml::node_type::floating_point:
         return "no whole number";
       case toml::node_type::boolean:
-        return "true or false";
+        return "a bare true or false";
       case toml::node_type::string:
         return "a text";
       case toml::node_type::integer:
