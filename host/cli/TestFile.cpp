@@ -131,7 +131,9 @@ class Reader {
     const bool onOff = key.form == TestKeyForm::onOff;
     std::optional<std::string> text = onOff ? switchText(node) : valueText(node);
     if (!text) {
-      std::string remedy = onOff ? "true or false" : std::string(key.value) + " as the flag takes it, in quotes";
+      std::string remedy =
+          onOff ? "true or false"
+                : std::string(key.value) + " as the flag takes it, in quotes unless it is a whole number";
       remedy += key.form == TestKeyForm::repeatable ? ", or a list of these" : "";
       refuse(name.source(), std::string(key.name) + " is " + typeOf(node) + "; give " + remedy);
     }

@@ -37,12 +37,12 @@ void give(GivenTest& given, const TestKey& key, const Json& value, const std::st
       given.give(key, value.get<std::string>(), where);
       return;
     case TestKeyForm::repeatable:
-      for (const Json& text : value) {
+      for (const Json& text : value.get_ref<const Json::array_t&>()) {
         given.give(key, text.get<std::string>(), where);
       }
       return;
     case TestKeyForm::table:
-      for (const auto& [name, text] : value.items()) {
+      for (const auto& [name, text] : value.get_ref<const Json::object_t&>()) {
         given.give(key, std::string(name).append("=").append(text.get<std::string>()), where);
       }
       return;

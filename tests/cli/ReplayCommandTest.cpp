@@ -151,7 +151,9 @@ TEST(ReplaySettingsTest, onlyTheStepEndsTheTest) {
 TEST(ReplaySettingsTest, aFindingWithoutItsStepIsRefused) {
   RunDocument document = documentWithFinding();
   document.findings[0].step = 0;
-  EXPECT_THROW(replaySettings(document, {.document = "x.json"}), UsageError);
+  ReplayRequest request;
+  request.document = "x.json";
+  EXPECT_THROW(replaySettings(document, request), UsageError);
 }
 
 TEST(UnrepeatableTest, namesWhatFollowsTheClockOrTheMachine) {
@@ -168,9 +170,12 @@ TEST(UnrepeatableTest, namesWhatFollowsTheClockOrTheMachine) {
 class ReplayVerdictTest : public ::testing::Test {
  protected:
   ReplayVerdictTest() {
-    result.findings = {
-        {.driveIndex = 1, .agentStatus = -1046, .lba = 3, .moment = {.commandNumber = 7, .step = 8}},
-        {.driveIndex = 0, .agentStatus = -1046, .lba = 500, .moment = {.commandNumber = 1042, .step = 1100}}};
+    result.findings.resize(2);
+    result.findings[0].driveIndex = 1;
+    Finding& ofTheDrive = result.findings[1];
+    ofTheDrive.agentStatus = -1046;
+    ofTheDrive.lba = 500;
+    ofTheDrive.moment = {.commandNumber = 1042, .step = 1100};
   }
   std::string verdict() const { return replayVerdict(documentWithFinding().findings[0], result); }
 

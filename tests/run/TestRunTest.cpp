@@ -177,16 +177,16 @@ TEST_F(TestRunTest, AFindingKnowsItsDriveAndItsMoment) {
   test.driveAddresses = {"fake:a", "fake:b"};
   clock.pause(5000);
   std::mutex mutex;
-  std::map<vdl::DriveThread*, int> steps;
+  std::map<std::string, int> steps;
   agent.onExecute = [&](vdl::DriveThread& thread) {
     const std::lock_guard lock(mutex);
     // Three steps issue nothing, so steps and commands differ.
-    const int step = ++steps[&thread];
+    const int step = ++steps[thread.name];
     if (step <= 3) {
       FakeAgent::apply(thread, 0);
       return 0;
     }
-    return step == 10 && std::string_view(thread.name) == "b" ? -1046 : readEverything(thread);
+    return step == 10 && thread.name == "b" ? -1046 : readEverything(thread);
   };
   const RunResult result = runIt();
   ASSERT_EQ(result.findings.size(), 1U);
