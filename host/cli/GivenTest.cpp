@@ -86,9 +86,10 @@ const std::vector<GivenTest::Text>& GivenTest::of(std::string_view key) const {
 }
 
 void GivenTest::overruleBy(const GivenTest& other) {
-  for (const auto& [name, stronger] : other.texts_) {
-    std::vector<Text>& here = texts_[name];
-    if (testKeyNamed(name)->form == TestKeyForm::table) {
+  for (const auto& entry : other.texts_) {
+    const std::vector<Text>& stronger = entry.second;
+    std::vector<Text>& here = texts_[entry.first];
+    if (testKeyNamed(entry.first)->form == TestKeyForm::table) {
       std::erase_if(here, [&](const Text& old) {
         return std::any_of(stronger.begin(), stronger.end(),
                            [&](const Text& text) { return entryName(text) == entryName(old); });

@@ -148,7 +148,7 @@ class Reader {
   }
 
   static std::optional<std::string> valueText(const toml::node& node) {
-    if (const auto text = node.value_exact<std::string>()) {
+    if (auto text = node.value_exact<std::string>()) {
       return text;
     }
     if (const auto number = node.value_exact<int64_t>()) {

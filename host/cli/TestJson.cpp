@@ -73,7 +73,7 @@ Json testJson(const RunSettings& settings) {
 GivenTest testFromJson(const Json& test, const std::string& path) {
   GivenTest given;
   for (const auto& [name, value] : test.items()) {
-    const std::string where = path + ": test." + name;
+    const std::string where = std::string(path).append(": test.").append(name);
     const TestKey* key = keyNamed(name);
     if (key == nullptr) {
       throw UsageError(where + " is no setting that this program knows; take the program that wrote the document");
