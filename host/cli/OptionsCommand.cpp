@@ -51,13 +51,14 @@ int showOptions(Console& out, const std::string& pluginPath) {
   return exit_status::clean;
 }
 
-void checkOptionSettings(std::string_view flag, const std::string& pluginPath,
-                         const std::vector<std::pair<std::string, std::string>>& settings) {
+void checkOptionSettings(const std::string& pluginPath,
+                         const std::vector<std::pair<std::string, std::string>>& settings,
+                         const std::function<std::string(const std::string& option)>& placeOf) {
   const AgentPlugin plugin(pluginPath);
   AgentConfig config(plugin.table());
   for (const auto& [name, value] : settings) {
     if (const std::string complaint = config.options().set(name, value); !complaint.empty()) {
-      std::string text(flag);
+      std::string text = placeOf(name);
       text.append(" '").append(name).append("=").append(value).append("': ").append(complaint);
       throw UsageError(text);
     }

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <functional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -22,8 +22,11 @@ int showOptions(Console& out, const std::string& pluginPath);
 
 /// Tries option settings on an agent of its own, so that a wrong one is refused before anything else happens.
 ///
-/// Throws UsageError that names the flag and the setting, ConfigurationError for a plug-in that does not load.
-void checkOptionSettings(std::string_view flag, const std::string& pluginPath,
-                         const std::vector<std::pair<std::string, std::string>>& settings);
+/// @param placeOf where an option was set, as messages name it
+///
+/// Throws UsageError that names the place and the setting, ConfigurationError for a plug-in that does not load.
+void checkOptionSettings(const std::string& pluginPath,
+                         const std::vector<std::pair<std::string, std::string>>& settings,
+                         const std::function<std::string(const std::string& option)>& placeOf);
 
 }  // namespace corvane::host

@@ -15,6 +15,7 @@
 #include "host/cli/HelpFormat.h"
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/PluginPath.h"
+#include "host/cli/ReplayCommand.h"
 #include "host/cli/RunCommand.h"
 #include "host/cli/RunCommandLine.h"
 #include "host/cli/SelftestCommand.h"
@@ -35,6 +36,8 @@ constexpr const char* introduction =
 constexpr const char* examples = R"(Examples:
   corvane run --drive sim:1g
   corvane run --drive file:/tmp/drive.img,size=256m --time 1m --commands-of write,read,verify
+  corvane run examples/quick.toml
+  corvane replay corvane-out/result.json
   corvane run --help
   corvane drives file:/tmp/drive.img
 
@@ -56,6 +59,8 @@ class Program {
     app_.footer(examples);
     run_ = command("run", "Tests drives");
     runLine_ = std::make_unique<RunCommandLine>(*run_);
+    replay_ = command("replay", "Runs a test again up to the moment of a finding");
+    replayLine_ = std::make_unique<ReplayCommandLine>(*replay_);
     selftest_ = command("selftest", "Tries out which faults of a drive are found");
     selftestLine_ = std::make_unique<SelftestCommandLine>(*selftest_);
     options_ = command("options", "Lists the agent's options, which 'corvane run --set' sets");
@@ -106,7 +111,8 @@ class Program {
     checkLeftOver(app_, "corvane");
     if (commands.empty()) {
       throw UsageError(
-          "no command is given; choose of run, selftest, options, usage, faults, drives ('corvane --help' explains "
+          "no command is given; choose of run, replay, selftest, options, usage, faults, drives ('corvane --help' "
+          "explains "
           "them)");
     }
     if (commands.size() > 1) {
@@ -125,13 +131,17 @@ class Program {
     if (chosen == selftest_) {
       return runSelftest(selftestLine_->settings(), plugin);
     }
+    if (chosen == replay_) {
+      return runReplay(replayLine_->request(), out);
+    }
     if (chosen == faults_) {
       return showFaultClasses(out);
     }
     if (chosen == drives_) {
       return drives_->count("ADDRESS") == 0 ? showDriveAddresses(out) : showDrive(out, driveAddress_);
     }
-    return runTest(runLine_->settings(), out);
+    const RunSettings settings = runLine_->settings();
+    return runLine_->dryRun() ? showResolvedTest(settings, out) : runTest(settings, out);
   }
 
   /// Refuses the first word that nobody took.
@@ -147,8 +157,9 @@ class Program {
       throw UsageError("'" + flag + "' is not a flag of '" + name + "'" + help + didYouMean(flag, flagsOf(command)));
     }
     if (&command == &app_) {
-      throw UsageError("'" + word + "' is not a command; choose of run, selftest, options, usage, faults, drives" +
-                       didYouMean(word, {"run", "selftest", "options", "usage", "faults", "drives"}));
+      throw UsageError("'" + word +
+                       "' is not a command; choose of run, replay, selftest, options, usage, faults, drives" +
+                       didYouMean(word, {"run", "replay", "selftest", "options", "usage", "faults", "drives"}));
     }
     throw UsageError("'" + word + "' is one word too many for '" + name + "'; '" + name +
                      " --help' shows what it takes");
@@ -182,12 +193,14 @@ class Program {
 
   CLI::App app_;
   CLI::App* run_ = nullptr;
+  CLI::App* replay_ = nullptr;
   CLI::App* options_ = nullptr;
   CLI::App* usage_ = nullptr;
   CLI::App* selftest_ = nullptr;
   CLI::App* faults_ = nullptr;
   CLI::App* drives_ = nullptr;
   std::unique_ptr<RunCommandLine> runLine_;
+  std::unique_ptr<ReplayCommandLine> replayLine_;
   std::unique_ptr<SelftestCommandLine> selftestLine_;
   std::string pluginFile_;
   std::string driveAddress_;

@@ -21,6 +21,7 @@
 #include "host/cli/RunDocuments.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/StopSignals.h"
+#include "host/cli/TestFile.h"
 #include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
@@ -71,6 +72,9 @@ std::string limitsText(const TestDefinition& test) {
   if (test.commandLimit != 0) {
     text += (text.empty() ? "" : " or ") + groupedNumber(test.commandLimit) + " commands";
   }
+  if (test.stepLimit != 0) {
+    text += (text.empty() ? "" : " or ") + groupedNumber(test.stepLimit) + " steps";
+  }
   return text;
 }
 
@@ -96,25 +100,37 @@ std::string outputText(const RunSettings& settings) {
          printable(settings.jsonPath);
 }
 
-/// The flag that a refusal is about; empty when no single one is.
-std::string flagOf(std::string_view refusal, const TestDefinition& test) {
-  const bool rangeGiven = test.firstLba != 0 || test.endLba != 0;
+/// The setting that a refusal is about; empty when no single one is.
+std::string settingOf(std::string_view refusal, const RunSettings& settings) {
+  const TestDefinition& test = settings.test;
+  const std::string_view place = test.size.any() ? "size" : "range";
+  const bool placeGiven = test.firstLba != 0 || test.endLba != 0 || test.size.any();
   const std::array<std::pair<std::string_view, std::string_view>, 9> beginnings{
-      {{"the LBA range", rangeGiven ? "--range" : "--xfer"},
-       {"transfers of", "--xfer"},
-       {"drive '", "--drive"},
-       {"queue depth", "--queue-depth"},
-       {"zone resets", "--zone-reset-every"},
-       {"invalidations", "--invalidate-every"},
-       {"atomic writes need reads", "--commands-of"},
-       {"an atomic write and its bound", "--atomic-bound"},
-       {"a power cut would", "--power-toggle"}}};
-  for (const auto& [beginning, flag] : beginnings) {
+      {{"the LBA range", placeGiven ? place : "xfer"},
+       {"transfers of", "xfer"},
+       {"drive '", "drive"},
+       {"queue depth", "queue-depth"},
+       {"zone resets", "zone-reset-every"},
+       {"invalidations", "invalidate-every"},
+       {"atomic writes need reads", "commands-of"},
+       {"an atomic write and its bound", "atomic-bound"},
+       {"a power cut would", "power-toggle"}}};
+  for (const auto& [beginning, key] : beginnings) {
     if (refusal.starts_with(beginning)) {
-      return std::string(flag) + ": ";
+      return nameOf(settings, key) + ": ";
     }
   }
   return {};
+}
+
+/// What a message calls the drive that a refusal is about.
+std::string nameOfDriveIn(const std::string& refusal, const RunSettings& settings) {
+  for (const std::string& address : settings.test.driveAddresses) {
+    if (refusal.find("'" + address + "'") != std::string::npos) {
+      return nameOfEntry(settings, "drive", address);
+    }
+  }
+  return nameOf(settings, "drive");
 }
 
 /// The test with a journal, so that what it finds can be explained.
@@ -127,9 +143,10 @@ TestDefinition rememberingTest(const RunSettings& settings) {
 
 void checkAgent(const RunSettings& settings) {
   try {
-    checkOptionSettings("--set", settings.test.pluginPath, settings.test.agentOptions);
+    checkOptionSettings(settings.test.pluginPath, settings.test.agentOptions,
+                        [&](const std::string& option) { return nameOfEntry(settings, "set", option); });
   } catch (const ConfigurationError& error) {
-    throw UsageError("--plugin '" + settings.test.pluginPath + "': " + error.what());
+    throw UsageError(nameOf(settings, "plugin") + " '" + settings.test.pluginPath + "': " + error.what());
   }
 }
 
@@ -139,9 +156,9 @@ void checkOutputsDistinct(const RunSettings& settings) {
   for (const std::string& address : settings.test.driveAddresses) {
     drives.push_back(fileOfDrive(address));
   }
-  checkDistinct(drives, {{settings.jsonGiven ? "--json" : "--output", settings.jsonPath},
-                         {"--events", settings.eventsPath},
-                         {"--junit", settings.junitPath}});
+  checkDistinct(drives, {{nameOfJson(settings), settings.jsonPath},
+                         {nameOf(settings, "events"), settings.eventsPath},
+                         {nameOf(settings, "junit"), settings.junitPath}});
 }
 
 std::vector<std::optional<Explanation>> explainAll(const RunResult& result) {
@@ -180,7 +197,7 @@ class Session {
   }
 
   /// @return the exit status
-  int carryOut() {
+  int carryOut(const std::function<void(const RunResult&)>& onResult) {
     if (!settings_.quiet) {
       introduce(out_, settings_, *run_);
     }
@@ -195,6 +212,9 @@ class Session {
     if (!settings_.quiet || result.status != RunStatus::clean) {
       out_.write(summaryText(settings_, result, explanations));
     }
+    if (onResult) {
+      onResult(result);
+    }
     return written || result.status != RunStatus::clean ? exitStatusOf(result.status) : exit_status::internal;
   }
 
@@ -203,24 +223,25 @@ class Session {
     try {
       return std::make_unique<TestRun>(rememberingTest(settings_), &observers_, std::move(surroundings));
     } catch (const ConfigurationError& error) {
-      throw UsageError(flagOf(error.what(), settings_.test) + error.what());
+      throw UsageError(settingOf(error.what(), settings_) + error.what());
     } catch (const DriveAddressError& error) {
-      throw UsageError(std::string("--drive: ") + error.what());
+      throw UsageError(nameOfDriveIn(error.what(), settings_) + ": " + error.what());
     }
   }
 
   void prepareOutput(NewPaths& made) {
     made.watch(settings_.test.outputDirectory);
-    prepareOutputDirectory("--output", settings_.test.outputDirectory);
+    prepareOutputDirectory(nameOf(settings_, "output"), settings_.test.outputDirectory);
     documents_.check();
     if (settings_.eventsPath.empty()) {
       return;
     }
     made.watch(settings_.eventsPath);
     events_ = std::make_unique<EventStream>(
-        std::make_unique<EventFile>("--events", settings_.eventsPath), clock_, [this](const std::string& cause) {
-          out_.line("warning: --events '" + printable(settings_.eventsPath) + "' cannot be written: " + cause +
-                    "; the test goes on, events are missing");
+        std::make_unique<EventFile>(nameOf(settings_, "events"), settings_.eventsPath), clock_,
+        [this](const std::string& cause) {
+          out_.line("warning: " + nameOf(settings_, "events") + " '" + printable(settings_.eventsPath) +
+                    "' cannot be written: " + cause + "; the test goes on, events are missing");
         });
     observers_.add(*events_);
   }
@@ -292,11 +313,18 @@ class Session {
 
 }  // namespace
 
-int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings) {
+int showResolvedTest(const RunSettings& settings, Console& out) {
+  checkAgent(settings);
+  out.write(testFileText(settings));
+  return exit_status::clean;
+}
+
+int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings,
+            const std::function<void(const RunResult&)>& onResult) {
   checkOutputsDistinct(settings);
   RunDocuments documents(settings);
   try {
-    return Session(settings, out, documents, std::move(surroundings)).carryOut();
+    return Session(settings, out, documents, std::move(surroundings)).carryOut(onResult);
   } catch (const std::exception& error) {
     documents.fail(runStatusOf(error), error.what());
     throw;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "host/cli/Console.h"
 #include "host/cli/RunSettings.h"
 #include "host/run/TestRun.h"
@@ -13,6 +15,13 @@ namespace corvane::host {
 /// and `--junit` ask for. Call it on the main thread.
 ///
 /// @param surroundings as TestRun takes them
-int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings = {});
+/// @param onResult     called last, with what came of the test
+int runTest(const RunSettings& settings, Console& out, RunSurroundings surroundings = {},
+            const std::function<void(const RunResult&)>& onResult = {});
+
+/// `corvane run --dry-run`: prints the test as a test file; opens no drive and makes no file. Returns the exit status.
+///
+/// Throws UsageError for an option that the agent does not take.
+int showResolvedTest(const RunSettings& settings, Console& out);
 
 }  // namespace corvane::host

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "host/cli/GivenTest.h"
 #include "host/cli/RunSettings.h"
 
 namespace CLI {
@@ -14,7 +13,7 @@ class App;
 
 namespace corvane::host {
 
-/// The flags of `corvane run`.
+/// The words of `corvane run`: a test file, and a flag for each setting of a test.
 class RunCommandLine {
  public:
   /// Adds the flags, their help and the examples to the command.
@@ -24,29 +23,22 @@ class RunCommandLine {
   RunCommandLine(const RunCommandLine&) = delete;
   RunCommandLine& operator=(const RunCommandLine&) = delete;
 
-  /// What was asked for, after the parsing; a seed is drawn when none was given. Touches nothing but that.
+  /// What was asked for, after the parsing: what the test file says, overruled by the flags. Reads the test file and
+  /// draws a seed when none was given; touches nothing but that.
   ///
   /// Throws UsageError for the first wrong value.
   RunSettings settings() const;
 
+  /// Whether the test shall only be shown.
+  bool dryRun() const { return dryRun_; }
+
  private:
-  void addTestFlags(CLI::App& run);
-  void addCommandFlags(CLI::App& run);
-  void addFaultFlag(CLI::App& run);
-  void addAgentFlags(CLI::App& run);
-  void addOutputFlags(CLI::App& run);
-  void add(CLI::App& run, const char* group, const char* flag, const char* value, std::string_view help);
+  GivenTest flags() const;
 
-  const std::string* once(std::string_view flag) const;
-  const std::vector<std::string>& all(std::string_view flag) const;
-  void readLimits(TestDefinition& test) const;
-  void readCommands(TestDefinition& test) const;
-  void readStress(TestDefinition& test) const;
-  void readOutput(RunSettings& settings) const;
-
-  std::map<std::string, std::vector<std::string>, std::less<>> given_;  // the parser stores into the values
-  bool forceUnitAccess_ = false;
-  bool quiet_ = false;
+  std::map<std::string, std::vector<std::string>> given_;  // the parser stores into the values
+  std::map<std::string, bool> on_;                         // and into these
+  std::vector<std::string> files_;
+  bool dryRun_ = false;
 };
 
 }  // namespace corvane::host

@@ -13,10 +13,10 @@
 namespace corvane::host {
 namespace {
 
-bool replaced(const char* flag, const std::string& path, const std::string& text, bool complain) {
+bool replaced(const std::string& name, const std::string& path, const std::string& text, bool complain) {
   try {
-    checkReplaceable(flag, path);
-    replaceFile(flag, path, text);
+    checkReplaceable(name, path);
+    replaceFile(name, path, text);
     return true;
   } catch (const UsageError& error) {
     if (complain) {
@@ -38,31 +38,32 @@ RunStatus runStatusOf(const std::exception& error) {
 }
 
 void RunDocuments::check() const {
-  checkReplaceable(jsonFlag(), settings_.jsonPath);
+  checkReplaceable(nameOfJson(settings_), settings_.jsonPath);
   if (!settings_.junitPath.empty()) {
-    checkReplaceable("--junit", settings_.junitPath);
+    checkReplaceable(nameOf(settings_, "junit"), settings_.junitPath);
   }
 }
 
 void RunDocuments::begin(const std::vector<std::string>& warnings) {
-  replaceFile(jsonFlag(), settings_.jsonPath, unfinishedRunJson(settings_, warnings));
+  replaceFile(nameOfJson(settings_), settings_.jsonPath, unfinishedRunJson(settings_, warnings));
   begun_ = true;
 }
 
 void RunDocuments::fail(RunStatus status, std::string_view error) {
   if (settings_.jsonGiven || begun_) {
-    replaced(jsonFlag(), settings_.jsonPath, failedRunJson(settings_, status, error), begun_);
+    replaced(nameOfJson(settings_), settings_.jsonPath, failedRunJson(settings_, status, error), begun_);
   }
   if (!settings_.junitPath.empty()) {
-    replaced("--junit", settings_.junitPath, failedRunJunit(settings_, status, error), begun_);
+    replaced(nameOf(settings_, "junit"), settings_.junitPath, failedRunJunit(settings_, status, error), begun_);
   }
 }
 
 bool RunDocuments::finish(const std::vector<DriveIntroduction>& drives, const std::vector<std::string>& warnings,
                           const RunResult& result, const std::vector<std::optional<Explanation>>& explanations) {
   const std::string document = runJson(settings_, drives, warnings, result, explanations);
-  const bool json = replaced(jsonFlag(), settings_.jsonPath, document, true);
-  return (settings_.junitPath.empty() || replaced("--junit", settings_.junitPath, runJunit(settings_, result), true)) &&
+  const bool json = replaced(nameOfJson(settings_), settings_.jsonPath, document, true);
+  return (settings_.junitPath.empty() ||
+          replaced(nameOf(settings_, "junit"), settings_.junitPath, runJunit(settings_, result), true)) &&
          json;
 }
 

@@ -42,8 +42,6 @@ class RunDocuments {
               const RunResult& result, const std::vector<std::optional<Explanation>>& explanations = {});
 
  private:
-  const char* jsonFlag() const { return settings_.jsonGiven ? "--json" : "--output"; }
-
   const RunSettings& settings_;
   bool begun_ = false;
 };

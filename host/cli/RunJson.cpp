@@ -6,7 +6,10 @@
 #include "host/cli/ExplanationJson.h"
 #include "host/cli/FiguresJson.h"
 #include "host/cli/InjectionJson.h"
+#include "host/cli/RunDocument.h"
 #include "host/cli/RunSummary.h"
+#include "host/cli/TestJson.h"
+#include "host/cli/TextFormat.h"
 #include "host/cli/Version.h"
 
 namespace corvane::host {
@@ -72,21 +75,15 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   return object;
 }
 
-/// Index of the drive that a finding is about.
-size_t driveOf(const Finding& finding, const RunResult& result) {
-  size_t index = 0;
-  while (index < result.drives.size() && result.drives[index].name != finding.drive) {
-    ++index;
-  }
-  return index;
-}
-
 Json heading(const RunSettings& settings, RunStatus status, std::string_view error) {
   Json document;
+  document["format"] = runDocumentFormat;
   document["version"] = programVersion();
   document["seed"] = settings.test.seed;
   document["seedDrawn"] = settings.seedDrawn;
   document["repeat"] = repeatCommand(settings);
+  document["test"] = testJson(settings);
+  document["started"] = utcText(settings.startedUs);
   document["status"] = runStatusName(status);
   document["exitStatus"] = exitStatusOf(status);
   document["error"] = error;
@@ -114,12 +111,16 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
   for (const Finding& finding : result.findings) {
     Json object;
     object["drive"] = finding.drive;
+    object["driveIndex"] = finding.driveIndex;
     object["agentStatus"] = finding.agentStatus;
     object["lba"] = finding.lba ? Json(*finding.lba) : Json();
+    object["commandNumber"] = finding.moment.commandNumber;
+    object["step"] = finding.moment.step;
+    object["elapsedMs"] = finding.moment.elapsedMs;
     object["text"] = finding.text;
     object["files"] = finding.files;
-    if (const size_t drive = driveOf(finding, result); drive < explanations.size() && explanations[drive]) {
-      object["explanation"] = explanationJson(*explanations[drive], replayLine(settings));
+    if (finding.driveIndex < explanations.size() && explanations[finding.driveIndex]) {
+      object["explanation"] = explanationJson(*explanations[finding.driveIndex], replayLine(settings));
     }
     document["findings"].push_back(std::move(object));
   }

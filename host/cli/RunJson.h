@@ -16,10 +16,13 @@ namespace corvane::host {
 ///
 /// | Key             | Value                                                                                     |
 /// |-----------------|-------------------------------------------------------------------------------------------|
+/// | `format`        | 1; another number when a program that reads documents must be changed                     |
 /// | `version`       | the program's                                                                             |
 /// | `seed`          | number                                                                                    |
 /// | `seedDrawn`     | whether the program chose the seed                                                        |
 /// | `repeat`        | the words of the command that repeats the run                                             |
+/// | `test`          | what was run: the keys of test files, values as flags take them; options in `options`    |
+/// | `started`       | when, in UTC: "2026-01-31T12:00:00Z"                                                      |
 /// | `status`        | "clean", "data failure", "configuration error", "drive error" or "internal error"; also   |
 /// |                 | "unfinished": the test goes on, or the program was killed                                 |
 /// | `exitStatus`    | the program's; null when unfinished                                                       |
@@ -29,7 +32,7 @@ namespace corvane::host {
 /// | `elapsedMs`     | number                                                                                    |
 /// | `warnings`      | sentences about what weakens the test                                                     |
 /// | `drives`        | one object a drive, in the order of the command line; empty without a result              |
-/// | `findings`      | one object a data failure: `drive` (its name), `agentStatus`, `text`, `files`             |
+/// | `findings`      | one object a data failure, see below                                                      |
 ///
 /// Of a drive:
 ///
@@ -65,6 +68,20 @@ namespace corvane::host {
 /// | `heldBack`      | waited for an overlapping one                                                             |
 /// | `stray`         | completions that nobody waited for                                                        |
 /// | `maxOutstanding`| at once                                                                                   |
+///
+/// Of a finding:
+///
+/// | Key             | Value                                                                                     |
+/// |-----------------|-------------------------------------------------------------------------------------------|
+/// | `drive`         | its name                                                                                  |
+/// | `driveIndex`    | its place in `drives`, from 0                                                             |
+/// | `agentStatus`   | -1046 miscompare, -1062 write splice, -1063 atomic order                                  |
+/// | `lba`           | number, or null when the agent named none                                                 |
+/// | `commandNumber` | commands that had been issued to the drive                                                |
+/// | `step`          | steps of the test's loop that had begun; `corvane replay` runs so far                     |
+/// | `elapsedMs`     | since the drive's test began                                                              |
+/// | `text`          | the agent's line                                                                          |
+/// | `files`         | reports and dumps about it: paths                                                         |
 ///
 /// Text that is not UTF-8 has its wrong bytes replaced.
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <ctime>
 
 namespace corvane::host {
 namespace {
@@ -105,6 +106,14 @@ std::string clockText(uint64_t ms) {
 
 std::string elapsedText(uint64_t ms) {
   return ms < 60'000 ? formatted("%.2f %s", static_cast<double>(ms) / 1000, "s") : clockText(ms);
+}
+
+std::string utcText(uint64_t microseconds) {
+  const auto seconds = static_cast<std::time_t>(microseconds / 1'000'000);
+  std::tm fields{};
+  gmtime_r(&seconds, &fields);
+  std::array<char, 40> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields)};
 }
 
 std::string wrapText(std::string_view text, size_t width, size_t indent) {

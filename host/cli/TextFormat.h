@@ -28,6 +28,9 @@ std::string clockText(uint64_t ms);
 /// "0.25 s" below a minute, else as `clockText`.
 std::string elapsedText(uint64_t ms);
 
+/// A moment in microseconds since the epoch as "2026-01-31T12:00:00Z".
+std::string utcText(uint64_t microseconds);
+
 /// Breaks a text into lines at blanks, each at most `width` characters and beginning with `indent` blanks. Line breaks
 /// of the text stay. A word that is too long gets a line of its own. Every line ends with a line break.
 std::string wrapText(std::string_view text, size_t width, size_t indent);

@@ -8,6 +8,7 @@
 
 #include "host/base/NearestName.h"
 #include "host/cli/UsageError.h"
+#include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 constexpr std::string_view countHelp = "a whole number such as 2000, 1e6 or 2m (k, m, g: thousand, million, 10^9)";
 constexpr std::string_view durationHelp = "a time with its unit such as 500ms, 30s, 10m, 2h or 1d";
 constexpr uint32_t mostWeight = 1'000'000;
+constexpr uint32_t wholeDrive = 100'000;  ///< thousandths of a percent
 
 /// Units, the greatest first, so that a text is made with the greatest that fits.
 constexpr std::array<std::pair<std::string_view, uint64_t>, 5> durationUnits{
@@ -127,6 +129,12 @@ std::optional<uint64_t> readNumber(std::string_view text) {
   return complete ? std::optional(value) : std::nullopt;
 }
 
+/// Whether the text is a number with a unit behind it.
+bool hasUnit(std::string_view text) {
+  return takeDecimal(text) && text.size() == 1 &&
+         std::string_view("kKmMgGtTbB%").find(text[0]) != std::string_view::npos;
+}
+
 /// Splits "A..B"; the second is missing when the text has no "..".
 std::pair<std::string_view, std::optional<std::string_view>> splitRange(std::string_view text) {
   const size_t dots = text.find("..");
@@ -219,7 +227,7 @@ uint64_t parseDurationMs(std::string_view flag, std::string_view text) {
     refuse(flag, text, "is finer than a millisecond", std::string("give ").append(durationHelp));
   }
   if (ms == 0) {
-    refuse(flag, text, "leaves no time to test", "give at least 1ms, or leave the flag out for no limit");
+    refuse(flag, text, "leaves no time to test", "give at least 1ms, or leave it out for no limit");
   }
   return ms;
 }
@@ -235,6 +243,10 @@ std::string durationFlagText(uint64_t ms) {
 
 BlockRange parseBlockRange(std::string_view flag, std::string_view text) {
   const auto [minText, maxText] = splitRange(text);
+  if (hasUnit(minText) || (maxText && hasUnit(*maxText))) {
+    refuse(flag, text, "has a unit, but blocks are counted, whose size is each drive's own",
+           "give MIN..MAX in blocks: 4 KiB are 8 blocks of 512 bytes, or 1 of 4096");
+  }
   const std::optional<uint64_t> min = readCount(minText);
   const std::optional<uint64_t> max = maxText ? readCount(*maxText) : min;
   const std::string_view remedy = "give MIN..MAX in blocks such as 1..64, or one number";
@@ -266,6 +278,46 @@ LbaRange parseLbaRange(std::string_view flag, std::string_view text) {
     refuse(flag, text, "is empty", remedy);
   }
   return {.first = *first, .end = *end};
+}
+
+DriveShare parseDriveShare(std::string_view flag, std::string_view text) {
+  constexpr std::string_view remedy = "give bytes such as 64k, 256m, 1g or 2t (binary units), or a share such as 10%";
+  DriveShare share;
+  if (text.ends_with('%')) {
+    std::string_view rest = text.substr(0, text.size() - 1);
+    std::optional<Decimal> number = takeDecimal(rest);
+    if (number) {
+      number->exponent += 3;
+    }
+    const std::optional<uint64_t> share1000 = number && rest.empty() ? whole(*number) : std::nullopt;
+    if (!share1000 || *share1000 > wholeDrive) {
+      refuse(flag, text, "is no share of a drive", "give 0.001% to 100%");
+    }
+    share.milliPercent = static_cast<uint32_t>(*share1000);
+  } else if (const std::optional<uint64_t> bytes = parseSizeBytes(text)) {
+    share.bytes = *bytes;
+  } else {
+    refuse(flag, text, "is no size", remedy);
+  }
+  if (!share.any()) {
+    refuse(flag, text, "leaves nothing to test", remedy);
+  }
+  return share;
+}
+
+std::string driveShareText(const DriveShare& share) {
+  if (share.bytes == 0) {
+    std::string fraction = std::to_string(1000 + share.milliPercent % 1000).substr(1);
+    fraction.erase(fraction.find_last_not_of('0') + 1);
+    return std::to_string(share.milliPercent / 1000) + (fraction.empty() ? "" : "." + fraction) + "%";
+  }
+  constexpr std::array<std::pair<const char*, uint32_t>, 4> units{{{"t", 40}, {"g", 30}, {"m", 20}, {"k", 10}}};
+  for (const auto& [unit, shift] : units) {
+    if (share.bytes % (uint64_t{1} << shift) == 0) {
+      return std::to_string(share.bytes >> shift) + unit;
+    }
+  }
+  return std::to_string(share.bytes);
 }
 
 CommandMix parseCommandMix(std::string_view flag, std::string_view text) {

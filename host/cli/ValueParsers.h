@@ -41,7 +41,7 @@ struct BlockRange {
   uint32_t max = 0;
 };
 
-/// "8..64", or "8" for "8..8"; 1 <= MIN <= MAX.
+/// "8..64", or "8" for "8..8"; 1 <= MIN <= MAX. Units are refused: "4k" could be 4000 blocks or 4096 bytes.
 BlockRange parseBlockRange(std::string_view flag, std::string_view text);
 
 /// A range of LBAs.
@@ -52,6 +52,12 @@ struct LbaRange {
 
 /// "1000..2000", or "1000.." up to the drive's end; FIRST < END, and END is not included.
 LbaRange parseLbaRange(std::string_view flag, std::string_view text);
+
+/// "64k", "1g" with binary units or plain bytes, or a share of the drive such as "10%" or "0.5%"; not 0.
+DriveShare parseDriveShare(std::string_view flag, std::string_view text);
+
+/// The shortest text that `parseDriveShare` reads as this share.
+std::string driveShareText(const DriveShare& share);
 
 /// "write,read" or with weights "write=3,trim=1,read"; a kind without a weight has 1, a kind that is not named 0.
 CommandMix parseCommandMix(std::string_view flag, std::string_view text);

@@ -61,6 +61,8 @@ void judgeNumbers(Judge& judge, const TestDefinition& test, const AgentOptionVal
   judge.refuseIf(test.endLba != 0 && test.endLba <= test.firstLba,
                  "the LBA range " + text(test.firstLba) + ".." + text(test.endLba) +
                      " is empty; its end is not included and must be above its start");
+  judge.refuseIf(test.endLba != 0 && test.size.any(),
+                 "the size and the end of the LBA range both say where the test ends; leave one out");
   judge.refuseIf(options.minQueueSize > options.maxQueueSize, "\"Min Queue Size\" " + text(options.minQueueSize) +
                                                                   " is above \"Max Queue Size\" " +
                                                                   text(options.maxQueueSize) + "; set both");
@@ -204,18 +206,26 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
   return judge.take();
 }
 
-TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, uint64_t driveBlocks) {
+TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, const DriveGeometry& drive) {
   if (test.endLba != 0) {
     return {.firstLba = test.firstLba, .endLba = test.endLba};
   }
   const uint64_t headRoom = options.slideReads ? uint64_t{test.maxBlocks - 1} * stepOf(options) : 0;
-  return {.firstLba = test.firstLba, .endLba = driveBlocks - std::min(driveBlocks, headRoom)};
+  const uint64_t last = drive.blocks - std::min(drive.blocks, headRoom);
+  if (!test.size.any()) {
+    return {.firstLba = test.firstLba, .endLba = last};
+  }
+  const uint64_t share = test.size.blocksOf(drive);
+  const bool fits = test.firstLba <= drive.blocks && share <= drive.blocks - test.firstLba;
+  // One that does not fit keeps its end, so that whoever asked for it is told.
+  const uint64_t end = test.firstLba + std::min(share, std::numeric_limits<uint64_t>::max() - test.firstLba);
+  return {.firstLba = test.firstLba, .endLba = fits ? std::min(end, last) : end};
 }
 
 ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionValues& options, const Drive& drive) {
   Judge judge;
   const uint64_t blocks = drive.geometry().blocks;
-  const TestRange range = testRange(test, options, blocks);
+  const TestRange range = testRange(test, options, drive.geometry());
   const std::string rangeText = text(range.firstLba) + ".." + text(range.endLba);
   const uint64_t longest = uint64_t{test.maxBlocks} * stepOf(options);
   const uint64_t size = range.endLba > range.firstLba ? range.endLba - range.firstLba : 0;

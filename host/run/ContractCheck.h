@@ -31,7 +31,7 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
 /// What the test needs and the drive does not offer: one sentence, empty when there is nothing.
 std::string missingCapability(const TestDefinition& test, const Drive& drive);
 
-/// The range of a test on a drive of so many blocks; a whole drive loses the head-room that sliding reads need.
-TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, uint64_t driveBlocks);
+/// The range of a test on a drive; what goes up to the drive's end loses the head-room that sliding reads need there.
+TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, const DriveGeometry& drive);
 
 }  // namespace corvane::host

@@ -28,6 +28,8 @@ std::optional<uint64_t> lbaIn(const std::string& line) {
   return error == std::errc() && end != begin ? std::optional(lba) : std::nullopt;
 }
 
+bool limitReached(uint64_t limit, uint64_t count) { return limit != 0 && count >= limit; }
+
 }  // namespace
 
 DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
@@ -37,7 +39,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       ledger_(std::move(ledger)),
       drive_(std::move(drive)),
       geometry_(drive_->geometry()),
-      range_(testRange(context.test, context.options, geometry_.blocks)),
+      range_(testRange(context.test, context.options, geometry_)),
       log_(index, context.observer) {
   result_.name = std::move(name);
   result_.address = std::move(address);
@@ -49,7 +51,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
 }
 
 void DriveRun::run() noexcept {
-  const uint64_t beganUs = context_.clock.steadyUs();
+  beganUs_ = context_.clock.steadyUs();
   setCurrentDeviceIndex(index_);
   try {
     runTest();
@@ -60,7 +62,7 @@ void DriveRun::run() noexcept {
   } catch (const std::exception& error) {
     failed(RunStatus::internal, error.what());
   }
-  conclude(beganUs);
+  conclude();
   ended_.store(true, std::memory_order_release);
   if (const std::optional<Finding> finding = findingOf(result_)) {
     context_.observer->onFinding(index_, *finding);
@@ -68,7 +70,7 @@ void DriveRun::run() noexcept {
   context_.observer->onDriveEnd(index_, result_);
 }
 
-void DriveRun::conclude(uint64_t beganUs) {
+void DriveRun::conclude() {
   result_.totals = totals();
   result_.messages = log_.messages();
   if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
@@ -77,7 +79,7 @@ void DriveRun::conclude(uint64_t beganUs) {
   if (ledger_ != nullptr) {
     result_.injections = ledger_->injections();
   }
-  result_.elapsedMs = (context_.clock.steadyUs() - beganUs) / 1000;
+  result_.elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000;
 }
 
 DriveThreadHost::Settings DriveRun::threadSettings() {
@@ -192,7 +194,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
       status = loop.drain();
     }
     if (status != 0) {
-      noteFinding();
+      noteMoment(loop);
       agentEnded("execute", status);
       loop.abandon();
     }
@@ -210,13 +212,6 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   }
 }
 
-void DriveRun::noteFinding() {
-  if (journal_ != nullptr) {
-    foundUs_ = journal_->nowUs();
-    foundAfter_ = journal_->issuedCount();
-  }
-}
-
 void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
   const std::optional<uint64_t> lba = recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
   if (!lba) {
@@ -227,7 +222,7 @@ void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
   evidence->agentError = result_.error;
   evidence->lba = *lba;
   evidence->foundUs = foundUs_;
-  evidence->foundAfter = foundAfter_;
+  evidence->foundAfter = result_.moment.commandNumber;
   evidence->geometry = geometry_;
   evidence->embedded = context_.options.embedData;
   evidence->journal = journal_;
@@ -254,7 +249,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
   const TestDefinition& test = context_.test;
   const uint64_t beganUs = context_.clock.steadyUs();
   while (!context_.stop.load(std::memory_order_relaxed)) {
-    if (test.commandLimit != 0 && loop.commandsIssued() >= test.commandLimit) {
+    if (limitReached(test.commandLimit, loop.commandsIssued()) || limitReached(test.stepLimit, steps_)) {
       break;
     }
     if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
@@ -266,6 +261,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
         continue;
       }
     }
+    ++steps_;
     if (const int32_t status = loop.step(); status != 0) {
       return status;
     }
@@ -284,6 +280,13 @@ bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {
   }
   context_.clock.pause(std::min(dueUs - elapsedUs, longestRatePauseUs));
   return true;
+}
+
+void DriveRun::noteMoment(const StepLoop& loop) {
+  result_.moment = {.commandNumber = loop.commandsIssued(),
+                    .step = steps_,
+                    .elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000};
+  foundUs_ = journal_ != nullptr ? journal_->nowUs() : 0;
 }
 
 void DriveRun::agentEnded(const char* callback, int32_t status) {

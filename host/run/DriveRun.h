@@ -63,16 +63,17 @@ class DriveRun {
   std::unique_ptr<LbaAgent> makeLbaSource() const;
   void runTest();
   /// Completes the result of a test that is over.
-  void conclude(uint64_t beganUs);
+  void conclude();
   void runAgent(DriveThreadHost& host);
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
   int32_t stepUntilEnd(StepLoop& loop);
-  void noteFinding();
   /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
   void gatherEvidence(DriveThreadHost& host, StepLoop& loop);
   /// Waits until the rate allows another command, but not for long at a time.
   bool mustWait(const StepLoop& loop, uint64_t elapsedUs);
+  /// Remembers when the agent ended the test.
+  void noteMoment(const StepLoop& loop);
   void agentEnded(const char* callback, int32_t status);
   void failed(RunStatus status, const std::string& error);
 
@@ -87,7 +88,8 @@ class DriveRun {
   MiscompareRecorder recorder_;
   std::shared_ptr<CommandJournal> journal_;  ///< null: nobody asked for it
   uint64_t foundUs_ = 0;
-  uint64_t foundAfter_ = 0;
+  uint64_t beganUs_ = 0;
+  uint64_t steps_ = 0;
   DriveResult result_;
   std::atomic<bool> ended_{false};
 };

@@ -98,6 +98,7 @@ std::optional<Finding> findingOf(const DriveResult& drive) {
   }
   Finding finding;
   finding.drive = drive.name;
+  finding.moment = drive.moment;
   finding.agentStatus = drive.agentStatus;
   finding.lba = drive.findingLba;
   finding.text = drive.error;

@@ -77,13 +77,22 @@ struct AgentMessages {
   std::vector<std::string> dumps;    ///< dumps of the drive's and the reference data
 };
 
+/// When something happened in the test of one drive.
+struct TestMoment {
+  uint64_t commandNumber = 0;  ///< commands that had been issued to the drive
+  uint64_t step = 0;       ///< steps of the test's loop that had begun; a test that ends after them gets there again
+  uint64_t elapsedMs = 0;  ///< since the drive's test began
+};
+
 /// One data failure.
 struct Finding {
+  uint32_t driveIndex = 0;                     ///< in the order of the test's drives
   std::string drive;                           ///< display name
   int32_t agentStatus = 0;                     ///< -1046 miscompare, -1062 write splice, -1063 atomic order
   std::optional<uint64_t> lba = std::nullopt;  ///< that the agent named
   std::string text;                            ///< the agent's first error line
   std::vector<std::string> files;              ///< reports and dumps about it
+  TestMoment moment;
 };
 
 /// How one drive's test went.
@@ -95,6 +104,7 @@ struct DriveResult {
   int32_t agentStatus = 0;             ///< the first status other than 0 that a callback returned
   std::string error;                   ///< one line; empty when clean
   std::optional<uint64_t> findingLba;  ///< of a data failure, as far as the agent named one
+  TestMoment moment;                   ///< when `agentStatus` came; all 0 while there is none
   DriveTotals totals;
   AgentMessages messages;
   std::vector<Injection> injections;                ///< what the drive did wrong on purpose

@@ -65,6 +65,14 @@ uint32_t CommandMix::writeKinds() const {
   return kinds;
 }
 
+uint64_t DriveShare::blocksOf(const DriveGeometry& drive) const {
+  if (bytes != 0) {
+    return bytes / drive.blockSize;
+  }
+  constexpr uint64_t whole = 100'000;
+  return drive.blocks / whole * milliPercent + drive.blocks % whole * milliPercent / whole;
+}
+
 std::string driveDisplayName(std::string_view address, uint32_t index) {
   const size_t colon = address.find(':');
   const std::string_view kind = address.substr(0, colon);

@@ -42,6 +42,18 @@ enum class PowerToggle : uint8_t {
   withSync,     ///< flushes the cache before each cut
 };
 
+/// How much of a drive is tested, counted from the test's first LBA. Nothing is set: all that follows.
+struct DriveShare {
+  uint64_t bytes = 0;         ///< of logical blocks, without their protection bytes; 0: `milliPercent` counts
+  uint32_t milliPercent = 0;  ///< thousandths of a percent of the drive's blocks, at most 100'000
+
+  bool any() const { return bytes != 0 || milliPercent != 0; }
+  /// The share in whole blocks; what is left of a block is not tested.
+  uint64_t blocksOf(const DriveGeometry& drive) const;
+
+  bool operator==(const DriveShare&) const = default;
+};
+
 /// Everything that one test is made of. A plain value: nothing is checked before a TestRun is made of it.
 struct TestDefinition {
   std::vector<std::string> driveAddresses;  ///< one drive thread each, as `openDrive` takes them
@@ -58,6 +70,7 @@ struct TestDefinition {
   std::string lbaAgent = "mixed";  ///< one of `lbaAgentNames()`
   uint64_t firstLba = 0;
   uint64_t endLba = 0;          ///< excluded; 0: the whole drive, less what sliding reads need behind the range
+  DriveShare size;              ///< instead of an end: of each drive as it is
   uint32_t minAtomicBound = 1;  ///< blocks per segment of an atomic write, at least 1
   uint32_t maxAtomicBound = 8;
 
@@ -73,7 +86,8 @@ struct TestDefinition {
 
   uint64_t seed = 1;          ///< everything random of the test follows from it
   uint64_t timeLimitMs = 0;   ///< per drive; 0: none
-  uint64_t commandLimit = 0;  ///< commands per drive; 0: none. Without both limits the test runs until it is stopped
+  uint64_t commandLimit = 0;  ///< commands per drive; 0: none. Without any limit the test runs until it is stopped
+  uint64_t stepLimit = 0;     ///< steps of the test's loop per drive, each of which issues at most one command; 0: none
   uint64_t commandsPerSecond = 0;  ///< upper limit per drive; 0: none
   uint64_t watchdogMs = 60'000;    ///< a drive that completes nothing for so long has failed
 

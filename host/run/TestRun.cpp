@@ -189,6 +189,7 @@ RunResult TestRun::run() {
     const DriveResult& drive = result.drives.emplace_back(run->result());
     result.status = worse(result.status, drive.status);
     if (std::optional<Finding> finding = findingOf(drive)) {
+      finding->driveIndex = static_cast<uint32_t>(result.drives.size() - 1);
       result.findings.push_back(*std::move(finding));
     }
   }

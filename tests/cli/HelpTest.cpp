@@ -59,6 +59,10 @@ TEST(HelpTest, explainsEveryFlagOfRunWithItsDefault) {
                            "--junit FILE",
                            "--plugin FILE",
                            "--quiet",
+                           "--steps N",
+                           "--size SIZE",
+                           "--fault FAULT",
+                           "--dry-run",
                            "--zone-reset-every N",
                            "--invalidate-every N"}) {
     EXPECT_THAT(text, HasSubstr(std::string("\n  ") + flag));
@@ -73,6 +77,16 @@ TEST(HelpTest, isThereForEveryCommand) {
   EXPECT_THAT(textOf({"options", "--help"}), HasSubstr("--set \"Slide Reads=true\""));
   EXPECT_THAT(textOf({"usage", "-h"}), HasSubstr("--plugin FILE"));
   EXPECT_THAT(textOf({"drives", "--help"}), HasSubstr("[ADDRESS]"));
+}
+
+TEST(HelpTest, namesTheTestFile) { EXPECT_THAT(textOf({"run", "--help"}), HasSubstr("corvane run [FILE] [FLAGS]")); }
+
+TEST(HelpTest, explainsReplay) {
+  const std::string text = textOf({"replay", "--help"});
+  for (const char* part :
+       {"corvane replay [FILE] [FLAGS]", "--finding N", "--output DIR", "--plugin FILE", "Example:"}) {
+    EXPECT_THAT(text, HasSubstr(part));
+  }
 }
 
 TEST(HelpTest, linesFitAWideTerminal) {

@@ -31,8 +31,9 @@ std::vector<std::string> keysOf(const Json& object) {
 
 TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
   const Json document = documentOf(SampleRun());
-  EXPECT_THAT(keysOf(document), ElementsAre("version", "seed", "seedDrawn", "repeat", "status", "exitStatus", "error",
-                                            "stopped", "elapsedMs", "warnings", "drives", "findings"));
+  EXPECT_THAT(keysOf(document),
+              ElementsAre("format", "version", "seed", "seedDrawn", "repeat", "test", "started", "status", "exitStatus",
+                          "error", "stopped", "elapsedMs", "warnings", "drives", "findings"));
   const Json& drive = document["drives"][0];
   EXPECT_THAT(keysOf(drive), ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status",
                                          "agentStatus", "error", "commands", "events", "blocks", "bytes", "elapsedMs",
@@ -42,11 +43,15 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
               ElementsAre("write", "atomic", "writesame", "trim", "read", "verify", "sync"));
   EXPECT_THAT(keysOf(drive["events"]), ElementsAre("resets", "powerCycles", "zoneResets", "invalidations"));
-  EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "agentStatus", "lba", "text", "files"));
+  EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "driveIndex", "agentStatus", "lba", "commandNumber",
+                                                           "step", "elapsedMs", "text", "files"));
 }
 
 TEST(RunJsonTest, tellsAboutTheRun) {
   const Json document = documentOf(SampleRun(), {"careful"});
+  EXPECT_EQ(document["format"], 1);
+  EXPECT_EQ(document["started"], "2026-01-31T12:00:00Z");
+  EXPECT_EQ(document["test"]["seed"], "42");
   EXPECT_EQ(document["version"], programVersion());
   EXPECT_EQ(document["seed"], 42);
   EXPECT_EQ(document["seedDrawn"], false);
@@ -93,6 +98,10 @@ TEST(RunJsonTest, listsTheFindings) {
   ASSERT_EQ(document["findings"].size(), 1U);
   EXPECT_EQ(document["findings"][0]["drive"], "b.img");
   EXPECT_EQ(document["findings"][0]["agentStatus"], -1046);
+  EXPECT_EQ(document["findings"][0]["driveIndex"], 1);
+  EXPECT_EQ(document["findings"][0]["commandNumber"], 1042);
+  EXPECT_EQ(document["findings"][0]["step"], 1100);
+  EXPECT_EQ(document["findings"][0]["elapsedMs"], 70);
   EXPECT_EQ(document["findings"][0]["files"].size(), 3U);
 }
 

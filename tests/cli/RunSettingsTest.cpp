@@ -28,6 +28,7 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
   test.lbaAgent = "sequential";
   test.firstLba = 10;
   test.endLba = 20;
+  test.stepLimit = 6;
   test.mix.trim = 4;
   test.minAtomicBound = 3;
   test.maxAtomicBound = 4;
@@ -45,18 +46,37 @@ TEST(RepeatCommandTest, namesEverythingThatWasChosen) {
   settings.pluginGiven = true;
   EXPECT_THAT(repeatCommand(settings),
               ElementsAre("corvane", "run", "--drive", "sim:1g", "--drive", "file:a b", "--time", "90s", "--commands",
-                          "5", "--seed", "3", "--queue-depth", "7", "--xfer", "2..9", "--lba-agent", "sequential",
-                          "--range", "10..20", "--commands-of", "write,trim=4,read", "--atomic-bound", "3..4", "--e2e",
-                          "50", "--power-toggle", "sync", "--reset-every", "100", "--zone-reset-every", "200",
-                          "--invalidate-every", "300", "--fua", "--rate", "1500", "--fault", "lost-write:rate=0.001",
+                          "5", "--steps", "6", "--range", "10..20", "--seed", "3", "--commands-of", "write,trim=4,read",
+                          "--queue-depth", "7", "--xfer", "2..9", "--lba-agent", "sequential", "--atomic-bound", "3..4",
+                          "--e2e", "50", "--fua", "--rate", "1500", "--reset-every", "100", "--zone-reset-every", "200",
+                          "--invalidate-every", "300", "--power-toggle", "sync", "--fault", "lost-write:rate=0.001",
                           "--fault", "torn-write:at=command:9", "--set", "Slide Reads=true", "--set", "Trace Depth=5",
-                          "--output", "out", "--plugin", "./mine.so"));
+                          "--plugin", "./mine.so", "--output", "out"));
 }
 
 TEST(RepeatCommandTest, leavesAnOpenRangeOpen) {
   RunSettings settings;
   settings.test.firstLba = 64;
-  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--seed", "1", "--range", "64.."));
+  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--range", "64..", "--seed", "1"));
+}
+
+TEST(RepeatCommandTest, doesNotNameTheUsualFolderNorWhatIsOnlySaid) {
+  RunSettings settings;
+  settings.test.outputDirectory = usualOutputDirectory;
+  settings.quiet = true;
+  settings.jsonPath = "x.json";
+  settings.jsonGiven = true;
+  EXPECT_THAT(repeatCommand(settings), ElementsAre("corvane", "run", "--seed", "1"));
+}
+
+TEST(NameOfTest, isTheFlagUnlessAFileNamesThePlace) {
+  RunSettings settings;
+  settings.places["xfer"] = "x.toml:3: xfer";
+  settings.entryPlaces[{"drive", "sim:1g"}] = "x.toml:4: drive";
+  EXPECT_EQ(nameOf(settings, "xfer"), "x.toml:3: xfer");
+  EXPECT_EQ(nameOf(settings, "seed"), "--seed");
+  EXPECT_EQ(nameOfEntry(settings, "drive", "sim:1g"), "x.toml:4: drive");
+  EXPECT_EQ(nameOfEntry(settings, "drive", "sim:2g"), "--drive");
 }
 
 TEST(RepeatCommandTest, doesNotNameThePluginThatComesWithTheProgram) {

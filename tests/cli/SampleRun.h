@@ -15,6 +15,7 @@ struct SampleRun {
     settings.test.seed = 42;
     settings.test.commandLimit = 100;
     settings.test.outputDirectory = "out";
+    settings.startedUs = 1'769'860'800'000'000;
     drives.resize(2);
     drives[0].name = "sim0";
     drives[0].address = "sim:1g";
@@ -54,10 +55,12 @@ struct SampleRun {
     bad.messages.dumps = {"out/drive.bin", "out/reference.bin"};
     result.status = RunStatus::dataFailure;
     result.drives = {good, bad};
-    result.findings = {{.drive = "b.img",
+    result.findings = {{.driveIndex = 1,
+                        .drive = "b.img",
                         .agentStatus = -1046,
                         .text = bad.error,
-                        .files = {"out/trace.txt", "out/drive.bin", "out/reference.bin"}}};
+                        .files = {"out/trace.txt", "out/drive.bin", "out/reference.bin"},
+                        .moment = {.commandNumber = 1042, .step = 1100, .elapsedMs = 70}}};
     result.seed = 42;
     result.elapsedMs = 2100;
   }

@@ -36,6 +36,11 @@ TEST(TextFormatTest, givesRatesInMegabytesASecond) {
   EXPECT_EQ(rateText(1'000'000, 2000), "0.5 MB/s");
 }
 
+TEST(TextFormatTest, tellsMomentsInUtc) {
+  EXPECT_EQ(utcText(0), "1970-01-01T00:00:00Z");
+  EXPECT_EQ(utcText(1'769'860'800'999'999), "2026-01-31T12:00:00Z");
+}
+
 TEST(TextFormatTest, hasNoRateInNoTime) { EXPECT_EQ(rateText(5, 0), "0.0 MB/s"); }
 
 TEST(TextFormatTest, showsTimeAsAClock) {

@@ -110,7 +110,45 @@ TEST(ParseBlockRangeTest, saysWhatIsWrong) {
   EXPECT_THAT(of("8..1"), HasSubstr("wrong way round; give MIN..MAX"));
   EXPECT_THAT(of("1-8"), HasSubstr("is no range of lengths"));
   EXPECT_THAT(of("1.."), HasSubstr("is no range of lengths"));
-  EXPECT_THAT(of("1..5g"), HasSubstr("is too large; the most is 4294967295"));
+  EXPECT_THAT(of("1..5e9"), HasSubstr("is too large; the most is 4294967295"));
+}
+
+TEST(ParseBlockRangeTest, takesNoUnitsBecauseBlocksDifferBetweenDrives) {
+  for (const char* text : {"4k", "4k..64k", "1..2M", "1..64b", "1..5%"}) {
+    EXPECT_THAT(
+        refusal([text] { parseBlockRange("--xfer", text); }),
+        HasSubstr("has a unit, but blocks are counted, whose size is each drive's own; give MIN..MAX in blocks"))
+        << text;
+  }
+  EXPECT_EQ(parseBlockRange("--xfer", "1..1e3").max, 1000U);
+}
+
+TEST(ParseDriveShareTest, readsBytesWithBinaryUnitsAndShares) {
+  EXPECT_EQ(parseDriveShare("--size", "4096").bytes, 4096U);
+  EXPECT_EQ(parseDriveShare("--size", "4k").bytes, 4096U);
+  EXPECT_EQ(parseDriveShare("--size", "1G").bytes, 1U << 30);
+  EXPECT_EQ(parseDriveShare("--size", "2t").bytes, 2ULL << 40);
+  EXPECT_EQ(parseDriveShare("--size", "10%").milliPercent, 10'000U);
+  EXPECT_EQ(parseDriveShare("--size", "0.125%").milliPercent, 125U);
+  EXPECT_EQ(parseDriveShare("--size", "100%").milliPercent, 100'000U);
+}
+
+TEST(ParseDriveShareTest, saysWhatIsWrong) {
+  const auto of = [](const char* text) { return refusal([text] { parseDriveShare("--size", text); }); };
+  EXPECT_THAT(of("big"), HasSubstr("--size 'big' is no size; give bytes such as 64k"));
+  EXPECT_THAT(of("1.5g"), HasSubstr("is no size"));
+  EXPECT_THAT(of("0"), HasSubstr("leaves nothing to test"));
+  EXPECT_THAT(of("0%"), HasSubstr("leaves nothing to test"));
+  EXPECT_THAT(of("101%"), HasSubstr("is no share of a drive; give 0.001% to 100%"));
+  EXPECT_THAT(of("0.0001%"), HasSubstr("is no share of a drive"));
+  EXPECT_THAT(of("99999999999t"), HasSubstr("is no size"));
+}
+
+TEST(ParseDriveShareTest, readsItsOwnText) {
+  for (const char* text : {"512", "1k", "1536", "3m", "64g", "2t", "10%", "0.5%", "12.125%", "100%"}) {
+    EXPECT_EQ(driveShareText(parseDriveShare("--size", text)), text);
+  }
+  EXPECT_EQ(driveShareText({.bytes = 2048}), "2k");
 }
 
 TEST(ParseLbaRangeTest, excludesTheEnd) {

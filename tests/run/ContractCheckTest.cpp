@@ -235,15 +235,41 @@ TEST(ContractCheck, WarnsWhenAResetCanTakeAWriteTogetherWithItsReadBack) {
 TEST(ContractCheckOnDrive, TheWholeDriveLosesOnlyWhatSlidingReadsNeed) {
   TestDefinition test = plainTest();
   AgentOptionValues options = defaults();
-  EXPECT_EQ(testRange(test, options, 1000).endLba, 1000U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 1000U);
   options.slideReads = true;
-  EXPECT_EQ(testRange(test, options, 1000).endLba, 993U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 993U);
   options.skipCommands = true;
-  EXPECT_EQ(testRange(test, options, 1000).endLba, 986U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 986U);
   test.firstLba = 10;
   test.endLba = 500;
-  EXPECT_EQ(testRange(test, options, 1000).firstLba, 10U);
-  EXPECT_EQ(testRange(test, options, 1000).endLba, 500U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).firstLba, 10U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 500U);
+}
+
+TEST(ContractCheckOnDrive, ASizeCountsFromTheFirstLbaInBlocksOfTheDrive) {
+  const AgentOptionValues options;
+  TestDefinition test;
+  test.firstLba = 100;
+  test.size.bytes = 40'960;
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000, .blockSize = 512}).endLba, 180U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000, .blockSize = 4096, .protectionBytes = 8}).endLba, 110U);
+  test.size = {.milliPercent = 12'500};
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 225U);
+  EXPECT_EQ(testRange(test, options, {.blocks = 1ULL << 60}).endLba, 100 + (1ULL << 57));
+}
+
+TEST(ContractCheckOnDrive, ASizeUpToTheDrivesEndLeavesTheHeadRoomAndABiggerOneIsRefused) {
+  AgentOptionValues options;
+  options.slideReads = true;
+  TestDefinition test;
+  test.maxBlocks = 8;
+  test.size = {.milliPercent = 100'000};
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 993U);
+  test.firstLba = 10;
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, 1010U);
+  test.size = {.bytes = 1ULL << 63};
+  test.firstLba = ~0ULL;
+  EXPECT_EQ(testRange(test, options, {.blocks = 1000}).endLba, ~0ULL);
 }
 
 TEST(ContractCheckOnDrive, RefusesRangesThatDoNotFit) {

@@ -173,6 +173,45 @@ TEST_F(TestRunTest, AFindingEndsTheDriveAndNamesItsFiles) {
   EXPECT_EQ(observer.lines, 5);
 }
 
+TEST_F(TestRunTest, AFindingKnowsItsDriveAndItsMoment) {
+  test.driveAddresses = {"fake:a", "fake:b"};
+  clock.pause(5000);
+  std::mutex mutex;
+  std::map<std::string, int> steps;
+  agent.onExecute = [&](vdl::DriveThread& thread) {
+    const std::lock_guard lock(mutex);
+    // Three steps issue nothing, so steps and commands differ.
+    const int step = ++steps[thread.name];
+    if (step <= 3) {
+      FakeAgent::apply(thread, 0);
+      return 0;
+    }
+    return step == 10 && thread.name == "b" ? -1046 : readEverything(thread);
+  };
+  const RunResult result = runIt();
+  ASSERT_EQ(result.findings.size(), 1U);
+  EXPECT_EQ(result.findings[0].driveIndex, 1U);
+  EXPECT_EQ(result.findings[0].moment.step, 10U);
+  EXPECT_EQ(result.findings[0].moment.commandNumber, 6U);
+  EXPECT_EQ(result.drives[1].moment.step, 10U);
+  EXPECT_EQ(result.drives[0].moment.step, 0U);
+}
+
+TEST_F(TestRunTest, TheStepLimitEndsTheTest) {
+  test.commandLimit = 0;
+  test.stepLimit = 77;
+  EXPECT_EQ(runIt().drives[0].totals.commandsIssued(), 77U);
+}
+
+TEST_F(TestRunTest, AFindingAfterTheLastStepHasItsNumber) {
+  test.commandLimit = 0;
+  test.stepLimit = 20;
+  agent.onExecute = [n = 0](vdl::DriveThread& thread) mutable { return ++n > 20 ? -1046 : readEverything(thread); };
+  const RunResult result = runIt();
+  ASSERT_EQ(result.findings.size(), 1U);
+  EXPECT_EQ(result.findings[0].moment.step, 20U);
+}
+
 TEST_F(TestRunTest, OtherAgentStatusesAreNoFindings) {
   agent.onExecute = [](vdl::DriveThread&) { return -1200; };
   RunResult result = runIt();

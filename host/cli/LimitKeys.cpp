@@ -1,0 +1,105 @@
+#include "host/cli/FlagValues.h"
+#include "host/cli/TestKey.h"
+#include "host/cli/TestKeyHelpers.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr const char* group = "What is tested, and how long";
+
+void takeDrive(RunSettings& settings, const std::string& where, const std::string& text) {
+  checkNotEmpty(where, text, "a drive, such as sim:1g or file:PATH,size=256m");
+  settings.test.driveAddresses.push_back(text);
+}
+
+void takeRange(RunSettings& settings, const std::string& where, const std::string& text) {
+  const LbaRange range = parseLbaRange(where, text);
+  settings.test.firstLba = range.first;
+  settings.test.endLba = range.end;
+}
+
+SettingTexts rangeTexts(const RunSettings& settings) {
+  const TestDefinition& test = settings.test;
+  return textIf(test.firstLba != 0 || test.endLba != 0,
+                test.endLba == 0 ? std::to_string(test.firstLba) + ".." : rangeText(test.firstLba, test.endLba));
+}
+
+TestKey driveKey() {
+  return {.name = "drive",
+          .value = "ADDRESS",
+          .group = group,
+          .help =
+              "A drive to test, such as sim:1g or file:PATH,size=256m. Its content is overwritten. Give it again for "
+              "further drives, which are tested side by side. Required.",
+          .form = TestKeyForm::repeatable,
+          .take = takeDrive,
+          .texts = [](const RunSettings& settings) { return settings.test.driveAddresses; }};
+}
+
+void addEnds(std::vector<TestKey>& keys) {
+  keys.push_back({.name = "time",
+                  .value = "TIME",
+                  .group = group,
+                  .help = "Ends after so long: 500ms, 30s, 10m, 2h or 1d. Default: 10s, when neither --commands nor "
+                          "--steps is given.",
+                  .take = [](RunSettings& settings, const std::string& where,
+                             const std::string& text) { settings.test.timeLimitMs = parseDurationMs(where, text); },
+                  .texts =
+                      [](const RunSettings& settings) {
+                        return textIf(settings.test.timeLimitMs != 0, durationFlagText(settings.test.timeLimitMs));
+                      }});
+  keys.push_back({.name = "commands",
+                  .value = "N",
+                  .group = group,
+                  .help = "Ends after so many commands a drive; 1e6, 500k and 2m are understood.",
+                  .take = takeCount<&TestDefinition::commandLimit>,
+                  .texts = numberText<&TestDefinition::commandLimit>});
+  keys.push_back({.name = "steps",
+                  .value = "N",
+                  .group = group,
+                  .help = "Ends after so many steps of the test's loop a drive, each of which issues at most one "
+                          "command; for repeating a run up to a moment.",
+                  .take = takeCount<&TestDefinition::stepLimit>,
+                  .texts = numberText<&TestDefinition::stepLimit>});
+}
+
+void addPlaces(std::vector<TestKey>& keys) {
+  keys.push_back({.name = "range",
+                  .value = "FIRST..END",
+                  .group = group,
+                  .help = "The LBAs that are tested; END is not included, FIRST.. goes up to the drive's end. Default: "
+                          "the whole drive.",
+                  .take = takeRange,
+                  .texts = rangeTexts});
+  keys.push_back({.name = "size",
+                  .value = "SIZE",
+                  .group = group,
+                  .help =
+                      "How much of each drive is tested, from the range's first LBA on: bytes with the binary units "
+                      "of 64k, 256m, 1g and 2t, or a share such as 10%. Default: up to the drive's end.",
+                  .take = [](RunSettings& settings, const std::string& where,
+                             const std::string& text) { settings.test.size = parseDriveShare(where, text); },
+                  .texts =
+                      [](const RunSettings& settings) {
+                        return textIf(settings.test.size.any(), driveShareText(settings.test.size));
+                      }});
+}
+
+}  // namespace
+
+void addLimitKeys(std::vector<TestKey>& keys) {
+  keys.push_back(driveKey());
+  addEnds(keys);
+  addPlaces(keys);
+  keys.push_back(
+      {.name = "seed",
+       .value = "N",
+       .group = group,
+       .help = "Everything random follows from it; decimal, or 0x and hexadecimal digits. Default: drawn, "
+               "and printed so that the run can be repeated.",
+       .take = [](RunSettings& settings, const std::string& where,
+                  const std::string& text) { settings.test.seed = parseNumber(where, text); },
+       .texts = [](const RunSettings& settings) { return SettingTexts{std::to_string(settings.test.seed)}; }});
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/cli/GivenTest.h"
+
+namespace corvane::host {
+
+/// A finding as a document of a run has it.
+struct RecordedFinding {
+  std::string drive;        ///< display name
+  uint32_t driveIndex = 0;  ///< in the order of the test's drives
+  int32_t agentStatus = 0;
+  std::optional<uint64_t> lba;
+  uint64_t commandNumber = 0;
+  uint64_t step = 0;
+};
+
+/// What can be read back from the JSON document of a run.
+struct RunDocument {
+  std::string version;  ///< of the program that made the run
+  GivenTest test;
+  std::vector<RecordedFinding> findings;
+};
+
+inline constexpr int runDocumentFormat = 1;  ///< of the documents that `runJson` writes and `readRunDocument` reads
+
+/// Reads the document of a run.
+///
+/// Throws UsageError with one line for a file that cannot be read, is no such document, or is of another format.
+RunDocument readRunDocument(const std::string& path);
+
+}  // namespace corvane::host

@@ -1,0 +1,73 @@
+#include "host/cli/RunDocument.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "host/cli/RunJson.h"
+#include "host/cli/UsageError.h"
+#include "host/cli/Version.h"
+#include "tests/cli/SampleRun.h"
+#include "tests/support/TempFolder.h"
+
+namespace corvane::host {
+namespace {
+
+using ::testing::HasSubstr;
+using testing::SampleRun;
+using tests::TempFolder;
+using tests::writeFile;
+
+class RunDocumentTest : public ::testing::Test {
+ protected:
+  std::string refusalOf(const std::string& text) const {
+    writeFile(path_, text);
+    try {
+      readRunDocument(path_);
+    } catch (const UsageError& error) {
+      return error.what();
+    }
+    return "accepted";
+  }
+
+  TempFolder folder_;
+  std::string path_ = folder_ / "x.json";
+};
+
+TEST_F(RunDocumentTest, holdsTheTestAndTheFindingsOfARun) {
+  SampleRun sample;
+  sample.result.findings[0].lba = 77;
+  writeFile(path_, runJson(sample.settings, sample.drives, {}, sample.result));
+  const RunDocument document = readRunDocument(path_);
+  EXPECT_EQ(document.version, programVersion());
+  EXPECT_EQ(document.test.settings().test.seed, 42U);
+  ASSERT_EQ(document.findings.size(), 1U);
+  EXPECT_EQ(document.findings[0].drive, "b.img");
+  EXPECT_EQ(document.findings[0].driveIndex, 1U);
+  EXPECT_EQ(document.findings[0].agentStatus, -1046);
+  EXPECT_EQ(document.findings[0].lba, 77U);
+  EXPECT_EQ(document.findings[0].commandNumber, 1042U);
+  EXPECT_EQ(document.findings[0].step, 1100U);
+}
+
+TEST_F(RunDocumentTest, aFindingMayLackItsLba) {
+  const SampleRun sample;
+  writeFile(path_, runJson(sample.settings, sample.drives, {}, sample.result));
+  EXPECT_FALSE(readRunDocument(path_).findings[0].lba);
+}
+
+TEST_F(RunDocumentTest, otherFilesAreRefused) {
+  EXPECT_THAT(refusalOf("{"), HasSubstr("x.json' is no JSON; name the JSON document of a run"));
+  EXPECT_THAT(refusalOf("[]"), HasSubstr("does not say which test was run"));
+  EXPECT_THAT(refusalOf(R"({"version": "1"})"), HasSubstr("does not say which test was run"));
+  EXPECT_THAT(refusalOf(R"({"format": 2, "test": {}})"), HasSubstr("is of format 2, and this program reads 1"));
+  EXPECT_THAT(refusalOf(R"({"format": 1, "test": {}})"), HasSubstr("is not as a run leaves it"));
+  EXPECT_THAT(refusalOf(R"({"format": 1, "test": {}, "version": "1", "findings": [{"drive": "a"}]})"),
+              HasSubstr("is not as a run leaves it"));
+  EXPECT_THAT(refusalOf(R"({"format": 1, "test": {"seed": 1}, "version": "1", "findings": []})"),
+              HasSubstr("x.json: test.seed is not what a run writes"));
+}
+
+}  // namespace
+}  // namespace corvane::host
