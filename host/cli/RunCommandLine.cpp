@@ -6,7 +6,6 @@
 
 #include "host/base/NearestName.h"
 #include "host/cli/FlagValues.h"
-#include "host/cli/HelpFormat.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
@@ -125,7 +124,7 @@ void RunCommandLine::addCommandFlags(CLI::App& run) {
                   rangeText(usual.minAtomicBound, usual.maxAtomicBound)));
   add(run, commandGroup, "--e2e", "PERCENT",
       withDefault("Share of writes and verifies with end-to-end bytes, 0 to 100.", std::to_string(usual.e2ePercent)));
-  run.add_flag("--fua", forceUnitAccess_, HelpFormat::described("Forces unit access on every command that writes."))
+  run.add_flag("--fua", forceUnitAccess_, "Forces unit access on every command that writes.")
       ->disable_flag_override()
       ->group(commandGroup);
   add(run, commandGroup, "--rate", "N", "At most so many commands a second and drive. Default: no limit.");
@@ -161,8 +160,7 @@ void RunCommandLine::addOutputFlags(CLI::App& run) {
   add(run, outputGroup, "--json", "FILE",
       withDefault("The result for programs; replaced when it is there.", std::string("DIR/") + usualJsonName));
   run.add_flag("--quiet", quiet_,
-               HelpFormat::described("Says nothing unless something was found or failed, or the default output folder "
-                                     "is used."))
+               "Says nothing unless something was found or failed, or the default output folder is used.")
       ->disable_flag_override()
       ->group(outputGroup);
 }
