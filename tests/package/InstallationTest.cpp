@@ -12,7 +12,7 @@ using ::testing::StartsWith;
 
 class InstallationTest : public ::testing::TestWithParam<Kind> {
  protected:
-  const Installation installed{GetParam()};
+  const Installation& installed = Installation::of(GetParam());
 };
 
 TEST_P(InstallationTest, runsATestWithItsOwnAgent) {
@@ -76,12 +76,11 @@ TEST_P(InstallationTest, hasAServiceThatSystemdUnderstands) {
   EXPECT_EQ(mustRun("systemd-analyze verify --man=no --recursive-errors=no '" + path + "'"), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, InstallationTest, ::testing::Values(Kind::prefix, Kind::debianPackage),
+INSTANTIATE_TEST_SUITE_P(Of, InstallationTest, ::testing::Values(Kind::prefix, Kind::debianPackage),
                          ::testing::PrintToStringParamName());
 
 TEST(DebianPackageTest, dependsOnWhatItsProgramsNeed) {
-  const Installation installed(Kind::prefix);
-  const std::string package = installed.packed();
+  const std::string& package = Installation::of(Kind::debianPackage).package();
   EXPECT_THAT(std::filesystem::path(package).filename().string(),
               MatchesRegex("corvane_" CORVANE_VERSION "_[a-z0-9]+\\.deb"));
   const std::string depends = mustRun("dpkg-deb -f '" + package + "' Depends");

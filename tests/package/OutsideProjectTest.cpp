@@ -9,23 +9,27 @@ namespace {
 
 using ::testing::HasSubstr;
 
-/// A project of somebody else's, in `outside_agent/`, built against an installation.
-class OutsideProjectTest : public ::testing::TestWithParam<std::tuple<Kind, std::string>> {
- protected:
-  OutsideProjectTest() : installed(std::get<Kind>(GetParam())), build(installed.scratch("build")) {
-    mustRun("CMAKE_PREFIX_PATH='" + installed.prefix() + "' PKG_CONFIG_PATH='" +
-            installed / LIBRARY_FOLDER "/pkgconfig' " CMAKE_PROGRAM " -G Ninja -S '" SOURCE_FOLDER
-                                       "/tests/package/outside_agent' -B '" +
-            build + "' -D CMAKE_CXX_COMPILER='" COMPILER "' -D FIND_CORVANE_WITH=" + std::get<std::string>(GetParam()));
+/// Builds the project of somebody else's, in `outside_agent/`, when it is first asked for. @return its build folder
+std::string builtOutside(const Installation& installed, const std::string& findWith) {
+  const std::string build = installed.scratch("build_with_" + findWith);
+  if (!std::filesystem::exists(build)) {
+    const std::string environment =
+        "CMAKE_PREFIX_PATH='" + installed.prefix() + "' PKG_CONFIG_PATH='" + installed / LIBRARY_FOLDER "/pkgconfig' ";
+    mustRun(environment + CMAKE_PROGRAM " -G Ninja -S '" SOURCE_FOLDER "/tests/package/outside_agent' -B '" + build +
+            "' -D CMAKE_CXX_COMPILER='" COMPILER "' -D FIND_CORVANE_WITH=" + findWith);
     mustRun(CMAKE_PROGRAM " --build '" + build + "'");
   }
+  return build;
+}
 
-  const Installation installed;
-  const std::string build;
+class OutsideProjectTest : public ::testing::TestWithParam<std::tuple<Kind, std::string>> {
+ protected:
+  const Installation& installed = Installation::of(std::get<Kind>(GetParam()));
+  const std::string build = builtOutside(installed, std::get<std::string>(GetParam()));
 };
 
 TEST_P(OutsideProjectTest, itsAgentRunsInTheInstalledProgram) {
-  const std::string output = installed.scratch("out");
+  const std::string output = build + "/out";
   const std::string said =
       mustRun("'" + installed / "bin/corvane' run --plugin '" + build + "/liboutside_agent.so' --drive sim:16m " +
               "--commands 100 --output '" + output + "'");
@@ -48,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(Every, OutsideProjectTest,
                                             ::testing::Values("find_package", "pkg_config")));
 
 TEST(InstalledHeaderTest, eachCompilesAlone) {
-  const Installation installed(Kind::prefix);
+  const Installation& installed = Installation::of(Kind::prefix);
   const std::string include = installed / "include";
   const std::string flags = " -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I'" + include + "' -I'" +
                             include + "/corvane' -x c++ ";

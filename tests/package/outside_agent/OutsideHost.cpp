@@ -20,6 +20,7 @@ using corvane::host::OptionRegistry;
 using corvane::host::TagPool;
 
 constexpr uint64_t writeBit = 1;
+constexpr uint64_t readBit = 2;  // agents that compare insist on reads; few writes do not make them read
 constexpr uint32_t wanted = 100;
 constexpr uint32_t good = 0;
 
@@ -53,7 +54,9 @@ int runSteps(const vdl::AgentTable& agent, const void* configData, DriveThreadHo
 int runAgent(const vdl::AgentTable& agent) {
   OptionRegistry options;
   int status = agent.initConfigData(&options.platform());
-  if (const std::string refusal = options.setCondition("Write Condition", {.anyMask = writeBit}); !refusal.empty()) {
+  const std::string refusal = options.setCondition("Write Condition", {.anyMask = writeBit}) +
+                              options.setCondition("Read Condition", {.anyMask = readBit});
+  if (!refusal.empty()) {
     std::fprintf(stderr, "%s\n", refusal.c_str());
     return 1;
   }
