@@ -11,6 +11,6 @@ cd "$root"
 if [ $# -gt 0 ]; then
   files=("$@")
 else
-  mapfile -t files < <(git ls-files '*.cpp' | grep -v '^tests/run/plugins/')
+  mapfile -t files < <(git ls-files '*.cpp' | grep -vE '^tests/(run/plugins|package/outside_agent)/')
 fi
 printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/debug --quiet --extra-arg=-Wno-unknown-warning-option 2>/dev/null

@@ -1,13 +1,12 @@
 #include "host/cli/FlagValues.h"
 
-#include "host/cli/HelpFormat.h"
 #include "host/cli/UsageError.h"
 
 namespace corvane::host {
 
 void addCollected(CLI::App& app, const char* group, const char* flag, const char* valueName, std::string_view help,
                   std::vector<std::string>& values) {
-  app.add_option(flag, values, HelpFormat::described(help))
+  app.add_option(flag, values, std::string(help))
       ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name(valueName)

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "host/cli/TextFormat.h"
@@ -12,11 +13,8 @@ namespace {
 constexpr size_t flagColumns = 28;
 constexpr size_t textColumns = 72;
 
-}  // namespace
-
-HelpFormat::HelpFormat() { column_width(flagColumns); }
-
-std::string HelpFormat::described(std::string_view text) {
+/// A description broken into lines that fit beside the flags.
+std::string described(std::string_view text) {
   // A default stays on the line of its word.
   constexpr std::string_view word = "Default: ";
   constexpr char held = '\x1f';
@@ -30,11 +28,21 @@ std::string HelpFormat::described(std::string_view text) {
   return lines;
 }
 
+}  // namespace
+
+HelpFormat::HelpFormat() { column_width(flagColumns); }
+
+std::string HelpFormat::make_option_desc(const CLI::Option* option) const {
+  return described(option->get_description());
+}
+
 std::string HelpFormat::make_option_opts(const CLI::Option* option) const {
   return option->get_type_name().empty() ? std::string() : " " + option->get_type_name();
 }
 
-std::string HelpFormat::make_description(const CLI::App* app) const { return app->get_description() + "\n\n"; }
+std::string HelpFormat::make_description(const CLI::App* app) const {
+  return described(app->get_description()) + "\n\n";
+}
 
 std::string HelpFormat::make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const {
   std::string text = Formatter::make_help(app, std::move(name), mode);

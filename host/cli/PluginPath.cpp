@@ -9,7 +9,7 @@ std::string defaultPluginPath() {
   std::error_code fault;
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", fault);
   const std::filesystem::path folder = fault ? std::filesystem::path(".") : program.parent_path();
-  return (folder / "../lib/libcorvane.so").lexically_normal().string();
+  return (folder / CORVANE_LIBRARY_FOLDER "/corvane/libcorvane.so").lexically_normal().string();
 }
 
 std::string pluginPathFrom(std::string_view named) {

@@ -49,7 +49,7 @@ constexpr const char* generalGroup = "General";
 /// The whole command line: what is known, and what was given.
 class Program {
  public:
-  Program() : app_(HelpFormat::described(introduction)) {
+  Program() : app_(introduction) {
     app_.name("corvane");
     app_.formatter(std::make_shared<HelpFormat>());
     app_.set_version_flag("--version", std::string("corvane ") + programVersion(), "Prints the program's version");
@@ -80,6 +80,8 @@ class Program {
     // What is left over is judged by us, with the nearest name.
     app_.allow_extras();
   }
+
+  const CLI::App& app() const { return app_; }
 
   int run(int argc, const char* const* argv) {
     Console out = Console::of(stdout);
@@ -212,6 +214,8 @@ int failed(int status, const std::string& text) {
 }
 
 }  // namespace
+
+void describeProgram(const std::function<void(const CLI::App&)>& reader) { reader(Program().app()); }
 
 int runProgram(int argc, const char* const* argv) noexcept {
   try {

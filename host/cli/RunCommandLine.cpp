@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 
 #include "host/cli/FlagValues.h"
-#include "host/cli/HelpFormat.h"
 #include "host/cli/TestFile.h"
 #include "host/cli/TestKey.h"
 #include "host/cli/UsageError.h"
@@ -34,7 +33,7 @@ Exit status: 0 clean, 1 data failure, 2 wrong command line or configuration, 3 d
 std::string flagOf(const TestKey& key) { return std::string("--") + key.name; }
 
 void addSwitch(CLI::App& run, const char* group, const std::string& flag, const std::string& help, bool& on) {
-  run.add_flag(flag, on, HelpFormat::described(help))->disable_flag_override()->group(group);
+  run.add_flag(flag, on, help)->disable_flag_override()->group(group);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include "host/cli/Console.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/FlagValues.h"
-#include "host/cli/HelpFormat.h"
 #include "host/cli/OutputFiles.h"
 #include "host/cli/QuietStreams.h"
 #include "host/cli/SelftestText.h"
@@ -80,11 +79,10 @@ CampaignPlan planOf(const SelftestCommandLine::Settings& settings) {
 }  // namespace
 
 SelftestCommandLine::SelftestCommandLine(CLI::App& selftest) {
-  selftest
-      .add_flag("--quick", quick_, HelpFormat::described("A few seeds of everything, below two minutes. The default."))
+  selftest.add_flag("--quick", quick_, "A few seeds of everything, below two minutes. The default.")
       ->disable_flag_override()
       ->group(selftestGroup);
-  selftest.add_flag("--full", full_, HelpFormat::described("So many seeds that the figures mean something."))
+  selftest.add_flag("--full", full_, "So many seeds that the figures mean something.")
       ->disable_flag_override()
       ->group(selftestGroup);
   const auto add = [&selftest](const char* flag, const char* value, std::vector<std::string>& to, const char* help) {

@@ -24,7 +24,7 @@ std::vector<SourceFile> sourceTree(const std::filesystem::path& root) {
     const bool top = entry.depth() == 0;
     if (entry->is_directory() && (name == ".git" || (top && (name == "build" || name == "out")))) {
       entry.disable_recursion_pending();
-    } else if (entry->is_regular_file() && isText(entry->path())) {
+    } else if (entry->is_regular_file() && name != ".git" && isText(entry->path())) {
       std::ifstream stream(entry->path(), std::ios::binary);
       std::ostringstream text;
       text << stream.rdbuf();
