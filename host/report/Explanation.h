@@ -9,7 +9,7 @@ namespace corvane::host {
 
 /// One command to a drive, as a result tells of it.
 struct ReportedCommand {
-  uint64_t number = 0;         ///< 1: the first to the drive
+  uint64_t number = 0;         ///< 1: the first to the drive; 0: unknown
   std::optional<uint64_t> id;  ///< the agent's
   std::string kind;            ///< "write", "atomic", "writesame", "trim", "read", "verify" or "sync"
   std::optional<uint64_t> tag;
@@ -20,7 +20,10 @@ struct ReportedCommand {
   std::optional<uint64_t> finished;
   std::optional<uint64_t> status;  ///< SCSI status
   bool preRead = false;
-  bool aborted = false;
+  std::string trouble;  ///< what else went wrong with it, in words; empty when nothing did
+
+  bool failed() const { return status.value_or(0) != 0 || !trouble.empty(); }
+  bool reads() const { return kind == "read" || kind == "verify"; }
 
   /// Whether a block belongs to it.
   bool touches(uint64_t block) const {
