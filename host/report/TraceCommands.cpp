@@ -82,13 +82,12 @@ std::vector<ReportedCommand> near(const std::vector<ReportedCommand>& all, uint6
     std::copy_if(all.begin(), all.end(), std::back_inserter(chosen),
                  [=](const ReportedCommand& one) { return one.blocks != 0 && distance(one, lba) <= reach; });
   }
-  for (size_t i = 0; chosen.size() > mostCommands && i < chosen.size();) {
-    if (chosen[i].touches(lba)) {
-      ++i;
-    } else {
-      chosen.erase(chosen.begin() + static_cast<std::ptrdiff_t>(i));
-    }
-  }
+  size_t surplus = chosen.size() - std::min(chosen.size(), mostCommands);
+  std::erase_if(chosen, [&surplus, lba](const ReportedCommand& one) {
+    const bool goes = surplus != 0 && !one.touches(lba);
+    surplus -= goes ? 1 : 0;
+    return goes;
+  });
   if (chosen.size() > mostCommands) {
     chosen.erase(chosen.begin(), chosen.end() - static_cast<std::ptrdiff_t>(mostCommands));
   }
