@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 namespace {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 namespace {

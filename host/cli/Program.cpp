@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/base/NearestName.h"
+#include "host/base/TextFormat.h"
 #include "host/cli/Console.h"
 #include "host/cli/DrivesCommand.h"
 #include "host/cli/ExitStatus.h"
@@ -15,10 +16,10 @@
 #include "host/cli/HelpFormat.h"
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/PluginPath.h"
+#include "host/cli/ReportCommand.h"
 #include "host/cli/RunCommand.h"
 #include "host/cli/RunCommandLine.h"
 #include "host/cli/SelftestCommand.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageCommand.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/Version.h"
@@ -58,6 +59,8 @@ class Program {
     runLine_ = std::make_unique<RunCommandLine>(*run_);
     selftest_ = command("selftest", "Tries out which faults of a drive are found");
     selftestLine_ = std::make_unique<SelftestCommandLine>(*selftest_);
+    report_ = command("report", "Shows what a run found, as a page or as text");
+    reportLine_ = std::make_unique<ReportCommandLine>(*report_);
     options_ = command("options", "Lists the agent's options, which 'corvane run --set' sets");
     usage_ = command("usage", "Prints the agent's own usage text");
     for (CLI::App* ofAgent : {options_, usage_, selftest_}) {
@@ -106,7 +109,8 @@ class Program {
     checkLeftOver(app_, "corvane");
     if (commands.empty()) {
       throw UsageError(
-          "no command is given; choose of run, selftest, options, usage, faults, drives ('corvane --help' explains "
+          "no command is given; choose of run, selftest, report, options, usage, faults, drives ('corvane --help' "
+          "explains "
           "them)");
     }
     if (commands.size() > 1) {
@@ -124,6 +128,9 @@ class Program {
     }
     if (chosen == selftest_) {
       return runSelftest(selftestLine_->settings(), plugin);
+    }
+    if (chosen == report_) {
+      return showReport(reportLine_->settings(), out);
     }
     if (chosen == faults_) {
       return showFaultClasses(out);
@@ -147,8 +154,9 @@ class Program {
       throw UsageError("'" + flag + "' is not a flag of '" + name + "'" + help + didYouMean(flag, flagsOf(command)));
     }
     if (&command == &app_) {
-      throw UsageError("'" + word + "' is not a command; choose of run, selftest, options, usage, faults, drives" +
-                       didYouMean(word, {"run", "selftest", "options", "usage", "faults", "drives"}));
+      throw UsageError("'" + word +
+                       "' is not a command; choose of run, selftest, report, options, usage, faults, drives" +
+                       didYouMean(word, {"run", "selftest", "report", "options", "usage", "faults", "drives"}));
     }
     throw UsageError("'" + word + "' is one word too many for '" + name + "'; '" + name +
                      " --help' shows what it takes");
@@ -185,10 +193,12 @@ class Program {
   CLI::App* options_ = nullptr;
   CLI::App* usage_ = nullptr;
   CLI::App* selftest_ = nullptr;
+  CLI::App* report_ = nullptr;
   CLI::App* faults_ = nullptr;
   CLI::App* drives_ = nullptr;
   std::unique_ptr<RunCommandLine> runLine_;
   std::unique_ptr<SelftestCommandLine> selftestLine_;
+  std::unique_ptr<ReportCommandLine> reportLine_;
   std::string pluginFile_;
   std::string driveAddress_;
 };

@@ -1,6 +1,6 @@
 #include "host/cli/Progress.h"
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 std::string Progress::next(const ProgressSnapshot& now, uint64_t findings, bool stopping) {

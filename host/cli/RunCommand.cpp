@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/AgentLines.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/NewPaths.h"
@@ -19,7 +20,6 @@
 #include "host/cli/RunJson.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/StopSignals.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"

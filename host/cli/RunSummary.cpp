@@ -1,7 +1,7 @@
 #include "host/cli/RunSummary.h"
 
+#include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
-#include "host/cli/TextFormat.h"
 
 namespace corvane::host {
 namespace {

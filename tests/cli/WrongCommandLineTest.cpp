@@ -38,7 +38,7 @@ std::vector<std::string> run(std::vector<std::string> more) {
 
 std::vector<WrongLine> wrongLines() {
   return {
-      {"noCommand", {}, "no command", "choose of run, selftest, options, usage, faults, drives"},
+      {"noCommand", {}, "no command", "choose of run, selftest, report, options, usage, faults, drives"},
       {"unknownCommand", {"rum"}, "'rum'", "did you mean 'run'?"},
       {"unknownGlobalFlag", {"--versoin"}, "'--versoin'", "did you mean '--version'?"},
       {"twoCommands", {"run", "options"}, "'options'", "give one command"},

@@ -20,7 +20,7 @@ bool isCode(const SourceFile& file) { return endsWith(file.path, ".cpp") || ends
 const std::map<std::string, int>& hostRanks() {
   static const std::map<std::string, int> ranks{{"host/base/", 0},     {"host/framework/", 1}, {"host/ostra/", 1},
                                                 {"host/drive/", 2},    {"host/fault/", 3},     {"host/run/", 4},
-                                                {"host/selftest/", 5}, {"host/cli/", 6}};
+                                                {"host/selftest/", 5}, {"host/report/", 6},    {"host/cli/", 7}};
   return ranks;
 }
 
