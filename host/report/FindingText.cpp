@@ -10,7 +10,7 @@ namespace corvane::host {
 namespace {
 
 constexpr size_t rowBytes = 16;
-constexpr size_t mostRows = 32;
+constexpr size_t mostRows = 16;
 constexpr size_t mostCommands = 60;
 
 std::string hex(uint64_t value, int digits) {

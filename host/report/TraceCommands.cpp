@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint64_t firstReach = 4;
 constexpr uint64_t lastReach = 4096;
-constexpr size_t wantedCommands = 40;
+constexpr size_t wantedCommands = 20;
 constexpr size_t mostCommands = 300;
 
 std::string hexText(const char* format, uint64_t value) {

@@ -33,8 +33,8 @@ function fieldNames(fields, row) {
   }
   return make("div", {class: "names", "aria-hidden": "true"}, make("span", {class: "offset"}), starting.map((field) => {
     const column = field.offset - row;
-    // A name may be wider than its bytes; the next one then moves down a little by the layout of the line.
-    return make("span", {class: "name", style: `--column: ${column}`}, field.name === "id length" ? "n" : field.name);
+    return make("span", {class: "name", style: `--column: ${column}`},
+                make("small", null, field.name === "id length" ? "n" : field.name));
   }));
 }
 

@@ -8,7 +8,7 @@ function fillElement(element, attributes, children) {
       element.setAttribute(name, value === true ? "" : String(value));
     }
   }
-  for (const child of children.flat()) {
+  for (const child of children.flat(Infinity)) {
     if (child !== null && child !== undefined && child !== "") {
       element.append(child);
     }

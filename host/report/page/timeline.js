@@ -159,7 +159,7 @@ function barBox(command, frame, scale, base, window) {
   if (to <= from) {
     return null;
   }
-  const height = Math.max(frame.y(from) - frame.y(to), 3);
+  const height = Math.max(frame.y(from) - frame.y(to), 4);
   return {x, width: Math.max(end - x, 3), y: frame.y(to), height};
 }
 
