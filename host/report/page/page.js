@@ -66,6 +66,7 @@ const report = JSON.parse(document.getElementById("data").textContent);
 document.title = `${verdictOf(report).text} – Corvane report`;
 document.getElementById("report").append(
   make("header", null, make("span", {class: "brand"}, "Corvane report"), make("code", {class: "soft"}, report.file), makeThemeButton()),
+  makeHatching(),
   makeVerdict(report),
   ...report.findings.map((finding, i) => makeFinding(finding, i + 1)),
   ...report.drives.map(makeDrive),

@@ -12,6 +12,7 @@ const commandKinds = {
 
 const plotHeight = 300;
 const laneHeight = 15;
+const letterWidth = 6.8;  // of a callout, about
 
 function kindOf(command) {
   return Object.hasOwn(commandKinds, command.kind) ? command.kind : "unknown";
@@ -187,11 +188,14 @@ function drawCallouts(svg, frame, callouts) {
   callouts.forEach(({text, shape, box}, lane) => {
     const x = box.x + Math.min(box.width / 2, 8);
     const y = 11 + lane * laneHeight;
-    const toTheLeft = x > (frame.left + frame.right) / 2;
+    const room = text.length * letterWidth + 8;
     svg.append(draw("line", {class: "leader", x1: x, x2: x, y1: y, y2: box.y}));
     svg.append(draw("path", {class: `glyph glyph-${shape}`, d: glyphPath(shape, x, y - 4)}));
-    svg.append(draw("text", {class: "callout", x: toTheLeft ? x - 8 : x + 8, y,
-                             "text-anchor": toTheLeft ? "end" : "start"}, text));
+    let place = {x: x + 8, "text-anchor": "start"};
+    if (x + room > frame.right) {
+      place = {x: x > room ? x - 8 : frame.right, "text-anchor": "end"};
+    }
+    svg.append(draw("text", {class: "callout", y, ...place}, text));
   });
 }
 
@@ -221,9 +225,12 @@ function calloutsOf(command, box, finding) {
   return callouts;
 }
 
-function hatching(id) {
-  return draw("pattern", {id, width: 5, height: 5, patternUnits: "userSpaceOnUse", patternTransform: "rotate(45)"},
-              draw("rect", {class: "hatch-ground", width: 5, height: 5}), draw("rect", {class: "hatch-line", width: 2, height: 5}));
+/** What the style fills trims with; one for the whole page. */
+function makeHatching() {
+  const pattern = draw("pattern", {id: "hatch", width: 5, height: 5, patternUnits: "userSpaceOnUse", patternTransform: "rotate(45)"},
+                       draw("rect", {class: "hatch-ground", width: 5, height: 5}),
+                       draw("rect", {class: "hatch-line", width: 2, height: 5}));
+  return draw("svg", {class: "definitions", width: 0, height: 0, "aria-hidden": "true"}, draw("defs", null, pattern));
 }
 
 /** The picture in so many pixels. */
@@ -240,7 +247,6 @@ function drawTimeline(finding, width, order) {
   const height = frame.bottom + 34;
   const svg = draw("svg", {class: "timeline", viewBox: `0 0 ${width} ${height}`, width, height, role: "group",
                            "aria-label": "Commands around the block"});
-  svg.append(draw("defs", null, hatching("hatch")));
   drawAxes(svg, frame, scale, finding, base, window);
   drawBlockLine(svg, frame, finding);
   for (const moment of finding.moments) {
@@ -257,14 +263,15 @@ function drawTimeline(finding, width, order) {
     }
   }
   drawCallouts(svg, frame, callouts);
-  svg.append(draw("text", {class: "axis", x: frame.right, y: height - 4, "text-anchor": "end"}, axisText(finding, order)),
+  svg.append(draw("text", {class: "axis", x: frame.right, y: height - 4, "text-anchor": "end"}, axisText(finding, order, width)),
              draw("text", {class: "axis", x: 0, y: frame.top - 5}, "LBA"));
   return svg;
 }
 
-function axisText(finding, order) {
+function axisText(finding, order, width) {
   const what = finding.timed ? "time since the start of the test" : "entry of the command sequence";
-  return order ? `${what}; one step for each issue and completion, not to scale` : what;
+  const wide = width > 640;
+  return order ? `${what}${wide ? "; one step for each issue and completion" : ""}, not to scale` : what;
 }
 
 function legendOf(finding) {
