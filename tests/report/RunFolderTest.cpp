@@ -45,8 +45,9 @@ TEST(RunFolderTest, asksWhichOfSeveral) {
   const TempFolder folder;
   writeFile(folder / "b.json", result);
   writeFile(folder / "a.json", result);
-  EXPECT_THAT([&] { RunFolder(folder.path()); },
-              ThrowsMessage<ReportError>(AllOf(HasSubstr("several results: a.json, b.json"), HasSubstr("Give its path"))));
+  EXPECT_THAT(
+      [&] { RunFolder(folder.path()); },
+      ThrowsMessage<ReportError>(AllOf(HasSubstr("several results: a.json, b.json"), HasSubstr("Give its path"))));
 }
 
 TEST(RunFolderTest, saysWhatIsNotThere) {
