@@ -54,7 +54,7 @@ void noteUnread(FindingView& view, const TraceReport& trace, const std::string& 
   }
   numbers += trace.unreadLines > listedLines ? ", ..." : "";
   view.notes.push_back("Of '" + file + "' " + std::to_string(trace.unreadLines) +
-                       " lines could not be read: " + numbers);
+                       (trace.unreadLines == 1 ? " line" : " lines") + " could not be read: " + numbers);
 }
 
 /// The last of the commands that is asked for and covers the block; nothing when none does.
@@ -66,10 +66,16 @@ ShownCommand* lastOver(FindingView& view, Condition condition) {
   return found == view.commands.rend() ? nullptr : &*found;
 }
 
-void markTraced(FindingView& view) {
-  if (ShownCommand* read = lastOver(view, [](const ReportedCommand& c) { return c.reads() && !c.preRead; })) {
+void markTraced(FindingView& view, const std::optional<uint64_t>& failingId) {
+  const auto reads = [](const ReportedCommand& c) { return c.reads() && !c.preRead; };
+  ShownCommand* read =
+      failingId ? lastOver(view, [&](const ReportedCommand& c) { return reads(c) && c.id == failingId; }) : nullptr;
+  if (read == nullptr) {
+    read = lastOver(view, reads);
+    view.readIsGuessed = read != nullptr;
+  }
+  if (read != nullptr) {
     read->failingRead = true;
-    view.readIsGuessed = true;
   }
   const auto writerOf = [&view](const Stamp& stamp) {
     return stamp.commandId
@@ -91,7 +97,7 @@ void showTraced(FindingView& view, const TraceReport& trace) {
     view.commands.push_back({.command = std::move(command)});
   }
   view.moments = std::move(around.moments);
-  markTraced(view);
+  markTraced(view, around.failingId);
 }
 
 std::vector<uint8_t> dumpOf(const std::string& file, const RunFolder& folder, std::vector<std::string>& notes) {

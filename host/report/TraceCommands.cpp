@@ -124,6 +124,9 @@ TraceNeighbourhood commandsAround(const TraceReport& trace, uint64_t lba) {
   TraceNeighbourhood around;
   around.commands = near(commandsOf(entries), lba);
   for (const TraceEntry& entry : entries) {
+    if (entry.event == TraceEvent::miscompare && entry.lba == lba) {
+      around.failingId = entry.commandId;
+    }
     if (const std::string text = momentText(entry, lba); !text.empty() && around.moments.size() < mostCommands) {
       around.moments.push_back({entry.index, text});
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ struct Moment {
 struct TraceNeighbourhood {
   std::vector<ReportedCommand> commands;  ///< oldest first; `issued` and `finished` are places in the sequence
   std::vector<Moment> moments;
+  std::optional<uint64_t> failingId;  ///< the agent's id of the command that met the block, where the sequence says it
 };
 
 /// The commands on a block and on those near it, issues put together with completions.

@@ -49,7 +49,7 @@ TEST(FindingViewTest, showsTheSameFromTheFilesBesideTheResult) {
   const FindingView& view = report.findings.at(0);
   EXPECT_EQ(view.lba, 148U);
   EXPECT_FALSE(view.timed);
-  EXPECT_TRUE(view.readIsGuessed);
+  EXPECT_FALSE(view.readIsGuessed);
   EXPECT_THAT(idsOf(view, &ShownCommand::failingRead), ElementsAre(268));
   EXPECT_THAT(idsOf(view, &ShownCommand::expectedWrite), ElementsAre(121));
   EXPECT_THAT(idsOf(view, &ShownCommand::observedWrite), ElementsAre(75));
@@ -99,7 +99,21 @@ TEST(FindingViewTest, linesThatCannotBeReadAreNoted) {
   tests::writeFile(folder / "datacompare_trace_sim0.txt",
                    tests::readFile(folder / "datacompare_trace_sim0.txt") + "rubbish\n");
   const RunReport report = readRun(RunFolder(folder.path()));
-  EXPECT_THAT(report.findings.at(0).notes, ElementsAre(HasSubstr("1 lines could not be read: 560")));
+  EXPECT_THAT(report.findings.at(0).notes, ElementsAre(HasSubstr("1 line could not be read: 565")));
+}
+
+TEST(FindingViewTest, withoutAMiscompareInTheSequenceTheLastReadIsMarked) {
+  const TempFolder folder;
+  std::filesystem::copy(samplePath("lost-write"), folder.path());
+  std::string text = tests::readFile(folder / "datacompare_trace_sim0.txt");
+  for (size_t at = 0; (at = text.find("268               Miscompare")) != std::string::npos;) {
+    text.replace(at, 3, "999");
+  }
+  tests::writeFile(folder / "datacompare_trace_sim0.txt", text);
+  const RunReport report = readRun(RunFolder(folder.path()));
+  const FindingView& view = report.findings.at(0);
+  EXPECT_TRUE(view.readIsGuessed);
+  EXPECT_THAT(idsOf(view, &ShownCommand::failingRead), ElementsAre(268));
 }
 
 TEST(FindingViewTest, emptyDumpsAreNoBytes) {

@@ -19,11 +19,10 @@ std::string plain(const std::string& sample) { return textReport(sampleReport(sa
 TEST(TextReportTest, tellsAFinding) {
   const std::string text = plain("explained.json");
   EXPECT_THAT(text, StartsWith("Result: data failure, 1 finding\n"));
-  for (const char* part :
-       {"Finding 1, old-data: sim0, LBA 148 (0x94)\n", "holds what command 75 wrote",
-        "Replay: corvane replay explained.json", "Suspects, likeliest first: lost-write, stale-read",
-        "    - what command 121 wrote\n", "<- met it", "<- expected", "<- found", "499 of 512 bytes differ (*)",
-        "?????=======o????????????", "A later read of the block: same"}) {
+  for (const char* part : {"Finding 1, old-data: sim0, LBA 148 (0x94)\n", "holds what command 75 wrote",
+                           "Replay: corvane replay explained.json", "Suspects, likeliest first: lost-write, stale-read",
+                           "    - what command 121 wrote\n", "<- met it", "<- expected", "<- found",
+                           "499 of 512 bytes differ (*)", "=======o", "A later read of the block: same"}) {
     EXPECT_THAT(text, HasSubstr(part));
   }
 }
@@ -44,7 +43,7 @@ TEST(TextReportTest, tellsADrive) {
 }
 
 TEST(TextReportTest, readsFromTheFilesBesideTheResult) {
-  EXPECT_THAT(plain("lost-write"), AllOf(HasSubstr("places in the sequence"), HasSubstr("<- last read of the block"),
+  EXPECT_THAT(plain("lost-write"), AllOf(HasSubstr("places in the sequence"), HasSubstr("<- met it"),
                                          HasSubstr("<- expected"), HasSubstr("lost-write")));
 }
 

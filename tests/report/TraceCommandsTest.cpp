@@ -70,7 +70,10 @@ TEST(TraceCommandsTest, momentsOfTheDriveAndOfTheBlockStay) {
                entry(3, TraceEvent::miscompare, "", 0, 0, 100, 0)};
   trace.all[1].endLba = 50;
   trace.all[2].endLba = 120;
-  const std::vector<Moment> moments = commandsAround(trace, 100).moments;
+  const TraceNeighbourhood around = commandsAround(trace, 100);
+  const std::vector<Moment>& moments = around.moments;
+  EXPECT_EQ(around.failingId, 0U);
+  EXPECT_FALSE(commandsAround(trace, 101).failingId);
   ASSERT_EQ(moments.size(), 3U);
   EXPECT_EQ(moments[0].text, "power off");
   EXPECT_EQ(moments[1].text, "range invalidated");

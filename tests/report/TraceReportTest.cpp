@@ -46,9 +46,9 @@ TEST(TraceReportTest, readsAReportOfARunWhole) {
   EXPECT_EQ(trace.unreadLines, 0U);
   EXPECT_EQ(trace.lba, 148U);
   ASSERT_EQ(trace.aboutBlock.size(), 6U);
-  EXPECT_EQ(trace.all.size(), 541U);
+  EXPECT_EQ(trace.all.size(), 542U);
   EXPECT_EQ(trace.all.front().commandId, 1U);
-  EXPECT_EQ(trace.all.back().index, 540U);
+  EXPECT_EQ(trace.all.back().index, 541U);
   ASSERT_EQ(trace.history.size(), 2U);
   EXPECT_EQ(trace.history[0].commandId, "121");
 }

@@ -141,7 +141,7 @@ class PageTest(unittest.TestCase):
     def test_a_finding_from_the_files_beside_the_result(self):
         page = self.open("lost-write/result.json")
         self.assertEqual(page.count(".bar.failing"), 1)
-        self.assertIn("read 268: last over the block", page.texts(".callout"))
+        self.assertIn("read 268: met it", page.texts(".callout"))
         self.assertIn("write 75: found on the block", page.texts(".callout"))
         self.assertIn("write 121: should be there", page.texts(".callout"))
         self.assertGreaterEqual(page.count(".timeline .bar"), 20)
@@ -223,7 +223,7 @@ class PageTest(unittest.TestCase):
             self.assertEqual(seen(), paper)
 
     def test_it_fits_wide_and_narrow(self):
-        for sample in ("explained.json", "several-drives.json", "clean.json"):
+        for sample in ("explained.json", "several-drives.json", "clean.json", "lost-write/result.json"):
             for width in (WIDE, NARROW):
                 with self.subTest(sample=sample, width=width):
                     page = self.open(sample, width)

@@ -43,7 +43,7 @@ function makeSentences(finding) {
 }
 
 function makeFacts(finding) {
-  const facts = [["The agent said", finding.text], ["Found", whenFound(finding)],
+  const facts = [["The agent said", finding.sentences.length > 0 ? finding.text : ""], ["Found", whenFound(finding)],
                  ["Suspects", finding.suspects.length === 0 ? "" : make("span", null, finding.suspects.map(
                    (suspect, i) => [i > 0 ? ", " : "", make("code", null, suspect)]), make("span", {class: "soft"}, " (likeliest first)"))],
                  ["A later read", finding.reread],

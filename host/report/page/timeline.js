@@ -183,19 +183,23 @@ function drawBar(svg, command, box, finding, tabbable) {
   svg.append(bar);
 }
 
+/** Where a text beside a vertical line stays in the picture. */
+function besideLine(x, text, frame) {
+  const room = text.length * letterWidth + 8;
+  if (x + room <= frame.right) {
+    return {x: x + 8, "text-anchor": "start"};
+  }
+  return {x: x > room ? x - 8 : frame.right, "text-anchor": "end"};
+}
+
 /** The names of the remarkable commands, above the plot and each in a lane of its own. */
 function drawCallouts(svg, frame, callouts) {
   callouts.forEach(({text, shape, box}, lane) => {
     const x = box.x + Math.min(box.width / 2, 8);
     const y = 11 + lane * laneHeight;
-    const room = text.length * letterWidth + 8;
     svg.append(draw("line", {class: "leader", x1: x, x2: x, y1: y, y2: box.y}));
     svg.append(draw("path", {class: `glyph glyph-${shape}`, d: glyphPath(shape, x, y - 4)}));
-    let place = {x: x + 8, "text-anchor": "start"};
-    if (x + room > frame.right) {
-      place = {x: x > room ? x - 8 : frame.right, "text-anchor": "end"};
-    }
-    svg.append(draw("text", {class: "callout", y, ...place}, text));
+    svg.append(draw("text", {class: "callout", y, ...besideLine(x, text, frame)}, text));
   });
 }
 
@@ -252,7 +256,7 @@ function drawTimeline(finding, width, order) {
   for (const moment of finding.moments) {
     const x = scale.place(moment.at);
     svg.append(draw("line", {class: "moment", x1: x, x2: x, y1: frame.top, y2: frame.bottom}),
-               draw("text", {class: "tick", x: x + 3, y: frame.bottom - 4}, moment.text));
+               draw("text", {class: "tick", ...besideLine(x, moment.text, frame), y: frame.bottom - 4}, moment.text));
   }
   const callouts = [];
   for (const command of commands) {
