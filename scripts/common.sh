@@ -1,17 +1,20 @@
 # Shared by ./run and ./test: installs what is missing, then configures and builds.
 # Sourced, not run; the caller has set "root" to the project's folder.
 
+# packages_missing <lists>
 packages_missing() {
   local package
-  while read -r package; do
+  # A list may end without a line break.
+  awk 1 "${@/#/$root/}" | while read -r package; do
     case $package in '' | '#'*) continue ;; esac
     dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -q '^installed$' || echo "$package"
-  done <"$root/packages.txt"
+  done
 }
 
+# install_packages <lists>: what is missing of the lists, which stand in the project's folder
 install_packages() {
   local missing as_root=()
-  mapfile -t missing < <(packages_missing)
+  mapfile -t missing < <(packages_missing "$@")
   [ "${#missing[@]}" -eq 0 ] && return
   echo "Installing Debian packages: ${missing[*]}"
   if [ "$(id -u)" -ne 0 ]; then

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 

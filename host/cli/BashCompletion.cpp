@@ -3,8 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <vector>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/FlagChoices.h"
-#include "host/cli/TextFormat.h"
 
 namespace corvane::host {
 namespace {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 namespace {

@@ -1,8 +1,8 @@
 #include "host/cli/DrivesCommand.h"
 
+#include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/NewPaths.h"
-#include "host/cli/TextFormat.h"
 #include "host/drive/DriveFactory.h"
 
 namespace corvane::host {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 namespace {

@@ -1,7 +1,7 @@
 #include "host/cli/OptionsCommand.h"
 
+#include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/run/AgentConfig.h"
 #include "host/run/PluginLoader.h"

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/base/NearestName.h"
+#include "host/base/TextFormat.h"
 #include "host/cli/Console.h"
 #include "host/cli/DrivesCommand.h"
 #include "host/cli/ExitStatus.h"
@@ -16,10 +17,10 @@
 #include "host/cli/OptionsCommand.h"
 #include "host/cli/PluginPath.h"
 #include "host/cli/ReplayCommand.h"
+#include "host/cli/ReportCommand.h"
 #include "host/cli/RunCommand.h"
 #include "host/cli/RunCommandLine.h"
 #include "host/cli/SelftestCommand.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageCommand.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/Version.h"
@@ -63,6 +64,8 @@ class Program {
     replayLine_ = std::make_unique<ReplayCommandLine>(*replay_);
     selftest_ = command("selftest", "Tries out which faults of a drive are found");
     selftestLine_ = std::make_unique<SelftestCommandLine>(*selftest_);
+    report_ = command("report", "Shows what a run found, as a page or as text");
+    reportLine_ = std::make_unique<ReportCommandLine>(*report_);
     options_ = command("options", "Lists the agent's options, which 'corvane run --set' sets");
     usage_ = command("usage", "Prints the agent's own usage text");
     for (CLI::App* ofAgent : {options_, usage_, selftest_}) {
@@ -112,10 +115,10 @@ class Program {
     const std::vector<CLI::App*> commands = app_.get_subcommands();
     checkLeftOver(app_, "corvane");
     if (commands.empty()) {
-      throw UsageError(
-          "no command is given; choose of run, replay, selftest, options, usage, faults, drives ('corvane --help' "
-          "explains "
-          "them)");
+      throw UsageError("no command is given; choose of " + commandList() +
+                       " ('corvane --help' "
+                       "explains "
+                       "them)");
     }
     if (commands.size() > 1) {
       throw UsageError("'" + commands[1]->get_name() + "' follows the command '" + commands[0]->get_name() +
@@ -136,6 +139,9 @@ class Program {
     if (chosen == replay_) {
       return runReplay(replayLine_->request(), out);
     }
+    if (chosen == report_) {
+      return showReport(reportLine_->settings(), out);
+    }
     if (chosen == faults_) {
       return showFaultClasses(out);
     }
@@ -144,6 +150,22 @@ class Program {
     }
     const RunSettings settings = runLine_->settings();
     return runLine_->dryRun() ? showResolvedTest(settings, out) : runTest(settings, out);
+  }
+
+  std::vector<std::string> commandNames() const {
+    std::vector<std::string> names;
+    for (const CLI::App* known : app_.get_subcommands(nullptr)) {
+      names.push_back(known->get_name());
+    }
+    return names;
+  }
+
+  std::string commandList() const {
+    std::string list;
+    for (const std::string& name : commandNames()) {
+      list += (list.empty() ? "" : ", ") + name;
+    }
+    return list;
   }
 
   /// Refuses the first word that nobody took.
@@ -159,9 +181,8 @@ class Program {
       throw UsageError("'" + flag + "' is not a flag of '" + name + "'" + help + didYouMean(flag, flagsOf(command)));
     }
     if (&command == &app_) {
-      throw UsageError("'" + word +
-                       "' is not a command; choose of run, replay, selftest, options, usage, faults, drives" +
-                       didYouMean(word, {"run", "replay", "selftest", "options", "usage", "faults", "drives"}));
+      throw UsageError("'" + word + "' is not a command; choose of " + commandList() +
+                       didYouMean(word, commandNames()));
     }
     throw UsageError("'" + word + "' is one word too many for '" + name + "'; '" + name +
                      " --help' shows what it takes");
@@ -199,11 +220,13 @@ class Program {
   CLI::App* options_ = nullptr;
   CLI::App* usage_ = nullptr;
   CLI::App* selftest_ = nullptr;
+  CLI::App* report_ = nullptr;
   CLI::App* faults_ = nullptr;
   CLI::App* drives_ = nullptr;
   std::unique_ptr<RunCommandLine> runLine_;
   std::unique_ptr<ReplayCommandLine> replayLine_;
   std::unique_ptr<SelftestCommandLine> selftestLine_;
+  std::unique_ptr<ReportCommandLine> reportLine_;
   std::string pluginFile_;
   std::string driveAddress_;
 };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 namespace corvane::host {
 namespace {

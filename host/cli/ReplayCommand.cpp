@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/FlagValues.h"
 #include "host/cli/RunCommand.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"

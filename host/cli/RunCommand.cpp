@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/AgentLines.h"
 #include "host/cli/EventStream.h"
 #include "host/cli/ExitStatus.h"
@@ -22,7 +23,6 @@
 #include "host/cli/RunSummary.h"
 #include "host/cli/StopSignals.h"
 #include "host/cli/TestFile.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"

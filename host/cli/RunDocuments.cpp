@@ -2,10 +2,10 @@
 
 #include <cstdio>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/OutputFiles.h"
 #include "host/cli/RunJson.h"
 #include "host/cli/RunJunit.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/UsageError.h"
 #include "host/drive/DriveError.h"
 #include "host/run/ConfigurationError.h"

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
 #include "host/cli/ExplanationJson.h"
 #include "host/cli/FiguresJson.h"
@@ -9,7 +10,6 @@
 #include "host/cli/RunDocument.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/TestJson.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/Version.h"
 
 namespace corvane::host {

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/RunSummary.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/XmlText.h"
 
 namespace corvane::host {

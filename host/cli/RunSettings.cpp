@@ -1,7 +1,7 @@
 #include "host/cli/RunSettings.h"
 
+#include "host/base/TextFormat.h"
 #include "host/cli/TestKey.h"
-#include "host/cli/TextFormat.h"
 
 namespace corvane::host {
 

@@ -2,8 +2,8 @@
 
 #include <sstream>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
-#include "host/cli/TextFormat.h"
 #include "host/explain/HexComparison.h"
 
 namespace corvane::host {

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "host/base/TextFormat.h"
 #include "host/cli/RunSettings.h"
-#include "host/cli/TextFormat.h"
 #include "host/cli/Version.h"
 
 namespace corvane::host {

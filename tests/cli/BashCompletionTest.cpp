@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 #include "tests/cli/HelpedFlags.h"
 #include "tests/support/ShellCommand.h"
 

@@ -40,7 +40,7 @@ std::vector<std::string> run(std::vector<std::string> more) {
 
 std::vector<WrongLine> wrongLines() {
   return {
-      {"noCommand", {}, "no command", "choose of run, replay, selftest, options, usage, faults, drives"},
+      {"noCommand", {}, "no command", "choose of run, replay, selftest, report, options, usage, faults, drives"},
       {"unknownCommand", {"rum"}, "'rum'", "did you mean 'run'?"},
       {"unknownGlobalFlag", {"--versoin"}, "'--versoin'", "did you mean '--version'?"},
       {"twoCommands", {"run", "options"}, "'options'", "give one command"},
@@ -169,6 +169,13 @@ std::vector<WrongLine> wrongLines() {
       {"drivesWithTwoAddresses", {"drives", "sim:", "sim:"}, "'sim:'", "'corvane drives --help'"},
       {"usageOfNoPlugin", {"usage", "--plugin", "none.so"}, "'none.so'", "give the path"},
       {"optionsWithUnknownFlag", {"options", "--plugn", "x"}, "'--plugn'", "did you mean '--plugin'?"},
+      {"reportOfNothing", {"report"}, "'corvane report' needs a run", "name the folder"},
+      {"reportOfTwoRuns", {"report", "a", "b"}, "'b'", "name one run"},
+      {"reportOfNoFolder", {"report", "none"}, "'none' is not there", "give the folder or the result.json"},
+      {"reportOfAnEmptyFolder", {"report", "."}, "'.' holds no result", "give the folder or the file"},
+      {"reportAsTextAndPage", {"report", "x", "--text", "--output", "y"}, "--text", "give one of them"},
+      {"reportToNoName", {"report", "x", "--output", ""}, "--output ''", "a file"},
+      {"reportWithUnknownFlag", {"report", "x", "--txt"}, "'--txt'", "did you mean '--text'?"},
       {"fileThatIsNotThere", {"run", "--drive", "file:none.img"}, "'none.img'", "size=", 3},
   };
 }

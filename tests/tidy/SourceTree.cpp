@@ -9,7 +9,8 @@ namespace corvane::tidy {
 namespace {
 
 bool isText(const std::filesystem::path& path) {
-  constexpr std::array<const char*, 9> kinds{".cpp", ".h", ".md", ".sh", ".txt", ".cmake", ".json", ".map", ""};
+  constexpr std::array<const char*, 13> kinds{".cpp", ".h",  ".md",  ".sh",   ".txt", ".cmake", ".json",
+                                              ".map", ".py", ".css", ".html", ".js",  ""};
   const std::string kind = path.extension().string();
   return std::any_of(kinds.begin(), kinds.end(), [&kind](const char* known) { return kind == known; });
 }

@@ -1,4 +1,4 @@
-#include "host/cli/TextFormat.h"
+#include "host/base/TextFormat.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
