@@ -1,4 +1,4 @@
-# corvane_embed_text(<target> <header> NAME <variable> FILES <files…>): a string_view in namespace corvane::host that
+# corvane_embed_text(<target> <header> NAME <variable> FILES <files…>): a string_view in namespace corvane::host::report that
 # the header declares, with the content of the files, one behind the other.
 set(corvane_embed_script ${CMAKE_CURRENT_LIST_DIR}/EmbedTextScript.cmake)
 

@@ -7,5 +7,5 @@ foreach(file ${FILES})
   endif()
   string(APPEND literals "\n    R\"corvane(${content})corvane\"")
 endforeach()
-file(WRITE ${OUTPUT} "#include \"${HEADER}\"\n\nnamespace corvane::host {\n\nconst std::string_view ${NAME} =${literals};\n\n"
-     "}  // namespace corvane::host\n")
+file(WRITE ${OUTPUT} "#include \"${HEADER}\"\n\nnamespace corvane::host::report {\n\nconst std::string_view ${NAME} =${literals};\n\n"
+     "}  // namespace corvane::host::report\n")

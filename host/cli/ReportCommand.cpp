@@ -22,7 +22,7 @@ constexpr const char* examples = R"(Examples:
 RUN is the folder that a run wrote to, or its result.json. Exit status: 0 when the report was made, 2 when not.)";
 
 /// Refuses a page in place of what the report is made of.
-void checkKeepsEvidence(const std::string& page, const RunFolder& folder, const RunReport& report) {
+void checkKeepsEvidence(const std::string& page, const report::RunFolder& folder, const report::RunReport& run) {
   const auto check = [&page](const std::filesystem::path& evidence) {
     std::error_code ignored;
     if (std::filesystem::equivalent(page, evidence, ignored)) {
@@ -30,8 +30,8 @@ void checkKeepsEvidence(const std::string& page, const RunFolder& folder, const 
                        "' is what the report is made of; name another file, such as report.html");
     }
   };
-  check(report.resultFile);
-  for (const FindingView& view : report.findings) {
+  check(run.resultFile);
+  for (const report::FindingView& view : run.findings) {
     for (const std::string& file : view.finding.files) {
       check(folder.find(file).value_or(std::filesystem::path()));
     }
@@ -71,21 +71,21 @@ ReportCommandLine::Settings ReportCommandLine::settings() const {
 }
 
 int showReport(const ReportCommandLine::Settings& settings, Console& out) try {
-  const RunFolder folder(settings.run);
+  const report::RunFolder folder(settings.run);
   const std::string page = settings.output.empty() ? (folder.folder() / "report.html").string() : settings.output;
   if (!settings.text) {
     checkReplaceable(outputFlag, page);
   }
-  const RunReport report = readRun(folder);
+  const report::RunReport run = report::readRun(folder);
   if (settings.text) {
-    out.write(textReport(report, {.colours = out.isTerminal(), .columns = out.columns()}));
+    out.write(report::textReport(run, {.colours = out.isTerminal(), .columns = out.columns()}));
     return exit_status::clean;
   }
-  checkKeepsEvidence(page, folder, report);
-  replaceFile(outputFlag, page, htmlPage(report));
+  checkKeepsEvidence(page, folder, run);
+  replaceFile(outputFlag, page, report::htmlPage(run));
   out.line("Report: " + page);
   return exit_status::clean;
-} catch (const ReportError& error) {
+} catch (const report::ReportError& error) {
   throw UsageError(error.what());
 }
 

@@ -77,9 +77,21 @@ class Explainer {
     return !changes.empty() && changes.front()->number > readNumber();
   }
 
+  /// A verify that had to find a difference, of data that may be anything but what it was, ended without one.
+  bool expectedDifference() const { return evidence_.agentError.starts_with("Miscompare was expected"); }
+
+  /// Whether the block had been declared invalid.
+  bool isInvalidated() const {
+    return std::ranges::any_of(journal_.incidents(), [this](const Incident& incident) {
+      const uint64_t end = e_.read ? e_.read->endLba() : e_.lba + 1;
+      return incident.what == Incident::What::invalidation && incident.firstLba < end && e_.lba < incident.endLba;
+    });
+  }
+
   /// Of a splice the agent names the range, not the block.
   void findUnreadable() {
-    if (evidence_.agentStatus != vdl::status::writeSplice || !e_.read) {
+    const bool splice = evidence_.agentStatus == vdl::status::writeSplice;
+    if (!(splice || (expectedDifference() && !isInvalidated())) || !e_.read) {
       return;
     }
     for (uint32_t block = 0; block < e_.read->blocks; ++block) {
@@ -95,7 +107,7 @@ class Explainer {
   void takeBlocks() {
     e_.driveBlock = evidence_.driveBlock;
     e_.referenceBlock = evidence_.referenceBlock;
-    if (!evidence_.verifyData.empty() && e_.driveBlock.empty()) {
+    if (!evidence_.verifyData.empty() && e_.driveBlock.empty() && !expectedDifference()) {
       takeVerifiedBlock();
     } else if (const std::vector<uint8_t>* now = evidence_.rereadOf(e_.lba);
                e_.driveBlock.empty() && now != nullptr && !isOverwritten(e_.lba)) {
@@ -169,9 +181,11 @@ class Explainer {
     if (evidence_.agentStatus == vdl::status::atomicOrder) {
       return FindingKind::atomicOrder;
     }
-    const std::string& said = evidence_.agentError;
-    if (said.starts_with("Data match on invalidated") || said.starts_with("Miscompare was expected")) {
+    if (evidence_.agentError.starts_with("Data match on invalidated") || (expectedDifference() && isInvalidated())) {
       return FindingKind::oldDataExpectedGone;
+    }
+    if (expectedDifference()) {
+      return e_.reread == Reread::failed ? FindingKind::unreadable : FindingKind::unknown;
     }
     if (!e_.difference) {
       if (!evidence_.verifyData.empty()) {
@@ -199,13 +213,13 @@ class Explainer {
     if (const std::optional<WrittenBlock> writer = data_.writerOf(e_.driveBlock, e_.lba)) {
       return of(*writer);
     }
+    if (isOfAnotherDrive()) {
+      return FindingKind::otherDrive;
+    }
     if (evidence_.embedded && data_.isGenuine(e_.driveBlock)) {
       // Written before the first command that is remembered.
       e_.observedLba = e_.observed->lba;
       return e_.observedLba == e_.lba ? FindingKind::oldData : FindingKind::otherLba;
-    }
-    if (isOfAnotherDrive()) {
-      return FindingKind::otherDrive;
     }
     if (e_.difference && isTorn()) {
       return FindingKind::torn;
@@ -216,16 +230,19 @@ class Explainer {
     return e_.referenceBlock.empty() ? FindingKind::unknown : FindingKind::noise;
   }
 
-  /// Whether the block may still hold what was there before the test: no earlier command is known to have changed it
-  /// for good.
+  /// Whether the block may hold what no command of the test wrote: what was there before it, or what a zone reset or
+  /// an invalidation left.
   bool mayBeFromBefore() const {
     if (!e_.expectedWrite || journal_.oldestNumber() != 1) {
       return false;
     }
     const std::vector<const JournalEntry*> earlier = data_.changesOf(e_.lba, e_.expectedWrite->number);
+    const std::vector<Incident> incidents = journal_.incidents();
     const bool powerWasCut = std::ranges::any_of(
-        journal_.incidents(), [](const Incident& incident) { return incident.what == Incident::What::powerCut; });
-    return powerWasCut || std::ranges::none_of(earlier, [](const JournalEntry* change) { return change->endedWell(); });
+        incidents, [](const Incident& incident) { return incident.what == Incident::What::powerCut; });
+    return powerWasCut || std::ranges::none_of(earlier, [&](const JournalEntry* change) {
+             return change->endedWell() && !isUndone(*change, e_.lba, incidents);
+           });
   }
 
   FindingKind of(const WrittenBlock& writer) {

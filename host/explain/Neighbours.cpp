@@ -7,13 +7,6 @@ namespace {
 
 using State = NeighbourBlock::State;
 
-/// Whether a zone reset or an invalidation has undone what a command wrote.
-bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents) {
-  return std::ranges::any_of(incidents, [&](const Incident& incident) {
-    return incident.afterCommand >= change.number && incident.firstLba <= lba && lba < incident.endLba;
-  });
-}
-
 NeighbourBlock judge(uint64_t lba, const std::vector<uint8_t>& now, const FindingEvidence& evidence,
                      const WrittenData& data, const std::vector<Incident>& incidents) {
   NeighbourBlock block;

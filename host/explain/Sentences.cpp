@@ -76,7 +76,8 @@ class Sentences {
 
   void where() {
     std::string text = e_.read ? "The " + commandText(*e_.read) + " over " + blocksText(*e_.read) : "The agent";
-    text += " found LBA " + number(e_.lba) + " wrong";
+    const bool someBlock = e_.kind == FindingKind::writeSplice && e_.reread != Reread::failed;
+    text += someBlock ? " met a block that could not be read" : " found LBA " + number(e_.lba) + " wrong";
     if (e_.difference) {
       text += ": " + number(e_.difference->bytes) + " of " + number(e_.driveBlock.size()) +
               " bytes differ, the first is byte " + number(e_.difference->first);
@@ -115,7 +116,8 @@ class Sentences {
   void whatItIs() {
     switch (e_.kind) {
       case FindingKind::oldData:
-        say(isFromBefore() ? "It is nothing that this test wrote, so what was there before the test."
+        say(isFromBefore() ? "It is nothing that this test wrote, so what was there before it, or what a zone reset or "
+                             "an invalidation left."
                            : "It is old data of this LBA, written by " + writerText() + ".");
         break;
       case FindingKind::otherLba:

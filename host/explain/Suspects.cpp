@@ -279,7 +279,7 @@ class Suspects {
     missingWrite();
     transientOldData();
     add({bitFlipRest, bitFlipWrite, bitFlipRead, misdirectedRead, zeroedBlock, swappedBlock, mixedCommands,
-         verifyFalseAlarm, verifyAlwaysEqual, crossTalk, protectionDamage, trimIgnored, trimTooFar});
+         verifyFalseAlarm, verifyAlwaysEqual, crossTalk, protectionDamage, trimIgnored, trimTooFar, writeSplice});
   }
 
   void verifyAlarm() { add({verifyFalseAlarm, bitFlipRead, staleRead, readOvertakes, misdirectedRead}); }

@@ -8,6 +8,12 @@ namespace corvane::host {
 
 bool changesContent(const JournalEntry& entry) { return changesMedium(entry.kind); }
 
+bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents) {
+  return std::ranges::any_of(incidents, [&](const Incident& incident) {
+    return incident.afterCommand >= change.number && incident.firstLba <= lba && lba < incident.endLba;
+  });
+}
+
 std::span<const uint8_t> WrittenData::bucket(uint64_t number) const {
   return std::span(evidence_.pool).subspan(number * sectorBytes(), sectorBytes());
 }

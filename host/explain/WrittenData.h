@@ -53,4 +53,7 @@ class WrittenData {
 /// Whether the command changed what blocks hold.
 bool changesContent(const JournalEntry& entry);
 
+/// Whether a zone reset or an invalidation has undone what a command wrote to a block.
+bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents);
+
 }  // namespace corvane::host

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t bucketBytes = 3;
@@ -76,4 +76,4 @@ std::string hexDigits(const std::vector<uint8_t>& bytes) {
   return text;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

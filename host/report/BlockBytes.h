@@ -7,7 +7,7 @@
 
 #include "host/report/Explanation.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// A part of a block that means something.
 struct BlockField {
@@ -32,4 +32,4 @@ std::vector<size_t> differingOffsets(const std::vector<uint8_t>& a, const std::v
 /// Two digits a byte.
 std::string hexDigits(const std::vector<uint8_t>& bytes);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -6,7 +6,7 @@
 #include "host/report/TextReportParts.h"
 #include "host/report/TextTable.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 uint64_t countOf(const std::vector<NamedCount>& counts, const std::string& name) {
@@ -136,4 +136,4 @@ std::string driveSection(const DriveOfResult& drive, const TextStyle& style) {
   return text + injectionsText(drive.injections);
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

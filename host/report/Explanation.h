@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// One command to a drive, as a result tells of it.
 struct ReportedCommand {
@@ -77,4 +77,4 @@ struct Explanation {
   std::string replay;                     ///< a command line
 };
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -1,6 +1,6 @@
 #include "host/report/ExplanationReader.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 ReportedCommand readCommand(const JsonNode& node) {
@@ -83,4 +83,4 @@ Explanation readExplanation(const JsonNode& node) {
   return explanation;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -6,7 +6,7 @@
 #include "host/report/TextReportParts.h"
 #include "host/report/TextTable.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t rowBytes = 16;
@@ -231,4 +231,4 @@ std::string findingSection(const FindingView& view, size_t number, const TextSty
   return text;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -4,7 +4,7 @@
 
 #include "host/report/TraceReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr uintmax_t mostTraceBytes = 256U << 20;
@@ -167,4 +167,4 @@ FindingView viewOf(const FindingOfResult& finding, const RunFolder& folder, uint
   return view;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -11,7 +11,7 @@
 #include "host/report/RunFolder.h"
 #include "host/report/TraceCommands.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// A command of a finding's picture, and why it is remarkable.
 struct ShownCommand {
@@ -44,4 +44,4 @@ struct FindingView {
 /// @param protectionBytes of the drive's blocks
 FindingView viewOf(const FindingOfResult& finding, const RunFolder& folder, uint64_t protectionBytes);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

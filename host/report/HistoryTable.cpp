@@ -5,7 +5,7 @@
 
 #include "host/report/TextLines.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t columns = 7;
@@ -52,4 +52,4 @@ std::vector<HistoryRow> historyRows(std::string_view text) {
   return rows;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// One event of a block's history, in the agent's words; "---" stands for nothing.
 struct HistoryRow {
@@ -24,4 +24,4 @@ std::vector<HistoryRow> historyRows(std::string_view text);
 /// Reads one line of the table. Returns whether it is a row.
 bool readHistoryRow(std::string_view line, HistoryRow& row);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -4,7 +4,7 @@
 #include "host/report/PageFiles.h"
 #include "host/report/TextReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t textColumns = 110;
@@ -67,4 +67,4 @@ std::string htmlPage(const RunReport& report) {
       .finished();
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

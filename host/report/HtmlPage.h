@@ -5,7 +5,7 @@
 
 #include "host/report/RunReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// The report as one HTML file that needs nothing beside it and asks no network for anything. Without scripts it shows
 /// the report as text.
@@ -14,4 +14,4 @@ std::string htmlPage(const RunReport& report);
 /// A text with what HTML could take for its own escaped.
 std::string htmlEscaped(std::string_view text);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

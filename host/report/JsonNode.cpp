@@ -2,7 +2,7 @@
 
 #include "host/report/ReportError.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t shownOfAValue = 40;
@@ -174,4 +174,4 @@ void JsonNode::wrong(const std::string& expected) const {
                     shortened(*value_) + "; " + expected + " was expected there");
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

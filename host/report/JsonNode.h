@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// A value of a JSON document that knows its file and its place, so that whatever is wrong can be named.
 ///
@@ -60,4 +60,4 @@ class JsonNode {
   std::string path_;
 };
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -4,7 +4,7 @@
 
 #include "host/base/TextFormat.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -223,4 +223,4 @@ std::string pageData(const RunReport& report) {
   return withoutMarkup(document.dump(-1, ' ', true, Json::error_handler_t::replace));
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

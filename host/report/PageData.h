@@ -4,7 +4,7 @@
 
 #include "host/report/RunReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// What the page shows, as JSON for its script.
 ///
@@ -12,4 +12,4 @@ namespace corvane::host {
 /// end a script element: of what is not plain ASCII, and of '<', '>' and '&', only escapes.
 std::string pageData(const RunReport& report);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

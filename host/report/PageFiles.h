@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// The files of the page, built into the program.
 
@@ -10,4 +10,4 @@ extern const std::string_view pageHtml;    ///< with the three marks that HtmlPa
 extern const std::string_view pageStyle;   ///< CSS
 extern const std::string_view pageScript;  ///< JavaScript, all of its files in their order
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

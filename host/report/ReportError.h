@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// Something of which no report can be made: one line that names the file, what is wrong in it, and the remedy.
 class ReportError : public std::runtime_error {
@@ -10,4 +10,4 @@ class ReportError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

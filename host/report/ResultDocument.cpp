@@ -4,7 +4,7 @@
 #include "host/report/JsonNode.h"
 #include "host/report/ReportError.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr uint64_t knownFormat = 1;
@@ -197,4 +197,4 @@ bool looksLikeResult(std::string_view json) {
          (document.contains("format") || document.contains("version"));
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

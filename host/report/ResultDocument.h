@@ -9,7 +9,7 @@
 
 #include "host/report/Explanation.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// A count with the name that the document gives it.
 struct NamedCount {
@@ -120,4 +120,4 @@ ResultDocument parseResult(std::string_view json, const std::string& file);
 /// Whether a text is a document of a run, right or wrong in its details; never throws.
 bool looksLikeResult(std::string_view json);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

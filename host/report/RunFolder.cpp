@@ -8,7 +8,7 @@
 #include "host/report/ReportError.h"
 #include "host/report/ResultDocument.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 namespace fs = std::filesystem;
@@ -136,4 +136,4 @@ EvidenceFiles evidenceFiles(const std::vector<std::string>& files) {
   return sorted;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// What a run left on a disk: its result, and the reports and dumps that the result names.
 class RunFolder {
@@ -45,4 +45,4 @@ struct EvidenceFiles {
 /// number may follow either ending.
 EvidenceFiles evidenceFiles(const std::vector<std::string>& files);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 /// The drive of a finding; nullptr when the result has none like it.
@@ -28,4 +28,4 @@ RunReport readRun(const RunFolder& folder) {
   return report;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -6,7 +6,7 @@
 #include "host/report/FindingView.h"
 #include "host/report/ResultDocument.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// Everything that a report of a run shows.
 struct RunReport {
@@ -19,4 +19,4 @@ struct RunReport {
 /// noted in the findings.
 RunReport readRun(const RunFolder& folder);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

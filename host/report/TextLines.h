@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// The lines of a text without their ends ("\n" or "\r\n"); a last line without an end counts. Views into the text.
 inline std::vector<std::string_view> linesOf(std::string_view text) {
@@ -34,4 +34,4 @@ inline std::vector<std::string_view> wordsOf(std::string_view line) {
   }
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

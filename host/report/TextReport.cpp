@@ -3,7 +3,7 @@
 #include "host/base/TextFormat.h"
 #include "host/report/TextReportParts.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 std::string headline(const RunReport& report, const TextStyle& style) {
@@ -52,4 +52,4 @@ std::string textReport(const RunReport& report, const TextStyle& style) {
   return text;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

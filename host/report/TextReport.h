@@ -4,7 +4,7 @@
 
 #include "host/report/RunReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// How a report is written as text.
 struct TextStyle {
@@ -16,4 +16,4 @@ struct TextStyle {
 /// replaced. Every line ends with a line break.
 std::string textReport(const RunReport& report, const TextStyle& style);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

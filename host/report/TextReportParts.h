@@ -5,7 +5,7 @@
 #include "host/report/FindingView.h"
 #include "host/report/TextReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// One finding: what was found, the commands around it, the bytes, the neighbours and the history.
 ///
@@ -18,4 +18,4 @@ std::string driveSection(const DriveOfResult& drive, const TextStyle& style);
 /// A text in bold red where colours are wanted.
 std::string alarming(const std::string& text, const TextStyle& style);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 TextTable::TextTable(const std::vector<std::string>& titles) {
   std::vector<std::string> row;
@@ -43,4 +43,4 @@ size_t charactersIn(std::string_view text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// Columns that line up: of each column the first character of its title says whether it is flushed right ('>').
 class TextTable {
@@ -27,4 +27,4 @@ class TextTable {
 /// Characters of a text in UTF-8, as a terminal counts columns of plain letters.
 size_t charactersIn(std::string_view text);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

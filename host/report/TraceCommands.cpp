@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <map>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr uint64_t firstReach = 4;
@@ -134,4 +134,4 @@ TraceNeighbourhood commandsAround(const TraceReport& trace, uint64_t lba) {
   return around;
 }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

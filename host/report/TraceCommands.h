@@ -8,7 +8,7 @@
 #include "host/report/Explanation.h"
 #include "host/report/TraceReport.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// Something that happened to a drive as a whole, or to a range of it, between commands.
 struct Moment {
@@ -29,4 +29,4 @@ struct TraceNeighbourhood {
 /// commands those of the block itself stay, and then the latest.
 TraceNeighbourhood commandsAround(const TraceReport& trace, uint64_t lba);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

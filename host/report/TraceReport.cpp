@@ -5,7 +5,7 @@
 
 #include "host/report/TextLines.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr size_t listedLines = 20;
@@ -234,4 +234,4 @@ class Reader {
 
 TraceReport readTrace(std::string_view text) { return Reader().read(text); }
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

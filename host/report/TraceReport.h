@@ -8,7 +8,7 @@
 
 #include "host/report/HistoryTable.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 
 /// What an entry of a command sequence tells of.
 enum class TraceEvent : uint8_t {
@@ -64,4 +64,4 @@ struct TraceReport {
 /// std::bad_alloc.
 TraceReport readTrace(std::string_view text);
 
-}  // namespace corvane::host
+}  // namespace corvane::host::report

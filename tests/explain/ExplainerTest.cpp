@@ -195,7 +195,30 @@ TEST_F(ExplainerTest, WhatWasThereBeforeTheTest) {
   const Explanation e = explain(sample.found(30, sample.medium[30], reference), {});
   EXPECT_EQ(e.kind, FindingKind::oldData);
   EXPECT_EQ(e.suspects.front(), FaultClass::lostWrite);
-  EXPECT_THAT(textOf(e), HasSubstr("It is nothing that this test wrote, so what was there before the test."));
+  EXPECT_THAT(textOf(e),
+              HasSubstr("It is nothing that this test wrote, so what was there before it, or what a zone reset "
+                        "or an invalidation left."));
+}
+
+TEST_F(ExplainerTest, WhatAnInvalidationLeft) {
+  sample.journal->happened(Incident::What::invalidation, 10, 14);
+  const JournalEntry last = sample.write(10, 4, 90);
+  sample.read(10, 4);
+  const std::vector<uint8_t> reference = sample.contentOf(last, 11);
+  sample.medium[11].assign(SampleEvidence::sector, 0x5A);
+  const Explanation e = explain(sample.found(11, sample.medium[11], reference), {});
+  EXPECT_EQ(e.kind, FindingKind::oldData);
+  EXPECT_EQ(e.suspects.front(), FaultClass::lostWrite);
+}
+
+TEST_F(ExplainerTest, DataOfAnotherDriveWithTheSamePool) {
+  SampleEvidence other;
+  for (int i = 0; i < 6; ++i) {
+    other.read(0, 1);
+  }
+  const JournalEntry& foreign = other.write(40, 2, 100);
+  others = {{.name = "sim1", .journal = other.journal.get()}};
+  EXPECT_EQ(explainAs(other.contentOf(foreign, 41)).kind, FindingKind::otherDrive);
 }
 
 TEST_F(ExplainerTest, DataUnderATrim) {
@@ -285,6 +308,33 @@ TEST_F(ExplainerTest, ASpliceNamesTheBlockThatCannotBeRead) {
   EXPECT_EQ(e.legal[0].commandId, spliced.commandId);
   EXPECT_EQ(e.legal[1].commandId, newer.commandId);
   EXPECT_THAT(textOf(e), HasSubstr("it ended with status 0x40."));
+}
+
+TEST_F(ExplainerTest, ASpliceThatWasOverwrittenNamesNoBlock) {
+  sample.command(CommandKind::write, 10, 4, 90, scsi_status::aborted);
+  sample.read(10, 4);
+  sample.evidence.agentStatus = vdl::status::writeSplice;
+  sample.found(10, {}, {});
+  sample.write(10, 4, 99);
+  sample.evidence.reread = sample.medium;
+  EXPECT_THAT(textOf(explain(sample.evidence, {})),
+              HasSubstr("The read with command id 5 over LBAs 10 to 13 met a block that could not be read."));
+}
+
+TEST_F(ExplainerTest, AVerifyThatHadToFindADifferenceAndFoundNone) {
+  sample.evidence.agentError =
+      "Miscompare was expected from Verify command at LBA 0x000000000000000A Transfer Length 0x004";
+  sample.command(CommandKind::verify, 10, 4);
+  sample.evidence.verifyData.assign(4 * SampleEvidence::sector, 0);
+  sample.evidence.verifyLba = 10;
+  EXPECT_EQ(explain(sample.found(10, {}, {}), {}).kind, FindingKind::unknown);
+  sample.medium[12].clear();
+  const Explanation unreadable = explain(sample.found(10, {}, {}), {});
+  EXPECT_EQ(unreadable.kind, FindingKind::unreadable);
+  EXPECT_EQ(unreadable.lba, 12U);
+  EXPECT_EQ(unreadable.suspects.front(), FaultClass::writeSplice);
+  sample.journal->happened(Incident::What::invalidation, 10, 14);
+  EXPECT_EQ(explain(sample.found(10, {}, {}), {}).kind, FindingKind::oldDataExpectedGone);
 }
 
 TEST_F(ExplainerTest, AnAtomicOrderFailure) {

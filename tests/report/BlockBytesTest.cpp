@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 using testing::ElementsAre;
@@ -74,4 +74,4 @@ TEST(DifferingOffsetsTest, nameEveryByteThatDiffersOrIsMissing) {
 TEST(HexDigitsTest, areTwoAByte) { EXPECT_EQ(hexDigits({0x00, 0xAF, 0x0B}), "00af0b"); }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -7,16 +7,16 @@
 
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
+using host::testing::sampleJson;
+using host::testing::samplePath;
+using host::testing::sampleReport;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testing::Json;
-using testing::sampleJson;
-using testing::samplePath;
-using testing::sampleReport;
 using tests::TempFolder;
 
 std::vector<uint64_t> idsOf(const FindingView& view, bool ShownCommand::*mark) {
@@ -127,4 +127,4 @@ TEST(FindingViewTest, emptyDumpsAreNoBytes) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 constexpr const char* table =
@@ -40,4 +40,4 @@ TEST(HistoryTableTest, takesForeignLineEnds) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -6,12 +6,12 @@
 #include "host/report/PageFiles.h"
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
+using host::testing::sampleReport;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using testing::sampleReport;
 using ::testing::StartsWith;
 
 size_t countOf(std::string_view text, std::string_view part) {
@@ -69,4 +69,4 @@ TEST(HtmlPageTest, withoutScriptsItIsAText) {
 TEST(HtmlEscapedTest, leavesNothingToHtml) { EXPECT_EQ(htmlEscaped("a<b>&\"c'd"), "a&lt;b&gt;&amp;&quot;c&#39;d"); }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -5,7 +5,7 @@
 
 #include "host/report/ReportError.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 using testing::ElementsAre;
@@ -78,4 +78,4 @@ TEST_F(JsonNodeTest, aLongValueIsCutInTheMessage) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -7,11 +7,11 @@
 
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
+using host::testing::sampleReport;
 using testing::Json;
-using testing::sampleReport;
 
 TEST(PageDataTest, holdsWhatThePageShows) {
   const Json data = Json::parse(pageData(sampleReport("explained.json")));
@@ -51,4 +51,4 @@ TEST(PageDataTest, whatIsMissingIsNull) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -8,14 +8,14 @@
 #include "host/report/ReportError.h"
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
+using host::testing::sampleJson;
+using host::testing::sampleText;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using testing::Json;
-using testing::sampleJson;
-using testing::sampleText;
 using ::testing::ThrowsMessage;
 
 ResultDocument parsed(const Json& document) { return parseResult(document.dump(), "r.json"); }
@@ -165,4 +165,4 @@ TEST(LooksLikeResultTest, knowsResultsByTheirKeys) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

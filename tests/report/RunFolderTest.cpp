@@ -6,7 +6,7 @@
 #include "host/report/ReportError.h"
 #include "tests/support/TempFolder.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 using ::testing::AllOf;
@@ -95,4 +95,4 @@ TEST(EvidenceFilesTest, foreignFilesAreLeftOut) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -16,6 +16,8 @@ inline std::string sampleText(const std::string& name) { return tests::readFile(
 
 inline Json sampleJson(const std::string& name) { return Json::parse(sampleText(name)); }
 
-inline RunReport sampleReport(const std::string& name) { return readRun(RunFolder(samplePath(name))); }
+inline report::RunReport sampleReport(const std::string& name) {
+  return report::readRun(report::RunFolder(samplePath(name)));
+}
 
 }  // namespace corvane::host::testing

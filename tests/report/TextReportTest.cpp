@@ -5,13 +5,13 @@
 
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
+using host::testing::sampleReport;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using testing::sampleReport;
 using ::testing::StartsWith;
 
 std::string plain(const std::string& sample) { return textReport(sampleReport(sample), {.colours = false}); }
@@ -81,4 +81,4 @@ TEST(TextReportTest, isThereForEverySample) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

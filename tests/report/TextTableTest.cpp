@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 TEST(TextTableTest, linesUpItsColumns) {
@@ -29,4 +29,4 @@ TEST(CharactersInTest, countsLettersAndNotBytes) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

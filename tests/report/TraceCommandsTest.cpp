@@ -6,7 +6,7 @@
 
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
 TraceEntry entry(uint64_t index, TraceEvent event, const char* kind, uint64_t id, uint64_t tag, uint64_t lba,
@@ -91,11 +91,11 @@ TEST(TraceCommandsTest, greatestNumbersDoNoHarm) {
 }
 
 TEST(TraceCommandsTest, showsTheSurroundingsInAReportOfARun) {
-  const TraceReport trace = readTrace(testing::sampleText("lost-write/datacompare_trace_sim0.txt"));
+  const TraceReport trace = readTrace(host::testing::sampleText("lost-write/datacompare_trace_sim0.txt"));
   const std::vector<ReportedCommand> commands = commandsAround(trace, 148).commands;
   EXPECT_GE(commands.size(), 20U);
   EXPECT_EQ(std::count_if(commands.begin(), commands.end(), [](const auto& one) { return one.touches(148); }), 3);
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report

@@ -5,10 +5,10 @@
 #include "host/base/Random.h"
 #include "tests/report/Samples.h"
 
-namespace corvane::host {
+namespace corvane::host::report {
 namespace {
 
-using testing::sampleText;
+using host::testing::sampleText;
 
 constexpr const char* sample = "lost-write/datacompare_trace_sim0.txt";
 
@@ -151,4 +151,4 @@ TEST(TraceReportTest, anyBytesAreTaken) {
 }
 
 }  // namespace
-}  // namespace corvane::host
+}  // namespace corvane::host::report
