@@ -8,7 +8,7 @@ constexpr uint32_t wordBits = 64;
 
 }  // namespace
 
-static_assert(sizeof(AwaitedBlock) == 8);
+static_assert(sizeof(AwaitedBlock) == 16);
 
 AwaitedBlocks::AwaitedBlocks() : slots_(size_t{1} << firstBits), shift_(wordBits - firstBits) {}
 

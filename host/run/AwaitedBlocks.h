@@ -20,11 +20,12 @@ struct AwaitedBlock {
     hashed        ///< what the read ahead of an atomic write saw
   };
 
+  uint64_t since = 0;    ///< when it became awaited, in the caller's time
   uint32_t claims = 0;   ///< reads and verifies that are still to come
   uint16_t readers = 0;  ///< that are outstanding
   Content content = Content::unknown;
-  uint8_t unfinishedAtomics : 6 = 0;    ///< atomic writes of unknown end above the content; 63 stands for more, too
-  uint8_t knownWhenIssued : 1 = 0;      ///< the content will be known when all that was issued so far has ended well
+  uint8_t unfinishedAtomics : 6 = 0;   ///< atomic writes of unknown end above the content; 63 stands for more, too
+  uint8_t knownWhenIssued : 1 = 0;     ///< the content will be known when all that was issued so far has ended well
   uint8_t hashedUnderReaders : 1 = 0;  ///< some of the readers look past the hash at what was there before it
 
   bool isContentKnown() const { return content == Content::written || content == Content::hashed; }
@@ -45,14 +46,19 @@ class AwaitedBlocks {
                                                                              : nullptr;
   }
 
-  /// The block; a new one is as AwaitedBlock says.
-  AwaitedBlock& make(uint64_t lba) {
+  /// The block; a new one is as AwaitedBlock says, and awaited since `now`.
+  AwaitedBlock& make(uint64_t lba, uint64_t now) {
     Page* page = pageOf(lba / pageBlocks);
     if (page == nullptr) {
       page = addPage(lba / pageBlocks);
     }
-    page->present |= uint64_t{1} << (lba % pageBlocks);
-    return page->blocks[lba % pageBlocks];
+    const uint64_t bit = uint64_t{1} << (lba % pageBlocks);
+    AwaitedBlock& block = page->blocks[lba % pageBlocks];
+    if ((page->present & bit) == 0) {
+      page->present |= bit;
+      block.since = now;
+    }
+    return block;
   }
 
   /// Forgets a block that is there.

@@ -12,7 +12,8 @@ enum class Uncheckable : uint8_t {
   writeFailed,        ///< the latest write over it failed or was lost
   zoneReset,          ///< what a zone holds after its reset is unknown
   invalidated,        ///< only its old content would be noticed
-  atomicOverUnknown,  ///< an atomic write of unknown end over unknown content: damage is noticed only in the new content
+  atomicOverUnknown,  ///< an atomic write of unknown end over unknown content: damage is noticed only in the new
+                      ///< content
   probe,              ///< the read looked only whether a failed write left the blocks readable
   commandFailed,      ///< the read or verify itself
   verifyMayDiffer,    ///< a verify some of whose blocks may hold something else
@@ -27,7 +28,7 @@ const char* uncheckableText(Uncheckable reason);
 
 /// What it was worth to look at one block.
 struct BlockWorth {
-  uint8_t outcomes = 0;                           ///< contents that would have been accepted; 0: not checkable
+  uint8_t outcomes = 0;                          ///< contents that would have been accepted; 0: not checkable
   Uncheckable reason = Uncheckable::notAwaited;  ///< of a block that is not checkable
 
   friend bool operator==(const BlockWorth&, const BlockWorth&) = default;
@@ -38,7 +39,7 @@ struct BlockWorth {
 struct CheckedBlocks {
   static constexpr uint8_t mostOutcomes = 32;  ///< more count as so many
 
-  uint64_t oneOutcome = 0;                                    ///< only one content would have been accepted
+  uint64_t oneOutcome = 0;                                   ///< only one content would have been accepted
   std::array<uint64_t, mostOutcomes + 1> severalOutcomes{};  ///< by how many would have been accepted, from 2
   std::array<uint64_t, uncheckableReasons> notCheckable{};   ///< by `Uncheckable`
 

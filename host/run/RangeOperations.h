@@ -12,6 +12,7 @@
 
 namespace corvane::host {
 
+class CheckAccount;
 class ZoneWriter;
 
 /// Which operations on ranges a test carries out.
@@ -47,7 +48,7 @@ class RangeOperations {
   ///
   /// All references outlive the object.
   RangeOperations(const RangeSettings& settings, const TagPool& tags, DriveQueue& queue, SharedVariables& variables,
-                  DriveCounters& counters, ZoneWriter* writer);
+                  DriveCounters& counters, CheckAccount& checks, ZoneWriter* writer);
 
   /// Resets every zone. For before the first command: nothing is outstanding and the agent expects nothing, so nothing
   /// is counted or pushed.
@@ -84,6 +85,7 @@ class RangeOperations {
   const TagPool& tags_;
   DriveQueue& queue_;
   DriveCounters& counters_;
+  CheckAccount& checks_;
   ZoneWriter* writer_;
   const ZoneMap zones_;
   Schedule zoneResets_;

@@ -8,6 +8,7 @@
 #include "host/fault/FaultLedger.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/CdbBuilder.h"
+#include "host/run/CheckAccount.h"
 #include "host/run/CommandSelector.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/DriveQueue.h"
@@ -39,6 +40,7 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
+  CheckRules checks;              ///< by which the agent reads back
   FaultLedger* ledger = nullptr;  ///< told of the commands of a drive that does wrong on purpose
 };
 
@@ -106,7 +108,8 @@ class StepLoop {
   void forgetOutstanding();
   void tellOfUnsentCommands();
   void takeBackUnsentWrites();
-  bool isPreRead(const DriveCommand& command) const;
+  bool hasChosenRange(const DriveCommand& command) const;
+  bool mayBePreRead(const DriveCommand& command) const;
   /// Publishes at most one completion.
   void getStatus(bool wait);
 
@@ -142,6 +145,7 @@ class StepLoop {
 
   std::optional<ZoneWriter> zoneWriter_;  ///< of a host-managed drive
   DriveQueue queue_;
+  CheckAccount checks_;
   RangeOperations ranges_;
   CommandSelector selector_;
   TagMemory readMemory_;
