@@ -16,6 +16,7 @@ struct AwaitedBlock {
     writeFailed,  ///< of a write that failed or was lost
     zoneReset,
     invalidated,  ///< anything but what was there
+    untold,       ///< what it is compared with cannot be told from the commands
     written,      ///< the data of one write
     hashed        ///< what the read ahead of an atomic write saw
   };

@@ -15,6 +15,8 @@ Uncheckable reasonOf(AwaitedBlock::Content content) {
       return Uncheckable::zoneReset;
     case AwaitedBlock::Content::invalidated:
       return Uncheckable::invalidated;
+    case AwaitedBlock::Content::untold:
+      return Uncheckable::untold;
     case AwaitedBlock::Content::unknown:
     case AwaitedBlock::Content::written:
     case AwaitedBlock::Content::hashed:
@@ -74,6 +76,8 @@ void BlockExpectations::atomicWriteEnded(const BlockSpan& span, uint64_t issued,
     if (block == nullptr || block->since > issued) {
       continue;
     }
+    // Whoever reads now was issued behind this write, and so looks at every hash of before it.
+    forgetUnderHash(*block, lba);
     if (good) {
       settle(*block, lba, Content::written);
       block->knownWhenIssued = 1;
@@ -142,7 +146,8 @@ BlockWorth BlockExpectations::worthOf(uint64_t lba, uint64_t issued) {
   if (layers.content == Content::written || layers.content == Content::hashed) {
     return {.outcomes = std::min<uint8_t>(layers.unfinishedAtomics + 1, CheckedBlocks::mostOutcomes)};
   }
-  return {.reason = layers.unfinishedAtomics != 0 ? Uncheckable::atomicOverUnknown : reasonOf(layers.content)};
+  const bool partly = layers.unfinishedAtomics != 0 && layers.content != Content::untold;
+  return {.reason = partly ? Uncheckable::atomicOverUnknown : reasonOf(layers.content)};
 }
 
 bool BlockExpectations::isCertain(const BlockSpan& span, uint64_t issued) {
@@ -195,6 +200,14 @@ void BlockExpectations::invalidated(uint64_t first, uint64_t end) {
     block.unfinishedAtomics = 0;
     block.knownWhenIssued = 0;
   });
+}
+
+void BlockExpectations::confuse(const BlockSpan& span) {
+  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
+    if (AwaitedBlock* block = blocks_.find(lba); block != nullptr) {
+      settle(*block, lba, Content::untold);
+    }
+  }
 }
 
 bool BlockExpectations::isKnownForAtomicWrite(uint64_t first, uint64_t end) {

@@ -66,6 +66,9 @@ class BlockExpectations {
   /// The old content must be gone.
   void invalidated(uint64_t first, uint64_t end);
 
+  /// Nobody can say what the awaited blocks among these are compared with, before they are written again.
+  void confuse(const BlockSpan& span);
+
   /// Whether an atomic write over [first, end) needs no read ahead of it.
   bool isKnownForAtomicWrite(uint64_t first, uint64_t end);
   /// Whether every block would be compared with one content only when a verify of them ended now.

@@ -18,6 +18,7 @@ void CheckAccount::loseTrack() {
   expectations_.clear();
   readBacks_.clear();
   preReads_.clear();
+  doubt_.reset();
 }
 
 CheckAccount::Outstanding& CheckAccount::begin(const DriveCommand& command) {
@@ -62,17 +63,29 @@ bool CheckAccount::issued(const DriveCommand& command, Origin origin) {
       issueAtomicWrite(own, origin.chosenRange);
       break;
     case CommandKind::read:
-      own.preRead = origin.mayBePreRead && isPreRead(own.span, choice);
-      if (own.preRead) {
-        ++unclaimedPreReads_;
-        return true;
-      }
-      [[fallthrough]];
+      return issueRead(command.tag, origin.mayBePreRead, choice);
     default:
-      if (!issueReadBack(command.tag)) {
+      if (!issueReadBack(command.tag) && !(takeBackDoubt() && issueReadBack(command.tag))) {
         loseTrack();
       }
   }
+  return false;
+}
+
+bool CheckAccount::issueRead(uint32_t tag, bool mayBePreRead, Choice choice) {
+  Outstanding& own = outstanding_[tag];
+  do {
+    if (mayBePreRead && isPreRead(own, choice)) {
+      own.preRead = true;
+      ++unclaimedPreReads_;
+      return true;
+    }
+    if (issueReadBack(tag)) {
+      return false;
+    }
+    // Perhaps a read was taken for what it was not.
+  } while (takeBackDoubt());
+  loseTrack();
   return false;
 }
 
@@ -88,13 +101,24 @@ void CheckAccount::issueAtomicWrite(Outstanding& own, bool chosenRange) {
   if (known) {
     return;
   }
-  // It is built on the first pre-read that ended, or on the first that is outstanding.
-  if (!preReads_.empty()) {
-    if (preReads_.front() == own.span) {
-      preReads_.popFront();
-      expectations_.giveUp(own.span);
+  // It is built on the first pre-read that ended, or else on the first that is outstanding.
+  while (!usePreRead(own)) {
+    if (!takeBackDoubt()) {
+      loseTrack();
+      return;
     }
-    return;
+  }
+}
+
+bool CheckAccount::usePreRead(const Outstanding& own) {
+  if (!preReads_.empty()) {
+    if (!(preReads_.front() == own.span)) {
+      return false;
+    }
+    preReads_.popFront();
+    expectations_.giveUp(own.span);
+    doubt_.reset();
+    return true;
   }
   Outstanding* first = nullptr;
   for (Outstanding& other : outstanding_) {
@@ -102,29 +126,28 @@ void CheckAccount::issueAtomicWrite(Outstanding& own, bool chosenRange) {
       first = &other;
     }
   }
-  if (first != nullptr && first->span == own.span) {
-    first->claimed = true;
-    --unclaimedPreReads_;
+  if (first == nullptr || !(first->span == own.span)) {
+    return false;
   }
+  first->claimed = true;
+  --unclaimedPreReads_;
+  doubt_.reset();
+  return true;
 }
 
-bool CheckAccount::isPreRead(const BlockSpan& span, Choice choice) {
+bool CheckAccount::isPreRead(const Outstanding& own, Choice choice) {
   if (choice != Choice::either) {
     return choice == Choice::write;
   }
-  // The agent may have chosen a read-back of this very range. It reads ahead only when it knows too little of the range
-  // and no other pre-read waits for its write.
+  // The agent reads ahead only when it knows too little of the range and no other pre-read waits for its write.
   if (!preReads_.empty() || unclaimedPreReads_ != 0 ||
-      expectations_.isKnownForAtomicWrite(span.first, span.first + (span.end - span.first) / span.step)) {
+      expectations_.isKnownForAtomicWrite(own.span.first, own.span.first + own.blocks)) {
     return false;
   }
-  const uint32_t writer = readBacks_.empty() ? oldestUnread() : noTag;
-  if (readBacks_.empty() && writer == noTag) {
-    return true;
+  if (const std::optional<ReadBack> next = nextReadBack(); next && fits(own, *next)) {
+    doubt_ = {.preRead = own.span, .issued = own.issued, .readBack = spanOf(next->lba, next->blocks)};
   }
-  const BlockSpan next =
-      readBacks_.empty() ? outstanding_[writer].span : spanOf(readBacks_.front().lba, readBacks_.front().blocks);
-  return !(rules_.slideReads ? span.overlaps(next) : span == next);
+  return true;
 }
 
 bool CheckAccount::fits(const Outstanding& own, const ReadBack& write) const {
@@ -147,41 +170,59 @@ uint32_t CheckAccount::oldestUnread() const {
   return oldest;
 }
 
-bool CheckAccount::skipReadThatWasTakenForPreRead(const Outstanding& own) {
-  if (readBacks_.size() < 2 || !fits(own, readBacks_[1])) {
-    return false;
+std::optional<CheckAccount::ReadBack> CheckAccount::nextReadBack() const {
+  if (!readBacks_.empty()) {
+    return readBacks_.front();
   }
-  const BlockSpan span = spanOf(readBacks_.front().lba, readBacks_.front().blocks);
-  readBacks_.popFront();
-  expectations_.giveUp(span);
-  preReads_.eraseIf([&](const BlockSpan& preRead) {
-    if (preRead == span) {
-      expectations_.giveUp(span);
-    }
-    return preRead == span;
-  });
-  return true;
+  const uint32_t writer = oldestUnread();
+  if (writer == noTag) {
+    return std::nullopt;
+  }
+  return ReadBack{.lba = outstanding_[writer].span.first, .blocks = outstanding_[writer].blocks};
 }
 
 bool CheckAccount::issueReadBack(uint32_t tag) {
   Outstanding& own = outstanding_[tag];
-  if (readBacks_.empty()) {
-    const uint32_t writer = oldestUnread();
-    if (writer == noTag) {
-      return false;
-    }
-    Outstanding& write = outstanding_[writer];
-    write.linkedRead = tag;
-    --unreadWrites_;
-    own.readBack = {.lba = write.span.first, .blocks = write.blocks};
-    return fits(own, own.readBack) && expectations_.readBackIssued(own.span, write.span, own.issued);
-  }
-  if (!fits(own, readBacks_.front()) && !skipReadThatWasTakenForPreRead(own)) {
+  const std::optional<ReadBack> write = nextReadBack();
+  if (!write || !fits(own, *write)) {
     return false;
   }
-  own.readBack = readBacks_.front();
-  readBacks_.popFront();
-  return expectations_.readBackIssued(own.span, spanOf(own.readBack.lba, own.readBack.blocks), own.issued);
+  own.readBack = *write;
+  if (!readBacks_.empty()) {
+    readBacks_.popFront();
+  } else {
+    outstanding_[oldestUnread()].linkedRead = tag;
+    --unreadWrites_;
+  }
+  return expectations_.readBackIssued(own.span, spanOf(write->lba, write->blocks), own.issued);
+}
+
+bool CheckAccount::takeBackDoubt() {
+  if (!doubt_) {
+    return false;
+  }
+  const Doubt doubt = *std::exchange(doubt_, std::nullopt);
+  for (uint32_t tag = 0; tag < outstanding_.size(); ++tag) {
+    Outstanding& other = outstanding_[tag];
+    if (other.live && other.issued == doubt.issued) {
+      other.preRead = false;
+      --unclaimedPreReads_;
+      return issueReadBack(tag);
+    }
+  }
+  // It has ended: what it read was not kept as what the atomic write will replace.
+  const auto takeFirst = [](auto& queue, const auto& test) {
+    bool taken = false;
+    queue.eraseIf([&](const auto& element) { return !taken && (taken = test(element)); });
+    return taken;
+  };
+  const bool written =
+      takeFirst(readBacks_, [&](const ReadBack& next) { return spanOf(next.lba, next.blocks) == doubt.readBack; });
+  const bool hashed = takeFirst(preReads_, [&](const BlockSpan& next) { return next == doubt.preRead; });
+  for (const BlockSpan& span : {doubt.readBack, doubt.preRead}) {
+    expectations_.confuse(span);
+  }
+  return (!written || expectations_.giveUp(doubt.readBack)) && (!hashed || expectations_.giveUp(doubt.preRead));
 }
 
 void CheckAccount::completed(const DriveCommand& command, const DriveCompletion& completion, bool dataDelivered) {
@@ -268,7 +309,10 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
     ofAll = Uncheckable::noData;
   }
   for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-    count(command, lba, ofAll ? BlockWorth{.reason = *ofAll} : expectations_.worthOf(lba, own.issued));
+    const bool untold = doubt_ && (doubt_->preRead.contains(lba) || doubt_->readBack.contains(lba));
+    const BlockWorth worth =
+        untold ? BlockWorth{.reason = Uncheckable::untold} : expectations_.worthOf(lba, own.issued);
+    count(command, lba, ofAll ? BlockWorth{.reason = *ofAll} : worth);
     expectations_.readEnded(lba, false);
   }
   flushCount();
@@ -280,6 +324,8 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
 void CheckAccount::endVerify(const DriveCommand& command, const Outstanding& own, const CommandEnding& ending) {
   if (!ending.good() && !ending.verifyMiscompare) {
     countAll(command, Uncheckable::commandFailed);
+  } else if (doubt_ && (doubt_->preRead.overlaps(own.span) || doubt_->readBack.overlaps(own.span))) {
+    countAll(command, Uncheckable::untold);
   } else if (!expectations_.isCertain(own.span, own.issued)) {
     countAll(command, Uncheckable::verifyMayDiffer);
   } else {
@@ -352,6 +398,9 @@ void CheckAccount::allLost() {
     }
   }
   unclaimedPreReads_ = 0;
+  if (doubt_ && std::any_of(lost.begin(), lost.end(), [this](uint32_t tag) { return outstanding_[tag].issued == doubt_->issued; })) {
+    doubt_.reset();  // TODO
+  }
   for (const uint32_t tag : lost) {
     const Outstanding& own = outstanding_[tag];
     if (!onTrack_ || !changesMedium(own.kind)) {

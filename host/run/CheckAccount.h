@@ -90,6 +90,12 @@ class CheckAccount {
     bool claimed = false;  ///< a pre-read: its atomic write has been issued
     ReadBack readBack;     ///< of a read that is none
   };
+  /// A read that was taken for a pre-read but could have been the read-back that stood next.
+  struct Doubt {
+    BlockSpan preRead;
+    uint64_t issued = 0;
+    BlockSpan readBack;
+  };
   enum class Choice : uint8_t { write, read, either };
 
   BlockSpan spanOf(uint64_t lba, uint32_t blocks) const;
@@ -99,11 +105,15 @@ class CheckAccount {
 
   void issueWrite(Outstanding& own, bool certain);
   void issueAtomicWrite(Outstanding& own, bool chosenRange);
-  bool isPreRead(const BlockSpan& span, Choice choice);
+  bool usePreRead(const Outstanding& own);
+  bool isPreRead(const Outstanding& own, Choice choice);
+  bool issueRead(uint32_t tag, bool mayBePreRead, Choice choice);
   bool issueReadBack(uint32_t tag);
   bool fits(const Outstanding& own, const ReadBack& write) const;
   uint32_t oldestUnread() const;
-  bool skipReadThatWasTakenForPreRead(const Outstanding& own);
+  std::optional<ReadBack> nextReadBack() const;
+  /// A read that could be either was no pre-read, but the read-back that stood next.
+  bool takeBackDoubt();
 
   void endWrite(const Outstanding& own, const CommandEnding& ending);
   void followUp(const Outstanding& own, const CommandEnding& ending);
@@ -123,6 +133,7 @@ class CheckAccount {
   Ring<BlockSpan> preReads_;              ///< that ended and whose atomic write is to come
   uint32_t unreadWrites_ = 0;             ///< outstanding writes that want a read-back and have none
   uint32_t unclaimedPreReads_ = 0;        ///< outstanding ones
+  std::optional<Doubt> doubt_;            ///< until the commands tell
   bool readsNext_ = false;
   bool onTrack_ = true;
   uint64_t now_ = 0;

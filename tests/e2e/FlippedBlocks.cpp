@@ -115,7 +115,9 @@ std::vector<Workload> flippedWorkloads() {
   all.push_back(mixed("atomic-slide", atomicMix, aborts, {slide}));
   all.push_back(mixed("in-turn", everyKind, aborts, {inTurn}));
   all.push_back(mixed("short-queue", everyKind, "", {shortest, shortQueue}));
-  all.push_back(mixed("short-queue-slide", atomicMix, aborts, {shortest, shortQueue, slide}));
+  all.push_back(mixed("short-queue-slide", {.write = 2, .writeSame = 1, .trim = 1, .read = 1, .verify = 1}, aborts,
+                      {shortest, shortQueue, slide}));
+  all.push_back(mixed("short-queue-atomic", atomicMix, aborts, {shortest, shortQueue}));
   all.push_back(mixed("short-queue-errors", readWrite, accidents, {shortest, shortQueue, slide}));
   all.push_back(mixed("invalidate-slide", readWrite, "", {slide}));
   all.back().test.invalidateEveryCommands = 5;
@@ -140,7 +142,11 @@ std::vector<Workload> flippedWorkloads() {
 }
 
 bool FlippedRun::agrees() const {
-  if (!worth || *worth == BlockWorth{.reason = Uncheckable::atomicOverUnknown}) {
+  if (!flipped) {
+    return result.status == RunStatus::clean;
+  }
+  if (!worth || *worth == BlockWorth{.reason = Uncheckable::atomicOverUnknown} ||
+      *worth == BlockWorth{.reason = Uncheckable::untold}) {
     return true;
   }
   const DriveResult& drive = result.drives.at(0);
@@ -159,8 +165,11 @@ FlippedRun runFlipped(const Workload& workload, FlipWhere where, uint64_t seed) 
   Flip flip(seed);
   flip.where = where;
   constexpr uint64_t blocksOfATest = 2500;
-  constexpr uint64_t looksOfATest = 150;
+  constexpr uint64_t looksOfATest = 100;
   flip.countdown = flip.random.below(where == FlipWhere::anyBlock ? blocksOfATest : looksOfATest);
+  if (where == FlipWhere::uncertain) {
+    flip.countdown = flip.random.below(1 + flip.countdown);  // there may be few
+  }
 
   FlippedRun run;
   const DriveGeometry* geometry = nullptr;

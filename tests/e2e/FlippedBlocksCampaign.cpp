@@ -88,6 +88,9 @@ void Campaign::add(const Workload& workload, uint64_t seed, const FlippedRun& ru
   }
   if (!run.flipped) {
     ++unstruck;
+    if (drive.agentStatus != 0) {
+      ++otherEnds[workload.name + " was reported without a flip"];
+    }
     return;
   }
   if (!run.worth) {
