@@ -137,12 +137,8 @@ BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedBlock& block
   return {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics};
 }
 
-BlockWorth BlockExpectations::worthOf(uint64_t lba, uint64_t issued) {
-  const AwaitedBlock* block = blocks_.find(lba);
-  if (block == nullptr) {
-    return {.reason = Uncheckable::untold};
-  }
-  const Layers layers = layersFor(*block, lba, issued);
+BlockWorth BlockExpectations::worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const {
+  const Layers layers = layersFor(block, lba, issued);
   if (layers.content == Content::written || layers.content == Content::hashed) {
     return {.outcomes = std::min<uint8_t>(layers.unfinishedAtomics + 1, CheckedBlocks::mostOutcomes)};
   }
@@ -164,14 +160,16 @@ bool BlockExpectations::isCertain(const BlockSpan& span, uint64_t issued) {
   return true;
 }
 
-void BlockExpectations::readEnded(uint64_t lba, bool again) {
+BlockWorth BlockExpectations::readEnded(uint64_t lba, uint64_t issued, bool again) {
   AwaitedBlock* block = blocks_.find(lba);
   if (block == nullptr || block->readers == 0) {
-    return;
+    return {.reason = Uncheckable::untold};
   }
+  const BlockWorth worth = worthOf(*block, lba, issued);
   --block->readers;
   block->claims += again ? 1U : 0U;
   eraseIfDone(*block, lba);
+  return worth;
 }
 
 void BlockExpectations::eraseIfDone(AwaitedBlock& block, uint64_t lba) {

@@ -54,12 +54,13 @@ class BlockExpectations {
   /// @return false when a block is not awaited at all
   bool giveUp(const BlockSpan& span);
 
-  /// What a look at a block is worth to a read or verify of this issue, which is about to end.
-  BlockWorth worthOf(uint64_t lba, uint64_t issued);
   /// A read or verify of the block ended.
   ///
-  /// @param again whether it will be repeated
-  void readEnded(uint64_t lba, bool again);
+  /// @param issued when the read was
+  /// @param again  whether it will be repeated
+  ///
+  /// @return what the look was worth, if data came
+  BlockWorth readEnded(uint64_t lba, uint64_t issued, bool again);
 
   /// Content of zones is gone; so is the block behind them.
   void zonesReset(uint64_t first, uint64_t end);
@@ -91,6 +92,7 @@ class BlockExpectations {
     Layers layers;
   };
 
+  BlockWorth worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
   Layers layersFor(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
   void settle(AwaitedBlock& block, uint64_t lba, Content content);
   void forgetUnderHash(AwaitedBlock& block, uint64_t lba);

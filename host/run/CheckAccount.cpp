@@ -121,7 +121,8 @@ bool CheckAccount::usePreRead(const Outstanding& own) {
     return true;
   }
   Outstanding* first = nullptr;
-  for (Outstanding& other : outstanding_) {
+  for (uint32_t tag = 0; tag < outstanding_.size() && unclaimedPreReads_ != 0; ++tag) {
+    Outstanding& other = outstanding_[tag];
     if (other.live && other.preRead && !other.claimed && (first == nullptr || other.issued < first->issued)) {
       first = &other;
     }
@@ -309,11 +310,13 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
     ofAll = Uncheckable::noData;
   }
   for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-    const bool untold = doubt_ && (doubt_->preRead.contains(lba) || doubt_->readBack.contains(lba));
-    const BlockWorth worth =
-        untold ? BlockWorth{.reason = Uncheckable::untold} : expectations_.worthOf(lba, own.issued);
-    count(command, lba, ofAll ? BlockWorth{.reason = *ofAll} : worth);
-    expectations_.readEnded(lba, false);
+    BlockWorth worth = expectations_.readEnded(lba, own.issued, false);
+    if (ofAll) {
+      worth = {.reason = *ofAll};
+    } else if (doubt_ && (doubt_->preRead.contains(lba) || doubt_->readBack.contains(lba))) {
+      worth = {.reason = Uncheckable::untold};
+    }
+    count(command, lba, worth);
   }
   flushCount();
   if (ending.aborted && own.readBack.probe && !own.readBack.repeated) {
@@ -335,7 +338,7 @@ void CheckAccount::endVerify(const DriveCommand& command, const Outstanding& own
     flushCount();
   }
   for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-    expectations_.readEnded(lba, false);
+    expectations_.readEnded(lba, own.issued, false);
   }
 }
 
@@ -376,6 +379,18 @@ std::vector<uint32_t> CheckAccount::lostInOrder() const {
   return lost;
 }
 
+void CheckAccount::dropDoubt(const std::vector<uint32_t>& lost) {
+  const bool isLost = doubt_ && std::any_of(lost.begin(), lost.end(), [this](uint32_t tag) {
+                        return outstanding_[tag].issued == doubt_->issued;
+                      });
+  if (isLost) {
+    // Now it leaves no trace by which it could be told.
+    expectations_.confuse(doubt_->preRead);
+    expectations_.confuse(doubt_->readBack);
+    doubt_.reset();
+  }
+}
+
 void CheckAccount::allLost() {
   ++now_;
   const std::vector<uint32_t> lost = lostInOrder();
@@ -391,16 +406,14 @@ void CheckAccount::allLost() {
     // Reads are repeated, those lost last come first; verifies are not.
     const bool again = own.kind == CommandKind::read;
     for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-      expectations_.readEnded(lba, again);
+      expectations_.readEnded(lba, own.issued, again);
     }
     if (again) {
       readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = own.readBack.probe});
     }
   }
   unclaimedPreReads_ = 0;
-  if (doubt_ && std::any_of(lost.begin(), lost.end(), [this](uint32_t tag) { return outstanding_[tag].issued == doubt_->issued; })) {
-    doubt_.reset();  // TODO
-  }
+  dropDoubt(lost);
   for (const uint32_t tag : lost) {
     const Outstanding& own = outstanding_[tag];
     if (!onTrack_ || !changesMedium(own.kind)) {

@@ -124,6 +124,7 @@ class CheckAccount {
   void countAll(const DriveCommand& command, Uncheckable reason);
   void flushCount();
   std::vector<uint32_t> lostInOrder() const;
+  void dropDoubt(const std::vector<uint32_t>& lost);
 
   const CheckRules rules_;
   CheckCounters& counters_;

@@ -11,7 +11,7 @@ TEST_P(FlippedBlock, IsReportedExactlyWhenTheAccountSaysThatItWasChecked) {
   constexpr uint64_t seeds = 12;
   uint64_t judged = 0;
   for (uint64_t seed = 1; seed <= seeds; ++seed) {
-    for (const FlipWhere where : {FlipWhere::anyBlock, FlipWhere::anyVerify, FlipWhere::uncertain}) {
+    for (const FlipWhere where : flipPlaces) {
       const FlippedRun run = runFlipped(GetParam(), where, seed);
       EXPECT_TRUE(run.agrees()) << "seed " << seed << ", " << run.describe();
       judged += run.worth ? 1U : 0U;

@@ -73,6 +73,13 @@ class FlippingDrive : public Drive {
   std::map<uint32_t, DriveCommand> outstanding_;
 };
 
+bool isUncertain(FlipWhere where, const BlockWorth& worth) {
+  const bool underAtomic = worth.outcomes > 1 || worth == BlockWorth{.reason = Uncheckable::atomicOverUnknown};
+  const bool failed = worth == BlockWorth{.reason = Uncheckable::commandFailed};
+  return (where == FlipWhere::uncertain && worth.outcomes != 1 && !failed) ||
+         (where == FlipWhere::underAtomic && underAtomic);
+}
+
 std::string worthText(const BlockWorth& worth) {
   return worth.outcomes != 0 ? std::to_string(worth.outcomes) + " outcomes" : uncheckableText(worth.reason);
 }
@@ -167,16 +174,14 @@ FlippedRun runFlipped(const Workload& workload, FlipWhere where, uint64_t seed) 
   constexpr uint64_t blocksOfATest = 2500;
   constexpr uint64_t looksOfATest = 100;
   flip.countdown = flip.random.below(where == FlipWhere::anyBlock ? blocksOfATest : looksOfATest);
-  if (where == FlipWhere::uncertain) {
-    flip.countdown = flip.random.below(1 + flip.countdown);  // there may be few
+  if (where == FlipWhere::uncertain || where == FlipWhere::underAtomic) {
+    flip.countdown = flip.random.below(1 + flip.random.below(1 + flip.countdown));  // there may be few
   }
 
   FlippedRun run;
   const DriveGeometry* geometry = nullptr;
   const WorthListener listener = [&](const DriveCommand& command, uint64_t lba, BlockWorth worth) {
-    const bool uncertain = worth.outcomes != 1 && !(worth == BlockWorth{.reason = Uncheckable::commandFailed});
-    if (where == FlipWhere::uncertain && !flip.done() && command.kind == CommandKind::read && uncertain &&
-        flip.countdown-- == 0) {
+    if (!flip.done() && command.kind == CommandKind::read && isUncertain(where, worth) && flip.countdown-- == 0) {
       flip.spoil(command, static_cast<uint32_t>((lba - command.lba) / command.lbaStep), *geometry);
     }
     if (command.id == flip.commandId && lba == flip.lba) {

@@ -13,9 +13,10 @@ namespace corvane::host::e2e {
 
 /// Which look at a block is the one that goes wrong.
 enum class FlipWhere : uint8_t {
-  anyBlock,   ///< a block of any good read; the drive flips the bit
-  anyVerify,  ///< any good verify; the drive says that it found a difference
-  uncertain   ///< a read block that the account does not count as one with one outcome
+  anyBlock,    ///< a block of any good read; the drive flips the bit
+  anyVerify,   ///< any good verify; the drive says that it found a difference
+  uncertain,   ///< a read block that the account does not count as one with one outcome
+  underAtomic  ///< one that an atomic write of unknown end is above
 };
 
 /// One test in which one bit of one read block, or the answer to one verify, was wrong.
@@ -29,6 +30,10 @@ struct FlippedRun {
   bool agrees() const;
   std::string describe() const;
 };
+
+/// All of them.
+inline constexpr FlipWhere flipPlaces[]{FlipWhere::anyBlock, FlipWhere::anyVerify, FlipWhere::uncertain,
+                                        FlipWhere::underAtomic};
 
 /// Runs a workload's test with one wrong answer. All follows from the seed.
 FlippedRun runFlipped(const Workload& workload, FlipWhere where, uint64_t seed);

@@ -45,9 +45,11 @@ const char* whereText(FlipWhere where) {
     case FlipWhere::anyVerify:
       return "any verify";
     case FlipWhere::uncertain:
+      return "uncertain block";
+    case FlipWhere::underAtomic:
       break;
   }
-  return "uncertain block";
+  return "block under an atomic write";
 }
 
 void Campaign::run() {
@@ -56,8 +58,10 @@ void Campaign::run() {
       continue;
     }
     for (uint64_t seed = firstSeed; seed < firstSeed + seeds; ++seed) {
-      for (const FlipWhere where : {FlipWhere::anyBlock, FlipWhere::anyVerify, FlipWhere::uncertain}) {
-        if (where == FlipWhere::anyVerify && !workload.test.mix.selects(CommandKind::verify)) {
+      for (const FlipWhere where : flipPlaces) {
+        const CommandMix& mix = workload.test.mix;
+        if ((where == FlipWhere::anyVerify && !mix.selects(CommandKind::verify)) ||
+            (where == FlipWhere::underAtomic && !mix.selects(CommandKind::writeAtomic))) {
           continue;
         }
         const FlippedRun one = runFlipped(workload, where, seed);
@@ -81,7 +85,7 @@ void Campaign::add(const Workload& workload, uint64_t seed, const FlippedRun& ru
                 static_cast<unsigned long>(seed));
   }
   if (untold != 0) {
-    ++otherEnds["lost track in " + workload.name];
+    ++otherEnds["untold blocks in " + workload.name];
   }
   if (drive.agentStatus != 0 && drive.agentStatus != -1046) {
     ++otherEnds[workload.name + " ended with " + std::to_string(drive.agentStatus)];
