@@ -45,6 +45,26 @@ void addFigures(Json& object, const DriveTotals& totals) {
   object["bytes"] = {{"written", totals.bytesWritten}, {"read", totals.bytesRead}, {"compared", totals.bytesCompared}};
 }
 
+Json checkedJson(const CheckedBlocks& checked) {
+  Json several = Json::object();
+  for (uint32_t outcomes = 2; outcomes <= CheckedBlocks::mostOutcomes; ++outcomes) {
+    if (checked.severalOutcomes[outcomes] != 0) {
+      several[std::to_string(outcomes)] = checked.severalOutcomes[outcomes];
+    }
+  }
+  Json notCheckable = Json::object();
+  for (size_t reason = 0; reason < uncheckableReasons; ++reason) {
+    if (checked.notCheckable[reason] != 0) {
+      notCheckable[uncheckableText(static_cast<Uncheckable>(reason))] = checked.notCheckable[reason];
+    }
+  }
+  Json object;
+  object["oneOutcome"] = checked.oneOutcome;
+  object["severalOutcomes"] = std::move(several);
+  object["notCheckable"] = std::move(notCheckable);
+  return object;
+}
+
 Json messagesJson(const AgentMessages& messages) {
   Json lines = Json::array();
   for (const AgentMessages::Line& line : messages.lines) {
@@ -73,6 +93,7 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   object["agentStatus"] = drive.agentStatus;
   object["error"] = drive.error;
   addFigures(object, drive.totals);
+  object["checked"] = checkedJson(drive.totals.checked);
   object["elapsedMs"] = drive.elapsedMs;
   object["injections"] = injectionsJson(drive.injections);
   object["messages"] = messagesJson(drive.messages);

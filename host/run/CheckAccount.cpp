@@ -50,7 +50,8 @@ bool CheckAccount::issued(const DriveCommand& command, Origin origin) {
   }
   Outstanding& own = begin(command);
   if (!onTrack_) {
-    return origin.mayBePreRead;
+    own.preRead = origin.mayBePreRead;
+    return own.preRead;
   }
   const Choice choice = nextChoice();
   switch (command.kind) {
@@ -86,7 +87,8 @@ bool CheckAccount::issueRead(uint32_t tag, bool mayBePreRead, Choice choice) {
     // Perhaps a read was taken for what it was not.
   } while (takeBackDoubt());
   loseTrack();
-  return false;
+  own.preRead = mayBePreRead;
+  return own.preRead;
 }
 
 void CheckAccount::issueWrite(Outstanding& own, bool certain) {
