@@ -28,8 +28,6 @@ struct AwaitedBlock {
   uint8_t unfinishedAtomics : 6 = 0;   ///< atomic writes of unknown end above the content; 63 stands for more, too
   uint8_t knownWhenIssued : 1 = 0;     ///< the content will be known when all that was issued so far has ended well
   uint8_t hashedUnderReaders : 1 = 0;  ///< some of the readers look past the hash at what was there before it
-
-  bool isContentKnown() const { return content == Content::written || content == Content::hashed; }
 };
 
 /// A sparse table of blocks, by LBA, in pages of 64 neighbours.

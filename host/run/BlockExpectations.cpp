@@ -27,6 +27,54 @@ Uncheckable reasonOf(AwaitedBlock::Content content) {
 
 }  // namespace
 
+// Called for every block, so that a call of its own would be felt.
+
+inline BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedBlock& block, uint64_t lba,
+                                                              uint64_t issued) const {
+  if (block.hashedUnderReaders != 0) {
+    const UnderHash& under = underHash_.at(lba);
+    if (issued < under.since) {
+      return under.layers;
+    }
+  }
+  return {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics};
+}
+
+inline BlockWorth BlockExpectations::worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const {
+  if (block.content == Content::written && block.unfinishedAtomics == 0 && block.hashedUnderReaders == 0) {
+    return {.outcomes = 1};
+  }
+  const Layers layers = layersFor(block, lba, issued);
+  if (layers.content == Content::written || layers.content == Content::hashed) {
+    return {.outcomes = std::min<uint8_t>(layers.unfinishedAtomics + 1, CheckedBlocks::mostOutcomes)};
+  }
+  const bool partly = layers.unfinishedAtomics != 0 && layers.content != Content::untold;
+  return {.reason = partly ? Uncheckable::atomicOverUnknown : reasonOf(layers.content)};
+}
+
+inline void BlockExpectations::forgetUnderHash(AwaitedBlock& block, uint64_t lba) {
+  if (block.hashedUnderReaders != 0) {
+    underHash_.erase(lba);
+    block.hashedUnderReaders = 0;
+  }
+}
+
+inline void BlockExpectations::settle(AwaitedBlock& block, uint64_t lba, Content content) {
+  block.content = content;
+  block.unfinishedAtomics = 0;
+  forgetUnderHash(block, lba);
+}
+
+inline void BlockExpectations::eraseIfDone(AwaitedBlock& block, uint64_t lba) {
+  if (block.readers != 0) {
+    return;
+  }
+  forgetUnderHash(block, lba);
+  if (block.claims == 0) {
+    blocks_.erase(lba);
+  }
+}
+
 void BlockExpectations::writeIssued(const BlockSpan& span, bool certain, uint64_t now) {
   for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
     AwaitedBlock& block = blocks_.make(lba, now);
@@ -40,21 +88,18 @@ void BlockExpectations::writeIssued(const BlockSpan& span, bool certain, uint64_
 bool BlockExpectations::readBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now) {
   const uint64_t end = std::max(read.end, write.end);
   for (uint64_t lba = std::min(read.first, write.first); lba < end; lba += read.step) {
-    AwaitedBlock* block = read.contains(lba) && !write.contains(lba) ? &blocks_.make(lba, now) : blocks_.find(lba);
-    if (block == nullptr) {
-      return false;
-    }
+    const bool claimed = write.contains(lba);
     if (!read.contains(lba)) {
-      block->claims -= block->claims != 0 ? 1U : 0U;
-      eraseIfDone(*block, lba);
-      continue;
-    }
-    if (write.contains(lba)) {
-      if (block->claims == 0) {
+      if (!giveUp(lba)) {
         return false;
       }
-      --block->claims;
+      continue;
     }
+    AwaitedBlock* block = claimed ? blocks_.find(lba) : &blocks_.make(lba, now);
+    if (block == nullptr || (claimed && block->claims == 0)) {
+      return false;
+    }
+    block->claims -= claimed ? 1U : 0U;
     ++block->readers;
   }
   return true;
@@ -87,19 +132,6 @@ void BlockExpectations::atomicWriteEnded(const BlockSpan& span, uint64_t issued,
   }
 }
 
-void BlockExpectations::settle(AwaitedBlock& block, uint64_t lba, Content content) {
-  block.content = content;
-  block.unfinishedAtomics = 0;
-  forgetUnderHash(block, lba);
-}
-
-void BlockExpectations::forgetUnderHash(AwaitedBlock& block, uint64_t lba) {
-  if (block.hashedUnderReaders != 0) {
-    underHash_.erase(lba);
-    block.hashedUnderReaders = 0;
-  }
-}
-
 void BlockExpectations::hashed(const BlockSpan& span, bool claim, uint64_t now) {
   for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
     AwaitedBlock& block = blocks_.make(lba, now);
@@ -117,33 +149,21 @@ void BlockExpectations::hashed(const BlockSpan& span, bool claim, uint64_t now) 
 
 bool BlockExpectations::giveUp(const BlockSpan& span) {
   for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    AwaitedBlock* block = blocks_.find(lba);
-    if (block == nullptr) {
+    if (!giveUp(lba)) {
       return false;
     }
-    block->claims -= block->claims != 0 ? 1U : 0U;
-    eraseIfDone(*block, lba);
   }
   return true;
 }
 
-BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const {
-  if (block.hashedUnderReaders != 0) {
-    const UnderHash& under = underHash_.at(lba);
-    if (issued < under.since) {
-      return under.layers;
-    }
+bool BlockExpectations::giveUp(uint64_t lba) {
+  AwaitedBlock* block = blocks_.find(lba);
+  if (block == nullptr) {
+    return false;
   }
-  return {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics};
-}
-
-BlockWorth BlockExpectations::worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const {
-  const Layers layers = layersFor(block, lba, issued);
-  if (layers.content == Content::written || layers.content == Content::hashed) {
-    return {.outcomes = std::min<uint8_t>(layers.unfinishedAtomics + 1, CheckedBlocks::mostOutcomes)};
-  }
-  const bool partly = layers.unfinishedAtomics != 0 && layers.content != Content::untold;
-  return {.reason = partly ? Uncheckable::atomicOverUnknown : reasonOf(layers.content)};
+  block->claims -= block->claims != 0 ? 1U : 0U;
+  eraseIfDone(*block, lba);
+  return true;
 }
 
 bool BlockExpectations::isCertain(const BlockSpan& span, uint64_t issued) {
@@ -170,16 +190,6 @@ BlockWorth BlockExpectations::readEnded(uint64_t lba, uint64_t issued, bool agai
   block->claims += again ? 1U : 0U;
   eraseIfDone(*block, lba);
   return worth;
-}
-
-void BlockExpectations::eraseIfDone(AwaitedBlock& block, uint64_t lba) {
-  if (block.readers != 0) {
-    return;
-  }
-  forgetUnderHash(block, lba);
-  if (block.claims == 0) {
-    blocks_.erase(lba);
-  }
 }
 
 void BlockExpectations::zonesReset(uint64_t first, uint64_t end) {

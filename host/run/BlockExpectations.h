@@ -77,6 +77,7 @@ class BlockExpectations {
 
   void clear();
 
+  bool awaits(uint64_t lba) { return blocks_.find(lba) != nullptr; }
   /// Nobody waits for any block.
   bool empty() const { return blocks_.pages() == 0; }
 
@@ -92,6 +93,7 @@ class BlockExpectations {
     Layers layers;
   };
 
+  bool giveUp(uint64_t lba);
   BlockWorth worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
   Layers layersFor(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
   void settle(AwaitedBlock& block, uint64_t lba, Content content);

@@ -13,6 +13,17 @@ BlockSpan CheckAccount::spanOf(uint64_t lba, uint32_t blocks) const {
   return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
 }
 
+inline void CheckAccount::count(const DriveCommand& command, uint64_t lba, BlockWorth worth) {
+  if (rules_.listener) {
+    rules_.listener(command, lba, worth);
+  }
+  if (pending_ != 0 && !(worth == pendingWorth_)) {
+    flushCount();
+  }
+  pendingWorth_ = worth;
+  ++pending_;
+}
+
 void CheckAccount::loseTrack() {
   onTrack_ = false;
   expectations_.clear();
@@ -342,17 +353,6 @@ void CheckAccount::endVerify(const DriveCommand& command, const Outstanding& own
   for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
     expectations_.readEnded(lba, own.issued, false);
   }
-}
-
-void CheckAccount::count(const DriveCommand& command, uint64_t lba, BlockWorth worth) {
-  if (rules_.listener) {
-    rules_.listener(command, lba, worth);
-  }
-  if (pending_ != 0 && !(worth == pendingWorth_)) {
-    flushCount();
-  }
-  pendingWorth_ = worth;
-  ++pending_;
 }
 
 void CheckAccount::countAll(const DriveCommand& command, Uncheckable reason) {
