@@ -30,11 +30,12 @@ struct Campaign {
   uint64_t unstruck = 0;
   uint64_t preReads = 0;
   uint64_t disagreements = 0;
+  CheckedBlocks blocks;
   std::map<std::string, Tally> classes;
   std::map<std::string, uint64_t> otherEnds;
 
   void run();
-  void add(const Workload& workload, uint64_t seed, const FlippedRun& run);
+  void add(const Workload& workload, const FlippedRun& run);
   void print() const;
 };
 
@@ -70,20 +71,17 @@ void Campaign::run() {
           std::printf("DISAGREE %s, seed %lu, %s: %s", workload.name.c_str(), static_cast<unsigned long>(seed),
                       whereText(where), one.describe().c_str());
         }
-        add(workload, seed, one);
+        add(workload, one);
       }
     }
   }
 }
 
-void Campaign::add(const Workload& workload, uint64_t seed, const FlippedRun& run) {
+void Campaign::add(const Workload& workload, const FlippedRun& run) {
   ++runs;
   const DriveResult& drive = run.result.drives.at(0);
+  blocks += drive.totals.checked;
   const uint64_t untold = drive.totals.checked.notCheckable[static_cast<size_t>(Uncheckable::untold)];
-  if (untold != 0 && !only.empty()) {
-    std::printf("untold %lu: %s, seed %lu\n", static_cast<unsigned long>(untold), workload.name.c_str(),
-                static_cast<unsigned long>(seed));
-  }
   if (untold != 0) {
     ++otherEnds["untold blocks in " + workload.name];
   }
@@ -116,6 +114,9 @@ void Campaign::print() const {
   for (const auto& [name, count] : otherEnds) {
     std::printf("%s: %lu\n", name.c_str(), static_cast<unsigned long>(count));
   }
+  const uint64_t untold = blocks.notCheckable[static_cast<size_t>(Uncheckable::untold)];
+  std::printf("%lu blocks looked at, %lu of them untold\n", static_cast<unsigned long>(blocks.total()),
+              static_cast<unsigned long>(untold));
   std::printf("%lu runs, %lu without a flip, %lu in a read ahead of an atomic write, %lu disagreements\n",
               static_cast<unsigned long>(runs), static_cast<unsigned long>(unstruck),
               static_cast<unsigned long>(preReads), static_cast<unsigned long>(disagreements));
