@@ -14,6 +14,12 @@ TEST_P(FlippedBlock, IsReportedExactlyWhenTheAccountSaysThatItWasChecked) {
     for (const FlipWhere where : flipPlaces) {
       const FlippedRun run = runFlipped(GetParam(), where, seed);
       EXPECT_TRUE(run.agrees()) << "seed " << seed << ", " << run.describe();
+      const DriveTotals& totals = run.result.drives.at(0).totals;
+      if (totals.failed == 0) {
+        EXPECT_EQ(totals.checked.total(), totals.blocksCompared);
+      } else {
+        EXPECT_GE(totals.checked.total(), totals.blocksCompared);
+      }
       judged += run.worth ? 1U : 0U;
     }
   }
