@@ -4,9 +4,6 @@
 //
 // The exit status is 0 when the account and the agent agreed in every test.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
