@@ -22,6 +22,26 @@ std::string documentText(const Json& document) {
   return document.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
+Json checkedJson(const CheckedBlocks& checked) {
+  Json several = Json::object();
+  for (uint32_t outcomes = 2; outcomes <= CheckedBlocks::mostOutcomes; ++outcomes) {
+    if (checked.severalOutcomes[outcomes] != 0) {
+      several[std::to_string(outcomes)] = checked.severalOutcomes[outcomes];
+    }
+  }
+  Json notCheckable = Json::object();
+  for (size_t reason = 0; reason < uncheckableReasons; ++reason) {
+    if (checked.notCheckable[reason] != 0) {
+      notCheckable[uncheckableText(static_cast<Uncheckable>(reason))] = checked.notCheckable[reason];
+    }
+  }
+  Json object;
+  object["oneOutcome"] = checked.oneOutcome;
+  object["severalOutcomes"] = std::move(several);
+  object["notCheckable"] = std::move(notCheckable);
+  return object;
+}
+
 Json messagesJson(const AgentMessages& messages) {
   Json lines = Json::array();
   for (const AgentMessages::Line& line : messages.lines) {
@@ -67,6 +87,7 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   object["agentStatus"] = drive.agentStatus;
   object["error"] = drive.error;
   addFigures(object, drive.totals);
+  object["checked"] = checkedJson(drive.totals.checked);
   object["elapsedMs"] = drive.elapsedMs;
   object["injections"] = injectionsJson(drive.injections);
   object["messages"] = messagesJson(drive.messages);

@@ -1,5 +1,6 @@
 #include "host/cli/RunSummary.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "host/base/TextFormat.h"
@@ -49,6 +50,31 @@ std::string eventsText(const DriveTotals& totals) {
   return text;
 }
 
+std::string checkedText(const CheckedBlocks& checked) {
+  std::string text = groupedNumber(checked.oneOutcome) + " blocks against one content";
+  uint32_t fewest = 0;
+  uint32_t most = 0;
+  for (uint32_t outcomes = 2; outcomes <= CheckedBlocks::mostOutcomes; ++outcomes) {
+    if (checked.severalOutcomes[outcomes] != 0) {
+      fewest = fewest == 0 ? outcomes : fewest;
+      most = outcomes;
+    }
+  }
+  if (most != 0) {
+    text += ", " + groupedNumber(checked.checkedAgainstSeveral()) + " against one of " + std::to_string(fewest) +
+            (most == fewest ? "" : " to " + std::to_string(most));
+  }
+  return text;
+}
+
+std::string notCheckedText(const CheckedBlocks& checked) {
+  const auto& counts = checked.notCheckable;
+  const auto largest = std::max_element(counts.begin(), counts.end());
+  const bool all = *largest == checked.uncheckable();
+  return groupedNumber(checked.uncheckable()) + " blocks, " + (all ? "" : groupedNumber(*largest) + " of them: ") +
+         uncheckableText(static_cast<Uncheckable>(largest - counts.begin()));
+}
+
 std::string filesText(const AgentMessages& messages) {
   std::string text;
   for (const auto* files : {&messages.reports, &messages.dumps}) {
@@ -67,6 +93,12 @@ std::string driveSummary(const DriveResult& drive, size_t findings) {
   text += figure("commands", groupedNumber(totals.commandsIssued()) + " (" + kindsText(totals.issued) + ")");
   text += bytesLine("written", totals.bytesWritten, drive.elapsedMs);
   text += bytesLine("compared", totals.bytesCompared, drive.elapsedMs);
+  if (totals.checked.total() != 0) {
+    text += figure("checked", checkedText(totals.checked));
+  }
+  if (totals.checked.uncheckable() != 0) {
+    text += figure("not checked", notCheckedText(totals.checked));
+  }
   if (totals.blocksTrimmed != 0) {
     text += figure("trimmed", groupedNumber(totals.blocksTrimmed) + " blocks");
   }

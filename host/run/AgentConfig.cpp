@@ -84,6 +84,7 @@ AgentOptionValues AgentOptionValues::of(const OptionRegistry& options) {
   values.bucketCount = number("Bucket Count", values.bucketCount);
   values.powerToggleFreq = number("PowerToggle Freq", values.powerToggleFreq);
   values.embedData = flag("Embed Data", values.embedData) && flag("Embed LBA", true);
+  values.randomSelection = flag("Random Selection", values.randomSelection);
   values.slideReads = flag("Slide Reads", values.slideReads);
   values.spliceDetection = flag("Write Splice Detection", values.spliceDetection);
   values.userDefinedData = flag("User Defined Data", values.userDefinedData);

@@ -52,6 +52,7 @@ struct AgentOptionValues {
   uint32_t bucketCount = 0;  ///< 0: the agent does not say
   uint32_t powerToggleFreq = 300;
   bool embedData = false;  ///< "Embed Data", and not switched off by "Embed LBA"
+  bool randomSelection = true;
   bool slideReads = false;
   bool spliceDetection = false;
   bool userDefinedData = false;

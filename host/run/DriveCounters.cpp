@@ -1,6 +1,17 @@
 #include "host/run/DriveCounters.h"
 
+#include <algorithm>
+
 namespace corvane::host {
+
+CheckedBlocks CheckCounters::get() const {
+  const auto read = [](const Counter& counter) { return counter.get(); };
+  CheckedBlocks out;
+  out.oneOutcome = oneOutcome.get();
+  std::transform(severalOutcomes.begin(), severalOutcomes.end(), out.severalOutcomes.begin(), read);
+  std::transform(notCheckable.begin(), notCheckable.end(), out.notCheckable.begin(), read);
+  return out;
+}
 
 DriveTotals DriveCounters::totals(uint32_t sectorBytes) const {
   DriveTotals out;
@@ -16,6 +27,7 @@ DriveTotals DriveCounters::totals(uint32_t sectorBytes) const {
   out.bytesRead = out.blocksRead * sectorBytes;
   out.blocksCompared = blocksCompared.get();
   out.bytesCompared = out.blocksCompared * sectorBytes;
+  out.checked = checked.get();
   out.resets = resets.get();
   out.powerCycles = powerCycles.get();
   out.zoneResets = zoneResets.get();

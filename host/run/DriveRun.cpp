@@ -115,11 +115,24 @@ StepSettings DriveRun::stepSettings() const {
   settings.selectorSeed = deriveSeed(test.seed, "selector", index_);
   settings.zoneWriterSeed = deriveSeed(test.seed, "zone writer", index_);
   settings.watchdogMs = test.watchdogMs;
+  settings.checks = checkRules();
   settings.ledger = ledger_.get();
   settings.journal = journal_.get();
   settings.observer = context_.observer;
   settings.driveIndex = index_;
   return settings;
+}
+
+CheckRules DriveRun::checkRules() const {
+  const AgentOptionValues& options = context_.options;
+  return {.skipCommands = options.skipCommands,
+          .slideReads = options.slideReads,
+          .spliceDetection = options.spliceDetection,
+          .randomSelection = options.randomSelection,
+          .minQueueSize = options.minQueueSize,
+          .maxQueueSize = options.maxQueueSize,
+          .readsSense = context_.test.deviceInterface == 0,
+          .listener = context_.worthListener};
 }
 
 RangeSettings DriveRun::rangeSettings() const {

@@ -29,6 +29,7 @@ struct RunContext {
   HostClock& clock;
   const std::atomic<bool>& stop;
   RunObserver* observer;  ///< never null
+  WorthListener worthListener;
 };
 
 /// One drive's part of a test, from `initDriveData` to `freeDriveData`.
@@ -59,6 +60,7 @@ class DriveRun {
  private:
   DriveThreadHost::Settings threadSettings();
   StepSettings stepSettings() const;
+  CheckRules checkRules() const;
   RangeSettings rangeSettings() const;
   std::unique_ptr<LbaAgent> makeLbaSource() const;
   void runTest();

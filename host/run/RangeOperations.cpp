@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/drive/DriveError.h"
+#include "host/run/CheckAccount.h"
 #include "host/run/CommandJournal.h"
 #include "host/run/ZoneWriter.h"
 #include "vdl/SenseParser.h"
@@ -49,10 +50,12 @@ void RangeOperations::Schedule::done(uint64_t commandsIssued) {
 }
 
 RangeOperations::RangeOperations(const RangeSettings& settings, const TagPool& tags, DriveQueue& queue,
-                                 SharedVariables& variables, DriveCounters& counters, ZoneWriter* writer)
+                                 SharedVariables& variables, DriveCounters& counters, CheckAccount& checks,
+                                 ZoneWriter* writer)
     : tags_(tags),
       queue_(queue),
       counters_(counters),
+      checks_(checks),
       writer_(writer),
       journal_(settings.journal),
       zones_(settings.zones),
@@ -98,6 +101,7 @@ bool RangeOperations::carryOutZoneReset(uint64_t commandsIssued, uint32_t publis
     }
     resetZone(zone);
     resetRanges_->push({.first = zones_.first(zone), .end = zones_.end(zone)});
+    checks_.zonesReset(zones_.first(zone), zones_.end(zone));
     counters_.zoneResets.add(1);
     zoneResets_.done(commandsIssued);
     return true;
@@ -115,6 +119,7 @@ bool RangeOperations::carryOutInvalidate(uint64_t commandsIssued, uint32_t publi
     // The agent takes this queue's end as included, unlike the other's. One block too many would be one whose content
     // is as it was, and so a false alarm.
     invalidRanges_->push({.first = range.first, .end = range.end - 1});
+    checks_.invalidated(range.first, range.end);
     counters_.invalidations.add(1);
     invalidations_.done(commandsIssued);
     return true;

@@ -12,6 +12,7 @@
 
 namespace corvane::host {
 
+class CheckAccount;
 class CommandJournal;
 class ZoneWriter;
 
@@ -55,7 +56,7 @@ class RangeOperations {
   ///
   /// All references outlive the object.
   RangeOperations(const RangeSettings& settings, const TagPool& tags, DriveQueue& queue, SharedVariables& variables,
-                  DriveCounters& counters, ZoneWriter* writer);
+                  DriveCounters& counters, CheckAccount& checks, ZoneWriter* writer);
 
   /// Resets every zone. For before the first command: nothing is outstanding and the agent expects nothing, so nothing
   /// is counted or pushed.
@@ -94,6 +95,7 @@ class RangeOperations {
   const TagPool& tags_;
   DriveQueue& queue_;
   DriveCounters& counters_;
+  CheckAccount& checks_;
   ZoneWriter* writer_;
   CommandJournal* journal_;
   const ZoneMap zones_;

@@ -80,6 +80,7 @@ DriveTotals& DriveTotals::operator+=(const DriveTotals& other) {
   bytesRead += other.bytesRead;
   blocksCompared += other.blocksCompared;
   bytesCompared += other.bytesCompared;
+  checked += other.checked;
   resets += other.resets;
   powerCycles += other.powerCycles;
   zoneResets += other.zoneResets;

@@ -9,6 +9,7 @@
 
 #include "host/drive/Drive.h"
 #include "host/fault/FaultLedger.h"
+#include "host/run/CheckedBlocks.h"
 #include "host/run/FindingEvidence.h"
 
 namespace corvane::host {
@@ -47,6 +48,7 @@ struct DriveTotals {
   uint64_t bytesRead = 0;
   uint64_t blocksCompared = 0;  ///< by good reads that were no pre-reads, and by good verifies
   uint64_t bytesCompared = 0;
+  CheckedBlocks checked;  ///< what the compared blocks were worth, and those of reads and verifies that failed
   uint64_t resets = 0;
   uint64_t powerCycles = 0;
   uint64_t zoneResets = 0;     ///< without those that empty a host-managed drive before the first step

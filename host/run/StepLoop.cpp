@@ -58,7 +58,9 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
                                                   settings.maxBlocks, settings.zoneWriterSeed)
                       : std::nullopt),
       queue_(drive, tags_.size(), settings.ranges.any(), settings.watchdogMs, counters, clock),
-      ranges_(settings.ranges, tags_, queue_, host.variables(), counters, zoneWriter_ ? &*zoneWriter_ : nullptr),
+      checks_(settings.checks, tags_.size(), counters.checked),
+      ranges_(settings.ranges, tags_, queue_, host.variables(), counters, checks_,
+              zoneWriter_ ? &*zoneWriter_ : nullptr),
       conditions_(settings.conditions),
       selector_(ConditionChoices(settings.mix, settings.conditions, conditions_), settings.e2ePercent,
                 settings.selectorSeed),
@@ -223,6 +225,7 @@ void StepLoop::forgetOutstanding() {
     settings_.journal->lostAll();
   }
   queue_.forgetAll();
+  checks_.allLost();
   counters_.outstanding.set(0);
   if (syncTag_ != TagPool::none) {
     lostSync_ = syncTag_;
@@ -276,7 +279,8 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
   const DriveCommand command = buildCommand(kind, tag);
   checkZonePosition(command);
   publishCommandBlock(command);
-  perTag_[tag].preRead = isPreRead(command);
+  perTag_[tag].preRead =
+      checks_.issued(command, {.chosenRange = hasChosenRange(command), .mayBePreRead = mayBePreRead(command)});
   if (kind == CommandKind::syncCache) {
     syncTag_ = tag;
   }
@@ -348,13 +352,14 @@ void StepLoop::publishCommandBlock(const DriveCommand& command) {
   }
 }
 
-bool StepLoop::isPreRead(const DriveCommand& command) const {
-  // The read ahead of an atomic write goes to the range that the LBA agent chose; a read-back goes where a write
-  // was. That a read-back of the very same range comes up in a step that selected an atomic write is rare, and
-  // costs no more than its blocks in a statistic.
+bool StepLoop::hasChosenRange(const DriveCommand& command) const {
+  return command.lba == choice_->lba && command.blocks == choice_->blocks;
+}
+
+bool StepLoop::mayBePreRead(const DriveCommand& command) const {
+  // The read ahead of an atomic write goes to the range that the LBA agent chose; a read-back goes where a write was.
   const bool atomicSelected = (selected_ & choosingBits(conditions_.of(ConditionedStep::writeAtomic))) != 0;
-  return command.kind == CommandKind::read && atomicSelected && skipGen_ == 0 && command.lba == choice_->lba &&
-         command.blocks == choice_->blocks;
+  return command.kind == CommandKind::read && atomicSelected && skipGen_ == 0 && hasChosenRange(command);
 }
 
 void StepLoop::cutPower() {
@@ -419,6 +424,7 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
   lastTagId_ = tag;
   lastStatusByte_ = completion.status;
   publishedTag_ = tag;
+  checks_.completed(command, completion, readDataIsValid_ != 0);
   if (tag == syncTag_) {
     syncTag_ = TagPool::none;
   }

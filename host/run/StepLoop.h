@@ -8,6 +8,7 @@
 #include "host/fault/FaultLedger.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/CdbBuilder.h"
+#include "host/run/CheckAccount.h"
 #include "host/run/CommandJournal.h"
 #include "host/run/CommandSelector.h"
 #include "host/run/ConditionSet.h"
@@ -43,6 +44,7 @@ struct StepSettings {
   uint64_t selectorSeed = 0;
   uint64_t zoneWriterSeed = 0;
   uint64_t watchdogMs = 60'000;
+  CheckRules checks;                             ///< by which the agent reads back
   FaultLedger* ledger = nullptr;                 ///< told of the commands of a drive that does wrong on purpose
   CommandJournal* journal = nullptr;             ///< told of every command; null: nobody wants to know
   RunObserver* observer = &RunObserver::none();  ///< told of resets and power cuts; never null
@@ -126,7 +128,8 @@ class StepLoop {
   void forgetOutstanding();
   void tellOfUnsentCommands();
   void takeBackUnsentWrites();
-  bool isPreRead(const DriveCommand& command) const;
+  bool hasChosenRange(const DriveCommand& command) const;
+  bool mayBePreRead(const DriveCommand& command) const;
   /// Publishes at most one completion.
   void getStatus(bool wait);
 
@@ -163,6 +166,7 @@ class StepLoop {
 
   std::optional<ZoneWriter> zoneWriter_;  ///< of a host-managed drive
   DriveQueue queue_;
+  CheckAccount checks_;
   RangeOperations ranges_;
   const ConditionSet conditions_;
   CommandSelector selector_;

@@ -54,7 +54,8 @@ struct TestRun::State {
                                .configData = config->record(),
                                .clock = *clock,
                                .stop = stop,
-                               .observer = observer});
+                               .observer = observer,
+                               .worthListener = world.worthListener});
     for (const std::string& address : test.driveAddresses) {
       addDrive(address);
     }

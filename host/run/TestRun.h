@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/run/CheckAccount.h"
 #include "host/run/RunObserver.h"
 #include "host/run/RunResult.h"
 #include "host/run/TestDefinition.h"
@@ -23,6 +24,7 @@ struct RunSurroundings {
   const vdl::AgentTable* agent = nullptr;  ///< used instead of the definition's plug-in; must outlive the run
   HostClock* clock = nullptr;              ///< must outlive the run
   std::function<void()> onDriveThread;     ///< called first on each drive's thread
+  WorthListener worthListener;             ///< called on each drive's thread
 };
 
 /// What there is to say about a drive before its test starts.

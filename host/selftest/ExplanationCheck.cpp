@@ -39,8 +39,10 @@ const AlteredBlock* alteredAt(const Injection& injection, uint64_t lba) {
 std::string wrongFact(const Explanation& e, const Injection& injection) {
   const AlteredBlock* altered = alteredAt(injection, e.lba);
   if (altered == nullptr) {
-    const bool namesNoBlock =
-        e.kind == FindingKind::atomicOrder || e.kind == FindingKind::verifyAlarm || e.kind == FindingKind::unknown;
+    // A splice is of a range; which of its blocks is meant shows only while that cannot be read.
+    const bool namesNoBlock = e.kind == FindingKind::atomicOrder || e.kind == FindingKind::verifyAlarm ||
+                              e.kind == FindingKind::unknown ||
+                              (e.kind == FindingKind::writeSplice && e.reread != Reread::failed);
     return namesNoBlock ? "" : "the block was not altered";
   }
   if (e.difference && !altered->is.empty()) {

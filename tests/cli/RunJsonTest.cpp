@@ -36,8 +36,8 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
                           "error", "stopped", "elapsedMs", "warnings", "drives", "findings"));
   const Json& drive = document["drives"][0];
   EXPECT_THAT(keysOf(drive), ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status",
-                                         "agentStatus", "error", "commands", "events", "blocks", "bytes", "elapsedMs",
-                                         "injections", "messages", "files"));
+                                         "agentStatus", "error", "commands", "events", "blocks", "bytes", "checked",
+                                         "elapsedMs", "injections", "messages", "files"));
   EXPECT_THAT(keysOf(drive["commands"]),
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
@@ -91,6 +91,17 @@ TEST(RunJsonTest, tellsAboutEachDrive) {
   EXPECT_EQ(bad["messages"]["lines"][0]["level"], 2);
   EXPECT_EQ(bad["files"]["reports"], Json::array({"out/trace.txt"}));
   EXPECT_EQ(bad["files"]["dumps"], Json::array({"out/drive.bin", "out/reference.bin"}));
+}
+
+TEST(RunJsonTest, saysWhatTheComparedBlocksWereWorth) {
+  const Json document = documentOf(SampleRun());
+  const Json expected{
+      {"oneOutcome", 1690},
+      {"severalOutcomes", {{"2", 20}, {"4", 5}}},
+      {"notCheckable", {{"its zone was reset", 7}, {"read only to see whether a failed write left it readable", 2}}}};
+  EXPECT_EQ(document["drives"][0]["checked"], expected);
+  const Json nothing{{"oneOutcome", 0}, {"severalOutcomes", Json::object()}, {"notCheckable", Json::object()}};
+  EXPECT_EQ(document["drives"][1]["checked"], nothing);
 }
 
 TEST(RunJsonTest, listsTheFindings) {

@@ -30,6 +30,29 @@ TEST(RunSummaryTest, countsCommandsByKindAndGivesRates) {
   EXPECT_THAT(text, HasSubstr("events      resets 2, zone resets 5, invalidations 6\n"));
 }
 
+TEST(RunSummaryTest, saysWhatTheComparedBlocksWereWorth) {
+  SampleRun sample;
+  const std::string text = summaryText(sample.settings, sample.result);
+  EXPECT_THAT(text, HasSubstr("checked     1,690 blocks against one content, 25 against one of 2 to 4\n"));
+  EXPECT_THAT(text, HasSubstr("not checked 9 blocks, 7 of them: its zone was reset\n"));
+  CheckedBlocks& checked = sample.result.drives[0].totals.checked;
+  checked.severalOutcomes[4] = 0;
+  checked.notCheckable[static_cast<size_t>(Uncheckable::probe)] = 0;
+  const std::string plainer = summaryText(sample.settings, sample.result);
+  EXPECT_THAT(plainer, HasSubstr("1,690 blocks against one content, 20 against one of 2\n"));
+  EXPECT_THAT(plainer, HasSubstr("not checked 7 blocks, its zone was reset\n"));
+}
+
+TEST(RunSummaryTest, saysNothingOfBlocksThatWereNotLookedAt) {
+  SampleRun sample;
+  sample.result.drives[0].totals.checked = {.oneOutcome = 3};
+  const std::string text = summaryText(sample.settings, sample.result);
+  EXPECT_THAT(text, HasSubstr("checked     3 blocks against one content\n"));
+  EXPECT_THAT(text, Not(HasSubstr("not checked")));
+  sample.result.drives[0].totals.checked = {};
+  EXPECT_THAT(summaryText(sample.settings, sample.result), Not(HasSubstr("against one content")));
+}
+
 TEST(RunSummaryTest, listsTheFilesOfAFailure) {
   const SampleRun sample;
   EXPECT_THAT(summaryText(sample.settings, sample.result),

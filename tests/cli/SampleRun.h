@@ -37,6 +37,11 @@ struct SampleRun {
     good.totals.bytesWritten = 4'000'000;
     good.totals.bytesCompared = 3'000'000;
     good.totals.blocksCompared = 700;
+    good.totals.checked.oneOutcome = 1690;
+    good.totals.checked.severalOutcomes[2] = 20;
+    good.totals.checked.severalOutcomes[4] = 5;
+    good.totals.checked.notCheckable[static_cast<size_t>(Uncheckable::zoneReset)] = 7;
+    good.totals.checked.notCheckable[static_cast<size_t>(Uncheckable::probe)] = 2;
     good.totals.blocksTrimmed = 24;
     good.totals.resets = 2;
     good.totals.zoneResets = 5;

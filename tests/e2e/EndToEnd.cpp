@@ -41,12 +41,14 @@ TestDefinition prepared(TestDefinition test, const Workspace& workspace) {
   return test;
 }
 
-RunResult runTest(const TestDefinition& test, const Wrap& wrap, const vdl::AgentTable* agent) {
+RunResult runTest(const TestDefinition& test, const Wrap& wrap, const vdl::AgentTable* agent,
+                  const WorthListener& listener) {
   VirtualClock::restart();
   VirtualClock clock;
   RunSurroundings world;
   world.clock = &clock;
   world.agent = agent;
+  world.worthListener = listener;
   if (wrap) {
     world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed) {
       return wrap(openDrive(address, maxOutstanding, seed));

@@ -32,8 +32,10 @@ using Wrap = std::function<std::unique_ptr<Drive>(std::unique_ptr<Drive>)>;
 
 /// Runs the test with the virtual clock.
 ///
-/// @param agent used instead of the definition's plug-in
-RunResult runTest(const TestDefinition& test, const Wrap& wrap = {}, const vdl::AgentTable* agent = nullptr);
+/// @param agent    used instead of the definition's plug-in
+/// @param listener told what each judged block was worth
+RunResult runTest(const TestDefinition& test, const Wrap& wrap = {}, const vdl::AgentTable* agent = nullptr,
+                  const WorthListener& listener = {});
 
 /// Every line of level 1 and 2, for a failure's message.
 std::string agentLines(const RunResult& result);
