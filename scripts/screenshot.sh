@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Takes the picture of docs/report.md: runs a drive that loses a write, makes the page of it, and opens that in Chromium.
+# Takes the picture of README.md and docs/report.md: runs an example on a drive that loses a write, makes the page of
+# it, and opens that in Chromium.
 #
 #   scripts/screenshot.sh [corvane] [picture] [further words for page_screenshot.py]
 set -euo pipefail
@@ -13,8 +14,7 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 status=0
-"$corvane" run --drive sim:16m --commands 20000 --seed 3 --fault lost-write:at=command:1000 --output corvane-out \
-  >run.log 2>&1 || status=$?
+"$corvane" run "$root/examples/quick.toml" --seed 1 --fault lost-write:at=command:500 >run.log 2>&1 || status=$?
 [ "$status" -eq 1 ] || { cat run.log >&2; echo "screenshot: the lost write was not found" >&2; exit 4; }
 "$corvane" report corvane-out >/dev/null
 mkdir -p "$(dirname "$picture")"
