@@ -124,8 +124,8 @@ TEST_F(ReplayTest, aCleanRunHasNothingToReplay) {
   EXPECT_THAT(again.err, HasSubstr("document 'first/result.json' holds no finding"));
 }
 
-RunDocument documentWithFinding() {
-  RunDocument document;
+RecordedRun documentWithFinding() {
+  RecordedRun document;
   document.test.give(*testKeyNamed("drive"), "sim:1g", "");
   document.test.give(*testKeyNamed("time"), "2h", "");
   document.test.give(*testKeyNamed("commands"), "5000", "");
@@ -149,7 +149,7 @@ TEST(ReplaySettingsTest, onlyTheStepEndsTheTest) {
 }
 
 TEST(ReplaySettingsTest, aFindingWithoutItsStepIsRefused) {
-  RunDocument document = documentWithFinding();
+  RecordedRun document = documentWithFinding();
   document.findings[0].step = 0;
   ReplayRequest request;
   request.document = "x.json";
