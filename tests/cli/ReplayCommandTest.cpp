@@ -72,6 +72,12 @@ TEST_F(ReplayTest, tenOfTenOfRunsThatEndByCommands) { expectTenOfTen({"--command
 
 TEST_F(ReplayTest, tenOfTenOfRunsThatEndByTime) { expectTenOfTen({"--time", "1h"}); }
 
+TEST_F(ReplayTest, tenOfTenOfRunsWithConditions) {
+  expectTenOfTen({"--commands", "20000", "--condition", "hold", "--step", "trim=trim & !hold", "--random",
+                  "write=3,trim", "--phase", "hold,every=300,for=100"});
+  EXPECT_EQ(documentOf("corvane-replay")["test"]["step"]["trim"], "trim & !hold");
+}
+
 TEST_F(ReplayTest, aFindingAfterTheLastStepComesAgain) {
   // So few commands that the reads which meet the fault are only delivered when the test winds up.
   ASSERT_EQ(runWithFault("1", {"--drive", "sim:64m", "--commands", "20000"}).status, 1);
