@@ -59,6 +59,7 @@ _corvane_offer_value() {
       if [[ $value == *,* ]]; then before+=${value%,*},; fi
       _corvane_offer -P "$before" -W "$choices" -- "${value##*,}"
       ;;
+    entries) compopt -o nospace 2>/dev/null; _corvane_offer -P "$before" -S = -W "$choices" -- "$value" ;;
     faults)
       compopt -o nospace 2>/dev/null
       if [[ $value == *:* ]]; then
@@ -120,6 +121,8 @@ const char* kindName(FlagChoices::Kind kind) {
       return "words";
     case FlagChoices::Kind::lists:
       return "lists";
+    case FlagChoices::Kind::entries:
+      return "entries";
     case FlagChoices::Kind::faults:
       return "faults";
     case FlagChoices::Kind::nothing:

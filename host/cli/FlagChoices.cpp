@@ -25,6 +25,14 @@ std::vector<std::string> commandKinds() {
   return kinds;
 }
 
+std::vector<std::string> stepNames() {
+  std::vector<std::string> names;
+  for (const ConditionedStep step : allConditionedSteps()) {
+    names.emplace_back(stepName(step));
+  }
+  return names;
+}
+
 std::vector<std::string> powerToggles() {
   std::vector<std::string> words;
   for (const PowerToggle toggle : {PowerToggle::off, PowerToggle::withoutSync, PowerToggle::withSync}) {
@@ -52,6 +60,10 @@ const std::map<std::string, std::function<FlagChoices()>>& choicesByFlag() {
       {"--commands-of",
        [] {
          return FlagChoices{Kind::lists, commandKinds()};
+       }},
+      {"--step",
+       [] {
+         return FlagChoices{Kind::entries, stepNames()};
        }},
       {"--lba-agent",
        [] {

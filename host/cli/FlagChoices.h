@@ -19,6 +19,7 @@ struct FlagChoices {
     addresses,  ///< a drive's address: `words` are its beginnings, "sim:" or, when a path follows, "file:PATH"
     words,      ///< one of `words`
     lists,      ///< some of `words`, with commas between them
+    entries,    ///< one of `words`, then '=' and something
     faults,     ///< one of `words`, then when it strikes
   };
   Kind kind = Kind::nothing;

@@ -13,7 +13,7 @@ namespace corvane::host {
 namespace {
 
 /// The name of NAME=VALUE, as it is used: without blanks around it.
-std::string entryName(const GivenTest::Text& text) { return parseOptionSetting(text.where, text.text).first; }
+std::string entryName(const GivenTest::Text& text) { return splitNamedValue(text.text).first; }
 
 /// A range with an end and a size contradict each other; whichever was said last counts, and of the range only its end
 /// goes.

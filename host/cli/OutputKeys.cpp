@@ -17,6 +17,7 @@ TestKey agentOptionsKey() {
       .help = "Sets an option of the agent ('corvane options' lists them). Give it again for further options.",
       .form = TestKeyForm::table,
       .table = "options",
+      .entry = "option",
       .take = [](RunSettings& settings, const std::string& where,
                  const std::string& text) { settings.test.agentOptions.push_back(parseOptionSetting(where, text)); },
       .texts =

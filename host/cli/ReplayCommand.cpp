@@ -87,7 +87,7 @@ ReplayRequest ReplayCommandLine::request() const {
   return request;
 }
 
-RunSettings replaySettings(const RunDocument& document, const ReplayRequest& request) {
+RunSettings replaySettings(const RecordedRun& document, const ReplayRequest& request) {
   const std::string named = "document '" + request.document + "' ";
   if (document.findings.empty()) {
     throw UsageError(named +
@@ -160,7 +160,7 @@ std::string replayVerdict(const RecordedFinding& wanted, const RunResult& result
 }
 
 int runReplay(const ReplayRequest& request, Console& out) {
-  const RunDocument document = readRunDocument(request.document);
+  const RecordedRun document = readRecordedRun(request.document);
   const RunSettings settings = replaySettings(document, request);
   const RecordedFinding& wanted = document.findings[request.finding - 1];
   std::vector<std::string> notes = unrepeatable(settings.test);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/cli/Console.h"
-#include "host/cli/RunDocument.h"
+#include "host/cli/RecordedRun.h"
 #include "host/run/RunResult.h"
 
 namespace CLI {
@@ -43,7 +43,7 @@ class ReplayCommandLine {
 };
 
 /// The run's test up to the step of the finding, without its other limits. Throws UsageError.
-RunSettings replaySettings(const RunDocument& document, const ReplayRequest& request);
+RunSettings replaySettings(const RecordedRun& document, const ReplayRequest& request);
 
 /// Sentences about what in the test follows the clock or the machine, so that a replay may go another way.
 std::vector<std::string> unrepeatable(const TestDefinition& test);

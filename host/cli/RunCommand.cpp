@@ -28,6 +28,7 @@
 #include "host/cli/Version.h"
 #include "host/drive/DriveError.h"
 #include "host/explain/Explainer.h"
+#include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
 #include "host/run/HostClock.h"
 
@@ -87,9 +88,9 @@ void introduce(Console& out, const RunSettings& settings, const TestRun& run) {
     out.line("  LBAs " + std::to_string(drive.firstLba) + ".." + std::to_string(drive.endLba) + " of " +
              std::to_string(drive.geometry.blocks));
   }
-  out.line("Test: " + commandMixText(test.mix) + "; " + std::to_string(test.minBlocks) + ".." +
-           std::to_string(test.maxBlocks) + " blocks, queue depth " + std::to_string(test.queueDepth) + ", LBA agent " +
-           test.lbaAgent + ", " + limitsText(test));
+  out.line("Test: " + commandMixText(mixUnder(test.mix, test.conditions)) + "; " + std::to_string(test.minBlocks) +
+           ".." + std::to_string(test.maxBlocks) + " blocks, queue depth " + std::to_string(test.queueDepth) +
+           ", LBA agent " + test.lbaAgent + ", " + limitsText(test));
   for (const std::string& warning : run.warnings()) {
     out.line("warning: " + printable(warning));
   }
@@ -100,19 +101,40 @@ std::string outputText(const RunSettings& settings) {
          printable(settings.jsonPath);
 }
 
+/// The step or the condition that a refusal begins with, when it was said something of.
+std::string conditionSettingOf(std::string_view refusal, const RunSettings& settings) {
+  const std::array<std::pair<std::string_view, const char*>, 5> beginnings{
+      {{"nothing ever sets the condition '", "condition"},
+       {"the test takes the step '", "step"},
+       {"the test does not take the step '", "step"},
+       {"the steps '", "step"},
+       {"the step '", "step"}}};
+  for (const auto& [beginning, key] : beginnings) {
+    if (refusal.starts_with(beginning)) {
+      const std::string_view rest = refusal.substr(beginning.size());
+      const auto place = settings.entryPlaces.find({key, std::string(rest.substr(0, rest.find('\'')))});
+      return place == settings.entryPlaces.end() ? "" : place->second + ": ";
+    }
+  }
+  return {};
+}
+
 /// The setting that a refusal is about; empty when no single one is.
 std::string settingOf(std::string_view refusal, const RunSettings& settings) {
   const TestDefinition& test = settings.test;
   const std::string_view place = test.size.any() ? "size" : "range";
   const bool placeGiven = test.firstLba != 0 || test.endLba != 0 || test.size.any();
-  const std::array<std::pair<std::string_view, std::string_view>, 9> beginnings{
+  const std::string_view mix = test.conditions.random.empty() ? "commands-of" : "random";
+  const std::array<std::pair<std::string_view, std::string_view>, 11> beginnings{
       {{"the LBA range", placeGiven ? place : "xfer"},
        {"transfers of", "xfer"},
        {"drive '", "drive"},
        {"queue depth", "queue-depth"},
        {"zone resets", "zone-reset-every"},
        {"invalidations", "invalidate-every"},
-       {"atomic writes need reads", "commands-of"},
+       {"atomic writes need reads", mix},
+       {"two random conditions set", "random"},
+       {"the phases and random conditions of the test", "phase"},
        {"an atomic write and its bound", "atomic-bound"},
        {"a power cut would", "power-toggle"}}};
   for (const auto& [beginning, key] : beginnings) {
@@ -120,7 +142,7 @@ std::string settingOf(std::string_view refusal, const RunSettings& settings) {
       return nameOf(settings, key) + ": ";
     }
   }
-  return {};
+  return conditionSettingOf(refusal, settings);
 }
 
 /// What a message calls the drive that a refusal is about.

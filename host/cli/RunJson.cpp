@@ -7,7 +7,7 @@
 #include "host/cli/ExplanationJson.h"
 #include "host/cli/FiguresJson.h"
 #include "host/cli/InjectionJson.h"
-#include "host/cli/RunDocument.h"
+#include "host/cli/RecordedRun.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/TestJson.h"
 #include "host/cli/Version.h"

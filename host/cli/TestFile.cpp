@@ -38,13 +38,6 @@ class Reader {
   }
 
  private:
-  /// A part of a test file that is no single setting.
-  struct Table {
-    const char* name;
-    void (Reader::*read)(const toml::key& name, const toml::node& node);
-  };
-  static std::array<Table, 1> tables() { return {{{"options", &Reader::readAgentOptions}}}; }
-
   using Entry = std::pair<const toml::key*, const toml::node*>;
 
   /// The entries of a table as they stand in the file; the parser sorts them by name.
@@ -83,17 +76,13 @@ class Reader {
   }
 
   void readEntry(const toml::key& name, const toml::node& node) {
-    for (const Table& table : tables()) {
-      if (name == table.name) {
-        (this->*table.read)(name, node);
-        return;
-      }
-    }
-    const TestKey* key = testKeyNamed(name.str());
-    if (key == nullptr || key->form == TestKeyForm::table) {
+    const TestKey* key = testKeyInFile(name.str());
+    if (key == nullptr) {
       refuseName(name);
     }
-    if (key->form == TestKeyForm::repeatable && node.is_array()) {
+    if (key->form == TestKeyForm::table) {
+      readTable(*key, name, node);
+    } else if (key->form == TestKeyForm::repeatable && node.is_array()) {
       readList(*key, name, *node.as_array());
     } else {
       give(*key, name, node);
@@ -102,16 +91,12 @@ class Reader {
 
   [[noreturn]] void refuseName(const toml::key& name) const {
     const std::string text(name.str());
+    if (const TestKey* flag = testKeyNamed(text)) {
+      refuse(name.source(), "'" + text + "' is a flag; in a test file these stand in the table [" + flag->table + "]");
+    }
     std::vector<std::string> known;
     for (const TestKey& key : testKeys()) {
-      if (key.form != TestKeyForm::table) {
-        known.emplace_back(key.name);
-      } else if (text == key.name) {
-        refuse(name.source(), "'" + text + "' is a flag; in a test file these stand in the table [" + key.table + "]");
-      }
-    }
-    for (const Table& table : tables()) {
-      known.emplace_back(table.name);
+      known.emplace_back(key.nameInFile());
     }
     const std::string near = didYouMean(text, known);
     refuse(name.source(), "'" + text + "' is not a key of a test file" +
@@ -135,6 +120,7 @@ class Reader {
           onOff ? "true or false"
                 : std::string(key.value) + " as the flag takes it, in quotes unless it is a whole number";
       remedy += key.form == TestKeyForm::repeatable ? ", or a list of these" : "";
+      remedy += node.is_table() ? didYouMean(key.name, tableNames()) : "";
       refuse(name.source(), std::string(key.name) + " is " + typeOf(node) + "; give " + remedy);
     }
     // A value may stand some lines below its key.
@@ -181,31 +167,42 @@ class Reader {
     }
   }
 
-  void readAgentOptions(const toml::key& name, const toml::node& node) {
+  static std::vector<std::string> tableNames() {
+    std::vector<std::string> names;
+    for (const TestKey& key : testKeys()) {
+      if (key.form == TestKeyForm::table) {
+        names.emplace_back(key.table);
+      }
+    }
+    return names;
+  }
+
+  void readTable(const TestKey& key, const toml::key& name, const toml::node& node) {
     const toml::table* table = node.as_table();
     if (table == nullptr) {
-      refuse(name.source(), std::string(name.str()) + " is " + typeOf(node) +
-                                "; make it a table: [options], and below it \"Option Name\" = value");
+      refuse(name.source(), std::string(key.table) + " is " + typeOf(node) + "; make it a table: [" + key.table +
+                                "], and below it a line NAME = VALUE for each " + key.entry);
     }
-    for (const auto& [option, value] : inOrder(*table)) {
-      giveAgentOption(*option, *value);
+    for (const auto& [entry, value] : inOrder(*table)) {
+      giveEntry(key, *entry, *value);
     }
   }
 
-  void giveAgentOption(const toml::key& option, const toml::node& value) {
-    const std::string name(option.str());
+  void giveEntry(const TestKey& key, const toml::key& entry, const toml::node& value) {
+    const std::string name(entry.str());
     if (name.empty() || name.find('=') != std::string::npos) {
-      refuse(option.source(), "'" + name + "' is no name of an option; 'corvane options' lists them");
+      refuse(entry.source(), "'" + name + "' cannot name the " + key.entry + " of a test; --" + key.name +
+                                 " in 'corvane run --help' says which there are");
     }
-    const std::optional<std::string> text = optionText(value);
+    const std::optional<std::string> text = entryText(value);
     if (!text) {
-      refuse(option.source(),
-             "the option '" + name + "' is " + typeOf(value) + "; give a text, a number, true or false");
+      refuse(entry.source(), std::string("the ") + key.entry + " '" + name + "' is " + typeOf(value) +
+                                 "; give a text, a number, true or false");
     }
-    given_.give(*testKeyNamed("set"), name + "=" + *text, placeOf(option.source()) + "option");
+    given_.give(key, name + "=" + *text, placeOf(entry.source()) + key.entry);
   }
 
-  static std::optional<std::string> optionText(const toml::node& node) {
+  static std::optional<std::string> entryText(const toml::node& node) {
     if (node.is_boolean()) {
       return switchText(node);
     }

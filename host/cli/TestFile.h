@@ -7,7 +7,8 @@
 
 namespace corvane::host {
 
-/// Reads a test file: TOML, whose keys are those of `testKeys`, with the agent's options in the table [options].
+/// Reads a test file: TOML, whose keys are those of `testKeys`, with a table for those of which there are several by
+/// name, as [options].
 ///
 /// Values are the texts that flags take; whole numbers, `true` and `false` may stand without quotes, and the values of
 /// a repeatable key are a list.

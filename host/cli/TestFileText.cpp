@@ -1,5 +1,6 @@
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <charconv>
 #include <sstream>
 #include <utility>
@@ -15,6 +16,14 @@ std::string quoted(const std::string& text) {
   std::ostringstream out;
   out << toml::toml_formatter(toml::value<std::string>(text), toml::format_flags::none);
   return out.str();
+}
+
+/// A key, without quotes where TOML asks for none.
+std::string keyText(const std::string& name) {
+  const bool bare = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+  });
+  return bare ? name : quoted(name);
 }
 
 /// Whether TOML has a number that is written exactly so.
@@ -36,7 +45,7 @@ std::string tableText(const TestKey& key, const std::vector<std::string>& texts)
   }
   std::string lines = std::string("\n[") + key.table + "]\n";
   for (const auto& [name, value] : entries) {
-    lines += quoted(name) + " = " + valueText(value) + "\n";
+    lines += keyText(name) + " = " + valueText(value) + "\n";
   }
   return lines;
 }

@@ -7,8 +7,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* jsonNameOf(const TestKey& key) { return key.table != nullptr ? key.table : key.name; }
-
 Json valueOf(const TestKey& key, const std::vector<std::string>& texts) {
   switch (key.form) {
     case TestKeyForm::onOff:
@@ -49,22 +47,13 @@ void give(GivenTest& given, const TestKey& key, const Json& value, const std::st
   }
 }
 
-const TestKey* keyNamed(const std::string& name) {
-  for (const TestKey& key : testKeys()) {
-    if (name == jsonNameOf(key)) {
-      return &key;
-    }
-  }
-  return nullptr;
-}
-
 }  // namespace
 
 Json testJson(const RunSettings& settings) {
   Json test = Json::object();
   for (const TestKey& key : testKeys()) {
     if (const std::vector<std::string> texts = key.texts(settings); key.ofTest && !texts.empty()) {
-      test[jsonNameOf(key)] = valueOf(key, texts);
+      test[key.nameInFile()] = valueOf(key, texts);
     }
   }
   return test;
@@ -74,7 +63,7 @@ GivenTest testFromJson(const Json& test, const std::string& path) {
   GivenTest given;
   for (const auto& [name, value] : test.items()) {
     const std::string where = std::string(path).append(": test.").append(name);
-    const TestKey* key = keyNamed(name);
+    const TestKey* key = testKeyInFile(name);
     if (key == nullptr) {
       throw UsageError(where + " is no setting that this program knows; take the program that wrote the document");
     }

@@ -3,12 +3,23 @@
 #include <algorithm>
 
 namespace corvane::host {
+namespace {
+
+template <typename Predicate>
+const TestKey* firstKey(Predicate&& matches) {
+  const std::vector<TestKey>& keys = testKeys();
+  const auto found = std::find_if(keys.begin(), keys.end(), matches);
+  return found == keys.end() ? nullptr : &*found;
+}
+
+}  // namespace
 
 const std::vector<TestKey>& testKeys() {
   static const std::vector<TestKey> keys = [] {
     std::vector<TestKey> all;
     addLimitKeys(all);
     addCommandKeys(all);
+    addConditionKeys(all);
     addStressKeys(all);
     addOutputKeys(all);
     return all;
@@ -17,9 +28,11 @@ const std::vector<TestKey>& testKeys() {
 }
 
 const TestKey* testKeyNamed(std::string_view name) {
-  const std::vector<TestKey>& keys = testKeys();
-  const auto found = std::find_if(keys.begin(), keys.end(), [name](const TestKey& key) { return key.name == name; });
-  return found == keys.end() ? nullptr : &*found;
+  return firstKey([name](const TestKey& key) { return name == key.name; });
+}
+
+const TestKey* testKeyInFile(std::string_view name) {
+  return firstKey([name](const TestKey& key) { return name == key.nameInFile(); });
 }
 
 }  // namespace corvane::host

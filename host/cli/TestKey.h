@@ -27,6 +27,7 @@ struct TestKey {
   std::string help;
   TestKeyForm form = TestKeyForm::once;
   const char* table = nullptr;  ///< name of its table in a test file, for `table`
+  const char* entry = nullptr;  ///< what messages call one entry of that table
   bool ofTest = true;           ///< decides what is tested or where its reports go, and not only what is said about it
 
   /// Puts one text of the setting into the settings; called once for each text.
@@ -38,6 +39,9 @@ struct TestKey {
 
   /// The texts that `take` makes the same setting of; none when it has its default. "true" for `onOff`.
   std::vector<std::string> (*texts)(const RunSettings& settings) = nullptr;
+
+  /// What a test file and the document of a run call the setting.
+  const char* nameInFile() const { return table != nullptr ? table : name; }
 };
 
 /// Every setting, in the order of the help.
@@ -46,9 +50,13 @@ const std::vector<TestKey>& testKeys();
 /// The setting of a name; null when there is none.
 const TestKey* testKeyNamed(std::string_view name);
 
+/// The setting of a name in a test file or in the document of a run; null when there is none.
+const TestKey* testKeyInFile(std::string_view name);
+
 /// The parts of `testKeys`, each of which adds its own.
 void addLimitKeys(std::vector<TestKey>& keys);
 void addCommandKeys(std::vector<TestKey>& keys);
+void addConditionKeys(std::vector<TestKey>& keys);
 void addStressKeys(std::vector<TestKey>& keys);
 void addOutputKeys(std::vector<TestKey>& keys);
 

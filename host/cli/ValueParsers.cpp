@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <optional>
-#include <vector>
 
 #include "host/base/NearestName.h"
 #include "host/cli/UsageError.h"
@@ -151,8 +149,7 @@ std::optional<CommandKind> readKind(std::string_view name) {
 }
 
 void addToMix(CommandMix& mix, std::string_view flag, std::string_view text, std::string_view entry) {
-  const size_t equals = entry.find('=');
-  const std::string name(trimmed(entry.substr(0, equals)));
+  const auto [name, weightText] = splitNamedValue(entry);
   const std::optional<CommandKind> kind = readKind(name);
   if (!kind) {
     std::vector<std::string> known;
@@ -167,8 +164,8 @@ void addToMix(CommandMix& mix, std::string_view flag, std::string_view text, std
     refuse(flag, text, "names " + name + " twice", "name each kind once, with its weight as " + name + "=N");
   }
   uint64_t weight = 1;
-  if (equals != std::string_view::npos) {
-    const std::optional<uint64_t> given = readCount(trimmed(entry.substr(equals + 1)));
+  if (weightText) {
+    const std::optional<uint64_t> given = readCount(*weightText);
     if (!given || *given == 0 || *given > mostWeight) {
       refuse(flag, text, "gives " + name + " no usable weight",
              "accepted are 1 to " + std::to_string(mostWeight) + "; leave a kind out that is not wanted");
@@ -322,15 +319,10 @@ std::string driveShareText(const DriveShare& share) {
 
 CommandMix parseCommandMix(std::string_view flag, std::string_view text) {
   CommandMix mix = CommandMix::nothing();
-  std::string_view rest = text;
-  while (true) {
-    const size_t comma = rest.find(',');
-    addToMix(mix, flag, text, trimmed(rest.substr(0, comma)));
-    if (comma == std::string_view::npos) {
-      return mix;
-    }
-    rest.remove_prefix(comma + 1);
+  for (const std::string& entry : splitList(text)) {
+    addToMix(mix, flag, text, entry);
   }
+  return mix;
 }
 
 std::string commandMixText(const CommandMix& mix) {
@@ -377,13 +369,33 @@ const char* powerToggleText(PowerToggle toggle) {
   return "off";
 }
 
-std::pair<std::string, std::string> parseOptionSetting(std::string_view flag, std::string_view text) {
+std::pair<std::string, std::optional<std::string>> splitNamedValue(std::string_view text) {
   const size_t equals = text.find('=');
-  const std::string_view name = trimmed(text.substr(0, equals));
-  if (equals == std::string_view::npos || name.empty()) {
+  std::string name(trimmed(text.substr(0, equals)));
+  if (equals == std::string_view::npos) {
+    return {std::move(name), std::nullopt};
+  }
+  return {std::move(name), std::string(trimmed(text.substr(equals + 1)))};
+}
+
+std::vector<std::string> splitList(std::string_view text) {
+  std::vector<std::string> entries;
+  while (true) {
+    const size_t comma = text.find(',');
+    entries.emplace_back(trimmed(text.substr(0, comma)));
+    if (comma == std::string_view::npos) {
+      return entries;
+    }
+    text.remove_prefix(comma + 1);
+  }
+}
+
+std::pair<std::string, std::string> parseOptionSetting(std::string_view flag, std::string_view text) {
+  auto [name, value] = splitNamedValue(text);
+  if (!value || name.empty()) {
     refuse(flag, text, "sets nothing", "give \"Option Name=value\"; 'corvane options' lists the names");
   }
-  return {std::string(name), std::string(trimmed(text.substr(equals + 1)))};
+  return {std::move(name), std::move(*value)};
 }
 
 }  // namespace corvane::host

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host/run/TestDefinition.h"
 
@@ -73,6 +75,12 @@ PowerToggle parsePowerToggle(std::string_view flag, std::string_view text);
 
 /// The text that `parsePowerToggle` reads as this value.
 const char* powerToggleText(PowerToggle toggle);
+
+/// The two sides of the first '=' without blanks around them; no value when there is no '='.
+std::pair<std::string, std::optional<std::string>> splitNamedValue(std::string_view text);
+
+/// What stands between commas, without blanks around it; one empty text for an empty one.
+std::vector<std::string> splitList(std::string_view text);
 
 /// "Option Name=value"; blanks around both are dropped, the value may hold further '=' and may be empty.
 std::pair<std::string, std::string> parseOptionSetting(std::string_view flag, std::string_view text);

@@ -14,6 +14,9 @@ namespace {
 std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
 std::string theStep(ConditionedStep step) { return "the step " + quoted(stepName(step)); }
 
+/// What gates a step of which nothing was said; empty for the host's, which only wait to be due.
+const char* usualTextOf(ConditionedStep step) { return isAgentStep(step) ? stepName(step) : ""; }
+
 /// What makes a test take a step.
 const char* howToUse(ConditionedStep step) {
   switch (step) {
@@ -57,7 +60,7 @@ class PlanJudge {
     if (set_.uses(step) && isAgentStep(step) && text.empty()) {
       refusals_.push_back("the test takes " + theStep(step) +
                           ", whose condition is empty; name one, or leave the step " + "out of the test");
-    } else if (!set_.uses(step) && !text.empty() && text != stepConditionText({}, step)) {
+    } else if (!set_.uses(step) && !text.empty() && text != usualTextOf(step)) {
       refusals_.push_back("the test does not take " + theStep(step) + ", which has the condition " + quoted(text) +
                           "; " + howToUse(step) + ", or leave the condition out");
     } else if (isAppliedStep(step) && !text.empty() && choosingBits(condition) == 0) {

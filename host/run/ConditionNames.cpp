@@ -141,8 +141,9 @@ uint64_t ConditionNames::bitOf(std::string_view name, std::string_view where) co
     return uint64_t{1} << static_cast<uint32_t>(found - names_.begin());
   }
   const std::string meant = didYouMean(name, names_);
-  throw ConfigurationError("'" + std::string(name) + "' in " + std::string(where) + " is no condition" +
-                           (meant.empty() ? "; conditions are " + joined(names_) : meant));
+  throw ConfigurationError(
+      "'" + std::string(name) + "' in " + std::string(where) + " is no condition" +
+      (meant.empty() ? "; add it to the conditions of the test, or choose of " + joined(names_) : meant));
 }
 
 std::vector<std::string> ConditionNames::namesOf(uint64_t mask) const {

@@ -8,7 +8,7 @@
 namespace corvane::host {
 namespace {
 
-constexpr int64_t greatestWeight = 1'000'000'000;
+constexpr uint64_t greatestWeight = 1'000'000'000;
 
 /// Some conditions belong to steps that the agent takes by itself, whatever is set.
 void checkThatItCanBeSet(const std::string& condition, const char* by) {
@@ -52,14 +52,14 @@ void setStepCondition(ConditionPlan& plan, std::string_view step, std::string_vi
   plan.expressions.at(static_cast<size_t>(which)) = text;
 }
 
-void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::string, int64_t>>& choices) {
+void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::string, uint64_t>>& choices) {
   const ConditionNames names(plan.names);
   RandomCondition random;
   for (const auto& [condition, weight] : choices) {
     const RandomCondition::Choice choice{.condition = condition, .weight = static_cast<uint32_t>(weight)};
     bitOfChoice(names, choice);
     checkThatItCanBeSet(condition, "a random condition");
-    if (weight < 0 || weight > greatestWeight) {
+    if (weight > greatestWeight) {
       throw ConfigurationError("the weight " + std::to_string(weight) + " of '" + condition +
                                "' is not possible; choose 0 to " + std::to_string(greatestWeight));
     }
@@ -78,7 +78,7 @@ void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::st
   plan.random.push_back(std::move(random));
 }
 
-void addConditionPhase(ConditionPlan& plan, std::string_view condition, int64_t everyCommands, int64_t forCommands) {
+void addConditionPhase(ConditionPlan& plan, std::string_view condition, uint64_t everyCommands, uint64_t forCommands) {
   const std::string name(condition);
   ConditionNames(plan.names).bitOf(name, "a phase");
   checkThatItCanBeSet(name, "a phase");
@@ -87,66 +87,7 @@ void addConditionPhase(ConditionPlan& plan, std::string_view condition, int64_t 
                              std::to_string(everyCommands) +
                              ", is no part of its period; give at least 1 and less than the period");
   }
-  plan.phases.push_back({.condition = name,
-                         .everyCommands = static_cast<uint64_t>(everyCommands),
-                         .forCommands = static_cast<uint64_t>(forCommands)});
-}
-
-std::string conditionNamesText(const ConditionPlan& plan) {
-  std::string text;
-  for (const std::string& name : plan.names) {
-    text.append(text.empty() ? "\"" : ", \"").append(name).append("\"");
-  }
-  return "[" + text + "]";
-}
-
-std::string stepConditionText(const ConditionPlan& plan, ConditionedStep step) {
-  if (const auto& expression = plan.expression(step)) {
-    return *expression;
-  }
-  return isAgentStep(step) ? stepName(step) : "";
-}
-
-std::string choicesText(const RandomCondition& random) {
-  std::string text;
-  for (const RandomCondition::Choice& choice : random.choices) {
-    text.append(text.empty() ? "{ " : ", ").append(choice.condition).append(" = ");
-    text.append(std::to_string(choice.weight));
-  }
-  return text + " }";
-}
-
-std::string planText(const ConditionPlan& plan) {
-  std::string text;
-  const auto table = [&text](const char* name) { text.append(text.empty() ? "" : "\n").append(name).append("\n"); };
-  const auto key = [&text](const std::string& name, const std::string& value) {
-    text.append(name).append(" = ").append(value).append("\n");
-  };
-  if (!plan.names.empty()) {
-    table("[conditions]");
-    key("names", conditionNamesText(plan));
-  }
-  bool first = true;
-  for (const ConditionedStep step : allConditionedSteps()) {
-    if (!plan.expression(step)) {
-      continue;
-    }
-    if (std::exchange(first, false)) {
-      table("[steps]");
-    }
-    key(stepName(step), "\"" + stepConditionText(plan, step) + "\"");
-  }
-  for (const RandomCondition& random : plan.random) {
-    table("[[random]]");
-    key("choose", choicesText(random));
-  }
-  for (const ConditionPhase& phase : plan.phases) {
-    table("[[set]]");
-    key("condition", "\"" + phase.condition + "\"");
-    key("every", std::to_string(phase.everyCommands));
-    key("for", std::to_string(phase.forCommands));
-  }
-  return text;
+  plan.phases.push_back({.condition = name, .everyCommands = everyCommands, .forCommands = forCommands});
 }
 
 }  // namespace corvane::host

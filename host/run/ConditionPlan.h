@@ -68,21 +68,9 @@ void setStepCondition(ConditionPlan& plan, std::string_view step, std::string_vi
 /// @param choices conditions and their weights, each from 0 to 1,000,000,000
 ///
 /// Throws ConfigurationError for unknown and repeated conditions, wrong weights, and when nothing could be chosen.
-void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::string, int64_t>>& choices);
+void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::string, uint64_t>>& choices);
 
 /// Adds a phase. Throws ConfigurationError for an unknown condition and for a phase that is no part of its period.
-void addConditionPhase(ConditionPlan& plan, std::string_view condition, int64_t everyCommands, int64_t forCommands);
-
-/// The parts of a plan as a test file has them, each the value that the file's key has.
-///
-/// `["hold", "quiet"]`
-std::string conditionNamesText(const ConditionPlan& plan);
-/// `write & !hold`; a step without an expression of its own has its condition's name, or an empty text.
-std::string stepConditionText(const ConditionPlan& plan, ConditionedStep step);
-/// `{ write = 3, atomic = 1 }`
-std::string choicesText(const RandomCondition& random);
-
-/// The whole plan as the tables of a test file, each line with its end; empty for a plan as it is made.
-std::string planText(const ConditionPlan& plan);
+void addConditionPhase(ConditionPlan& plan, std::string_view condition, uint64_t everyCommands, uint64_t forCommands);
 
 }  // namespace corvane::host

@@ -95,6 +95,11 @@ TEST(BashCompletionTest, goesOnInListsAndFaults) {
   EXPECT_THAT(offered({"corvane", "run", "--fault", "lost-write", ":"}), ElementsAre("at=command:", "rate="));
 }
 
+TEST(BashCompletionTest, offersStepsUpToTheirConditions) {
+  EXPECT_THAT(offered({"corvane", "run", "--step", "w"}), ElementsAre("write=", "writesame="));
+  EXPECT_THAT(offered({"corvane", "run", "--step", "reset", "=", "tr"}), IsEmpty());
+}
+
 TEST(BashCompletionTest, offersKindsOfDrivesAndTheirFiles) {
   const TempFolder folder;
   tests::writeFile(folder / "drive.img", "");

@@ -70,7 +70,8 @@ TEST_F(EventStreamTest, eachEventIsALineThatIsThereAtOnce) {
   EXPECT_EQ(linesOf(path_)[3], R"({"t":1500,"event":"powerCycle","driveIndex":0,"drive":"a"})");
   stream->stop(SIGINT);
   EXPECT_EQ(linesOf(path_)[4], R"({"t":1500,"event":"stop","signal":"SIGINT"})");
-  stream->onFinding(1, {.drive = "b", .agentStatus = -1046, .lba = 7, .text = "bad \xff", .files = {"x"}});
+  stream->onFinding(1,
+                    {.drive = "b", .agentStatus = -1046, .lba = 7, .text = "bad \xff", .files = {"x"}, .moment = {}});
   EXPECT_EQ(linesOf(path_)[5],
             "{\"t\":1500,\"event\":\"finding\",\"driveIndex\":1,\"drive\":\"b\",\"agentStatus\":-1046,\"lba\":7,"
             "\"text\":\"bad \xEF\xBF\xBD\",\"files\":[\"x\"]}");

@@ -25,6 +25,8 @@ FlagChoices choices(const std::string& command, const std::string& flag) {
 TEST(FlagChoicesTest, areTheNamesThatTheParsersKnow) {
   EXPECT_THAT(choices("run", "--commands-of").words,
               ElementsAre("write", "atomic", "writesame", "trim", "read", "verify"));
+  EXPECT_THAT(choices("run", "--step").words, ElementsAre("read", "verify", "write", "atomic", "writesame", "trim",
+                                                          "e2e", "power", "sync", "reset", "zone-reset", "invalidate"));
   EXPECT_THAT(choices("run", "--lba-agent").words, Contains("sequential"));
   EXPECT_THAT(choices("run", "--power-toggle").words, ElementsAre("off", "nosync", "sync"));
   EXPECT_THAT(choices("run", "--fault").words, Contains("lost-write"));

@@ -69,6 +69,15 @@ TEST(GivenTestTest, ofATableOnlyTheSameEntriesAreReplaced) {
   EXPECT_EQ(nameOfEntry(settings, "set", "B"), "file set");
 }
 
+TEST(GivenTestTest, aStepThatIsSaidAgainReplacesItsCondition) {
+  GivenTest file = given({{"step", "trim=trim & !e2e"}, {"step", "read=read"}}, "file ");
+  file.overruleBy(given({{"drive", "sim:"}, {"step", "trim = =trim"}}));
+  const RunSettings settings = file.settings();
+  EXPECT_EQ(settings.test.conditions.expression(ConditionedStep::trim), "=trim");
+  EXPECT_EQ(nameOfEntry(settings, "step", "trim"), "--step");
+  EXPECT_EQ(nameOfEntry(settings, "step", "read"), "file step");
+}
+
 TEST(GivenTestTest, aRangeWithAnEndReplacesAWeakerSize) {
   GivenTest file = given({{"size", "10%"}});
   file.overruleBy(given({{"drive", "sim:"}, {"range", "5..9"}}));

@@ -72,6 +72,12 @@ TEST_F(ReplayTest, tenOfTenOfRunsThatEndByCommands) { expectTenOfTen({"--command
 
 TEST_F(ReplayTest, tenOfTenOfRunsThatEndByTime) { expectTenOfTen({"--time", "1h"}); }
 
+TEST_F(ReplayTest, tenOfTenOfRunsWithConditions) {
+  expectTenOfTen({"--commands", "20000", "--condition", "hold", "--step", "trim=trim & !hold", "--random",
+                  "write=3,trim", "--phase", "hold,every=300,for=100"});
+  EXPECT_EQ(documentOf("corvane-replay")["test"]["step"]["trim"], "trim & !hold");
+}
+
 TEST_F(ReplayTest, aFindingAfterTheLastStepComesAgain) {
   // So few commands that the reads which meet the fault are only delivered when the test winds up.
   ASSERT_EQ(runWithFault("1", {"--drive", "sim:64m", "--commands", "20000"}).status, 1);
@@ -124,8 +130,8 @@ TEST_F(ReplayTest, aCleanRunHasNothingToReplay) {
   EXPECT_THAT(again.err, HasSubstr("document 'first/result.json' holds no finding"));
 }
 
-RunDocument documentWithFinding() {
-  RunDocument document;
+RecordedRun documentWithFinding() {
+  RecordedRun document;
   document.test.give(*testKeyNamed("drive"), "sim:1g", "");
   document.test.give(*testKeyNamed("time"), "2h", "");
   document.test.give(*testKeyNamed("commands"), "5000", "");
@@ -149,7 +155,7 @@ TEST(ReplaySettingsTest, onlyTheStepEndsTheTest) {
 }
 
 TEST(ReplaySettingsTest, aFindingWithoutItsStepIsRefused) {
-  RunDocument document = documentWithFinding();
+  RecordedRun document = documentWithFinding();
   document.findings[0].step = 0;
   ReplayRequest request;
   request.document = "x.json";

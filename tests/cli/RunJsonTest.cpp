@@ -37,7 +37,7 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
   const Json& drive = document["drives"][0];
   EXPECT_THAT(keysOf(drive), ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status",
                                          "agentStatus", "error", "commands", "events", "blocks", "bytes", "checked",
-                                         "elapsedMs", "injections", "messages", "files"));
+                                         "elapsedMs", "injections", "messages", "latency", "files"));
   EXPECT_THAT(keysOf(drive["commands"]),
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),

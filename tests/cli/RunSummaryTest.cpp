@@ -64,7 +64,8 @@ TEST(RunSummaryTest, endsWithTheRepeatingCommandAndTheResult) {
   EXPECT_THAT(
       summaryText(sample.settings, sample.result),
       EndsWith("Repeat with:\n  corvane run --drive sim:1g --drive file:b.img --commands 100 --seed 42 --output "
-               "out\nResult: data failure (exit status 1)\n"));
+               "out\nRun it to the finding again with:\n  corvane replay out/result.json\nResult: data failure (exit "
+               "status 1)\n"));
 }
 
 TEST(RunSummaryTest, saysWhenNothingWasChecked) {

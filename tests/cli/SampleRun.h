@@ -15,6 +15,7 @@ struct SampleRun {
     settings.test.seed = 42;
     settings.test.commandLimit = 100;
     settings.test.outputDirectory = "out";
+    settings.jsonPath = "out/result.json";
     settings.startedUs = 1'769'860'800'000'000;
     drives.resize(2);
     drives[0].name = "sim0";

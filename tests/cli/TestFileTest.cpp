@@ -62,6 +62,28 @@ TEST(TestFileTest, knowsTheLineOfEverything) {
   EXPECT_EQ(given.of("set")[0].where, "dir/x.toml:7: option");
 }
 
+TEST(TestFileTest, takesConditionsInAnyOrder) {
+  const RunSettings settings = testFileFrom(R"(
+phase = "hold,every=1e4,for=500"
+random = ["trim,write=3", "verify"]
+drive = "sim:"
+condition = "hold"
+
+[step]
+trim = "!hold & trim"
+)",
+                                            "x.toml")
+                                   .settings();
+  ConditionPlan plan;
+  addConditionName(plan, "hold");
+  setStepCondition(plan, "trim", "trim & !hold");
+  addRandomCondition(plan, {{"write", 3}, {"trim", 1}});
+  addRandomCondition(plan, {{"verify", 1}});
+  addConditionPhase(plan, "hold", 10'000, 500);
+  EXPECT_EQ(settings.test.conditions, plan);
+  EXPECT_EQ(testFileFrom(testFileText(settings), "y.toml").settings().test.conditions, plan);
+}
+
 TEST(TestFileTextTest, everySettingComesBack) {
   const RunSettings settings = testing::everythingGiven().settings();
   const std::string text = testFileText(settings);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "host/cli/TestFile.h"
 #include "host/run/ConfigurationError.h"
 #include "tests/e2e/EndToEnd.h"
 #include "tests/e2e/RecordingDrive.h"
@@ -221,21 +222,16 @@ TEST_F(Conditions, RandomConditionsOfTheTestsOwnChooseByWeight) {
   EXPECT_NEAR(static_cast<double>(count(CommandKind::writeSame)) / all, 1.0 / 6, 0.05);
 }
 
-/// Whether the conditions' own page shows this plan.
-bool isDocumented(const ConditionPlan& plan) {
-  return contentOf(CORVANE_SOURCE_FOLDER "/docs/conditions.md").find("```\n" + planText(plan) + "```\n") !=
-         std::string::npos;
+/// The test file below a heading of the conditions' own page.
+TestDefinition documented(const std::string& heading) {
+  const std::string page = contentOf(CORVANE_SOURCE_FOLDER "/docs/conditions.md");
+  const std::string fence = "```\n";
+  const size_t begin = page.find(fence, page.find("### " + heading + "\n")) + fence.size();
+  return testFileFrom(page.substr(begin, page.find(fence, begin) - begin), "conditions.md").settings().test;
 }
 
 TEST_F(Conditions, TheDocumentedQuietHoursAreQuiet) {
-  addConditionName(plan(), "quiet");
-  setStepCondition(plan(), "trim", "trim & !quiet");
-  setStepCondition(plan(), "reset", "!quiet");
-  addRandomCondition(plan(), {{"write", 3}, {"trim", 1}});
-  addConditionPhase(plan(), "quiet", 2000, 500);
-  EXPECT_TRUE(isDocumented(plan())) << planText(plan());
-  test.resetEveryCommands = 200;
-  test.commandLimit = 20'000;
+  test = prepared(documented("Quiet hours"), workspace);
   run();
   uint64_t commands = 0;
   uint64_t inPhases[3]{};  // writes, trims, resets
@@ -256,18 +252,7 @@ TEST_F(Conditions, TheDocumentedQuietHoursAreQuiet) {
 }
 
 TEST_F(Conditions, TheDocumentedMarksGateVerifiesAndResets) {
-  addConditionName(plan(), "marked");
-  addConditionName(plan(), "plain");
-  setStepCondition(plan(), "verify", "verify & !marked");
-  setStepCondition(plan(), "atomic", "=atomic");
-  setStepCondition(plan(), "e2e", "marked");
-  setStepCondition(plan(), "reset", "atomic");
-  addRandomCondition(plan(), {{"marked", 1}, {"plain", 3}});
-  addRandomCondition(plan(), {{"write", 3}, {"atomic", 1}});
-  addRandomCondition(plan(), {{"read", 1}, {"verify", 1}});
-  EXPECT_TRUE(isDocumented(plan())) << planText(plan());
-  test.resetEveryCommands = 500;
-  test.commandLimit = 20'000;
+  test = prepared(documented("Marked steps"), workspace);
   run();
   uint64_t resets = 0;
   for (size_t i = 1; i < events.size(); ++i) {

@@ -109,7 +109,8 @@ const Case refusedPlans[] = {
        test.conditions.expressions.at(static_cast<size_t>(ConditionedStep::trim)) = "trim & !hold";
        return test;
      },
-     "'hold' in 'trim & !hold' is no condition; conditions are read, verify, write, atomic, writesame, trim, e2e, "
+     "'hold' in 'trim & !hold' is no condition; add it to the conditions of the test, or choose of read, verify, "
+     "write, atomic, writesame, trim, e2e, "
      "power, sync"},
     {"WeightWithoutCondition",
      [] {

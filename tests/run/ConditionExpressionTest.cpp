@@ -108,9 +108,10 @@ TEST(ConditionExpression, AnEmptyTextNamesNothing) {
 TEST(ConditionExpression, AnUnknownNameGetsTheNearestOne) {
   EXPECT_EQ(complaintAbout("wirte & !hold"), "'wirte' in 'wirte & !hold' is no condition; did you mean 'write'?");
   EXPECT_EQ(complaintAbout("write & !hodl"), "'hodl' in 'write & !hodl' is no condition; did you mean 'hold'?");
-  EXPECT_THAT(complaintAbout("something"),
-              AllOf(HasSubstr("'something' in 'something' is no condition; conditions are"),
-                    HasSubstr("read, verify, write"), HasSubstr("hold, armed")));
+  EXPECT_THAT(
+      complaintAbout("something"),
+      AllOf(HasSubstr("'something' in 'something' is no condition; add it to the conditions of the test, or choose of"),
+            HasSubstr("read, verify, write"), HasSubstr("hold, armed")));
 }
 
 TEST(ConditionExpression, ANameWantedBothWaysCanNeverHold) {

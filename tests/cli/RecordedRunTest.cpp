@@ -1,4 +1,4 @@
-#include "host/cli/RunDocument.h"
+#include "host/cli/RecordedRun.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,12 +19,12 @@ using testing::SampleRun;
 using tests::TempFolder;
 using tests::writeFile;
 
-class RunDocumentTest : public ::testing::Test {
+class RecordedRunTest : public ::testing::Test {
  protected:
   std::string refusalOf(const std::string& text) const {
     writeFile(path_, text);
     try {
-      readRunDocument(path_);
+      readRecordedRun(path_);
     } catch (const UsageError& error) {
       return error.what();
     }
@@ -35,11 +35,11 @@ class RunDocumentTest : public ::testing::Test {
   std::string path_ = folder_ / "x.json";
 };
 
-TEST_F(RunDocumentTest, holdsTheTestAndTheFindingsOfARun) {
+TEST_F(RecordedRunTest, holdsTheTestAndTheFindingsOfARun) {
   SampleRun sample;
   sample.result.findings[0].lba = 77;
   writeFile(path_, runJson(sample.settings, sample.drives, {}, sample.result));
-  const RunDocument document = readRunDocument(path_);
+  const RecordedRun document = readRecordedRun(path_);
   EXPECT_EQ(document.version, programVersion());
   EXPECT_EQ(document.test.settings().test.seed, 42U);
   ASSERT_EQ(document.findings.size(), 1U);
@@ -51,13 +51,13 @@ TEST_F(RunDocumentTest, holdsTheTestAndTheFindingsOfARun) {
   EXPECT_EQ(document.findings[0].step, 1100U);
 }
 
-TEST_F(RunDocumentTest, aFindingMayLackItsLba) {
+TEST_F(RecordedRunTest, aFindingMayLackItsLba) {
   const SampleRun sample;
   writeFile(path_, runJson(sample.settings, sample.drives, {}, sample.result));
-  EXPECT_FALSE(readRunDocument(path_).findings[0].lba);
+  EXPECT_FALSE(readRecordedRun(path_).findings[0].lba);
 }
 
-TEST_F(RunDocumentTest, otherFilesAreRefused) {
+TEST_F(RecordedRunTest, otherFilesAreRefused) {
   EXPECT_THAT(refusalOf("{"), HasSubstr("x.json' is no JSON; name the JSON document of a run"));
   EXPECT_THAT(refusalOf("[]"), HasSubstr("does not say which test was run"));
   EXPECT_THAT(refusalOf(R"({"version": "1"})"), HasSubstr("does not say which test was run"));

@@ -20,17 +20,17 @@ struct RecordedFinding {
 };
 
 /// What can be read back from the JSON document of a run.
-struct RunDocument {
+struct RecordedRun {
   std::string version;  ///< of the program that made the run
   GivenTest test;
   std::vector<RecordedFinding> findings;
 };
 
-inline constexpr int runDocumentFormat = 1;  ///< of the documents that `runJson` writes and `readRunDocument` reads
+inline constexpr int runDocumentFormat = 1;  ///< of the documents that `runJson` writes and `readRecordedRun` reads
 
 /// Reads the document of a run.
 ///
 /// Throws UsageError with one line for a file that cannot be read, is no such document, or is of another format.
-RunDocument readRunDocument(const std::string& path);
+RecordedRun readRecordedRun(const std::string& path);
 
 }  // namespace corvane::host

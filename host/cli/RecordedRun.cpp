@@ -1,4 +1,4 @@
-#include "host/cli/RunDocument.h"
+#include "host/cli/RecordedRun.h"
 
 #include <nlohmann/json.hpp>
 
@@ -54,10 +54,10 @@ RecordedFinding findingOf(const Json& object) {
 
 }  // namespace
 
-RunDocument readRunDocument(const std::string& path) {
+RecordedRun readRecordedRun(const std::string& path) {
   const Json json = parsed(path);
   checkFormat(json, path);
-  RunDocument document;
+  RecordedRun document;
   document.test = testFromJson(json["test"], path);
   try {
     document.version = json.at("version").get<std::string>();
