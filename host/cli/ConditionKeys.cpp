@@ -11,6 +11,11 @@ namespace {
 
 constexpr const char* group = "Conditions";
 
+/// What messages call a part of a text.
+std::string nameOfPart(const std::string& where, const std::string& text, const std::string& part) {
+  return std::string(where).append(" '").append(text).append("': ").append(part);
+}
+
 [[noreturn]] void refuse(const std::string& where, const std::string& text, const std::string& fault) {
   throw UsageError(where + " '" + text + "' " + fault);
 }
@@ -30,11 +35,11 @@ void takeName(RunSettings& settings, const std::string& where, const std::string
 }
 
 void takeStep(RunSettings& settings, const std::string& where, const std::string& text) {
-  const auto [step, expression] = splitNamedValue(text);
-  if (!expression) {
+  const auto given = splitNamedValue(text);
+  if (!given.second) {
     refuse(where, text, R"(has no condition; give STEP=CONDITION, such as "trim=trim & !hold")");
   }
-  changePlan(where, [&] { setStepCondition(settings.test.conditions, step, *expression); });
+  changePlan(where, [&] { setStepCondition(settings.test.conditions, given.first, *given.second); });
 }
 
 SettingTexts stepTexts(const RunSettings& settings) {
@@ -54,7 +59,7 @@ void takeRandom(RunSettings& settings, const std::string& where, const std::stri
     if (condition.empty()) {
       refuse(where, text, "names no condition in one place; give names with weights, such as write=3,trim=1");
     }
-    choices.emplace_back(condition, weight ? parseCount(where + " '" + text + "': weight", *weight) : 1);
+    choices.emplace_back(condition, weight ? parseCount(nameOfPart(where, text, "weight"), *weight) : 1);
   }
   changePlan(where, [&] { addRandomCondition(settings.test.conditions, choices); });
 }
@@ -94,7 +99,7 @@ void takePhase(RunSettings& settings, const std::string& where, const std::strin
     if (*count) {
       refuse(where, text, "says '" + name + "' twice" + remedy);
     }
-    *count = parseCount(where + " '" + text + "': " + name, *value);
+    *count = parseCount(nameOfPart(where, text, name), *value);
   }
   if (!counts.every || !counts.forCommands) {
     refuse(where, text, std::string("does not say when the phase ") + (counts.every ? "ends" : "begins") + remedy);

@@ -287,7 +287,7 @@ class Session {
                       .drives = drives_});
     }
     try {
-      const RunResult result = runWithReport(signals);
+      RunResult result = runWithReport(signals);
       tellEnd(
           {.status = result.status, .exitStatus = exitStatusOf(result.status), .stopped = result.stopped, .error = ""});
       return result;

@@ -24,8 +24,8 @@ constexpr const char* examples = R"(Examples:
     corvane run --drive sim:1g --queue-depth 64 --dry-run
 
 A test file is TOML: every flag is a key of the same name there, but the options of the agent stand in the
-table [options] and what gates steps in the table [step]. Flags overrule the file. Relative paths in it start from
-the working folder.
+table [options] and what gates steps in the table [step]. Flags overrule the file. Relative paths in it start
+from the working folder.
 
 Exit status: 0 clean, 1 data failure, 2 wrong command line or configuration, 3 drive or transport failed,
 4 internal error. SIGINT or SIGTERM ends a test early, with its summary; a second one kills it.

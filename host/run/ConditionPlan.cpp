@@ -64,7 +64,7 @@ void addRandomCondition(ConditionPlan& plan, const std::vector<std::pair<std::st
                                "' is not possible; choose 0 to " + std::to_string(greatestWeight));
     }
     if (std::any_of(random.choices.begin(), random.choices.end(),
-                    [&](const auto& other) { return other.condition == condition; })) {
+                    [&](const auto& other) { return other.condition == choice.condition; })) {
       throw ConfigurationError("a random condition names '" + condition + "' twice; name it once");
     }
     random.choices.push_back(choice);
