@@ -204,7 +204,8 @@ class Suspects {
     if (isOpen()) {
       add({misdirectedRead});
     }
-    add({crossTalk});
+    // Two commands that drew the same sector of the pool differ in their stamps only, so half of one is the whole.
+    add({crossTalk, mixedCommands});
   }
 
   /// A trim whose end lies a little before the block may have gone on, unless it was over before the block was written.
