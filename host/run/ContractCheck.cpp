@@ -77,6 +77,11 @@ void judgeSelection(Judge& judge, const TestDefinition& test, const AgentOptionV
   judge.refuseIf(mix.writeAtomic != 0 && mix.read == 0,
                  "atomic writes need reads, because unknown content is read before it is overwritten; select read "
                  "too");
+  judge.refuseIf(mix.writeAtomic != 0 && options.slideReads && options.minQueueSize < test.queueDepth,
+                 "\"Slide Reads\" with atomic writes and a \"Min Queue Size\" of " + text(options.minQueueSize) +
+                     ", below the queue depth " + text(test.queueDepth) +
+                     ", would raise false alarms, because a slid read then meets an atomic write whose read ahead is "
+                     "still on its way; set \"Min Queue Size\" to at least the queue depth");
   judge.refuseIf(options.spliceDetection && mix.read == 0,
                  "\"Write Splice Detection\" checks with reads; select read too or switch it off");
   judge.refuseIf(test.deviceInterface != 0 && mix.verify != 0,

@@ -82,6 +82,13 @@ const Case refusals[] = {
     {"NothingRead", [](auto& test, auto&) { test.mix.read = 0; }, "nothing would be checked"},
     {"AtomicWithoutRead", [](auto& test, auto&) { test.mix = {.write = 1, .writeAtomic = 1, .read = 0, .verify = 1}; },
      "atomic writes need reads"},
+    {"SlidesOverAtomicWritesUnderWay",
+     [](auto& test, auto& options) {
+       test.mix = {.write = 1, .writeAtomic = 1, .read = 1};
+       options.slideReads = true;
+       options.minQueueSize = test.queueDepth - 1;
+     },
+     "a slid read then meets an atomic write"},
     {"SpliceWithoutRead",
      [](auto& test, auto& options) {
        test.mix = {.write = 1, .read = 0, .verify = 1};
