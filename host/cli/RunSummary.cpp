@@ -1,7 +1,9 @@
 #include "host/cli/RunSummary.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <sstream>
+#include <vector>
 
 #include "host/base/TextFormat.h"
 #include "host/cli/ExitStatus.h"
@@ -126,6 +128,34 @@ std::string driveSummary(const DriveResult& drive, size_t findings) {
   return text;
 }
 
+/// The latest commands that covered the block, oldest first.
+std::string latestCommandsText(const Explanation& explanation) {
+  constexpr size_t shownCommands = 8;
+  std::vector<const JournalEntry*> latest;
+  for (const JournalEntry& command : explanation.commands) {
+    if (command.covers(explanation.lba)) {
+      latest.push_back(&command);
+    }
+  }
+  if (latest.size() > shownCommands) {
+    latest.erase(latest.begin(), latest.end() - shownCommands);
+  }
+  std::string text;
+  for (const JournalEntry* command : latest) {
+    char line[160];
+    std::snprintf(line, sizeof line, "%10llu  %-9s  %12llu  %6u  %12.3f  %12.3f  0x%02X\n",
+                  static_cast<unsigned long long>(command->commandId), commandKindName(command->kind),
+                  static_cast<unsigned long long>(command->lba), command->blocks,
+                  static_cast<double>(command->issuedUs) / 1000, static_cast<double>(command->finishedUs) / 1000,
+                  static_cast<unsigned>(command->status));
+    text += line;
+  }
+  return text.empty() ? text
+                      : "\nThe latest commands over the block:\n"
+                        "command id  kind                LBA  blocks     issued ms   finished ms  status\n" +
+                            text;
+}
+
 std::string indented(const std::string& lines, size_t indent) {
   std::istringstream in(lines);
   std::string text;
@@ -164,6 +194,7 @@ std::string explanationText(const Explanation& explanation) {
   for (const std::string& sentence : explanation.sentences) {
     text += wrapText(printable(sentence), width, indent);
   }
+  text += indented(latestCommandsText(explanation), indent);
   if (!explanation.driveBlock.empty() && !explanation.referenceBlock.empty()) {
     text += "\n" + indented(hexComparison(explanation.driveBlock, explanation.referenceBlock, shownLines), indent);
   }

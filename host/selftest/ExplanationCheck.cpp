@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <vector>
 
 #include "host/explain/Explainer.h"
 
@@ -28,6 +29,57 @@ bool strikesTheDecidingWrite(FaultClass what) {
     default:
       return false;
   }
+}
+
+std::vector<FindingKind> kindsOf(FaultClass what) {
+  using enum FaultClass;
+  using Kind = FindingKind;
+  switch (what) {
+    case bitFlipRest:
+    case bitFlipWrite:
+    case bitFlipRead:
+    case verifyAlwaysEqual:
+      return {Kind::bitFlips, Kind::protectionBytes};
+    case lostWrite:
+    case orderInversion:
+    case writeSameShort:
+    case lyingFlush:
+      return {Kind::oldData, Kind::zeros};
+    case staleRead:
+    case readOvertakes:
+      return {Kind::oldData, Kind::zeros, Kind::verifyAlarm};
+    case misdirectedWrite:
+      return {Kind::oldData, Kind::otherLba, Kind::zeros};
+    case misdirectedRead:
+      return {Kind::oldData, Kind::otherLba, Kind::zeros, Kind::noise};
+    case tornWrite:
+    case tornWrite4k:
+    case wrongStatus:
+      return {Kind::oldData, Kind::torn, Kind::zeros};
+    case writeSplice:
+      return {Kind::writeSplice, Kind::unreadable};
+    case atomicTear:
+      return {Kind::atomicOrder, Kind::oldData};
+    case trimIgnored:
+    case zoneResetIgnored:
+      return {Kind::oldData};
+    case trimTooFar:
+    case zeroedBlock:
+      return {Kind::zeros};
+    case verifyFalseAlarm:
+      return {Kind::verifyAlarm};
+    case crossTalk:
+      return {Kind::otherDrive};
+    case swappedBlock:
+      return {Kind::otherLba};
+    case protectionDamage:
+      return {Kind::protectionBytes};
+    case invalidateIgnored:
+      return {Kind::oldDataExpectedGone};
+    case mixedCommands:
+      return {Kind::torn, Kind::otherLba};
+  }
+  return {};
 }
 
 const AlteredBlock* alteredAt(const Injection& injection, uint64_t lba) {
@@ -67,6 +119,11 @@ std::string wrongFact(const Explanation& e, const Injection& injection) {
 
 }  // namespace
 
+bool canShowAs(FaultClass what, FindingKind kind) {
+  const std::vector<FindingKind> kinds = kindsOf(what);
+  return kind == FindingKind::unknown || std::ranges::find(kinds, kind) != kinds.end();
+}
+
 ExplanationVerdict checkExplanation(FaultClass what, const RunResult& result) {
   ExplanationVerdict verdict;
   for (size_t drive = 0; drive < result.drives.size(); ++drive) {
@@ -79,6 +136,9 @@ ExplanationVerdict checkExplanation(FaultClass what, const RunResult& result) {
     verdict.suspected = std::ranges::find(explanation->suspects, what) != explanation->suspects.end();
     verdict.suspectedFirst = verdict.suspected && explanation->suspects.front() == what;
     verdict.wrong = wrongFact(*explanation, result.drives[drive].injections.front());
+    if (verdict.wrong.empty() && !canShowAs(what, explanation->kind)) {
+      verdict.wrong = std::string("explained as ") + findingKindName(explanation->kind);
+    }
   }
   return verdict;
 }

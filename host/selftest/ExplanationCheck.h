@@ -17,6 +17,9 @@ struct ExplanationVerdict {
   std::string wrong;            ///< a fact that contradicts the ledger; empty: none does
 };
 
+/// Whether a block that a fault of this class spoilt can be of this kind. An unknown kind fits every class.
+bool canShowAs(FaultClass what, FindingKind kind);
+
 /// Holds the explanation of a run's finding against the one injection of the run, which was found.
 ExplanationVerdict checkExplanation(FaultClass what, const RunResult& result);
 
