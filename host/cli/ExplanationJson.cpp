@@ -40,7 +40,7 @@ Json stampJson(const std::optional<BlockStamp>& stamp) {
 
 }  // namespace
 
-std::string hexText(const std::vector<uint8_t>& bytes) {
+std::string hexText(std::span<const uint8_t> bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
   text.reserve(bytes.size() * 2);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 
 #include "host/explain/Explanation.h"
@@ -33,6 +34,6 @@ namespace corvane::host {
 nlohmann::ordered_json explanationJson(const Explanation& explanation, const std::string& replay);
 
 /// Bytes as lower-case hexadecimal digits.
-std::string hexText(const std::vector<uint8_t>& bytes);
+std::string hexText(std::span<const uint8_t> bytes);
 
 }  // namespace corvane::host

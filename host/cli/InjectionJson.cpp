@@ -1,6 +1,10 @@
 #include "host/cli/InjectionJson.h"
 
+#include <algorithm>
+#include <span>
 #include <string>
+
+#include "host/cli/ExplanationJson.h"
 
 namespace corvane::host {
 namespace {
@@ -10,13 +14,7 @@ using Json = nlohmann::ordered_json;
 constexpr size_t shownBytes = 32;  ///< of a block: those that say what it is
 
 std::string hex(const std::vector<uint8_t>& bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (size_t i = 0; i < bytes.size() && i < shownBytes; ++i) {
-    text += digits[bytes[i] >> 4];
-    text += digits[bytes[i] & 0xF];
-  }
-  return text;
+  return hexText(std::span(bytes).first(std::min(bytes.size(), shownBytes)));
 }
 
 Json alteredJson(const AlteredBlock& block) {

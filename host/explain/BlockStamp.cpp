@@ -22,6 +22,10 @@ uint64_t bigEndian(std::span<const uint8_t> bytes) {
 
 }  // namespace
 
+bool isZero(std::span<const uint8_t> block) {
+  return std::ranges::all_of(block, [](uint8_t byte) { return byte == 0; });
+}
+
 std::optional<BlockStamp> stampOf(std::span<const uint8_t> block) {
   if (block.size() < stampBytes) {
     return std::nullopt;
@@ -30,7 +34,7 @@ std::optional<BlockStamp> stampOf(std::span<const uint8_t> block) {
   stamp.bucket = static_cast<uint32_t>(bigEndian(block.first(3)));
   stamp.lba = bigEndian(block.subspan(lbaAt, 8));
   stamp.commandId = bigEndian(block.subspan(idAt, std::min<size_t>(block[idLengthAt], stampBytes - idAt)));
-  stamp.zeros = std::ranges::all_of(block, [](uint8_t byte) { return byte == 0; });
+  stamp.zeros = isZero(block);
   return stamp;
 }
 

@@ -25,6 +25,9 @@ inline constexpr size_t stampBytes = 25;
 /// The stamp of a block; nothing for a block that is too short for one.
 std::optional<BlockStamp> stampOf(std::span<const uint8_t> block);
 
+/// Whether a block, or a part of one, is nothing but zeros.
+bool isZero(std::span<const uint8_t> block);
+
 /// Writes LBA and command id into a block.
 void stamp(std::span<uint8_t> block, uint64_t lba, uint64_t commandId);
 

@@ -15,14 +15,6 @@ namespace {
 
 constexpr size_t mostCommands = 400;  ///< of an explanation
 
-bool isZero(std::span<const uint8_t> block) {
-  return std::ranges::all_of(block, [](uint8_t byte) { return byte == 0; });
-}
-
-bool looks(const JournalEntry& entry) {
-  return (entry.kind == CommandKind::read && !entry.preRead) || entry.kind == CommandKind::verify;
-}
-
 /// Builds one explanation, step by step; each step uses what the ones before it found.
 class Explainer {
  public:
@@ -59,8 +51,8 @@ class Explainer {
     for (uint64_t number = evidence_.foundAfter; read == nullptr && number >= journal_.oldestNumber() && number != 0;
          --number) {
       const JournalEntry* entry = journal_.byNumber(number);
-      if (entry != nullptr && looks(*entry) && entry->covers(evidence_.lba) && entry->finishedUs <= evidence_.foundUs &&
-          entry->end == JournalEntry::End::finished) {
+      if (entry != nullptr && entry->looks() && entry->covers(evidence_.lba) &&
+          entry->finishedUs <= evidence_.foundUs && entry->end == JournalEntry::End::finished) {
         read = entry;
       }
     }
@@ -238,9 +230,7 @@ class Explainer {
     }
     const std::vector<const JournalEntry*> earlier = data_.changesOf(e_.lba, e_.expectedWrite->number);
     const std::vector<Incident> incidents = journal_.incidents();
-    const bool powerWasCut = std::ranges::any_of(
-        incidents, [](const Incident& incident) { return incident.what == Incident::What::powerCut; });
-    return powerWasCut || std::ranges::none_of(earlier, [&](const JournalEntry* change) {
+    return journal_.has(Incident::What::powerCut) || std::ranges::none_of(earlier, [&](const JournalEntry* change) {
              return change->endedWell() && !isUndone(*change, e_.lba, incidents);
            });
   }
@@ -258,7 +248,7 @@ class Explainer {
     const BlockStamp& stamp = *e_.observed;
     for (const OtherDrive& other : others_) {
       const JournalEntry* write = other.journal->byCommandId(stamp.commandId);
-      if (write == nullptr || !changesContent(*write) || stamp.lba < write->lba) {
+      if (write == nullptr || !write->changesContent() || stamp.lba < write->lba) {
         continue;
       }
       const uint64_t index = stamp.lba - write->lba;

@@ -26,7 +26,7 @@ NeighbourBlock judge(uint64_t lba, const std::vector<uint8_t>& now, const Findin
       return block;
     }
   }
-  if (std::ranges::all_of(now, [](uint8_t byte) { return byte == 0; })) {
+  if (isZero(now)) {
     block.state = settled ? State::zeros : State::unknown;
   } else {
     block.state = settled ? State::other : State::unknown;

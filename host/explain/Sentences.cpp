@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <span>
 
 namespace corvane::host {
 namespace {
@@ -172,8 +173,7 @@ class Sentences {
     if (e_.tailId) {
       text += "of the command with id " + number(*e_.tailId);
     } else {
-      const bool zeros = std::all_of(e_.driveBlock.begin() + static_cast<ptrdiff_t>(at), e_.driveBlock.end(),
-                                     [](uint8_t byte) { return byte == 0; });
+      const bool zeros = isZero(std::span(e_.driveBlock).subspan(at));
       text += zeros ? "zeros" : "nothing that is remembered";
     }
     say(text + ".");

@@ -87,10 +87,7 @@ class Suspects {
 
   bool expectedTrim() const { return e_.expectedWrite && e_.expectedWrite->kind == CommandKind::trim; }
 
-  bool powerWasCut() const {
-    return std::ranges::any_of(evidence_.journal->incidents(),
-                               [](const Incident& incident) { return incident.what == Incident::What::powerCut; });
-  }
+  bool powerWasCut() const { return evidence_.journal->has(Incident::What::powerCut); }
 
   std::vector<State> statesOfExpectedWrite() const {
     std::vector<State> states;
@@ -223,7 +220,7 @@ class Suspects {
   }
 
   bool wasWrittenBefore() const {
-    return e_.expectedWrite && WrittenData(evidence_).changesOf(e_.lba, e_.expectedWrite->number).size() != 0;
+    return e_.expectedWrite && !WrittenData(evidence_).changesOf(e_.lba, e_.expectedWrite->number).empty();
   }
 
   void zeros() {

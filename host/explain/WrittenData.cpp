@@ -6,8 +6,6 @@
 
 namespace corvane::host {
 
-bool changesContent(const JournalEntry& entry) { return changesMedium(entry.kind); }
-
 bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents) {
   return std::ranges::any_of(incidents, [&](const Incident& incident) {
     return incident.afterCommand >= change.number && incident.firstLba <= lba && lba < incident.endLba;
@@ -19,7 +17,7 @@ std::span<const uint8_t> WrittenData::bucket(uint64_t number) const {
 }
 
 std::optional<std::vector<uint8_t>> WrittenData::contentOf(const JournalEntry& write, uint64_t lba) const {
-  if (!write.covers(lba) || !changesContent(write)) {
+  if (!write.covers(lba) || !write.changesContent()) {
     return std::nullopt;
   }
   if (write.kind == CommandKind::trim) {
@@ -43,7 +41,7 @@ std::vector<const JournalEntry*> WrittenData::changesOf(uint64_t lba, uint64_t b
   const uint64_t last = std::min(beforeNumber, journal_.issuedCount() + 1);
   for (uint64_t number = last; number-- > journal_.oldestNumber();) {
     const JournalEntry* entry = journal_.byNumber(number);
-    if (changesContent(*entry) && entry->covers(lba)) {
+    if (entry->changesContent() && entry->covers(lba)) {
       changes.push_back(entry);
     }
   }
@@ -81,7 +79,7 @@ std::optional<WrittenBlock> WrittenData::writerOfPart(std::span<const uint8_t> s
     for (uint64_t newest = journal_.issuedCount(); newest >= journal_.oldestNumber() && newest != 0; --newest) {
       const JournalEntry& write = *journal_.byNumber(newest);
       const uint64_t used = write.kind == CommandKind::writeSame ? 1 : write.blocks;
-      if (!changesContent(write) || write.kind == CommandKind::trim || number < write.bucket ||
+      if (!write.changesContent() || write.kind == CommandKind::trim || number < write.bucket ||
           number >= write.bucket + used) {
         continue;
       }

@@ -50,9 +50,6 @@ class WrittenData {
   const CommandJournal& journal_;
 };
 
-/// Whether the command changed what blocks hold.
-bool changesContent(const JournalEntry& entry);
-
 /// Whether a zone reset or an invalidation has undone what a command wrote to a block.
 bool isUndone(const JournalEntry& change, uint64_t lba, const std::vector<Incident>& incidents);
 

@@ -83,6 +83,10 @@ const JournalEntry* CommandJournal::byCommandId(uint64_t commandId) const {
   return nullptr;
 }
 
+bool CommandJournal::has(Incident::What what) const {
+  return std::ranges::any_of(incidents_, [what](const Incident& incident) { return incident.what == what; });
+}
+
 std::vector<Incident> CommandJournal::incidents() const {
   std::vector<Incident> ordered;
   const uint64_t kept = incidents_.size();

@@ -33,6 +33,10 @@ struct JournalEntry {
   /// One past the last LBA.
   uint64_t endLba() const { return blocks == 0 ? lba : lba + uint64_t{blocks - 1} * lbaStep + 1; }
   bool covers(uint64_t block) const { return block >= lba && block < endLba() && (block - lba) % lbaStep == 0; }
+  /// Whether it changed what blocks hold.
+  bool changesContent() const { return changesMedium(kind); }
+  /// Whether somebody compared, or could have compared, what the drive holds.
+  bool looks() const { return (kind == CommandKind::read && !preRead) || kind == CommandKind::verify; }
   bool endedWell() const { return end == End::finished && status == scsi_status::good; }
 };
 
@@ -78,6 +82,8 @@ class CommandJournal {
   uint64_t oldestNumber() const { return count_ > ring_.size() ? count_ - ring_.size() + 1 : 1; }
   /// The latest incidents, oldest first.
   std::vector<Incident> incidents() const;
+  /// Whether such an incident is among them.
+  bool has(Incident::What what) const;
   const std::array<LatencyHistogram, latencyKinds>& latencies() const { return latencies_; }
 
  private:

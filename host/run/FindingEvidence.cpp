@@ -15,12 +15,6 @@ constexpr uint64_t mostBlocks = 1024;  ///< on either side of the LBA
 constexpr std::string_view historyTitle = "Context History for lba 0x";
 constexpr std::string_view fullDumpTitle = "Dump of the full command sequence:";
 
-bool changesContent(const JournalEntry& entry) { return changesMedium(entry.kind) && !entry.preRead; }
-
-bool looks(const JournalEntry& entry) {
-  return (entry.kind == CommandKind::read && !entry.preRead) || entry.kind == CommandKind::verify;
-}
-
 /// The command id of a "Miscompare" line: index, id, name.
 std::optional<uint64_t> miscompareIdIn(const std::string& line) {
   std::istringstream words(line);
@@ -70,10 +64,10 @@ RereadRange rereadRange(const CommandJournal& journal, uint64_t lba, uint64_t fi
     if (!entry.covers(lba)) {
       continue;
     }
-    if (!changeFound && changesContent(entry)) {
+    if (!changeFound && entry.changesContent()) {
       changeFound = true;
       include(entry);
-    } else if (!lookFound && looks(entry)) {
+    } else if (!lookFound && entry.looks()) {
       lookFound = true;
       include(entry);
     }
