@@ -7,7 +7,7 @@
 namespace corvane::bench {
 namespace {
 
-/// Arguments: queue depth, whether every kind of command takes part.
+/// Arguments: queue depth, whether every kind of command takes part, whether commands are remembered with their times.
 void simulatedTest(benchmark::State& state) {
   constexpr uint64_t commands = 200'000;
   for (auto _ : state) {
@@ -16,6 +16,7 @@ void simulatedTest(benchmark::State& state) {
     test.driveAddresses = {"sim:64m"};
     test.queueDepth = static_cast<uint32_t>(state.range(0));
     test.commandLimit = commands;
+    test.journalDepth = state.range(2) != 0 ? 1U << 15 : 0;
     if (state.range(1) != 0) {
       test.mix = {.write = 1, .writeAtomic = 1, .writeSame = 1, .trim = 1, .read = 1, .verify = 1};
     }
@@ -29,11 +30,12 @@ void simulatedTest(benchmark::State& state) {
 }
 
 BENCHMARK(simulatedTest)
-    ->ArgNames({"depth", "everyKind"})
-    ->Args({1, 0})
-    ->Args({32, 0})
-    ->Args({128, 0})
-    ->Args({128, 1})
+    ->ArgNames({"depth", "everyKind", "journal"})
+    ->Args({1, 0, 1})
+    ->Args({32, 0, 1})
+    ->Args({128, 0, 0})
+    ->Args({128, 0, 1})
+    ->Args({128, 1, 1})
     ->Unit(benchmark::kMillisecond)
     ->MeasureProcessCPUTime()
     ->UseRealTime();
