@@ -74,7 +74,7 @@ void DriveRun::conclude() {
   result_.totals = totals();
   result_.messages = log_.messages();
   if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
-    result_.findingLba = recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
+    result_.findingLba = findingLba();
   }
   if (ledger_ != nullptr) {
     result_.injections = ledger_->injections();
@@ -225,8 +225,12 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   }
 }
 
+std::optional<uint64_t> DriveRun::findingLba() const {
+  return recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
+}
+
 void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
-  const std::optional<uint64_t> lba = recorder_.lba() ? recorder_.lba() : lbaIn(result_.error);
+  const std::optional<uint64_t> lba = findingLba();
   if (!lba) {
     return;
   }

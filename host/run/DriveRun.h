@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "host/drive/Drive.h"
@@ -70,6 +71,8 @@ class DriveRun {
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
   int32_t stepUntilEnd(StepLoop& loop);
+  /// The LBA that the agent named, to the device or in its first error line.
+  std::optional<uint64_t> findingLba() const;
   /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
   void gatherEvidence(DriveThreadHost& host, StepLoop& loop);
   /// Waits until the rate allows another command, but not for long at a time.

@@ -7,14 +7,15 @@
 #include <string>
 
 #include "host/drive/SenseData.h"
+
 namespace corvane::host {
 namespace {
 
 constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" when no command finished
 constexpr uint32_t e2eBytes = 8;
 constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
-constexpr uint32_t readTries = 4;       ///< of a read after the test that the drive aborts
 constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
+constexpr uint32_t readTries = 4;       ///< of a read after the test that the drive aborts
 
 bool carriesWriteData(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
@@ -210,10 +211,7 @@ void StepLoop::absorbTakenBackTags() {
   }
   // Whatever the agent's reason was: its commands must not run any more. A power cut that follows does the same.
   if (!conditions_.runs(ConditionedStep::powerToggle, thread_.conditions)) {
-    drive_.reset();
-    counters_.resets.add(1);
-    noteIncident(Incident::What::reset);
-    settings_.observer->onReset(settings_.driveIndex);
+    resetDrive();
     forgetOutstanding();
   }
 }
@@ -374,11 +372,15 @@ void StepLoop::cutPower() {
   epo_ = 1;
 }
 
-int32_t StepLoop::resetDevice() {
+void StepLoop::resetDrive() {
   drive_.reset();
   counters_.resets.add(1);
   noteIncident(Incident::What::reset);
   settings_.observer->onReset(settings_.driveIndex);
+}
+
+int32_t StepLoop::resetDevice() {
+  resetDrive();
   const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
   if (status == 0 && tags_.outstanding() != 0) {
     throw std::logic_error("the agent left tags outstanding after a reset of the device");
@@ -432,7 +434,11 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
     zoneWriter_->closeZoneOf(command.lba);
   }
   countCompletion(command, completion);
-  lastVerify_ = command.kind == CommandKind::verify ? command : DriveCommand();
+  if (command.kind == CommandKind::verify) {
+    lastVerify_ = command;
+  } else {
+    lastVerify_.data = nullptr;
+  }
   if (!draining_) {
     tags_.release(tag);
   }

@@ -124,6 +124,8 @@ class StepLoop {
   void checkZonePosition(const DriveCommand& command) const;
   void publishCommandBlock(const DriveCommand& command);
   void cutPower();
+  /// The drive's part of a reset, and telling everybody but the agent.
+  void resetDrive();
   int32_t resetDevice();
   void forgetOutstanding();
   void tellOfUnsentCommands();
