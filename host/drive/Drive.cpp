@@ -1,5 +1,7 @@
 #include "host/drive/Drive.h"
 
+#include "host/ostra/DeviceTable.h"
+
 namespace corvane::host {
 
 const char* commandKindName(CommandKind kind) {
@@ -30,5 +32,7 @@ bool changesMedium(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
          kind == CommandKind::trim || kind == CommandKind::zoneReset || kind == CommandKind::invalidate;
 }
+
+int Drive::sendVendorRequest(const uint8_t*, uint32_t) { return VendorDevice::unsupported; }
 
 }  // namespace corvane::host

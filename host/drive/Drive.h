@@ -47,9 +47,21 @@ struct DriveGeometry {
   uint32_t sectorBytes() const { return blockSize + protectionBytes; }
 };
 
+/// Which segments of an atomic write a drive writes wholly or not at all.
+///
+/// Where there are limits, a segment's length is a power of two within them and its first LBA a multiple of its length;
+/// that satisfies the alignments, granularities and boundaries of SBC, NVMe and the kernel's atomic writes alike.
+struct AtomicSegments {
+  uint32_t leastBlocks = 1;
+  uint32_t mostBlocks = 0;  ///< 0: no limits at all
+
+  bool limited() const { return mostBlocks != 0; }
+};
+
 /// Which command kinds a drive carries out.
 struct DriveCapabilities {
   bool atomicWrite = false;
+  AtomicSegments atomicSegments{};
   bool writeSame = false;
   bool trim = false;
   bool verify = false;  ///< with byte check against data that is sent along
@@ -105,7 +117,9 @@ struct DriveCompletion {
 /// in any order, but the caller never has two commands outstanding that overlap when one of them changes the
 /// medium, nor any other command beside a cache flush: ordering is the caller's.
 ///
-/// Failures of the transport itself (as against a command's status) are thrown as `DriveError`.
+/// Failures of the transport itself (as against a command's status) are thrown as `DriveError`. `submit` and `poll` may
+/// throw its kind `DriveConnectionLost`: every outstanding command is lost, each wholly, partly or not at all carried
+/// out, and none will complete; `reset` then reaches the drive again or throws.
 class Drive {
  public:
   virtual ~Drive() = default;
@@ -130,6 +144,13 @@ class Drive {
 
   /// Cuts and restores power: as `reset`, and a volatile cache is lost.
   virtual void powerCycle() = 0;
+
+  /// Passes a request block of the device interface on to the drive and waits for its answer. Commands may be
+  /// outstanding.
+  ///
+  /// @param block the whole block, `bytes` long as its own first word says
+  /// @return 0, or an error number of the device interface; a drive that has no way for it answers `unsupported`
+  virtual int sendVendorRequest(const uint8_t* block, uint32_t bytes);
 };
 
 }  // namespace corvane::host

@@ -48,11 +48,15 @@ std::optional<uint64_t> parseSizeBytes(std::string_view text) {
 
 DriveAddress::DriveAddress(std::string_view text) : text_(text) {
   const size_t colon = text.find(':');
-  if (colon == std::string_view::npos) {
-    refuse("it has no kind; begin it with one, as in 'file:PATH' or 'sim:'");
+  if (text.substr(0, 1) == "/") {
+    // The name of a device as everybody writes it; it may have colons in it, as those under /dev/disk/by-path have.
+    scheme_ = "block";
+  } else if (colon != std::string_view::npos) {
+    scheme_ = text.substr(0, colon);
+    text.remove_prefix(colon + 1);
+  } else {
+    refuse("it has no kind; begin it with one, as in 'file:PATH' or 'sim:', or name a block device, as in '/dev/sdx'");
   }
-  scheme_ = text.substr(0, colon);
-  text.remove_prefix(colon + 1);
   bool first = true;
   while (first || !text.empty()) {
     const size_t comma = std::min(text.find(','), text.size());

@@ -10,7 +10,8 @@
 
 namespace corvane::host {
 
-/// An address of the form "scheme:target,key=value,key=value", taken apart.
+/// An address of the form "scheme:target,key=value,key=value", taken apart. One that begins with "/" is a path of scheme
+/// "block".
 ///
 /// The opener of a scheme asks for each key that it knows, then calls `checkAllTaken`, so that a misspelt key is an
 /// error and not ignored. Every operation throws DriveAddressError with one line that names the piece.

@@ -10,6 +10,12 @@ class DriveError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// The way to the drive broke while commands were outstanding, and may be there again. What was outstanding is lost.
+class DriveConnectionLost : public DriveError {
+ public:
+  using DriveError::DriveError;
+};
+
 /// A drive address that nobody can open; the text names the wrong piece and what would be accepted.
 class DriveAddressError : public std::invalid_argument {
  public:

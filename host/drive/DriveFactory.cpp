@@ -1,12 +1,12 @@
 #include "host/drive/DriveFactory.h"
 
 #include "host/drive/DriveAddress.h"
-#include "host/drive/FileDrive.h"
-#include "host/drive/SimDrive.h"
+#include "host/drive/file/FileDrive.h"
+#include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
 
-std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed) {
+std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed, Overwriting) {
   DriveAddress address(text);
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/drive/Overwriting.h"
 #include "host/fault/FaultSpec.h"
 #include "host/run/ConditionPlan.h"
 
@@ -57,6 +58,7 @@ struct DriveShare {
 /// Everything that one test is made of. A plain value: nothing is checked before a TestRun is made of it.
 struct TestDefinition {
   std::vector<std::string> driveAddresses;  ///< one drive thread each, as `openDrive` takes them
+  Overwriting overwriting = Overwriting::ofEmptyDrives;
   std::string pluginPath;                   ///< the agent's library
 
   CommandMix mix;

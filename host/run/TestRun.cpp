@@ -81,7 +81,8 @@ struct TestRun::State {
   void addDrive(const std::string& address) {
     const auto index = static_cast<uint32_t>(runs.size());
     const uint32_t most = test.mostOutstanding();
-    std::unique_ptr<Drive> drive = world.openDrive(address, most, deriveSeed(test.seed, "drive", index));
+    std::unique_ptr<Drive> drive =
+        world.openDrive(address, most, deriveSeed(test.seed, "drive", index), test.overwriting);
     if (drive->maxOutstanding() < most) {
       throw ConfigurationError("the drive (" + drive->description() + ") takes " +
                                std::to_string(drive->maxOutstanding()) + " commands at once, not " +

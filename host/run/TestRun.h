@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/drive/Overwriting.h"
 #include "host/run/CheckAccount.h"
 #include "host/run/RunObserver.h"
 #include "host/run/RunResult.h"
@@ -20,7 +21,9 @@ class HostClock;
 
 /// What a test run uses of the world; every member has a default that is the real thing.
 struct RunSurroundings {
-  std::function<std::unique_ptr<Drive>(std::string_view address, uint32_t maxOutstanding, uint64_t seed)> openDrive;
+  std::function<std::unique_ptr<Drive>(std::string_view address, uint32_t maxOutstanding, uint64_t seed,
+                                       Overwriting overwriting)>
+      openDrive;
   const vdl::AgentTable* agent = nullptr;  ///< used instead of the definition's plug-in; must outlive the run
   HostClock* clock = nullptr;              ///< must outlive the run
   std::function<void()> onDriveThread;     ///< called first on each drive's thread

@@ -50,8 +50,8 @@ RunResult runTest(const TestDefinition& test, const Wrap& wrap, const vdl::Agent
   world.agent = agent;
   world.worthListener = listener;
   if (wrap) {
-    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed) {
-      return wrap(openDrive(address, maxOutstanding, seed));
+    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed, Overwriting overwriting) {
+      return wrap(openDrive(address, maxOutstanding, seed, overwriting));
     };
   }
   TestRun run(test, nullptr, world);

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host/drive/SimDrive.h"
+#include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host::e2e {
 namespace {

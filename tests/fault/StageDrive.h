@@ -9,7 +9,7 @@
 
 #include "host/drive/Drive.h"
 #include "host/drive/SenseData.h"
-#include "host/drive/SimDrive.h"
+#include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
 

@@ -65,7 +65,7 @@ class RunObserverTest : public ::testing::Test {
     RunSurroundings world;
     world.agent = &table;
     world.clock = &clock;
-    world.openDrive = [](std::string_view, uint32_t, uint64_t) -> std::unique_ptr<Drive> {
+    world.openDrive = [](std::string_view, uint32_t, uint64_t, Overwriting) -> std::unique_ptr<Drive> {
       auto drive = std::make_unique<FakeDrive>();
       drive->answerAtOnce();
       return drive;

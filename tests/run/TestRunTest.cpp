@@ -53,7 +53,7 @@ class TestRunTest : public ::testing::Test {
     RunSurroundings world;
     world.agent = &table;
     world.clock = &clock;
-    world.openDrive = [this](std::string_view address, uint32_t, uint64_t seed) -> std::unique_ptr<Drive> {
+    world.openDrive = [this](std::string_view address, uint32_t, uint64_t seed, Overwriting) -> std::unique_ptr<Drive> {
       opened.emplace_back(address);
       seeds.push_back(seed);
       auto drive = std::make_unique<FakeDrive>();

@@ -1,4 +1,4 @@
-#include "host/drive/FileDrive.h"
+#include "host/drive/file/FileDrive.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "host/drive/SimSchedule.h"
+#include "host/drive/sim/SimSchedule.h"
 
 #include <gtest/gtest.h>
 

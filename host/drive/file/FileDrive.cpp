@@ -1,7 +1,6 @@
-#include "host/drive/FileDrive.h"
+#include "host/drive/file/FileDrive.h"
 
 #include <cerrno>
-#include <cstring>
 #include <stdexcept>
 #include <system_error>
 
@@ -16,6 +15,27 @@ namespace {
 DriveGeometry withBlocks(DriveGeometry geometry, uint64_t fileBytes) {
   geometry.blocks = fileBytes / geometry.sectorBytes();
   return geometry;
+}
+
+/// What is done to the file for a command.
+FileRequest::Operation operationOf(CommandKind kind) {
+  switch (kind) {
+    case CommandKind::write:
+    case CommandKind::writeAtomic:
+    case CommandKind::writeSame:
+      return FileRequest::Operation::write;
+    case CommandKind::trim:
+      return FileRequest::Operation::punchHole;
+    case CommandKind::read:
+    case CommandKind::verify:
+      return FileRequest::Operation::read;
+    case CommandKind::syncCache:
+      return FileRequest::Operation::flush;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      break;
+  }
+  throw std::logic_error("a file has no zones and no key");
 }
 
 bool isTransfer(FileRequest::Operation operation) {
@@ -97,10 +117,10 @@ void FileDrive::submit(const DriveCommand& command) {
   const uint32_t index = freeSlots_.back();
   freeSlots_.pop_back();
   Slot& slot = slots_[index];
-  slot.command = command;
-  slot.piece = 0;
-  slot.pieceDone = 0;
-  plan(slot);
+  slot.plan.make(command, geometry_, {.memoryAlignment = file_.memoryAlignment()});
+  slot.operation = operationOf(command.kind);
+  slot.run = 0;
+  slot.runDone = 0;
   ++running_;
   submitRest(index);
 }
@@ -111,87 +131,16 @@ void FileDrive::answerAtOnce(const DriveCommand& command, DriveCompletion comple
   ready_.push_back(completion);
 }
 
-bool FileDrive::movable(const DriveCommand& command) const {
-  return command.trailerBytes == 0 && reinterpret_cast<uintptr_t>(command.data) % file_.memoryAlignment() == 0;
-}
-
-void FileDrive::plan(Slot& slot) {
-  const DriveCommand& command = slot.command;
-  const uint64_t sectorBytes = geometry_.sectorBytes();
-  const bool oneRun = command.lbaStep == 1 || command.blocks == 1;
-  slot.pieces = oneRun ? 1 : command.blocks;
-  slot.pieceBytes = oneRun ? command.blocks * sectorBytes : sectorBytes;
-  slot.memoryStep = sectorBytes;
-  slot.memory = nullptr;
-  switch (command.kind) {
-    case CommandKind::write:
-    case CommandKind::writeAtomic:
-    case CommandKind::writeSame:
-      slot.operation = FileRequest::Operation::write;
-      planWrite(slot);
-      break;
-    case CommandKind::trim:
-      slot.operation = FileRequest::Operation::punchHole;
-      break;
-    case CommandKind::read:
-    case CommandKind::verify:
-      slot.operation = FileRequest::Operation::read;
-      planRead(slot);
-      break;
-    case CommandKind::syncCache:
-      slot.operation = FileRequest::Operation::flush;
-      slot.pieces = 1;
-      slot.pieceBytes = 0;
-      break;
-    case CommandKind::zoneReset:
-    case CommandKind::invalidate:
-      throw std::logic_error("a file has no zones and no key");
-  }
-}
-
-void FileDrive::planWrite(Slot& slot) {
-  const DriveCommand& command = slot.command;
-  const uint64_t sectorBytes = geometry_.sectorBytes();
-  if (command.kind == CommandKind::writeSame) {
-    const uint64_t copies = slot.pieceBytes / sectorBytes;
-    slot.memory = slot.own.atLeast(slot.pieceBytes);
-    for (uint64_t i = 0; i < copies; ++i) {
-      std::memcpy(slot.memory + i * sectorBytes, command.data, sectorBytes);
-    }
-    slot.memoryStep = 0;
-    return;
-  }
-  if (movable(command)) {
-    slot.memory = command.data;
-    return;
-  }
-  slot.memory = slot.own.atLeast(command.blocks * sectorBytes);
-  const uint64_t unit = sectorBytes + command.trailerBytes;
-  for (uint64_t i = 0; i < command.blocks; ++i) {
-    std::memcpy(slot.memory + i * sectorBytes, command.data + i * unit, sectorBytes);
-  }
-}
-
-void FileDrive::planRead(Slot& slot) {
-  const DriveCommand& command = slot.command;
-  // Blocks that are left out in between are read along: one transfer is cheaper than one for each block.
-  slot.pieces = 1;
-  slot.pieceBytes = (command.endLba() - command.lba) * geometry_.sectorBytes();
-  const bool intoPlace = command.kind == CommandKind::read && movable(command) &&
-                         slot.pieceBytes == uint64_t{command.blocks} * geometry_.sectorBytes();
-  slot.memory = intoPlace ? command.data : slot.own.atLeast(slot.pieceBytes);
-}
-
 void FileDrive::submitRest(uint32_t index) {
   const Slot& slot = slots_[index];
-  const DriveCommand& command = slot.command;
+  const TransferPlan::Run run = slot.plan.run(slot.run);
   FileRequest request;
   request.operation = slot.operation;
-  request.dataSync = command.forceUnitAccess && slot.operation == FileRequest::Operation::write;
+  request.dataSync = slot.plan.command().forceUnitAccess && slot.operation == FileRequest::Operation::write;
   request.slot = index;
-  request.offset = (command.lba + uint64_t{slot.piece} * command.lbaStep) * geometry_.sectorBytes() + slot.pieceDone;
-  request.bytes = slot.pieceBytes - slot.pieceDone;
-  request.data = slot.memory == nullptr ? nullptr : slot.memory + slot.piece * slot.memoryStep + slot.pieceDone;
+  request.offset = run.lba * geometry_.sectorBytes() + slot.runDone;
+  request.bytes = (run.data == nullptr ? run.blocks * geometry_.sectorBytes() : run.bytes) - slot.runDone;
+  request.data = run.data == nullptr ? nullptr : run.data + slot.runDone;
   engine_->submit(request);
 }
 
@@ -210,25 +159,25 @@ bool FileDrive::poll(DriveCompletion& out, bool wait) {
   return false;
 }
 
-bool FileDrive::pieceEnded(const FileReply& reply) {
+bool FileDrive::runEnded(const FileReply& reply) {
   Slot& slot = slots_[reply.slot];
   if (reply.result <= 0 || !isTransfer(slot.operation)) {
     return true;
   }
-  slot.pieceDone += static_cast<uint64_t>(reply.result);
-  return slot.pieceDone >= slot.pieceBytes;
+  slot.runDone += static_cast<uint64_t>(reply.result);
+  return slot.runDone >= slot.plan.run(slot.run).bytes;
 }
 
 bool FileDrive::advance(const FileReply& reply, DriveCompletion& out) {
-  if (!pieceEnded(reply)) {
+  if (!runEnded(reply)) {
     submitRest(reply.slot);
     return false;
   }
   Slot& slot = slots_[reply.slot];
   const bool moved = reply.result > 0 || (reply.result == 0 && !isTransfer(slot.operation));
-  if (moved && slot.piece + 1 < slot.pieces) {
-    ++slot.piece;
-    slot.pieceDone = 0;
+  if (moved && slot.run + 1 < slot.plan.runs()) {
+    ++slot.run;
+    slot.runDone = 0;
     submitRest(reply.slot);
     return false;
   }
@@ -238,24 +187,23 @@ bool FileDrive::advance(const FileReply& reply, DriveCompletion& out) {
   if (reply.result == 0 && isTransfer(slot.operation)) {
     throw DriveError("file '" + file_.path() + "' has become shorter during the test; see who cut it off");
   }
-  out.tag = slot.command.tag;
-  out.id = slot.command.id;
+  out.tag = slot.plan.command().tag;
+  out.id = slot.plan.command().id;
   if (reply.result < 0) {
     failed(slot, static_cast<int>(-reply.result), out);
   } else {
-    finish(slot, out);
+    slot.plan.finish(out);
   }
   return true;
 }
 
 void FileDrive::failed(const Slot& slot, int error, DriveCompletion& out) const {
   if (error != EIO) {
-    throw DriveError("file '" + file_.path() + "': a " + commandKindName(slot.command.kind) + " at LBA " +
-                     std::to_string(slot.command.lba) + " failed: " + std::generic_category().message(error) +
+    throw DriveError("file '" + file_.path() + "': a " + commandKindName(slot.plan.command().kind) + " at LBA " +
+                     std::to_string(slot.plan.command().lba) + " failed: " + std::generic_category().message(error) +
                      (error == ENOSPC ? "; make room or use a smaller file" : "; check the file system"));
   }
-  const uint64_t lba =
-      slot.command.lba + uint64_t{slot.piece} * slot.command.lbaStep + slot.pieceDone / geometry_.sectorBytes();
+  const uint64_t lba = slot.plan.run(slot.run).lba + slot.runDone / geometry_.sectorBytes();
   switch (slot.operation) {
     case FileRequest::Operation::read:
       setSense(out, sense::unrecoveredRead, lba);
@@ -270,49 +218,12 @@ void FileDrive::failed(const Slot& slot, int error, DriveCompletion& out) const 
   }
 }
 
-void FileDrive::finish(Slot& slot, DriveCompletion& out) const {
-  const DriveCommand& command = slot.command;
-  out.status = scsi_status::good;
-  out.senseBytes = 0;
-  out.bytesTransferred = 0;
-  if (command.kind == CommandKind::read) {
-    if (slot.memory != command.data) {
-      gather(slot);
-    }
-    out.bytesTransferred = command.dataBytes;
-  } else if (command.kind == CommandKind::verify) {
-    judgeVerify(slot, out);
-  }
-}
-
-void FileDrive::gather(const Slot& slot) const {
-  const DriveCommand& command = slot.command;
-  const uint64_t sectorBytes = geometry_.sectorBytes();
-  const uint64_t unit = sectorBytes + command.trailerBytes;
-  for (uint64_t i = 0; i < command.blocks; ++i) {
-    std::memcpy(command.data + i * unit, slot.memory + i * command.lbaStep * sectorBytes, sectorBytes);
-    std::memset(command.data + i * unit + sectorBytes, 0, command.trailerBytes);
-  }
-}
-
-void FileDrive::judgeVerify(const Slot& slot, DriveCompletion& out) const {
-  const DriveCommand& command = slot.command;
-  const uint64_t sectorBytes = geometry_.sectorBytes();
-  const uint64_t unit = sectorBytes + command.trailerBytes;
-  for (uint64_t i = 0; i < command.blocks; ++i) {
-    if (std::memcmp(slot.memory + i * command.lbaStep * sectorBytes, command.data + i * unit, sectorBytes) != 0) {
-      setSense(out, sense::miscompareDuringVerify, command.lba + i * command.lbaStep);
-      return;
-    }
-  }
-}
-
 void FileDrive::dropEverything() {
   ready_.clear();
   FileReply reply;
   while (running_ != 0 && engine_->poll(reply, true)) {
     // What the kernel cut in two is finished, where all or nothing is promised.
-    if (!pieceEnded(reply) && slots_[reply.slot].command.kind == CommandKind::writeAtomic) {
+    if (!runEnded(reply) && slots_[reply.slot].plan.command().kind == CommandKind::writeAtomic) {
       submitRest(reply.slot);
       continue;
     }

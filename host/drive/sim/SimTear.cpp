@@ -1,4 +1,4 @@
-#include "host/drive/SimTear.h"
+#include "host/drive/sim/SimTear.h"
 
 #include <algorithm>
 #include <cstring>

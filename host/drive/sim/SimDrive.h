@@ -9,12 +9,12 @@
 #include "host/drive/Drive.h"
 #include "host/drive/DriveAddress.h"
 #include "host/drive/SenseData.h"
-#include "host/drive/SimErrors.h"
-#include "host/drive/SimMedium.h"
-#include "host/drive/SimSchedule.h"
-#include "host/drive/SimStore.h"
-#include "host/drive/SimTear.h"
-#include "host/drive/SimZones.h"
+#include "host/drive/sim/SimErrors.h"
+#include "host/drive/sim/SimMedium.h"
+#include "host/drive/sim/SimSchedule.h"
+#include "host/drive/sim/SimStore.h"
+#include "host/drive/sim/SimTear.h"
+#include "host/drive/sim/SimZones.h"
 
 namespace corvane::host {
 

@@ -7,9 +7,9 @@
 
 #include "host/base/Random.h"
 #include "host/drive/Drive.h"
-#include "host/drive/SimCache.h"
-#include "host/drive/SimMedium.h"
-#include "host/drive/SimTear.h"
+#include "host/drive/sim/SimCache.h"
+#include "host/drive/sim/SimMedium.h"
+#include "host/drive/sim/SimTear.h"
 
 namespace corvane::host {
 

@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "host/drive/DriveError.h"
-#include "host/drive/FileEngine.h"
+#include "host/drive/file/FileEngine.h"
 
 namespace corvane::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/drive/SimErrors.h"
+#include "host/drive/sim/SimErrors.h"
 
 #include <array>
 

@@ -1,4 +1,4 @@
-#include "host/drive/SimStore.h"
+#include "host/drive/sim/SimStore.h"
 
 #include <algorithm>
 #include <cstring>

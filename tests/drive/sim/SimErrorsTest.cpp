@@ -1,4 +1,4 @@
-#include "host/drive/SimErrors.h"
+#include "host/drive/sim/SimErrors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
-#include "host/drive/SimDrive.h"
+#include "host/drive/sim/SimDrive.h"
 #include "tests/drive/CommandMaker.h"
 
 namespace corvane::host {

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "host/base/AlignedMemory.h"
 #include "host/drive/Drive.h"
 #include "host/drive/DriveAddress.h"
-#include "host/drive/FileEngine.h"
-#include "host/drive/TestFile.h"
+#include "host/drive/TransferPlan.h"
+#include "host/drive/file/FileEngine.h"
+#include "host/drive/file/TestFile.h"
 
 namespace corvane::host {
 
@@ -48,35 +48,23 @@ class FileDrive : public Drive {
   void powerCycle() override { dropEverything(); }
 
  private:
-  /// A command in work: `pieces` transfers of `pieceBytes`, one after the other.
+  /// A command in work: the runs of its plan, one after the other.
   struct Slot {
-    DriveCommand command;
+    TransferPlan plan;
     FileRequest::Operation operation = FileRequest::Operation::read;
-    uint32_t pieces = 0;
-    uint32_t piece = 0;  ///< the one that runs
-    uint64_t pieceBytes = 0;
-    uint64_t pieceDone = 0;     ///< bytes of it that are moved
-    uint8_t* memory = nullptr;  ///< of the first piece: the command's own, or the slot's
-    uint64_t memoryStep = 0;    ///< from one piece to the next, bytes
-    AlignedMemory own;
+    uint32_t run = 0;      ///< the one that is moved
+    uint64_t runDone = 0;  ///< bytes of it that are moved
   };
 
   void dropEverything();
   void makeEngine(FileDriveSettings::Engine wanted);
-  void plan(Slot& slot);
-  void planWrite(Slot& slot);
-  void planRead(Slot& slot);
-  bool movable(const DriveCommand& command) const;
-  /// Hands what is left of the slot's piece to the engine.
+  /// Hands what is left of the slot's run to the engine.
   void submitRest(uint32_t index);
-  /// Takes note of what was moved; true when the piece needs no more of it.
-  bool pieceEnded(const FileReply& reply);
+  /// Takes note of what was moved; true when the run needs no more of it.
+  bool runEnded(const FileReply& reply);
   /// Takes in what the engine answered; true when the command has ended and `out` says how.
   bool advance(const FileReply& reply, DriveCompletion& out);
   void failed(const Slot& slot, int error, DriveCompletion& out) const;
-  void finish(Slot& slot, DriveCompletion& out) const;
-  void gather(const Slot& slot) const;
-  void judgeVerify(const Slot& slot, DriveCompletion& out) const;
   void answerAtOnce(const DriveCommand& command, DriveCompletion completion);
 
   TestFile file_;

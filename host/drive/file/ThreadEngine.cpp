@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/drive/FileEngine.h"
+#include "host/drive/file/FileEngine.h"
 
 namespace corvane::host {
 namespace {

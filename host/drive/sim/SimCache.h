@@ -6,8 +6,8 @@
 
 #include "host/base/Random.h"
 #include "host/drive/Drive.h"
-#include "host/drive/SimMedium.h"
-#include "host/drive/SimTear.h"
+#include "host/drive/sim/SimMedium.h"
+#include "host/drive/sim/SimTear.h"
 
 namespace corvane::host {
 

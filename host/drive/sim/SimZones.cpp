@@ -1,4 +1,4 @@
-#include "host/drive/SimZones.h"
+#include "host/drive/sim/SimZones.h"
 
 #include <algorithm>
 

@@ -8,8 +8,8 @@
 
 #include "host/drive/DriveAddress.h"
 #include "host/drive/GeometryKeys.h"
-#include "host/drive/SimDrive.h"
-#include "host/drive/SimErrors.h"
+#include "host/drive/sim/SimDrive.h"
+#include "host/drive/sim/SimErrors.h"
 
 namespace corvane::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/drive/SimCache.h"
+#include "host/drive/sim/SimCache.h"
 
 #include <algorithm>
 #include <cstring>

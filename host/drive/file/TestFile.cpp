@@ -1,4 +1,4 @@
-#include "host/drive/TestFile.h"
+#include "host/drive/file/TestFile.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,4 +1,4 @@
-#include "host/drive/SimDrive.h"
+#include "host/drive/sim/SimDrive.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

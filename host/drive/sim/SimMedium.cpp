@@ -1,4 +1,4 @@
-#include "host/drive/SimMedium.h"
+#include "host/drive/sim/SimMedium.h"
 
 #include <algorithm>
 #include <cstring>
