@@ -257,7 +257,7 @@ void FakeScsiUnit::reportSupport(const ScsiRequest& request, ScsiReply& out) {
   constexpr uint8_t yes = 3;
   const uint8_t asked = request.cdb[3];
   std::vector<uint8_t> bytes{0, no, 0, 0};
-  if (traits.refused.count(asked) == 0 && traits.reportedUnsupported.count(asked) == 0) {
+  if (traits.refused.count(asked) == 0) {
     const uint8_t flags = asked == operation::writeSame16 && !traits.takesUnmapBit ? 0xE0 : 0xFA;
     bytes = {0, yes, 0, 16, asked, flags};
     bytes.resize(20, 0xFF);
@@ -268,6 +268,9 @@ void FakeScsiUnit::reportSupport(const ScsiRequest& request, ScsiReply& out) {
 void FakeScsiUnit::senseMode(const ScsiRequest& request, ScsiReply& out, bool shortForm) {
   if (shortForm && !traits.answersShortMode) {
     return refuse(out, sense::invalidOperation);
+  }
+  if (request.cdb[2] == host::cachingPage && !traits.hasCachingPage) {
+    return refuse(out, sense::invalidField);
   }
   const uint8_t device = bit(traits.writeProtected, 7) | bit(traits.forcesUnitAccess, 4);
   std::vector<uint8_t> bytes =

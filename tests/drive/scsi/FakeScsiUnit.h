@@ -38,7 +38,7 @@ struct FakeUnitTraits {
   std::set<uint8_t> pages{0x80, 0x83, 0xB0, 0xB2};
   bool answersSupport = true;    ///< REPORT SUPPORTED OPERATION CODES
   bool answersShortMode = true;  ///< MODE SENSE(6)
-  std::set<uint8_t> reportedUnsupported;
+  bool hasCachingPage = true;
 
   // What it does.
   std::set<uint8_t> refused;  ///< operation codes, each with INVALID COMMAND OPERATION CODE

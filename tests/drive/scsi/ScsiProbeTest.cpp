@@ -8,6 +8,8 @@
 namespace corvane::tests {
 namespace {
 
+using host::Bytes;
+using host::DriveCommand;
 using host::ScsiDriveSettings;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -224,6 +226,20 @@ TEST(ScsiProbe, TheCachingPageSaysWhetherTheCacheIsVolatile) {
   EXPECT_FALSE(OpenFakeUnit(traits).drive->capabilities().volatileCache);
   traits.refused = {operation::modeSense10};
   EXPECT_TRUE(OpenFakeUnit(traits).drive->capabilities().volatileCache);
+}
+
+TEST(ScsiProbe, WithoutACachingPageAnotherOneSaysWhetherTheUnitMayBeWritten) {
+  FakeUnitTraits traits;
+  traits.hasCachingPage = false;
+  OpenFakeUnit opened(traits);
+  EXPECT_TRUE(opened.drive->capabilities().volatileCache);
+  Bytes data(512);
+  DriveCommand write = opened.commands->make(host::CommandKind::write, 5, 1, &data);
+  write.forceUnitAccess = true;
+  opened.commands->run(write);
+  EXPECT_EQ(opened.unit->seen, std::vector<host::Cdb>{host::cdb::write16(5, 1, {.forceUnitAccess = true})});
+  traits.writeProtected = true;
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
 }
 
 TEST(ScsiProbe, ProtectionInformationIsLeftAloneUnlessItIsAskedFor) {
