@@ -211,7 +211,6 @@ std::optional<ModeData> parseMode(Reply bytes, uint8_t page, uint32_t headerByte
 }
 
 std::optional<OperationSupport> parseOperationSupport(Reply bytes) {
-  constexpr uint8_t notNow = 0;
   constexpr uint8_t no = 1;
   constexpr uint8_t asTheStandardSays = 3;
   constexpr uint8_t otherwise = 5;
@@ -223,7 +222,7 @@ std::optional<OperationSupport> parseOperationSupport(Reply bytes) {
   if (support == no || support == otherwise) {
     return OperationSupport{};
   }
-  if (support == notNow || support != asTheStandardSays) {
+  if (support != asTheStandardSays) {
     return std::nullopt;
   }
   return OperationSupport{.supported = true, .flags = field<uint8_t>(bytes, usageAt + 1)};
