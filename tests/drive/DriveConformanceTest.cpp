@@ -4,53 +4,30 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <set>
 
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
-#include "tests/support/LoopDevice.h"
-#include "tests/support/TempFolder.h"
+#include "tests/drive/ConformanceKinds.h"
 
 namespace corvane::host {
 namespace {
 
-struct Kind {
-  std::string name;
-  std::string address;       ///< FILE stands for a path, LOOP for a loop device
-  uint32_t loopBlock = 512;  ///< of LOOP, bytes
-};
-
-void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.address; }
-
-constexpr uint32_t depth = 32;
-
 class DriveConformance : public testing::TestWithParam<Kind> {
  protected:
-  DriveConformance() : drive(openDrive(address(), depth)), commands(*drive), sector(drive->geometry().sectorBytes()) {}
+  DriveConformance() : stand(GetParam().open(folder)), drive(driveOrPlaceholder()), commands(*drive) {
+    sector = drive->geometry().sectorBytes();
+  }
 
   void SetUp() override {
-    if (onLoop() && !whyNoLoop.empty()) {
-      GTEST_SKIP() << whyNoLoop;
+    if (stand.drive == nullptr) {
+      GTEST_SKIP() << stand.missing;
     }
   }
 
-  bool onLoop() const { return GetParam().address.rfind("LOOP", 0) == 0; }
-
-  std::string address() {
-    std::string text = GetParam().address;
-    if (onLoop()) {
-      whyNoLoop = tests::LoopDevice::missing();
-      if (!whyNoLoop.empty()) {
-        return "sim:8m";  // which stands there until the test is skipped
-      }
-      loop.emplace(folder / "loop.img", uint64_t{16384} * GetParam().loopBlock, GetParam().loopBlock);
-      return text.replace(0, 4, loop->path());
-    }
-    if (const size_t place = text.find("FILE"); place != std::string::npos) {
-      text.replace(place, 4, folder / "drive.img");
-    }
-    return text;
+  /// Without the drive a simulated one stands there until the test is skipped.
+  Drive* driveOrPlaceholder() {
+    return stand.drive != nullptr ? stand.drive.get() : (placeholder = openDrive("sim:8m", conformanceDepth)).get();
   }
 
   Bytes dataOf(uint64_t seed, uint32_t blocks) const { return randomBytes(seed, uint64_t{blocks} * sector); }
@@ -62,11 +39,11 @@ class DriveConformance : public testing::TestWithParam<Kind> {
   }
 
   tests::TempFolder folder;
-  std::string whyNoLoop;
-  std::optional<tests::LoopDevice> loop;
-  std::unique_ptr<Drive> drive;
+  std::unique_ptr<Drive> placeholder;
+  Stand stand;
+  Drive* drive;
   CommandMaker commands;
-  uint32_t sector;
+  uint32_t sector = 0;
 };
 
 TEST_P(DriveConformance, ReturnsWhatWasWrittenAtBothEnds) {
@@ -220,10 +197,10 @@ TEST_P(DriveConformance, AFlushIsGood) { expectGood(commands.run(CommandKind::sy
 
 TEST_P(DriveConformance, ManyCommandsAtOnceAreAnsweredOnceEach) {
   std::vector<Bytes> data;
-  for (uint32_t i = 0; i < depth; ++i) {
+  for (uint32_t i = 0; i < conformanceDepth; ++i) {
     data.push_back(dataOf(100 + i, 2));
   }
-  for (uint32_t i = 0; i < depth; ++i) {
+  for (uint32_t i = 0; i < conformanceDepth; ++i) {
     DriveCommand command = commands.make(CommandKind::write, 200 + 2 * i, 2, &data[i]);
     command.tag = i;
     drive->submit(command);
@@ -234,8 +211,8 @@ TEST_P(DriveConformance, ManyCommandsAtOnceAreAnsweredOnceEach) {
     expectGood(completion);
     EXPECT_TRUE(tags.insert(completion.tag).second);
   }
-  EXPECT_EQ(tags.size(), depth);
-  for (uint32_t i = 0; i < depth; ++i) {
+  EXPECT_EQ(tags.size(), conformanceDepth);
+  for (uint32_t i = 0; i < conformanceDepth; ++i) {
     EXPECT_EQ(commands.read(200 + 2 * i, 2), data[i]);
   }
 }
@@ -283,26 +260,29 @@ TEST_P(DriveConformance, AResetDropsWhatIsOutstanding) {
   EXPECT_EQ(commands.read(300, 4), again);
 }
 
-TEST_P(DriveConformance, AtomicWritesAreWholeInEverySegmentAfterAPowerCut) {
+TEST_P(DriveConformance, AtomicWritesAreWholeInEverySegmentAfterAnInterruption) {
   if (!drive->capabilities().atomicWrite) {
     Bytes data = dataOf(500, 8);
     EXPECT_EQ(senseNumber(commands.run(CommandKind::writeAtomic, 400, 8, &data)), 0x052000U);
     return;
   }
+  const AtomicSegments& segments = drive->capabilities().atomicSegments;
+  const uint32_t bound = segments.limited() ? std::min(4U, segments.mostBlocks) : 4;
+  const uint64_t segmentBytes = uint64_t{bound} * sector;
   for (uint64_t round = 0; round < 30; ++round) {
     Bytes old = dataOf(500 + 2 * round, 8);
     Bytes fresh = dataOf(501 + 2 * round, 8);
     commands.run(CommandKind::write, 400, 8, &old);
     commands.run(CommandKind::syncCache, 0, 0);
     DriveCommand atomic = commands.make(CommandKind::writeAtomic, 400, 8, &fresh);
-    atomic.atomicBound = 4;
+    atomic.atomicBound = bound;
     drive->submit(atomic);
     drive->capabilities().powerToggle ? drive->powerCycle() : drive->reset();
     const Bytes found = commands.read(400, 8);
-    for (uint32_t segment = 0; segment < 2; ++segment) {
-      const uint64_t offset = uint64_t{segment} * 4 * sector;
-      const bool isOld = std::memcmp(&found[offset], &old[offset], uint64_t{4} * sector) == 0;
-      const bool isNew = std::memcmp(&found[offset], &fresh[offset], uint64_t{4} * sector) == 0;
+    for (uint32_t segment = 0; segment < 8 / bound; ++segment) {
+      const uint64_t offset = segment * segmentBytes;
+      const bool isOld = std::memcmp(&found[offset], &old[offset], segmentBytes) == 0;
+      const bool isNew = std::memcmp(&found[offset], &fresh[offset], segmentBytes) == 0;
       EXPECT_TRUE(isOld || isNew) << "round " << round << ", segment " << segment;
     }
   }
@@ -329,6 +309,7 @@ TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
       data[slot] = dataOf(random.next(), kind == CommandKind::writeSame ? 1 : blocks);
       DriveCommand command = commands.make(kind, lba, blocks, kind == CommandKind::trim ? nullptr : &data[slot]);
       command.tag = slot;
+      command.atomicBound = drive->capabilities().atomicSegments.limited() ? 1 : 0;
       sent.push_back(command);
       drive->submit(command);
     }
@@ -352,18 +333,15 @@ TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
   EXPECT_EQ(commands.read(0, slots * slotBlocks), model);
 }
 
-INSTANTIATE_TEST_SUITE_P(Every, DriveConformance,
-                         testing::Values(Kind{"Sim", "sim:8m"}, Kind{"SimVolatile", "sim:8m,cache=volatile"},
-                                         Kind{"SimProtection", "sim:8519680,pi=8"},
-                                         Kind{"Sim4096", "sim:32m,block=4096"}, Kind{"File", "file:FILE,size=8m"},
-                                         Kind{"FileBuffered", "file:FILE,size=8m,direct=off"},
-                                         Kind{"FileThreads", "file:FILE,size=8m,engine=threads"},
-                                         Kind{"FileProtection", "file:FILE,size=8519680,pi=8"},
-                                         Kind{"File4096", "file:FILE,size=32m,block=4096"}, Kind{"Block", "LOOP"},
-                                         Kind{"Block4096", "LOOP", 4096}, Kind{"BlockThreads", "LOOP,engine=threads"},
-                                         Kind{"BlockZeros", "LOOP,trim=zero", 4096},
-                                         Kind{"BlockDiscard", "LOOP,trim=discard"},
-                                         Kind{"BlockDiscardThreads", "LOOP,trim=discard,engine=threads"}),
+std::vector<Kind> allKinds() {
+  std::vector<Kind> kinds;
+  for (const auto& some : {simKinds(), fileKinds(), blockKinds(), scsiKinds(), givenKinds()}) {
+    kinds.insert(kinds.end(), some.begin(), some.end());
+  }
+  return kinds;
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, DriveConformance, testing::ValuesIn(allKinds()),
                          [](const auto& test) { return test.param.name; });
 
 }  // namespace
