@@ -40,7 +40,8 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       drive_(std::move(drive)),
       geometry_(drive_->geometry()),
       range_(testRange(context.test, context.options, geometry_)),
-      log_(index, context.observer) {
+      log_(index, context.observer),
+      recorder_(*drive_) {
   result_.name = std::move(name);
   result_.address = std::move(address);
   result_.description = drive_->description();
