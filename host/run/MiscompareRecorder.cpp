@@ -4,7 +4,7 @@
 
 namespace corvane::host {
 
-MiscompareRecorder::MiscompareRecorder(Drive& drive) : drive_(drive), handle_(attachDevice(*this)) {}
+MiscompareRecorder::MiscompareRecorder(Drive& drive) : drive_(&drive), handle_(attachDevice(*this)) {}
 
 MiscompareRecorder::~MiscompareRecorder() { detachDevice(handle_); }
 
@@ -16,8 +16,11 @@ int MiscompareRecorder::reportMiscompare(uint32_t /*status*/, uint64_t lba) {
 }
 
 int MiscompareRecorder::sendRequest(const uint8_t* block, uint32_t bytes) {
+  if (drive_ == nullptr) {
+    return noSuchDevice;
+  }
   try {
-    return drive_.sendVendorRequest(block, bytes);
+    return drive_->sendVendorRequest(block, bytes);
   } catch (const std::exception&) {
     return inputOutputError;
   }

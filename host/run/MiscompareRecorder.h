@@ -17,8 +17,10 @@ namespace corvane::host {
 /// they stay unsupported.
 class MiscompareRecorder : public VendorDevice {
  public:
-  /// @param drive outlives the object
+  /// @param drive outlives the object, or is forgotten before it goes
   explicit MiscompareRecorder(Drive& drive);
+  /// From now on there is no drive to pass anything on to.
+  void forgetDrive() { drive_ = nullptr; }
   ~MiscompareRecorder() override;
   MiscompareRecorder(const MiscompareRecorder&) = delete;
   MiscompareRecorder& operator=(const MiscompareRecorder&) = delete;
@@ -30,12 +32,12 @@ class MiscompareRecorder : public VendorDevice {
   std::optional<uint64_t> lba() const { return lba_; }
 
   int reportMiscompare(uint32_t status, uint64_t lba) override;
-  /// What the drive answers; `inputOutputError` when it could not be asked, because an agent calls this in the middle of
-  /// a step, where nothing may be thrown.
+  /// What the drive answers; `inputOutputError` when it could not be asked, because an agent calls this in the middle
+  /// of a step, where nothing may be thrown.
   int sendRequest(const uint8_t* block, uint32_t bytes) override;
 
  private:
-  Drive& drive_;
+  Drive* drive_;
   int handle_;
   std::optional<uint64_t> lba_;
 };

@@ -84,6 +84,12 @@ TEST_F(MiscompareRecorderTest, ADriveThatCannotBeReachedIsAnErrorNumberAndNoExce
   EXPECT_EQ(send(), VendorDevice::inputOutputError);
 }
 
+TEST_F(MiscompareRecorderTest, ADriveThatIsGoneIsAskedNoMore) {
+  recorder.forgetDrive();
+  EXPECT_EQ(send(), VendorDevice::noSuchDevice);
+  EXPECT_TRUE(drive.requests.empty());
+}
+
 TEST_F(MiscompareRecorderTest, SettingsOfAVendorsDriverStayUnsupported) {
   uint32_t value = 0;
   for (const uint32_t request : {setShowstopRequest, getShowstopRequest, deviceParameterRequest}) {
