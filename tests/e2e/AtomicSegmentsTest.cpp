@@ -14,7 +14,7 @@ class AtomicSegmentsOf : public testing::TestWithParam<std::string> {
     test = prepared({}, workspace);
     test.lbaAgent = GetParam();
     test.driveAddresses = {"sim:4m,atomic-least=2,atomic-most=8"};
-    test.mix = {.write = 1, .writeAtomic = 2, .writeSame = 1, .trim = 1, .read = 1, .verify = 1};
+    test.mix = {.write = 1, .writeAtomic = 2, .writeSame = 1, .trim = 1, .read = 1};
     test.maxBlocks = 16;
     test.maxAtomicBound = 16;
     test.resetEveryCommands = 500;
@@ -34,7 +34,9 @@ TEST_P(AtomicSegmentsOf, AreAllTakenByADriveThatLimitsThem) {
 }
 
 TEST_P(AtomicSegmentsOf, ThatTearAreFound) {
-  test.faults = {parseFaultSpec("atomic-tear:at=command:500")};
+  test.mix = {.write = 0, .writeAtomic = 1, .read = 1};
+  test.resetEveryCommands = 0;
+  test.faults = {parseFaultSpec("atomic-tear:rate=0.05")};
   EXPECT_EQ(runTest(test).status, RunStatus::dataFailure);
 }
 
