@@ -91,7 +91,7 @@ void FakeScsiUnit::resetUnit() {
   ++resets;
   attentions_ = traits.attentions;
   broken = breaksAfterReset != 0;
-  breaksAfterReset -= broken ? 1 : 0;
+  breaksAfterReset -= broken ? 1U : 0U;
 }
 
 void FakeScsiUnit::refuse(ScsiReply& out, const Sense& why, std::optional<uint64_t> information) const {
@@ -336,7 +336,7 @@ void FakeScsiUnit::transfer(const ScsiRequest& request, ScsiReply& out) {
     case operation::writeSame16:
       return writeSame(request, out, lba, count);
     default:
-      changes += count != 0 ? 1 : 0;
+      changes += count != 0 ? 1U : 0U;
       out.bytesMoved = request.bytes;
       return write(request, lba, count);
   }

@@ -29,7 +29,7 @@ void checkAllRanges(const TrimMethod& method) {
       }
       uint64_t granules = 0;
       for (uint64_t lba = first; lba + method.granule <= end; ++lba) {
-        granules += lba % method.granule == method.alignment % method.granule ? 1 : 0;
+        granules += lba % method.granule == method.alignment % method.granule ? 1U : 0U;
       }
       const bool unmaps = method.by == TrimMethod::By::unmap && method.mostBlocks >= method.granule;
       ASSERT_EQ(unmapped, unmaps ? granules * method.granule : 0) << first << " to " << end;
