@@ -78,7 +78,7 @@ TEST(EventStreamReaderTest, readsEveryEventBackAsItWas) {
   const EventStreamContent content = readEvents(stream);
   ASSERT_FALSE(content.error) << content.error->text;
   EXPECT_FALSE(content.lastLineTorn);
-  ASSERT_EQ(content.events.size(), 10U);
+  ASSERT_EQ(content.events.size(), 11U);
   EXPECT_EQ(streamOf(content.events), stream);
   const StartEvent* start = content.start();
   ASSERT_NE(start, nullptr);
@@ -91,7 +91,8 @@ TEST(EventStreamReaderTest, readsEveryEventBackAsItWas) {
   const auto& progress = std::get<ProgressEvent>(content.events[1].what);
   EXPECT_EQ(progress.totals.outstanding, 31U);
   EXPECT_EQ(progress.totals.blocksCompared, distinctTotals().blocksCompared);
-  EXPECT_EQ(std::get<FindingEvent>(content.events[5].what).finding.agentStatus, -1046);
+  EXPECT_EQ(std::get<ConnectionLostEvent>(content.events[5].what).cause, "gone");
+  EXPECT_EQ(std::get<FindingEvent>(content.events[6].what).finding.agentStatus, -1046);
   ASSERT_NE(content.end(), nullptr);
   EXPECT_EQ(content.end()->exitStatus, 3);
 }
@@ -186,7 +187,7 @@ TEST(EventStreamReaderTest, anEmptyStreamHasNoEvents) {
 TEST(EventStreamReaderTest, readsAFile) {
   const tests::TempFolder folder;
   tests::writeFile(folder / "x", streamOf(everyEvent()));
-  EXPECT_EQ(readEventFile(folder / "x").events.size(), 10U);
+  EXPECT_EQ(readEventFile(folder / "x").events.size(), 11U);
   tests::writeFile(folder / "empty", "");
   EXPECT_FALSE(readEventFile(folder / "empty").error);
   for (const std::string& path : {folder / "none", folder.path()}) {

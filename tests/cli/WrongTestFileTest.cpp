@@ -155,7 +155,8 @@ std::vector<WrongFile> wrongFiles() {
        "x.toml:1: drive: drive address 'simm:64m': 'simm:' is not a kind of drive; there are block:, file: and sim:"},
       {"badDriveKey", "# two\ndrive = [\"sim:64m\",\n  \"sim:64m,blok=512\"]\n",
        "x.toml:3: drive: drive address 'sim:64m,blok=512': 'blok' is not a key of a sim: address; it takes block, pi, "
-       "exponent, zones, zonemodel, cache, tear, depth, abort, write-error, read-error, recovered, seed"},
+       "exponent, zones, zonemodel, cache, tear, atomic-least, atomic-most, depth, abort, write-error, read-error, "
+       "recovered, seed"},
       {"outputNowhere", good + "output = \"/dev/null/out\"\n",
        "x.toml:3: output '/dev/null/out' cannot be created: Not a directory; name a folder that can be written to"},
       {"jsonFolder", good + "json = \"/\"\n",

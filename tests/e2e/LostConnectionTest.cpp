@@ -123,7 +123,7 @@ TEST_P(LostConnection, OfEachKindOfCommandRaisesNothing) {
        {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim, CommandKind::read,
         CommandKind::verify, CommandKind::syncCache, CommandKind::zoneReset, CommandKind::invalidate}) {
     Random random(7);
-    const uint64_t oneIn = kind >= CommandKind::syncCache ? 3 : 20;  // the last ones are rare
+    const uint64_t oneIn = kind >= CommandKind::syncCache ? 6 : 20;  // the last ones are rare
     uint64_t places = 0;
     const RunResult result = runOn(test, [&](Break /*where*/, const DriveCommand* command) {
       if (command == nullptr || command->kind != kind) {
