@@ -56,7 +56,11 @@ class EngineTest : public testing::TestWithParam<const char*> {
 using Operation = EngineRequest::Operation;
 
 TEST_P(EngineTest, ZerosAreMadeOverTheRangeAlone) {
-  EXPECT_EQ(run(Operation::writeZeros, 4096, 4096), 0);
+  const int64_t result = run(Operation::writeZeros, 4096, 4096);
+  if (result == -EOPNOTSUPP) {
+    GTEST_SKIP() << "the file system makes no zeros";
+  }
+  EXPECT_EQ(result, 0);
   std::string expected(fileBytes, 'x');
   expected.replace(4096, 4096, std::string(4096, '\0'));
   EXPECT_EQ(tests::readFile(folder / "x"), expected);
