@@ -84,7 +84,7 @@ std::string BlockTarget::description(const std::string& engine) const {
     text += ", partition";
   }
   if (const std::string identity = device_.traits().identity(); !identity.empty()) {
-    text += (device_.traits().partition ? " of " : ", ") + identity;
+    text += ", " + identity;
   }
   text += ", " + describeGeometry(geometry_);
   if (geometry_.physicalExponent != 0) {
