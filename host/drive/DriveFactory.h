@@ -14,6 +14,7 @@ namespace corvane::host {
 ///
 /// | Address                                  | Drive                                                |
 /// |------------------------------------------|------------------------------------------------------|
+/// | `/dev/NAME[,trim=…]…`, `block:PATH…`     | a block device                                       |
 /// | `file:PATH[,size=64m][,block=512]…`      | a regular file; created when `size` is given         |
 /// | `sim:[SIZE][,block=512][,pi=8][,seed=N]…`| a simulated drive in memory                          |
 ///
