@@ -1,6 +1,7 @@
 #include "host/drive/guard/DeviceOpeners.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -28,8 +29,9 @@ bool opensForWriting(const std::string& info) {
 
 std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const SystemView& system) {
   std::vector<DeviceOpener> openers;
+  const std::string own = std::to_string(getpid());
   for (const std::string& process : system.names("/proc")) {
-    if (!isProcess(process)) {
+    if (!isProcess(process) || process == own) {
       continue;
     }
     const std::string folder = "/proc/" + process;

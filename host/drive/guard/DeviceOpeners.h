@@ -14,7 +14,7 @@ struct DeviceOpener {
   bool writes = false;  ///< opened for writing
 };
 
-/// The processes that have a block device open, as far as this one may see them.
+/// The other processes that have a block device open, as far as this one may see them.
 ///
 /// @param numbers of the devices, as "major:minor"
 std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const SystemView& system);
