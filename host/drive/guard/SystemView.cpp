@@ -63,7 +63,7 @@ std::string SystemView::numberOf(const std::string& devicePath) const {
     return numberText(status->st_rdev);
   }
   // A name that has no node, such as one of a tree that stands in for the machine's.
-  return status && !S_ISREG(status->st_mode) ? "" : line(folderOf(resolvedName(path(devicePath))) + "/dev");
+  return status || !devicePath.starts_with("/dev/") ? "" : line(folderOf(resolvedName(path(devicePath))) + "/dev");
 }
 
 std::string SystemView::fileSystemNumberOf(const std::string& filePath) const {
