@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/loop.h>
+#include <linux/blkpg.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 
@@ -110,7 +112,7 @@ class GuardTest : public ::testing::Test {
            "; free it, name another drive, or give --overwrite to test it all the same";
   }
 
-  /// Makes one partition and lets the kernel see it.
+  /// Makes one partition and tells the kernel of it.
   std::string partition() const {
     std::string table(512, '\0');
     table.replace(446, 16, std::string("\0\0\2\0\x83\0\0\0\0\x08\0\0\0\x60\0\0", 16));  // LBA 2048, 24576 blocks
@@ -118,10 +120,13 @@ class GuardTest : public ::testing::Test {
     const int file = open(path().c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(pwrite(file, table.data(), table.size(), 0), static_cast<ssize_t>(table.size()));
     EXPECT_EQ(fsync(file), 0);
-    loop_info64 info{};
-    EXPECT_EQ(ioctl(file, LOOP_GET_STATUS64, &info), 0);
-    info.lo_flags |= LO_FLAGS_PARTSCAN;
-    EXPECT_EQ(ioctl(file, LOOP_SET_STATUS64, &info), 0);
+    // Told, not found: not every kernel reads the table by itself.
+    blkpg_partition part{};
+    part.start = 2048 * 512;
+    part.length = 24576 * 512;
+    part.pno = 1;
+    blkpg_ioctl_arg request{BLKPG_ADD_PARTITION, 0, sizeof part, &part};
+    EXPECT_EQ(ioctl(file, BLKPG, &request), 0) << std::strerror(errno);
     close(file);
     return path() + "p1";
   }
