@@ -87,7 +87,7 @@ TEST_F(OverwriteTest, overrulesNothingInATestFileButAllowsIt) {
 
 TEST_F(OverwriteTest, isNeededForAReplayOfItsOwn) {
   ASSERT_EQ(runCorvane(folder, {"run", "--drive", loop->path(), "--commands", "20000", "--seed", "1", "--size", "1m",
-                                "--fault", "lost-write:at=command:500", "--overwrite"})
+                                "--fault", "lost-write:rate=0.05", "--overwrite"})
                 .status,
             1);
   const tests::ShellEnd made = tests::runShell("mke2fs -q -t ext4 -L data -U " + uuid + " " + loop->path());

@@ -11,8 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include <array>
 #include <filesystem>
 #include <optional>
 
@@ -53,6 +52,46 @@ class Mounted {
 
  private:
   std::string place_;
+};
+
+/// One partition of a device, from LBA 2048 to its end, in a table and for the kernel as long as the object lives.
+class Partition {
+ public:
+  explicit Partition(const std::string& device)
+      : path_(device + "p1"), device_(open(device.c_str(), O_RDWR | O_CLOEXEC)) {
+    std::string table(512, '\0');
+    table.replace(446, 16, std::string("\0\0\2\0\x83\0\0\0\0\x08\0\0\0\x60\0\0", 16));
+    table.replace(510, 2, "\x55\xaa");
+    EXPECT_EQ(pwrite(device_, table.data(), table.size(), 0), static_cast<ssize_t>(table.size()));
+    EXPECT_EQ(fsync(device_), 0);
+    // Told, not found: not every kernel reads the table by itself.
+    part_.start = 2048 * 512;
+    part_.length = 24576 * 512;
+    part_.pno = 1;
+    const bool told = request(BLKPG_ADD_PARTITION);
+    // The device is not to be open for writing while it is judged.
+    close(device_);
+    device_ = open(device.c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_TRUE(told) << "the kernel takes no partition of " << device;
+  }
+  ~Partition() {
+    request(BLKPG_DEL_PARTITION);
+    close(device_);
+  }
+  Partition(const Partition&) = delete;
+  Partition& operator=(const Partition&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  bool request(int operation) {
+    blkpg_ioctl_arg argument{operation, 0, sizeof part_, &part_};
+    return ioctl(device_, BLKPG, &argument) == 0;
+  }
+
+  std::string path_;
+  int device_;
+  blkpg_partition part_{};
 };
 
 /// A process of this program that has a device open as long as the object lives.
@@ -112,25 +151,6 @@ class GuardTest : public ::testing::Test {
            "; free it, name another drive, or give --overwrite to test it all the same";
   }
 
-  /// Makes one partition and tells the kernel of it.
-  std::string partition() const {
-    std::string table(512, '\0');
-    table.replace(446, 16, std::string("\0\0\2\0\x83\0\0\0\0\x08\0\0\0\x60\0\0", 16));  // LBA 2048, 24576 blocks
-    table.replace(510, 2, "\x55\xaa");
-    const int file = open(path().c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(pwrite(file, table.data(), table.size(), 0), static_cast<ssize_t>(table.size()));
-    EXPECT_EQ(fsync(file), 0);
-    // Told, not found: not every kernel reads the table by itself.
-    blkpg_partition part{};
-    part.start = 2048 * 512;
-    part.length = 24576 * 512;
-    part.pno = 1;
-    blkpg_ioctl_arg request{BLKPG_ADD_PARTITION, 0, sizeof part, &part};
-    EXPECT_EQ(ioctl(file, BLKPG, &request), 0) << std::strerror(errno);
-    close(file);
-    return path() + "p1";
-  }
-
   tests::TempFolder folder;
   std::optional<LoopDevice> loop;
 };
@@ -155,14 +175,14 @@ TEST_F(GuardTest, opensWhatIsMountedWhenItMayGo) {
 }
 
 TEST_F(GuardTest, refusesADiskOfWhichAPartitionIsMounted) {
-  const std::string first = partition();
-  runTool("mke2fs -q -t ext4 " + first);
-  const Mounted mounted(first, folder / "mnt");
-  EXPECT_EQ(refusal(), inUse("its partition " + first.substr(5) + " is mounted at '" + folder / "mnt" + "'"));
+  const Partition first(path());
+  runTool("mke2fs -q -t ext4 " + first.path());
+  const Mounted mounted(first.path(), folder / "mnt");
+  EXPECT_EQ(refusal(), inUse("its partition " + first.path().substr(5) + " is mounted at '" + folder / "mnt" + "'"));
 }
 
 TEST_F(GuardTest, refusesADiskWithPartitionsThatNobodyUses) {
-  partition();
+  const Partition first(path());
   EXPECT_EQ(refusal(), "drive '" + path() +
                            "' holds a MBR partition table; name another drive, or give --overwrite to destroy what it "
                            "holds");
