@@ -1,8 +1,5 @@
 #include "host/drive/block/BlockDrive.h"
 
-#include <array>
-#include <utility>
-
 #include "host/drive/DriveError.h"
 #include "host/drive/GeometryKeys.h"
 #include "host/drive/block/BlockDevice.h"
@@ -35,7 +32,7 @@ DriveCapabilities capabilitiesOf(const BlockDevice& device, const BlockTrim& tri
 }
 
 /// What an EngineDrive has to know of a block device.
-class BlockTarget : public EngineTarget {
+class BlockTarget final : public EngineTarget {
  public:
   BlockTarget(const std::string& path, TrimChoice trim, Overwriting overwriting)
       : device_(path, overwriting),
@@ -99,22 +96,14 @@ std::string BlockTarget::description(const std::string& engine) const {
 }
 
 TrimChoice takeTrim(DriveAddress& address) {
-  static const std::vector<std::pair<std::string, TrimChoice>> choices{{"auto", TrimChoice::wherePossible},
-                                                                       {"punch", TrimChoice::punch},
-                                                                       {"zero", TrimChoice::zero},
-                                                                       {"discard", TrimChoice::discard},
-                                                                       {"off", TrimChoice::off}};
-  std::vector<std::string> words;
-  for (const auto& [word, choice] : choices) {
-    words.push_back(word);
+  const std::string wanted = address.word("trim", {"auto", "punch", "zero", "discard", "off"});
+  if (wanted == "auto") {
+    return TrimChoice::wherePossible;
   }
-  const std::string wanted = address.word("trim", words);
-  for (const auto& [word, choice] : choices) {
-    if (word == wanted) {
-      return choice;
-    }
-  }
-  return TrimChoice::wherePossible;
+  return wanted == "punch"     ? TrimChoice::punch
+         : wanted == "zero"    ? TrimChoice::zero
+         : wanted == "discard" ? TrimChoice::discard
+                               : TrimChoice::off;
 }
 
 }  // namespace

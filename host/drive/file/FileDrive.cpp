@@ -12,7 +12,7 @@ namespace corvane::host {
 namespace {
 
 /// What an EngineDrive has to know of a file.
-class FileTarget : public EngineTarget {
+class FileTarget final : public EngineTarget {
  public:
   /// @param geometry the number of blocks is the file's affair
   FileTarget(const TestFileSettings& settings, const DriveGeometry& geometry)
