@@ -31,7 +31,7 @@ std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const 
   std::vector<DeviceOpener> openers;
   const std::string own = std::to_string(getpid());
   for (const std::string& process : system.names("/proc")) {
-    if (!isProcess(process) || process == own) {
+    if (!isProcess(process)) {
       continue;
     }
     const std::string folder = "/proc/" + process;
@@ -47,7 +47,7 @@ std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const 
       }
     }
     if (opened) {
-      openers.push_back({system.line(folder + "/comm") + " (process " + process + ")", writes});
+      openers.push_back({system.line(folder + "/comm") + " (process " + process + ")", writes, process == own});
     }
   }
   return openers;

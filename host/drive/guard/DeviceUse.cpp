@@ -225,7 +225,7 @@ class Search {
     std::string others;
     const bool explained = !uses_.empty();
     for (const DeviceOpener& opener : openersOf(numbers, system_)) {
-      if (opener.writes) {
+      if (opener.writes && !opener.own) {
         uses_.push_back({"it is opened for writing by " + opener.process});
       }
       others += (others.empty() ? "" : ", ") + opener.process;

@@ -15,7 +15,7 @@ struct DeviceUse {
 
 /// Everything that uses a block device, a partition of it, the disk that it is a partition of, or what is built on top
 /// of these: mounts, active swap space, device mapper, RAID and bcache devices, loop devices, members of a mounted
-/// Btrfs, programs that have it open for writing, and whoever opened it exclusively.
+/// Btrfs, other programs that have it open for writing, and whoever opened it exclusively.
 ///
 /// The running system stands on a device when "/", "/usr", "/boot" or something in it is mounted from it or from
 /// something on top of it, or when active swap space is. Nothing is written; the device is opened for reading and
