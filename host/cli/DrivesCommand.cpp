@@ -45,7 +45,16 @@ int showDrive(Console& out, const std::string& address) {
   NewPaths made;
   made.watchDrive(address);
   constexpr uint32_t oneCommand = 1;
-  out.write(driveText(*openDrive(address, oneCommand)));
+  constexpr uint64_t anySeed = 1;
+  AtStake stake;
+  const std::unique_ptr<Drive> drive = openDrive(address, oneCommand, anySeed, Overwriting::nothing, &stake);
+  out.write(driveText(*drive));
+  for (const std::string& use : stake.uses) {
+    out.line("  in use                " + printable(use));
+  }
+  for (const std::string& content : stake.contents) {
+    out.line("  holds                 " + printable(content));
+  }
   return exit_status::clean;
 }
 

@@ -13,6 +13,15 @@ void addCollected(CLI::App& app, const char* group, const char* flag, const char
       ->group(group);
 }
 
+void addOverwrite(CLI::App& app, const char* group, bool& on) {
+  app.add_flag(
+         "--overwrite", on,
+         "Tests a drive although it is in use or holds a file system, a partition table or the like, all of which "
+         "is destroyed. The disk of the running system stays refused. No test file can ask for it.")
+      ->disable_flag_override()
+      ->group(group);
+}
+
 const std::string* onlyValue(std::string_view flag, const std::vector<std::string>& values) {
   if (values.size() > 1) {
     throw UsageError(std::string(flag) + " is given twice, as '" + values[0] + "' and '" + values[1] +

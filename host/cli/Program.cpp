@@ -79,7 +79,8 @@ class Program {
     usage_->footer("It tells test authors how the agent wants to be used.");
     drives_->footer(
         "Examples:\n  corvane drives\n  corvane drives sim:1g,block=4096\n  corvane drives file:/tmp/drive.img");
-    drives_->add_option("ADDRESS", driveAddress_, "Opens this drive and describes it")->type_name("");
+    drives_->add_option("ADDRESS", driveAddress_, "Opens this drive and describes it")
+        ->type_name("");
     // What is left over is judged by us, with the nearest name.
     app_.allow_extras();
   }

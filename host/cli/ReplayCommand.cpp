@@ -62,6 +62,7 @@ ReplayCommandLine::ReplayCommandLine(CLI::App& replay) {
                std::string("Folder for reports, dumps and the result. Default: ") + usualReplayDirectory + ".",
                output_);
   addCollected(replay, group, "--plugin", "FILE", "The agent's library. Default: the one of the run.", plugin_);
+  addOverwrite(replay, group, overwrite_);
   replay.footer(footer);
 }
 
@@ -84,6 +85,7 @@ ReplayRequest ReplayCommandLine::request() const {
     checkNotEmpty("--plugin", *text, "an agent's library");
     request.plugin = *text;
   }
+  request.overwrite = overwrite_;
   return request;
 }
 
@@ -113,7 +115,9 @@ RunSettings replaySettings(const RecordedRun& document, const ReplayRequest& req
     test.drop("plugin");
     test.give(*testKeyNamed("plugin"), request.plugin, "--plugin");
   }
-  return test.settings();
+  RunSettings settings = test.settings();
+  settings.test.overwriting = request.overwrite ? Overwriting::ofAnything : Overwriting::ofEmptyDrives;
+  return settings;
 }
 
 std::vector<std::string> unrepeatable(const TestDefinition& test) {

@@ -21,7 +21,8 @@ struct ReplayRequest {
   std::string document;  ///< JSON document of a run
   size_t finding = 1;    ///< which of its findings, counted from 1
   std::string output = usualReplayDirectory;
-  std::string plugin;  ///< empty: the run's
+  std::string plugin;      ///< empty: the run's
+  bool overwrite = false;  ///< as the run's flag, whatever the run was given
 };
 
 /// The words of `corvane replay`.
@@ -40,6 +41,7 @@ class ReplayCommandLine {
   std::vector<std::string> finding_;
   std::vector<std::string> output_;
   std::vector<std::string> plugin_;
+  bool overwrite_ = false;
 };
 
 /// The run's test up to the step of the finding, without its other limits. Throws UsageError.

@@ -25,7 +25,7 @@ constexpr const char* examples = R"(Examples:
 
 A test file is TOML: every flag is a key of the same name there, but the options of the agent stand in the
 table [options] and what gates steps in the table [step]. Flags overrule the file. Relative paths in it start
-from the working folder.
+from the working folder. --overwrite and --dry-run are flags alone.
 
 Exit status: 0 clean, 1 data failure, 2 wrong command line or configuration, 3 drive or transport failed,
 4 internal error. SIGINT or SIGTERM ends a test early, with its summary; a second one kills it.
@@ -51,6 +51,7 @@ RunCommandLine::RunCommandLine(CLI::App& run) {
       addCollected(run, key.group, flagOf(key).c_str(), key.value, key.help, given_[key.name]);
     }
   }
+  addOverwrite(run, testKeys().front().group, overwrite_);
   addSwitch(run, testKeys().front().group, "--dry-run",
             "Prints the test as a test file with everything that was chosen, and touches nothing: no drive is opened "
             "and no file or folder made.",
@@ -87,7 +88,9 @@ RunSettings RunCommandLine::settings() const {
   if (!files_.empty() && given.of("drive").empty()) {
     throw UsageError(files_.front() + ": drive is missing; name one, as in drive = \"sim:1g\", or give --drive");
   }
-  return given.settings();
+  RunSettings settings = given.settings();
+  settings.test.overwriting = overwrite_ ? Overwriting::ofAnything : Overwriting::ofEmptyDrives;
+  return settings;
 }
 
 }  // namespace corvane::host

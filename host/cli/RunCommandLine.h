@@ -38,6 +38,7 @@ class RunCommandLine {
   std::map<std::string, std::vector<std::string>> given_;  // the parser stores into the values
   std::map<std::string, bool> on_;                         // and into these
   std::vector<std::string> files_;
+  bool overwrite_ = false;
   bool dryRun_ = false;
 };
 

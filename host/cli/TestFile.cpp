@@ -94,6 +94,11 @@ class Reader {
     if (const TestKey* flag = testKeyNamed(text)) {
       refuse(name.source(), "'" + text + "' is a flag; in a test file these stand in the table [" + flag->table + "]");
     }
+    if (text == "overwrite") {
+      refuse(name.source(),
+             "'overwrite' is not a key of a test file, so that a file that is passed on destroys nobody's disk; give "
+             "--overwrite on the command line");
+    }
     std::vector<std::string> known;
     for (const TestKey& key : testKeys()) {
       known.emplace_back(key.nameInFile());

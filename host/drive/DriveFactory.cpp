@@ -7,11 +7,15 @@
 
 namespace corvane::host {
 
-std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed,
-                                 Overwriting overwriting) {
+std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed, Overwriting overwriting,
+                                 AtStake* stake) {
   DriveAddress address(text);
+  // Every kind that may hold what somebody wants to keep is opened by this.
+  const auto guarded = [&](const std::string& node, const std::function<std::unique_ptr<Drive>()>& open) {
+    return openGuarded(address.text(), node, overwriting, stake, open);
+  };
   if (address.scheme() == "block") {
-    return openBlockDrive(address, maxOutstanding, overwriting);
+    return guarded(address.target(), [&] { return openBlockDrive(address, maxOutstanding, overwriting); });
   }
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);

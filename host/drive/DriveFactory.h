@@ -6,6 +6,7 @@
 
 #include "host/drive/Drive.h"
 #include "host/drive/Overwriting.h"
+#include "host/drive/guard/Guard.h"
 
 namespace corvane::host {
 
@@ -22,11 +23,12 @@ namespace corvane::host {
 /// @param maxOutstanding the most commands that the caller will have outstanding
 /// @param seed           for a drive that makes random choices of its own, unless its address names one
 /// @param overwriting    whether a real drive may be opened that holds something, or that somebody uses
+/// @param stake          null, or gets what a real drive holds and who uses it, when it is not refused for that
 ///
 /// Throws DriveAddressError for an address that is wrong by itself (exit status 2), DriveError for a drive that
 /// cannot be opened (exit status 3). Nothing is written to the drive.
 std::unique_ptr<Drive> openDrive(std::string_view address, uint32_t maxOutstanding, uint64_t seed = 1,
-                                 Overwriting overwriting = Overwriting::ofEmptyDrives);
+                                 Overwriting overwriting = Overwriting::ofEmptyDrives, AtStake* stake = nullptr);
 
 /// Every kind of address and its keys, for `--help`.
 std::string driveAddressHelp();

@@ -39,7 +39,12 @@ struct TestRun::State {
   void prepare() {
     clock = world.clock != nullptr ? world.clock : &HostClock::real();
     if (!world.openDrive) {
-      world.openDrive = openDrive;
+      world.openDrive = [this](std::string_view address, uint32_t most, uint64_t seed, Overwriting overwriting) {
+        AtStake stake;
+        std::unique_ptr<Drive> drive = openDrive(address, most, seed, overwriting, &stake);
+        warnOfLoss(std::string(address), stake);
+        return drive;
+      };
     }
     test.mix = mixUnder(test.mix, test.conditions);
     const vdl::AgentTable& agent = loadAgent();
@@ -75,6 +80,16 @@ struct TestRun::State {
       if (std::find(warnings.begin(), warnings.end(), warning) == warnings.end()) {
         warnings.push_back(warning);
       }
+    }
+  }
+
+  /// What the user allowed to go is named once more before it goes.
+  void warnOfLoss(const std::string& address, const AtStake& stake) {
+    for (const std::string& use : stake.uses) {
+      warnings.push_back("drive '" + address + "' is overwritten while it is in use: " + use);
+    }
+    for (const std::string& content : stake.contents) {
+      warnings.push_back("drive '" + address + "' held " + content + ", which is overwritten");
     }
   }
 

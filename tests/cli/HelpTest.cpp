@@ -63,6 +63,7 @@ TEST(HelpTest, explainsEveryFlagOfRunWithItsDefault) {
                            "--size SIZE",
                            "--fault FAULT",
                            "--dry-run",
+                           "--overwrite",
                            "--zone-reset-every N",
                            "--invalidate-every N"}) {
     EXPECT_THAT(text, HasSubstr(std::string("\n  ") + flag));

@@ -78,6 +78,10 @@ class LoopDevice {
       path_ = "/dev/loop" + std::to_string(free);
       fd_ = free < 0 ? -1 : open(path_.c_str(), O_RDWR | O_CLOEXEC);
       if (fd_ >= 0 && ioctl(fd_, LOOP_CONFIGURE, &config) == 0) {
+        // Kept open so that it stays, but not for writing, which a test of the drive would take for use.
+        const int writable = fd_;
+        fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        close(writable);
         return;
       }
       const int error = errno;

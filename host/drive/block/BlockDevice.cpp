@@ -35,7 +35,7 @@ BlockDevice::BlockDevice(std::string path, Overwriting overwriting) : path_(std:
   checkKind();
   open(overwriting);
   try {
-    readSizes();
+    readSizes(overwriting);
     settleAlignment();
     atomicUnits_ = atomicUnitsOf(fd_);
   } catch (...) {
@@ -66,9 +66,9 @@ void BlockDevice::checkKind() {
 }
 
 void BlockDevice::open(Overwriting overwriting) {
-  constexpr int flags = O_RDWR | O_DIRECT | O_CLOEXEC;
+  const int flags = (opensForWriting(overwriting) ? O_RDWR : O_RDONLY) | O_DIRECT | O_CLOEXEC;
   fd_ = ::open(path_.c_str(), flags | O_EXCL);
-  if (fd_ < 0 && errno == EBUSY && overwriting == Overwriting::ofAnything) {
+  if (fd_ < 0 && errno == EBUSY && !opensExclusively(overwriting)) {
     shared_ = true;
     fd_ = ::open(path_.c_str(), flags);
   }
@@ -99,7 +99,7 @@ void BlockDevice::refuseOpening(int error) const {
   fail("cannot be opened: " + textOf(error) + "; see the kernel's log (dmesg) for its state");
 }
 
-void BlockDevice::readSizes() {
+void BlockDevice::readSizes(Overwriting overwriting) {
   int readOnly = 0;
   int logical = 0;
   unsigned physical = 0;
@@ -108,7 +108,7 @@ void BlockDevice::readSizes() {
       ioctl(fd_, BLKPBSZGET, &physical) != 0 || ioctl(fd_, BLKGETSIZE64, &bytes) != 0) {
     fail("does not tell its sizes: " + textOf(errno) + "; see the kernel's log (dmesg) for its state");
   }
-  if (readOnly != 0) {
+  if (readOnly != 0 && opensForWriting(overwriting)) {
     fail("is read-only; name one that can be written");
   }
   if (bytes == 0) {

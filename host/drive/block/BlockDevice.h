@@ -43,7 +43,7 @@ class BlockDevice {
   void checkKind();
   void open(Overwriting overwriting);
   [[noreturn]] void refuseOpening(int error) const;
-  void readSizes();
+  void readSizes(Overwriting overwriting);
   void settleAlignment();
   [[noreturn]] void fail(const std::string& fault) const;
 

@@ -196,7 +196,8 @@ TEST_F(BlockDriveTest, ADeviceWithoutMediumIsRefused) {
 
 TEST_F(BlockDriveTest, ADeviceInUseIsOpenedOnlyWhenItMayBeOverwritten) {
   const auto user = open();
-  EXPECT_THAT(refusal(loop->path()), AllOf(HasSubstr("something else uses it"), HasSubstr("--overwrite")));
+  EXPECT_THAT(refusal(loop->path()),
+              AllOf(HasSubstr("it is opened exclusively, and opened by block_drive"), HasSubstr("--overwrite")));
   const auto second = openDrive(loop->path(), depth, 1, Overwriting::ofAnything);
   EXPECT_THAT(second->description(), testing::EndsWith(", shared with others"));
   Bytes data = randomBytes(5, 512);
@@ -206,7 +207,7 @@ TEST_F(BlockDriveTest, ADeviceInUseIsOpenedOnlyWhenItMayBeOverwritten) {
 
 TEST_F(BlockDriveTest, ADeviceIsHadAloneAlsoWhenItMayBeOverwritten) {
   const auto user = openDrive(loop->path(), depth, 1, Overwriting::ofAnything);
-  EXPECT_THAT(refusal(loop->path()), HasSubstr("something else uses it"));
+  EXPECT_THAT(refusal(loop->path()), HasSubstr("it is opened exclusively, and opened by block_drive"));
   EXPECT_THAT(user->description(), testing::Not(HasSubstr("shared")));
 }
 
