@@ -23,8 +23,7 @@ add_corvane() {
   local into=$1 build=$root/build/$preset
   [ -x "$build/bin/corvane" ] || return 0
   with_libraries "$build/bin/corvane" "$into"
-  with_libraries "$build/lib/libcorvane.so" "$into"
-  mv "$into/corvane/bin/libcorvane.so" "$into/corvane/lib/"
+  cp -r "$build/lib/corvane" "$into/corvane/lib/"
 }
 
 # make_payload INTO [COMMAND...]
