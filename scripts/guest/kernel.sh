@@ -5,7 +5,7 @@
 guest_modules="virtio_pci virtio_console crct10dif_generic crc-t10dif t10-pi sd_mod sg nvme scsi_debug null_blk loop"
 
 # fetch_kernel: puts the kernel that Debian calls linux-image-amd64 today into "$cache/<package>", sets kernel_package,
-# and removes those of former days. Nothing is installed: the package is only unpacked.
+# and removes those of former days; without a network one of them will do. Nothing is installed, only unpacked.
 fetch_kernel() {
   local packages
   # Asked of apt at every run: which kernel it is changes with Debian's security updates.
@@ -18,21 +18,30 @@ fetch_kernel() {
   fi
   mkdir -p "$cache"
   [ -d "$cache/$kernel_package" ] && return
-  local new=$cache/unpacking.$$
-  rm -rf "$new" "$cache"/linux-image-*
+  local new=$cache/unpacking former
+  former=$(cd "$cache" && ls -d linux-image-* 2>/dev/null | head -1)
+  rm -rf "$new"
   mkdir -p "$new/package"
   # Into the temporary folder, where apt's own user may write.
   local download
   download=$(mktemp -d)
   chmod 755 "$download"
   if ! (cd "$download" && apt-get download "$kernel_package") >"$download/log" 2>&1; then
+    rm -rf "$new"
+    if [ -n "$former" ]; then
+      echo "$kernel_package cannot be had, $former is taken instead: $(tail -1 "$download/log")" >&2
+      kernel_package=$former
+      rm -rf "$download"
+      return
+    fi
     cat "$download/log" >&2
-    rm -rf "$download" "$new"
+    rm -rf "$download"
     return 1
   fi
   dpkg-deb -x "$download"/linux-image-*.deb "$new/package"
   rm -rf "$download"
   cut_kernel "$new"
+  rm -rf "$cache"/linux-image-*
   mv "$new" "$cache/$kernel_package"
 }
 

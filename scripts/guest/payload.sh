@@ -12,7 +12,7 @@ with_libraries() {
   # "name => path (address)", or "path (address)" for the loader.
   ldd "$program" | sed -n 's/^\t\(.* => \)\{0,1\}\(\/[^ ]*\) .*/\2/p' | while read -r library; do
     case $(realpath -m "$library") in
-      "$root"/build/*) cp "$library" "$into/corvane/lib/" ;;
+      "$build"/*) cp "$library" "$into/corvane/lib/" ;;
       *) mkdir -p "$into/$(dirname "$library")" && cp -L "$library" "$into/$library" ;;
     esac
   done
@@ -20,7 +20,7 @@ with_libraries() {
 
 # The plug-in is loaded by name at run time, so no list of libraries has it.
 add_corvane() {
-  local into=$1 build=$root/build/$preset
+  local into=$1
   [ -x "$build/bin/corvane" ] || return 0
   with_libraries "$build/bin/corvane" "$into"
   cp -r "$build/lib/corvane" "$into/corvane/lib/"

@@ -12,13 +12,13 @@
 #   --file FILE             put into the guest's /root, where the command starts; repeatable
 #   --env NAME=VALUE        in the environment of the command; repeatable
 #   --results FOLDER        what the command leaves in the guest's /out is unpacked there
-#   --preset PRESET         whose build/PRESET/bin/corvane is put into the guest (release)
+#   --build FOLDER          whose bin/corvane is put into the guest (build/release)
 #   --time SECONDS          the most that all this may take (120)
 #   --memory MIB            of the guest (1024)
 #   --verbose               with the guest kernel's messages on stderr
 #
-# The command's output goes to stdout, and its exit status is the script's; 124 when the time was over, 125 when the
-# guest itself failed, with its kernel's messages on stderr.
+# The command's output goes to stdout, and its exit status is the script's; 77 when there can be no guest here, 124 when
+# the time was over, 125 when the guest itself failed, with its kernel's messages on stderr.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cache=$root/build/guest
@@ -31,7 +31,7 @@ usage() {
 }
 
 scsi=
-preset=release
+build=$root/build/release
 seconds=120
 memory=1024
 results=
@@ -55,7 +55,7 @@ while [ $# -gt 0 ]; do
     --file) files+=("$2") ;;
     --env) variables+=("$2") ;;
     --results) results=$2 ;;
-    --preset) preset=$2 ;;
+    --build) build=$(realpath "$2") ;;
     --time) seconds=$2 ;;
     --memory) memory=$2 ;;
     --script) script=$2 ;;
@@ -65,6 +65,9 @@ while [ $# -gt 0 ]; do
 done
 [ $# -gt 0 ] || [ -n "$script" ] || usage 2 >&2
 
+for tool in qemu-system-x86_64 busybox; do
+  command -v "$tool" >/dev/null || { echo "run.sh: $tool is missing; install packages.guest.txt" >&2 && exit 77; }
+done
 work=$(mktemp -d)
 qemu=
 cleanup() {
@@ -100,7 +103,7 @@ deadline=$((SECONDS + seconds))
 mkdir -p "$cache"
 exec {lock}>"$cache/lock"
 flock -w "$seconds" "$lock" || { echo "run.sh: another run holds $cache/lock" >&2 && exit 124; }
-fetch_kernel || exit 125
+fetch_kernel || { echo "run.sh: there is no kernel for a guest" >&2 && exit 77; }
 cat "$cache/$kernel_package/base.cpio" >"$work/initrd"
 flock -u "$lock"
 make_payload "$work/payload" "$@"
