@@ -28,7 +28,7 @@ add_corvane() {
 
 # make_payload INTO [COMMAND...]
 make_payload() {
-  local into=$1 file variable
+  local into=$1 file variable value
   shift
   mkdir -p "$into/guest" "$into/root"
   cp "$root/scripts/guest/init" "$into/guest/init"
@@ -44,7 +44,10 @@ make_payload() {
   fi
   [ "${#namespaces[@]}" -eq 0 ] || echo "/dev/ng* ${#namespaces[@]}" >>"$into/guest/awaited"
   {
-    for variable in "${variables[@]}"; do echo "export ${variable%%=*}=${variable#*=}" | sed "s/=\(.*\)/='\1'/"; done
+    for variable in "${variables[@]}"; do
+      value=${variable#*=}
+      echo "export ${variable%%=*}=${value@Q}"
+    done
     if [ -n "$script" ]; then
       echo "exec sh /guest/script"
       cp "$script" "$into/guest/script"

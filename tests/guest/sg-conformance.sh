@@ -11,17 +11,26 @@ reload() {
   done
 }
 
-for parameters in "sector_size=512" "sector_size=512 lbpws=1 lbpu=1" "sector_size=4096 lbpws=1 lbpu=1"; do
-  reload $parameters
-  for keys in "" ",verify=host"; do
-    echo "-- $parameters$keys"
-    export CORVANE_TEST_DRIVES="sg:/dev/sg0$keys"
-    all_pass drive_tests 'Given/*'
-  done
-done
+# scsi_debug's VERIFY does not name the block that differs, as a unit need not; so what needs the name is compared by
+# the host.
+unnamed="AVerifySaysEqualOrNamesTheFirstBlockThatDiffers AStepOfTwoLeavesTheBlocksBetween EndToEndBytesAreLeftOut"
 
-# UNMAP by itself, where unmapped blocks read as zeros.
+# promises ADDRESS
+promises() {
+  export CORVANE_TEST_DRIVES=$1,verify=device
+  filter='Given/*-'
+  for test in $unnamed; do filter="$filter*$test*:"; done
+  all_pass drive_tests "$filter"
+  export CORVANE_TEST_DRIVES=$1,verify=host
+  all_pass drive_tests 'Given/*'
+}
+
+for parameters in "sector_size=512" "sector_size=4096 lbpws=1"; do
+  echo "-- $parameters"
+  reload $parameters
+  promises sg:/dev/sg0
+done
+echo "-- UNMAP, where unmapped blocks read as zeros"
 reload sector_size=512 lbpu=1 lbprz=1
-export CORVANE_TEST_DRIVES="sg:/dev/sg0,trim=unmap"
-all_pass drive_tests 'Given/*'
+promises sg:/dev/sg0,trim=unmap
 done_testing
