@@ -1,14 +1,19 @@
 #include "host/drive/DriveFactory.h"
 
 #include "host/drive/DriveAddress.h"
+#include "host/drive/block/BlockDrive.h"
 #include "host/drive/file/FileDrive.h"
 #include "host/drive/scsi/sg/SgDrive.h"
 #include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
 
-std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed, Overwriting) {
+std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed,
+                                 Overwriting overwriting) {
   DriveAddress address(text);
+  if (address.scheme() == "block") {
+    return openBlockDrive(address, maxOutstanding, overwriting);
+  }
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);
   }
@@ -18,9 +23,15 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
   if (address.scheme() == "sim") {
     return openSimDrive(address, seed);
   }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are file:, sg: and sim:");
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file:, sg: and sim:");
 }
 
-std::string driveAddressHelp() { return fileDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp(); }
+std::string driveAddressHelp() {
+  return blockDriveHelp() +
+         "
+         " + fileDriveHelp() + "
+         " + sgDriveHelp() + "
+         " + simDriveHelp();
+}
 
 }  // namespace corvane::host

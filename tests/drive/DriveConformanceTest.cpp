@@ -6,12 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <set>
 #include <sstream>
 
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
 #include "tests/drive/scsi/OpenFakeUnit.h"
+#include "tests/support/LoopDevice.h"
 #include "tests/support/TempFolder.h"
 
 namespace corvane::host {
@@ -19,7 +21,8 @@ namespace {
 
 struct Kind {
   std::string name;
-  std::string address;                             ///< FILE stands for a path
+  std::string address;                             ///< FILE stands for a path, LOOP for a loop device
+  uint32_t loopBlock = 512;                        ///< of LOOP, bytes
   std::function<std::unique_ptr<Drive>()> make{};  ///< for a drive that no address leads to
 };
 
@@ -33,8 +36,24 @@ class DriveConformance : public testing::TestWithParam<Kind> {
 
   std::unique_ptr<Drive> openKind() { return GetParam().make ? GetParam().make() : openDrive(address(), depth); }
 
-  std::string address() const {
+  void SetUp() override {
+    if (onLoop() && !whyNoLoop.empty()) {
+      GTEST_SKIP() << whyNoLoop;
+    }
+  }
+
+  bool onLoop() const { return GetParam().address.rfind("LOOP", 0) == 0; }
+
+  std::string address() {
     std::string text = GetParam().address;
+    if (onLoop()) {
+      whyNoLoop = tests::LoopDevice::missing();
+      if (!whyNoLoop.empty()) {
+        return "sim:8m";  // which stands there until the test is skipped
+      }
+      loop.emplace(folder / "loop.img", uint64_t{16384} * GetParam().loopBlock, GetParam().loopBlock);
+      return text.replace(0, 4, loop->path());
+    }
     if (const size_t place = text.find("FILE"); place != std::string::npos) {
       text.replace(place, 4, folder / "drive.img");
     }
@@ -50,6 +69,8 @@ class DriveConformance : public testing::TestWithParam<Kind> {
   }
 
   tests::TempFolder folder;
+  std::string whyNoLoop;
+  std::optional<tests::LoopDevice> loop;
   std::unique_ptr<Drive> drive;
   CommandMaker commands;
   uint32_t sector;
@@ -300,7 +321,7 @@ Kind scsi(const std::string& name, const std::function<void(tests::FakeUnitTrait
   tests::FakeUnitTraits traits;
   traits.blocks = 16384;
   adjust(traits);
-  return {name, "",
+  return {name, "", 0,
           [traits, settings] { return makeScsiDrive(std::make_unique<tests::FakeScsiUnit>(traits), settings, depth); }};
 }
 
@@ -400,7 +421,11 @@ INSTANTIATE_TEST_SUITE_P(Every, DriveConformance,
                                          Kind{"FileBuffered", "file:FILE,size=8m,direct=off"},
                                          Kind{"FileThreads", "file:FILE,size=8m,engine=threads"},
                                          Kind{"FileProtection", "file:FILE,size=8519680,pi=8"},
-                                         Kind{"File4096", "file:FILE,size=32m,block=4096"}),
+                                         Kind{"File4096", "file:FILE,size=32m,block=4096"}, Kind{"Block", "LOOP"},
+                                         Kind{"Block4096", "LOOP", 4096}, Kind{"BlockThreads", "LOOP,engine=threads"},
+                                         Kind{"BlockZeros", "LOOP,trim=zero", 4096},
+                                         Kind{"BlockDiscard", "LOOP,trim=discard"},
+                                         Kind{"BlockDiscardThreads", "LOOP,trim=discard,engine=threads"}),
                          [](const auto& test) { return test.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(Scsi, DriveConformance, testing::ValuesIn(scsiKinds()),
