@@ -27,11 +27,7 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
 }
 
 std::string driveAddressHelp() {
-  return blockDriveHelp() +
-         "
-         " + fileDriveHelp() + "
-         " + sgDriveHelp() + "
-         " + simDriveHelp();
+  return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp();
 }
 
 }  // namespace corvane::host

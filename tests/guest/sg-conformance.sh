@@ -33,4 +33,7 @@ done
 echo "-- UNMAP, where unmapped blocks read as zeros"
 reload sector_size=512 lbpu=1 lbprz=1
 promises sg:/dev/sg0,trim=unmap
+echo "-- without the kernel's copies"
+echo 1 >/sys/module/sg/parameters/allow_dio
+promises sg:/dev/sg0
 done_testing
