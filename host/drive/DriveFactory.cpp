@@ -3,6 +3,7 @@
 #include "host/drive/DriveAddress.h"
 #include "host/drive/block/BlockDrive.h"
 #include "host/drive/file/FileDrive.h"
+#include "host/drive/scsi/sg/SgDrive.h"
 #include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
@@ -20,12 +21,17 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);
   }
+  if (address.scheme() == "sg") {
+    return guarded(address.target(), [&] { return openSgDrive(address, maxOutstanding); });
+  }
   if (address.scheme() == "sim") {
     return openSimDrive(address, seed);
   }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file: and sim:");
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file:, sg: and sim:");
 }
 
-std::string driveAddressHelp() { return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + simDriveHelp(); }
+std::string driveAddressHelp() {
+  return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp();
+}
 
 }  // namespace corvane::host
