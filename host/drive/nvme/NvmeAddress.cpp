@@ -21,8 +21,9 @@ NvmeOptions takeOptions(DriveAddress& address) {
   return options;
 }
 
-std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const std::string& engine, uint32_t depth) {
-  const auto device = std::make_shared<NvmeDevice>(path);
+std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const std::string& engine, uint32_t depth,
+                                                 Overwriting overwriting) {
+  const auto device = std::make_shared<NvmeDevice>(path, overwriting);
   if (engine == "threads") {
     return makeNvmeThreads(device, depth);
   }
@@ -40,14 +41,14 @@ std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const 
 
 }  // namespace
 
-std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting) {
+std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting) {
   const NvmeOptions options = takeOptions(address);
   const std::string engine = address.word("engine", {"auto", "uring", "threads"});
   address.checkAllTaken();
   if (address.target().empty()) {
     address.refuse("it names no namespace; write 'nvme:/dev/nvme0n1'");
   }
-  return std::make_unique<NvmeDrive>(makePassthrough(address.target(), engine, maxOutstanding), options,
+  return std::make_unique<NvmeDrive>(makePassthrough(address.target(), engine, maxOutstanding, overwriting), options,
                                      address.target(), maxOutstanding);
 }
 

@@ -75,7 +75,7 @@ uint64_t readNumber(const std::string& path, uint64_t otherwise) {
 
 }  // namespace
 
-NvmeDevice::NvmeDevice(const std::string& path) {
+NvmeDevice::NvmeDevice(const std::string& path, Overwriting overwriting) : overwriting_(overwriting) {
   try {
     openNamed(path);
     openSibling();
@@ -96,6 +96,12 @@ void NvmeDevice::close() {
   }
 }
 
+int NvmeDevice::open(const std::string& path, bool isBlock) const {
+  const int access = opensForWriting(overwriting_) ? O_RDWR : O_RDONLY;
+  const int claim = isBlock && opensExclusively(overwriting_) ? O_EXCL : 0;
+  return ::open(path.c_str(), access | claim | O_CLOEXEC | O_NONBLOCK);
+}
+
 void NvmeDevice::openNamed(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
@@ -112,7 +118,7 @@ void NvmeDevice::openNamed(const std::string& path) {
   }
   Node& node = isBlock ? block_ : generic_;
   node.path = path;
-  node.fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | (isBlock ? O_EXCL : 0));
+  node.fd = open(path, isBlock);
   if (node.fd < 0) {
     fail(path, "cannot be opened: " + textOf(errno) + remedyOf(errno));
   }
@@ -145,7 +151,7 @@ void NvmeDevice::openSibling() {
     return;
   }
   const bool isBlock = &sibling == &block_;
-  const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | (isBlock ? O_EXCL : 0));
+  const int fd = open(path, isBlock);
   if (fd < 0 && isBlock) {
     // Through the generic device we could write over a mounted file system.
     fail(path, "cannot be opened: " + textOf(errno) + remedyOf(errno));
@@ -203,7 +209,7 @@ std::string NvmeDevice::whyNoReset() const {
 }
 
 void NvmeDevice::resetController() const {
-  const int controller = open(controller_.c_str(), O_RDWR | O_CLOEXEC);
+  const int controller = ::open(controller_.c_str(), O_RDWR | O_CLOEXEC);
   const bool done = controller >= 0 && ioctl(controller, NVME_IOCTL_RESET) == 0;
   const int error = errno;
   if (controller >= 0) {

@@ -3,19 +3,21 @@
 #include <cstdint>
 #include <string>
 
+#include "host/drive/Overwriting.h"
 #include "host/drive/nvme/NvmeCommand.h"
 
 namespace corvane::host {
 
 /// The kernel's nodes of an NVMe namespace: the one that was named, its sibling, and their controller's.
 ///
-/// While the object lives nobody else can mount the namespace or use it exclusively, where it has a block device.
+/// A namespace that is opened for overwriting of empty drives cannot be mounted or claimed by anybody else while the
+/// object lives, where it has a block device.
 class NvmeDevice {
  public:
   /// Throws DriveError when there is no such node, it is no NVMe namespace, or somebody uses it.
   ///
   /// @param path "/dev/nvme0n1" or "/dev/ng0n1", or a symbolic link to one
-  explicit NvmeDevice(const std::string& path);
+  NvmeDevice(const std::string& path, Overwriting overwriting);
   ~NvmeDevice();
   NvmeDevice(const NvmeDevice&) = delete;
   NvmeDevice& operator=(const NvmeDevice&) = delete;
@@ -46,12 +48,15 @@ class NvmeDevice {
     std::string path;
     int fd = -1;
   };
+  /// A descriptor, or -1 and errno.
+  int open(const std::string& path, bool isBlock) const;
   void openNamed(const std::string& path);
   void openSibling();
   void findController(const std::string& folder);
   void readLimits();
   void close();
 
+  Overwriting overwriting_;
   Node block_;
   Node generic_;
   std::string controller_;  ///< its node; empty when none was found

@@ -1,6 +1,8 @@
 #include <liburing.h>
 
+#include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <stdexcept>
@@ -37,18 +39,7 @@ class NvmeUring : public NvmePassthrough {
   uint64_t mostBytes() const override { return device_->mostBytes(); }
   std::string whyNoReset() const override { return device_->whyNoReset(); }
 
-  void submit(const NvmeRequest& request) override {
-    io_uring_sqe* entry = io_uring_get_sqe(&ring_);
-    if (entry == nullptr) {
-      throw std::logic_error("more NVMe commands than the ring was made for");
-    }
-    io_uring_prep_rw(IORING_OP_URING_CMD, entry, device_->fd(), nullptr, 0, 0);
-    entry->cmd_op = NVME_URING_CMD_IO;
-    const nvme_uring_cmd form = nvmeKernelForm<nvme_uring_cmd>(request.command);
-    std::memcpy(reinterpret_cast<uint8_t*>(entry) + commandOffset, &form, sizeof form);
-    io_uring_sqe_set_data64(entry, request.slot);
-    unsent_ = true;
-  }
+  void submit(const NvmeRequest& request) override { prepare(NVME_URING_CMD_IO, request); }
 
   bool poll(NvmeReply& out, bool wait) override {
     send();
@@ -78,16 +69,30 @@ class NvmeUring : public NvmePassthrough {
     device_->resetController();
   }
 
-  /// Sends a flush, the one command that moves nothing and changes nothing: a kernel may have rings with long entries
-  /// and still no commands of NVMe's. The error of the kernel; 0 when it came through, however it ended.
+  /// Asks the device for an operation that it cannot know, so that nothing goes to the drive: a kernel may have rings
+  /// with long entries and still no commands of NVMe's. The error of the kernel; 0 when it has them.
   int tryOut() {
-    submit({.slot = 0, .command = nvmeFlush(device_->nsid())});
+    prepare(0, {});
     NvmeReply reply;
     poll(reply, true);
-    return reply.result < 0 ? -reply.result : 0;
+    constexpr int unknownToDevice = -ENOTTY;
+    return reply.result == unknownToDevice ? 0 : std::max(-reply.result, EOPNOTSUPP);
   }
 
  private:
+  void prepare(uint32_t operation, const NvmeRequest& request) {
+    io_uring_sqe* entry = io_uring_get_sqe(&ring_);
+    if (entry == nullptr) {
+      throw std::logic_error("more NVMe commands than the ring was made for");
+    }
+    io_uring_prep_rw(IORING_OP_URING_CMD, entry, device_->fd(), nullptr, 0, 0);
+    entry->cmd_op = operation;
+    const auto form = nvmeKernelForm<nvme_uring_cmd>(request.command);
+    std::memcpy(reinterpret_cast<uint8_t*>(entry) + commandOffset, &form, sizeof form);
+    io_uring_sqe_set_data64(entry, request.slot);
+    unsent_ = true;
+  }
+
   /// Everything that was prepared since the last poll goes to the kernel in one call.
   void send() {
     while (unsent_) {
@@ -118,11 +123,9 @@ std::unique_ptr<NvmePassthrough> makeNvmeUring(const std::shared_ptr<NvmeDevice>
   }
   int error = 0;
   auto engine = std::make_unique<NvmeUring>(device, depth, error);
-  if (error == 0) {
-    error = -engine->tryOut();
-  }
+  error = error == 0 ? engine->tryOut() : -error;
   if (error != 0) {
-    refusal = textOf(-error);
+    refusal = textOf(error);
     return nullptr;
   }
   return engine;
