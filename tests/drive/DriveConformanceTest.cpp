@@ -3,11 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <set>
+#include <sstream>
 
 #include "host/drive/DriveFactory.h"
+#include "host/drive/nvme/NvmeDrive.h"
 #include "tests/drive/CommandMaker.h"
+#include "tests/drive/nvme/FakeNvme.h"
 #include "tests/support/TempFolder.h"
 
 namespace corvane::host {
@@ -16,15 +21,20 @@ namespace {
 struct Kind {
   std::string name;
   std::string address;  ///< FILE stands for a path
+  /// Makes a drive that has no address; it may use the folder.
+  std::function<std::unique_ptr<Drive>(const std::string& folder)> make = nullptr;
 };
 
-void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.address; }
+void PrintTo(const Kind& kind, std::ostream* out) { *out << (kind.make ? kind.name : kind.address); }
 
 constexpr uint32_t depth = 32;
 
 class DriveConformance : public testing::TestWithParam<Kind> {
  protected:
-  DriveConformance() : drive(openDrive(address(), depth)), commands(*drive), sector(drive->geometry().sectorBytes()) {}
+  DriveConformance()
+      : drive(GetParam().make ? GetParam().make(folder / ".") : openDrive(address(), depth)),
+        commands(*drive),
+        sector(drive->geometry().sectorBytes()) {}
 
   std::string address() const {
     std::string text = GetParam().address;
@@ -259,20 +269,22 @@ TEST_P(DriveConformance, AResetDropsWhatIsOutstanding) {
 }
 
 TEST_P(DriveConformance, AtomicWritesAreWholeInEverySegmentAfterAPowerCut) {
+  const AtomicSegments& segments = drive->capabilities().atomicSegments;
+  const uint32_t bound = segments.limited() ? std::min(4U, segments.mostBlocks) : 4;
   for (uint64_t round = 0; round < 30; ++round) {
     Bytes old = dataOf(500 + 2 * round, 8);
     Bytes fresh = dataOf(501 + 2 * round, 8);
     commands.run(CommandKind::write, 400, 8, &old);
     commands.run(CommandKind::syncCache, 0, 0);
     DriveCommand atomic = commands.make(CommandKind::writeAtomic, 400, 8, &fresh);
-    atomic.atomicBound = 4;
+    atomic.atomicBound = bound;
     drive->submit(atomic);
-    drive->powerCycle();
+    drive->capabilities().powerToggle ? drive->powerCycle() : drive->reset();
     const Bytes found = commands.read(400, 8);
-    for (uint32_t segment = 0; segment < 2; ++segment) {
-      const uint64_t offset = uint64_t{segment} * 4 * sector;
-      const bool isOld = std::memcmp(&found[offset], &old[offset], uint64_t{4} * sector) == 0;
-      const bool isNew = std::memcmp(&found[offset], &fresh[offset], uint64_t{4} * sector) == 0;
+    for (uint32_t segment = 0; segment < 8 / bound; ++segment) {
+      const uint64_t offset = uint64_t{segment} * bound * sector;
+      const bool isOld = std::memcmp(&found[offset], &old[offset], uint64_t{bound} * sector) == 0;
+      const bool isNew = std::memcmp(&found[offset], &fresh[offset], uint64_t{bound} * sector) == 0;
       EXPECT_TRUE(isOld || isNew) << "round " << round << ", segment " << segment;
     }
   }
@@ -319,6 +331,25 @@ TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
   EXPECT_EQ(commands.read(0, slots * slotBlocks), model);
 }
 
+/// A drive on a controller in memory.
+Kind nvme(const std::string& name, const FakeNvmeSettings& settings, const NvmeOptions& options = {}) {
+  const auto make = [settings, options](const std::string&) {
+    return std::make_unique<NvmeDrive>(std::make_unique<FakeNvme>(settings), options, "fake", depth);
+  };
+  return {.name = name, .address = "", .make = make};
+}
+
+/// Drives that the user names, addresses with blanks between them; they are overwritten.
+std::vector<Kind> namedKinds() {
+  const char* const text = std::getenv("CORVANE_TEST_DRIVES");
+  std::istringstream addresses(text == nullptr ? "" : text);
+  std::vector<Kind> kinds;
+  for (std::string address; addresses >> address;) {
+    kinds.push_back({.name = "Named" + std::to_string(kinds.size() + 1), .address = address});
+  }
+  return kinds;
+}
+
 INSTANTIATE_TEST_SUITE_P(Every, DriveConformance,
                          testing::Values(Kind{"Sim", "sim:8m"}, Kind{"SimVolatile", "sim:8m,cache=volatile"},
                                          Kind{"SimProtection", "sim:8519680,pi=8"},
@@ -327,6 +358,22 @@ INSTANTIATE_TEST_SUITE_P(Every, DriveConformance,
                                          Kind{"FileThreads", "file:FILE,size=8m,engine=threads"},
                                          Kind{"FileProtection", "file:FILE,size=8519680,pi=8"},
                                          Kind{"File4096", "file:FILE,size=32m,block=4096"}),
+                         [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(Nvme, DriveConformance,
+                         testing::Values(nvme("Nvme", {}), nvme("Nvme4096", {.blockExponent = 12}),
+                                         nvme("NvmeShortTransfers", {.mdts = 1}),
+                                         nvme("NvmeVerifyByRead", {}, {.verify = NvmeOptions::Verify::read}),
+                                         nvme("NvmeDeallocating", {}, {.trim = NvmeOptions::Trim::deallocate}),
+                                         nvme("NvmeProtection", {.metadataBytes = 8, .protectionType = 1}),
+                                         nvme("NvmeSeparateProtection",
+                                              {.metadataBytes = 8, .metadataExtended = false, .protectionType = 1}),
+                                         nvme("NvmeSeparateMetadata", {.metadataBytes = 8, .metadataExtended = false}),
+                                         nvme("NvmeProtectionByController", {.metadataBytes = 8, .protectionType = 1},
+                                              {.protection = false})),
+                         [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(Named, DriveConformance, testing::ValuesIn(namedKinds()),
                          [](const auto& test) { return test.param.name; });
 
 }  // namespace
