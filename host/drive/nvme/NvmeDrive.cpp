@@ -149,7 +149,9 @@ void NvmeDrive::sendPiece(uint32_t index) {
   Slot& slot = slots_[index];
   const TransferPlan::Run run = slot.plan.run(slot.run);
   uint64_t blocks = run.blocks - slot.done;
-  if (traits_.readsStayInZones && slot.plan.moves() == TransferPlan::Moves::fromDrive) {
+  // A Compare counts as a read for that.
+  const CommandKind kind = slot.plan.command().kind;
+  if (traits_.readsStayInZones && (kind == CommandKind::read || kind == CommandKind::verify)) {
     const uint64_t zone = traits_.geometry.zoneBlocks;
     blocks = std::min(blocks, zone - (run.lba + slot.done) % zone);
   }
@@ -158,8 +160,9 @@ void NvmeDrive::sendPiece(uint32_t index) {
   ++atDrive_;
 }
 
-NvmeBlocks NvmeDrive::blocksOf(const Slot& slot, const TransferPlan::Run& run, uint8_t protection) const {
-  NvmeBlocks blocks{.nsid = identity_.nsid, .lba = run.lba + slot.done, .count = slot.piece, .protection = protection};
+NvmeBlocks NvmeDrive::blocksOf(const Slot& slot, const TransferPlan::Run& run) const {
+  NvmeBlocks blocks{
+      .nsid = identity_.nsid, .lba = run.lba + slot.done, .count = slot.piece, .protection = traits_.protection};
   blocks.initialReference = traits_.referenceIsLba ? static_cast<uint32_t>(blocks.lba) : 0;
   return blocks;
 }
@@ -171,23 +174,23 @@ NvmeCommand NvmeDrive::commandOf(Slot& slot, const TransferPlan::Run& run) {
     case CommandKind::write:
     case CommandKind::writeAtomic:
     case CommandKind::writeSame:
-      command = nvmeWrite(blocksOf(slot, run, traits_.writeProtection), slot.plan.command().forceUnitAccess);
+      command = nvmeWrite(blocksOf(slot, run), slot.plan.command().forceUnitAccess);
       attachData(slot, run, command, true);
       return command;
     case CommandKind::verify:
       if (traits_.transfers.comparesData && !slot.locating) {
-        command = nvmeCompare(blocksOf(slot, run, 0));
+        command = nvmeCompare(blocksOf(slot, run));
         attachData(slot, run, command, true);
         return command;
       }
       [[fallthrough]];
     case CommandKind::read:
-      command = nvmeRead(blocksOf(slot, run, traits_.readProtection));
+      command = nvmeRead(blocksOf(slot, run));
       attachData(slot, run, command, false);
       return command;
     case CommandKind::trim:
       if (traits_.trim == NvmeOptions::Trim::writeZeroes) {
-        return nvmeWriteZeroes(blocksOf(slot, run, traits_.writeProtection), traits_.zeroesDeallocate);
+        return nvmeWriteZeroes(blocksOf(slot, run), traits_.zeroesDeallocate);
       }
       slot.range = nvmeDatasetRange(lba, slot.piece);
       command = nvmeDeallocate(identity_.nsid);

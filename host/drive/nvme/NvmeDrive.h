@@ -74,7 +74,7 @@ class NvmeDrive : public Drive {
   void leaveZone(uint32_t index);
   void sendPiece(uint32_t index);
   NvmeCommand commandOf(Slot& slot, const TransferPlan::Run& run);
-  NvmeBlocks blocksOf(const Slot& slot, const TransferPlan::Run& run, uint8_t protection) const;
+  NvmeBlocks blocksOf(const Slot& slot, const TransferPlan::Run& run) const;
   uint8_t* memoryOf(Slot& slot, const TransferPlan::Run& run) const;
   /// Gives the command its data, and its metadata where they are separate.
   void attachData(Slot& slot, const TransferPlan::Run& run, NvmeCommand& command, bool toDrive) const;

@@ -87,9 +87,7 @@ class Judge {
     }
     constexpr uint8_t typeWithoutReference = 3;
     traits_.referenceIsLba = space_.protectionType != typeWithoutReference;
-    traits_.writeProtection = nvme_protection::action;
-    traits_.readProtection = nvme_protection::action | nvme_protection::checkGuard |
-                             (traits_.referenceIsLba ? nvme_protection::checkReference : uint8_t{0});
+    traits_.protection = nvme_protection::action;
     say("protection information type " + std::to_string(space_.protectionType) + " by the controller");
   }
 

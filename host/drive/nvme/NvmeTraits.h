@@ -27,8 +27,7 @@ struct NvmeTraits {
   TransferLimits transfers;       ///< of commands that move blocks
   uint64_t mostZeroBlocks = 0;    ///< of one Write Zeroes
   bool separateMetadata = false;  ///< protection bytes go through memory of their own
-  uint8_t writeProtection = 0;    ///< PRINFO of writes
-  uint8_t readProtection = 0;     ///< PRINFO of reads
+  uint8_t protection = 0;         ///< PRINFO of reads and writes
   bool referenceIsLba = false;    ///< the commands name the reference tag of their first block
   NvmeOptions::Trim trim = NvmeOptions::Trim::off;
   bool zeroesDeallocate = false;  ///< Write Zeroes may free the blocks

@@ -41,7 +41,7 @@ struct FakeNvmeSettings {
 /// A controller with a namespace in memory that takes commands apart by the bytes of their dwords, as a real one does.
 ///
 /// Commands are carried out in a random order, each in the moment in which it is polled. Protection information that
-/// the controller generates has the block's reference tag only.
+/// the controller generates has the reference tag only, with its least significant byte first.
 class FakeNvme : public NvmePassthrough {
  public:
   explicit FakeNvme(const FakeNvmeSettings& settings);

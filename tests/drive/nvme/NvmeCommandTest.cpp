@@ -42,16 +42,11 @@ TEST(NvmeCommand, AWriteForcesUnitAccessWhenItIsToldSo) {
 }
 
 TEST(NvmeCommand, ProtectionAndReferenceTagStandInDwords12And14) {
-  const NvmeBlocks guarded{.nsid = 1,
-                           .lba = 3,
-                           .count = 2,
-                           .protection = nvme_protection::action | nvme_protection::checkReference,
-                           .initialReference = 0xA1B2C3D4};
-  EXPECT_THAT(bytesOf(nvmeWrite(guarded, true)), ElementsAre(0x01, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0x64, 0,
+  const NvmeBlocks guarded{
+      .nsid = 1, .lba = 3, .count = 2, .protection = nvme_protection::action, .initialReference = 0xA1B2C3D4};
+  EXPECT_THAT(bytesOf(nvmeWrite(guarded, true)), ElementsAre(0x01, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0x60, 0,
                                                              0, 0, 0, 0xD4, 0xC3, 0xB2, 0xA1, 0, 0, 0, 0));
-  NvmeBlocks guard = guarded;
-  guard.protection = nvme_protection::checkGuard;
-  EXPECT_EQ(nvmeRead(guard).dwords[2], 0x10000001U);
+  EXPECT_EQ(nvmeRead(guarded).dwords[2], 0x20000001U);
 }
 
 TEST(NvmeCommand, CompareAndWriteZeroesNameTheirBlocksLikewise) {

@@ -123,17 +123,14 @@ TEST(NvmeTraits, ADeallocationIsATrimOnlyWhereItLeavesZeros) {
 TEST(NvmeTraits, ProtectionInformationIsTransferredUnlessTheControllerIsToHandleIt) {
   const NvmeTraits transferred = traitsOf(protectedBlocks);
   EXPECT_EQ(transferred.geometry.protectionBytes, 8U);
-  EXPECT_EQ(transferred.writeProtection, 0);
-  EXPECT_EQ(transferred.readProtection, 0);
+  EXPECT_EQ(transferred.protection, 0);
   EXPECT_FALSE(transferred.separateMetadata);
   const NvmeTraits handled = traitsOf(protectedBlocks, {.protection = false});
   EXPECT_EQ(handled.geometry.protectionBytes, 0U);
-  EXPECT_EQ(handled.writeProtection, 0x8);
-  EXPECT_EQ(handled.readProtection, 0xD);
+  EXPECT_EQ(handled.protection, 0x8);
   EXPECT_TRUE(handled.referenceIsLba);
   FakeNvmeSettings third = protectedBlocks;
   third.protectionType = 3;
-  EXPECT_EQ(traitsOf(third, {.protection = false}).readProtection, 0xC);
   EXPECT_FALSE(traitsOf(third, {.protection = false}).referenceIsLba);
   EXPECT_THAT(complaint({}, {.protection = false}), HasSubstr("leave pi=off out"));
   EXPECT_THAT(complaint({.metadataBytes = 8}, {.protection = false}), HasSubstr("leave pi=off out"));

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "host/drive/nvme/NvmeDrive.h"
 #include "tests/drive/CommandMaker.h"
 #include "tests/drive/nvme/FakeNvme.h"
@@ -21,6 +23,14 @@ class NvmeZones : public testing::TestWithParam<uint64_t> {
     fake = passthrough.get();
     drive = std::make_unique<NvmeDrive>(std::move(passthrough), NvmeOptions{}, "/dev/ng0n1", depth);
     commands.emplace(*drive);
+  }
+
+  /// The last blocks of one, from that block on, and three of the other.
+  static Bytes joined(const Bytes& one, uint64_t from, const Bytes& other) {
+    Bytes bytes(one.size() - from * 512 + 3 * 512);
+    std::copy(one.begin() + static_cast<std::ptrdiff_t>(from * 512), one.end(), bytes.begin());
+    std::copy_n(other.begin(), 3 * 512, bytes.end() - 3 * 512);
+    return bytes;
   }
 
   FakeNvme* fake = nullptr;
@@ -81,8 +91,7 @@ TEST_P(NvmeZones, AReadGoesOverTheEndOfAZoneInPieces) {
     commands->run(CommandKind::write, lba, 8, &first);
   }
   commands->run(CommandKind::write, zone, 8, &second);
-  Bytes expected(first.begin() + 3 * 512, first.end());
-  expected.insert(expected.end(), second.begin(), second.begin() + 3 * 512);
+  const Bytes expected = joined(first, 3, second);
   EXPECT_EQ(commands->read(zone - 5, 8), expected);
 }
 
@@ -91,8 +100,7 @@ TEST_P(NvmeZones, AVerifyGoesOverTheEndOfAZoneInPieces) {
   Bytes second = randomBytes(2, 8 * 512);
   commands->run(CommandKind::write, 0, zone, &first);
   commands->run(CommandKind::write, zone, 8, &second);
-  Bytes expected(first.end() - 5 * 512, first.end());
-  expected.insert(expected.end(), second.begin(), second.begin() + 3 * 512);
+  Bytes expected = joined(first, zone - 5, second);
   EXPECT_EQ(commands->run(CommandKind::verify, zone - 5, 8, &expected).status, scsi_status::good);
   expected[6 * 512] ^= 1;
   EXPECT_EQ(senseInformation(commands->run(CommandKind::verify, zone - 5, 8, &expected)), zone + 1);
