@@ -56,7 +56,7 @@ std::string nvmeDriveHelp() {
   return "nvme:DEVICE[,key=value]...\n"
          "  an NVMe namespace by commands of its own, /dev/nvme0n1 or /dev/ng0n1; its content is overwritten\n"
          "  pi=on            protection information is transferred; off: the controller adds and strips it\n"
-         "  trim=auto        Write Zeroes where there is one; zeroes: or fail; deallocate: Dataset Management; off\n"
+         "  trim=auto        Write Zeroes, if it surely leaves zeros; zeroes: or fail; deallocate: Dataset Management; off\n"
          "  verify=auto      the Compare command where it fits; compare: or fail; read: and compare here\n"
          "  engine=auto      io_uring commands, or ioctl on threads where the kernel refuses them; uring: or fail; "
          "threads\n"

@@ -146,9 +146,10 @@ class Judge {
         if (!controller.writesZeroes) {
           fail("has no Write Zeroes command; leave trim=zeroes out");
         }
-        [[fallthrough]];
+        traits_.trim = Trim::writeZeroes;
+        break;
       case Trim::wherePossible:
-        traits_.trim = controller.writesZeroes && !zoned ? Trim::writeZeroes : Trim::off;
+        traits_.trim = controller.writesZeroes && !zoned && !mayLeaveProtection() ? Trim::writeZeroes : Trim::off;
         break;
     }
     traits_.zeroesDeallocate = space_.zeroesMayDeallocate && space_.deallocatedReadsZero;
@@ -159,6 +160,9 @@ class Judge {
     sayTrim();
   }
 
+  /// Write Zeroes is to clear protection information that it is not told to generate, but controllers differ in that.
+  bool mayLeaveProtection() const { return space_.protectionType != 0 && traits_.geometry.protectionBytes != 0; }
+
   void judgeDeallocation() const {
     if (!identity_.controller.deallocates) {
       fail("has no Dataset Management command; leave trim=deallocate out");
@@ -166,7 +170,7 @@ class Judge {
     if (!space_.deallocatedReadsZero) {
       fail("does not promise that deallocated blocks read as zeros; leave trim=deallocate out");
     }
-    if (traits_.geometry.protectionBytes != 0 && space_.protectionType != 0) {
+    if (mayLeaveProtection()) {
       fail("returns protection information that is not zero for deallocated blocks; leave trim=deallocate out");
     }
   }

@@ -112,6 +112,13 @@ TEST(NvmeTraits, ATrimIsWriteZeroesUnlessThereIsNone) {
   EXPECT_THAT(complaint({.oncs = 0x05}, {.trim = Trim::writeZeroes}), HasSubstr("has no Write Zeroes command"));
 }
 
+TEST(NvmeTraits, WithTransferredProtectionATrimHasToBeAskedFor) {
+  EXPECT_FALSE(traitsOf(protectedBlocks).capabilities.trim);
+  EXPECT_TRUE(traitsOf(protectedBlocks, {.trim = Trim::writeZeroes}).capabilities.trim);
+  EXPECT_TRUE(traitsOf(protectedBlocks, {.protection = false}).capabilities.trim);
+  EXPECT_TRUE(traitsOf({.metadataBytes = 8}).capabilities.trim);
+}
+
 TEST(NvmeTraits, ADeallocationIsATrimOnlyWhereItLeavesZeros) {
   const NvmeOptions options{.trim = Trim::deallocate};
   EXPECT_EQ(traitsOf({}, options).trim, Trim::deallocate);
