@@ -21,14 +21,25 @@ NvmeOptions takeOptions(DriveAddress& address) {
   return options;
 }
 
-std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const std::string& engine, uint32_t depth,
-                                                 Overwriting overwriting) {
+/// Whether commands have metadata in memory of their own. With those, io_uring commands never ended in Linux 6.1, and
+/// their process could not be killed.
+bool movesSeparateMetadata(NvmePassthrough& passthrough, const std::string& path, const NvmeOptions& options) {
+  const NvmeIdentity::Namespace space = identifyNvme(passthrough, path).space;
+  return options.protection && space.metadataBytes != 0 && !space.metadataExtended;
+}
+
+std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const std::string& engine,
+                                                 const NvmeOptions& options, uint32_t depth, Overwriting overwriting) {
   const auto device = std::make_shared<NvmeDevice>(path, overwriting);
   if (engine == "threads") {
     return makeNvmeThreads(device, depth);
   }
   std::string refusal;
   std::unique_ptr<NvmePassthrough> passthrough = makeNvmeUring(device, depth, refusal);
+  if (passthrough != nullptr && movesSeparateMetadata(*passthrough, path, options)) {
+    refusal = "kernels hang on metadata apart from the data";
+    passthrough.reset();
+  }
   if (passthrough != nullptr) {
     return passthrough;
   }
@@ -48,15 +59,16 @@ std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstand
   if (address.target().empty()) {
     address.refuse("it names no namespace; write 'nvme:/dev/nvme0n1'");
   }
-  return std::make_unique<NvmeDrive>(makePassthrough(address.target(), engine, maxOutstanding, overwriting), options,
-                                     address.target(), maxOutstanding);
+  return std::make_unique<NvmeDrive>(makePassthrough(address.target(), engine, options, maxOutstanding, overwriting),
+                                     options, address.target(), maxOutstanding);
 }
 
 std::string nvmeDriveHelp() {
   return "nvme:DEVICE[,key=value]...\n"
          "  an NVMe namespace by commands of its own, /dev/nvme0n1 or /dev/ng0n1; its content is overwritten\n"
          "  pi=on            protection information is transferred; off: the controller adds and strips it\n"
-         "  trim=auto        Write Zeroes, if it surely leaves zeros; zeroes: or fail; deallocate: Dataset Management; off\n"
+         "  trim=auto        Write Zeroes, if it surely leaves zeros; zeroes: or fail; deallocate: Dataset Management; "
+         "off\n"
          "  verify=auto      the Compare command where it fits; compare: or fail; read: and compare here\n"
          "  engine=auto      io_uring commands, or ioctl on threads where the kernel refuses them; uring: or fail; "
          "threads\n"
