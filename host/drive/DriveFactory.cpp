@@ -3,6 +3,7 @@
 #include "host/drive/DriveAddress.h"
 #include "host/drive/block/BlockDrive.h"
 #include "host/drive/file/FileDrive.h"
+#include "host/drive/nvme/NvmeDrive.h"
 #include "host/drive/scsi/sg/SgDrive.h"
 #include "host/drive/sim/SimDrive.h"
 
@@ -21,17 +22,20 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);
   }
+  if (address.scheme() == "nvme") {
+    return guarded(address.target(), [&] { return openNvmeDrive(address, maxOutstanding, overwriting); });
+  }
   if (address.scheme() == "sg") {
     return guarded(address.target(), [&] { return openSgDrive(address, maxOutstanding); });
   }
   if (address.scheme() == "sim") {
     return openSimDrive(address, seed);
   }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file:, sg: and sim:");
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file:, nvme:, sg: and sim:");
 }
 
 std::string driveAddressHelp() {
-  return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp();
+  return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + nvmeDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp();
 }
 
 }  // namespace corvane::host

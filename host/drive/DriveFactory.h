@@ -17,6 +17,7 @@ namespace corvane::host {
 /// | `/dev/NAME[,trim=…]…`, `block:PATH…`     | a block device                                       |
 /// | `file:PATH[,size=64m][,block=512]…`      | a regular file; created when `size` is given         |
 /// | `sg:/dev/sgN[,timeout=30]…`             | a SCSI unit through its SCSI generic device          |
+/// | `nvme:DEVICE[,key=value]…`              | an NVMe namespace, by passthrough                    |
 /// | `sim:[SIZE][,block=512][,pi=8][,seed=N]…`| a simulated drive in memory                          |
 ///
 /// `driveAddressHelp` lists every key with its meaning and default.
