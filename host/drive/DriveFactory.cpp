@@ -2,6 +2,7 @@
 
 #include "host/drive/DriveAddress.h"
 #include "host/drive/file/FileDrive.h"
+#include "host/drive/scsi/iscsi/IscsiDrive.h"
 #include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
@@ -11,12 +12,15 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
   if (address.scheme() == "file") {
     return openFileDrive(address, maxOutstanding);
   }
+  if (address.scheme() == "iscsi") {
+    return openIscsiDrive(address, maxOutstanding);
+  }
   if (address.scheme() == "sim") {
     return openSimDrive(address, seed);
   }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are file: and sim:");
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are file:, iscsi: and sim:");
 }
 
-std::string driveAddressHelp() { return fileDriveHelp() + "\n" + simDriveHelp(); }
+std::string driveAddressHelp() { return fileDriveHelp() + "\n" + iscsiDriveHelp() + "\n" + simDriveHelp(); }
 
 }  // namespace corvane::host
