@@ -13,4 +13,14 @@ void putBigEndian(uint8_t* at, Value value) {
   }
 }
 
+/// Reads what `putBigEndian` stores.
+template <typename Value>
+Value getBigEndian(const uint8_t* at) {
+  Value value = 0;
+  for (size_t i = 0; i < sizeof(Value); ++i) {
+    value = static_cast<Value>(uint64_t{value} << 8 | at[i]);
+  }
+  return value;
+}
+
 }  // namespace corvane::host

@@ -39,6 +39,7 @@ inline constexpr Sense writeBoundaryViolation{sense_key::illegalRequest, 0x21, 0
 inline constexpr Sense invalidField{sense_key::illegalRequest, 0x24, 0x00};
 inline constexpr Sense abortedByInternalFailure{sense_key::abortedCommand, 0x44, 0x00};
 inline constexpr Sense abortedByParityError{sense_key::abortedCommand, 0x47, 0x00};
+inline constexpr Sense dataPhaseError{sense_key::abortedCommand, 0x4B, 0x00};
 inline constexpr Sense miscompareDuringVerify{sense_key::miscompare, 0x1D, 0x00};
 }  // namespace sense
 

@@ -343,7 +343,7 @@ void StepLoop::publishCommandBlock(const DriveCommand& command) {
   own.cdb = buildCdb(command, protection);
   cdb_.set(command.tag, own.cdb.data(), own.cdb.size());
   if (command.kind == CommandKind::trim) {
-    own.parameterList = buildUnmapParameterList(command.lba, command.blocks);
+    own.parameterList = cdb::unmapParameterList(command.lba, command.blocks);
     parameterList_.set(command.tag, own.parameterList.data(), own.parameterList.size());
   } else {
     parameterList_.clear(command.tag);

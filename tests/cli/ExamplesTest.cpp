@@ -33,8 +33,8 @@ TEST_P(ExampleTest, runsCleanOnASimulatedDriveAndReadsBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, ExampleTest,
-                         ::testing::Values("quick.toml", "soak.toml", "atomic.toml", "power-cut.toml", "zoned.toml",
-                                           "verify-only.toml", "phases.toml"),
+                         ::testing::Values("quick.toml", "soak.toml", "mixed.toml", "atomic.toml", "power-cut.toml",
+                                           "zoned.toml", "verify-only.toml", "phases.toml"),
                          [](const auto& file) {
                            std::string name = file.param;
                            std::erase_if(name, [](char c) { return c == '-' || c == '.'; });
@@ -46,8 +46,8 @@ TEST(ExamplesTest, everyOneIsTried) {
   for (const auto& entry : std::filesystem::directory_iterator(examples)) {
     names.insert(entry.path().filename().string());
   }
-  EXPECT_THAT(names, ElementsAre("atomic.toml", "phases.toml", "power-cut.toml", "quick.toml", "soak.toml",
-                                 "verify-only.toml", "zoned.toml"));
+  EXPECT_THAT(names, ElementsAre("atomic.toml", "mixed.toml", "phases.toml", "power-cut.toml", "quick.toml",
+                                 "soak.toml", "verify-only.toml", "zoned.toml"));
 }
 
 TEST(ExamplesTest, theQuickOneFindsAFaultWhateverTheSeed) {

@@ -52,8 +52,6 @@ TEST(CdbBuilder, SynchronizeCache16CoversTheMedium) {
 
 TEST(CdbBuilder, UnmapNamesTheLengthOfItsList) {
   EXPECT_THAT(buildCdb(command(CommandKind::trim), 0), ElementsAre(0x42, 0, 0, 0, 0, 0, 0, 0, 24, 0, 0, 0, 0, 0, 0, 0));
-  EXPECT_THAT(buildUnmapParameterList(0x0102030405060708, 0x11223344),
-              ElementsAre(0, 22, 0, 16, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 0x11, 0x22, 0x33, 0x44, 0, 0, 0, 0));
 }
 
 }  // namespace
