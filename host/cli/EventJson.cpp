@@ -40,6 +40,10 @@ class EventWriter {
   }
   void operator()(const ResetEvent& reset) { name("reset", reset.driveIndex); }
   void operator()(const PowerCycleEvent& cycle) { name("powerCycle", cycle.driveIndex); }
+  void operator()(const ConnectionLostEvent& lost) {
+    name("connectionLost", lost.driveIndex);
+    object_["cause"] = lost.cause;
+  }
   void operator()(const FindingEvent& found) {
     name("finding", found.driveIndex);
     object_["agentStatus"] = found.finding.agentStatus;
@@ -159,6 +163,8 @@ bool readEvent(const std::string& name, JsonFields& fields, RunEvent& event) {
     event.what = ResetEvent{.driveIndex = fields.number32("driveIndex")};
   } else if (name == "powerCycle") {
     event.what = PowerCycleEvent{.driveIndex = fields.number32("driveIndex")};
+  } else if (name == "connectionLost") {
+    event.what = ConnectionLostEvent{.driveIndex = fields.number32("driveIndex"), .cause = fields.text("cause")};
   } else if (name == "finding") {
     event.what = findingFrom(fields);
   } else if (name == "driveEnd") {

@@ -54,6 +54,10 @@ void EventStream::onReset(uint32_t driveIndex) { write(ResetEvent{.driveIndex = 
 
 void EventStream::onPowerCycle(uint32_t driveIndex) { write(PowerCycleEvent{.driveIndex = driveIndex}); }
 
+void EventStream::onConnectionLost(uint32_t driveIndex, std::string_view cause) {
+  write(ConnectionLostEvent{.driveIndex = driveIndex, .cause = std::string(cause)});
+}
+
 void EventStream::onFinding(uint32_t driveIndex, const Finding& finding) {
   write(FindingEvent{.driveIndex = driveIndex, .finding = finding});
 }

@@ -37,6 +37,7 @@ class EventStream final : public RunObserver {
   void onAgentLine(uint32_t driveIndex, int level, std::string_view text) override;
   void onReset(uint32_t driveIndex) override;
   void onPowerCycle(uint32_t driveIndex) override;
+  void onConnectionLost(uint32_t driveIndex, std::string_view cause) override;
   void onFinding(uint32_t driveIndex, const Finding& finding) override;
   void onDriveEnd(uint32_t driveIndex, const DriveResult& result) override;
 

@@ -42,6 +42,7 @@ void readEvents(JsonFields& fields, DriveTotals& totals) {
   JsonFields events(fields.part("events"));
   totals.resets = events.number("resets");
   totals.powerCycles = events.number("powerCycles");
+  totals.connectionsLost = events.number("connectionsLost");
   totals.zoneResets = events.number("zoneResets");
   totals.invalidations = events.number("invalidations");
   fields.takeFault("events", events);
@@ -91,6 +92,7 @@ void addFigures(Json& object, const DriveTotals& totals) {
   commands["maxOutstanding"] = totals.maxOutstanding;
   object["events"] = {{"resets", totals.resets},
                       {"powerCycles", totals.powerCycles},
+                      {"connectionsLost", totals.connectionsLost},
                       {"zoneResets", totals.zoneResets},
                       {"invalidations", totals.invalidations}};
   object["blocks"] = {{"written", totals.blocksWritten},

@@ -27,6 +27,11 @@ class ObserverList final : public RunObserver {
       one->onPowerCycle(driveIndex);
     }
   }
+  void onConnectionLost(uint32_t driveIndex, std::string_view cause) override {
+    for (RunObserver* one : observers_) {
+      one->onConnectionLost(driveIndex, cause);
+    }
+  }
   void onFinding(uint32_t driveIndex, const Finding& finding) override {
     for (RunObserver* one : observers_) {
       one->onFinding(driveIndex, finding);

@@ -43,6 +43,11 @@ struct PowerCycleEvent {
   uint32_t driveIndex = 0;
 };
 
+struct ConnectionLostEvent {
+  uint32_t driveIndex = 0;
+  std::string cause;
+};
+
 struct FindingEvent {
   uint32_t driveIndex = 0;
   Finding finding;
@@ -78,8 +83,8 @@ struct EndEvent {
 
 struct RunEvent {
   uint64_t ms = 0;  ///< since the start
-  std::variant<StartEvent, ProgressEvent, AgentEvent, ResetEvent, PowerCycleEvent, FindingEvent, DriveEndEvent,
-               StopEvent, LostEvent, EndEvent>
+  std::variant<StartEvent, ProgressEvent, AgentEvent, ResetEvent, PowerCycleEvent, ConnectionLostEvent, FindingEvent,
+               DriveEndEvent, StopEvent, LostEvent, EndEvent>
       what;
 };
 

@@ -48,7 +48,7 @@ namespace corvane::host {
 /// | `agentStatus`   | first status other than 0 that the agent returned, else 0                                 |
 /// | `error`         | one line, empty when clean                                                                |
 /// | `commands`      | see below                                                                                 |
-/// | `events`        | `resets`, `powerCycles`, `zoneResets`, `invalidations`                                    |
+/// | `events`        | `resets`, `powerCycles`, `connectionsLost`, `zoneResets`, `invalidations`                 |
 /// | `blocks`        | `written`, `trimmed`, `read`, `compared`                                                  |
 /// | `bytes`         | `written`, `read`, `compared`                                                             |
 /// | `elapsedMs`     | number                                                                                    |

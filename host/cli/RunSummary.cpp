@@ -44,6 +44,7 @@ std::string eventsText(const DriveTotals& totals) {
   };
   add(totals.resets, "resets");
   add(totals.powerCycles, "power cycles");
+  add(totals.connectionsLost, "connections lost");
   add(totals.zoneResets, "zone resets");
   add(totals.invalidations, "invalidations");
   add(totals.failed, "commands that failed");

@@ -1,5 +1,7 @@
 #include "host/drive/CommandCheck.h"
 
+#include <bit>
+
 namespace corvane::host {
 namespace {
 
@@ -41,6 +43,25 @@ uint64_t neededBytes(const DriveCommand& command, const DriveGeometry& geometry)
   }
 }
 
+bool isLegalSegment(uint64_t lba, uint32_t blocks, const AtomicSegments& segments) {
+  return std::has_single_bit(blocks) && blocks >= segments.leastBlocks && blocks <= segments.mostBlocks &&
+         lba % blocks == 0;
+}
+
+bool hasLegalSegments(const DriveCommand& command, const AtomicSegments& segments) {
+  if (!segments.limited() || command.blocks == 0) {
+    return true;
+  }
+  if (command.lbaStep != 1) {
+    return false;
+  }
+  const uint32_t bound = command.atomicBound == 0 ? command.blocks : command.atomicBound;
+  const uint32_t rest = command.blocks % bound;
+  // The first whole segment stands for all of them: each begins where the one before it ends.
+  return (command.blocks < bound || isLegalSegment(command.lba, bound, segments)) &&
+         (rest == 0 || isLegalSegment(command.lba + command.blocks - rest, rest, segments));
+}
+
 bool withinDrive(const DriveCommand& command, const DriveGeometry& geometry) {
   if (command.lba > geometry.blocks) {
     return false;
@@ -68,6 +89,9 @@ std::optional<Sense> refuse(const DriveCommand& command, const DriveGeometry& ge
   }
   const uint64_t needed = neededBytes(command, geometry);
   if (needed != 0 && (command.data == nullptr || command.dataBytes != needed)) {
+    return sense::invalidField;
+  }
+  if (command.kind == CommandKind::writeAtomic && !hasLegalSegments(command, capabilities.atomicSegments)) {
     return sense::invalidField;
   }
   return std::nullopt;

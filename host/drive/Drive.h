@@ -72,6 +72,7 @@ struct DriveCapabilities {
   bool zoneReset = false;      ///< a reset empties whole zones
   bool hostManaged = false;    ///< a write must begin at its zone's write pointer, in the order of submission
   bool invalidate = false;
+  bool connectionCanBreak = false;  ///< `submit` and `poll` may throw DriveConnectionLost
 };
 
 /// One command as the drive gets it.

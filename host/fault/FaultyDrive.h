@@ -50,6 +50,9 @@ class FaultyDrive : public Drive {
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override;
   void powerCycle() override;
+  int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
+    return inner_->sendVendorRequest(block, bytes);
+  }
 
  private:
   enum class Phase : uint8_t {

@@ -10,6 +10,7 @@ namespace corvane::host {
 /// that does not know the request.
 class VendorDevice {
  public:
+  static constexpr int inputOutputError = 5;
   static constexpr int noSuchDevice = 19;
   static constexpr int unsupported = 95;
   static constexpr int badArgument = 22;

@@ -42,7 +42,7 @@ struct JournalEntry {
 
 /// Something that happened to the whole drive or to a range of it.
 struct Incident {
-  enum class What : uint8_t { reset, powerCut, zoneReset, invalidation };
+  enum class What : uint8_t { reset, powerCut, connectionLost, zoneReset, invalidation };
 
   What what = What::reset;
   uint64_t afterCommand = 0;  ///< number of the last command that had been issued

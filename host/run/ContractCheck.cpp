@@ -6,6 +6,7 @@
 
 #include "host/drive/DriveAddress.h"
 #include "host/framework/TagPool.h"
+#include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConditionCheck.h"
 #include "host/run/ZoneMap.h"
 
@@ -169,6 +170,33 @@ void judgeZones(Judge& judge, const TestDefinition& test, const Drive& drive, co
                      text(zones.zoneBlocks()) + " blocks; widen the range or leave zone resets out");
 }
 
+void judgeConnection(Judge& judge, const TestDefinition& test, const AgentOptionValues& options, const Drive& drive) {
+  // With resets it has been said already.
+  if (!drive.capabilities().connectionCanBreak || losesCommands(test)) {
+    return;
+  }
+  const std::string why = whyLossEndsTest(test, options);
+  judge.warnIf(!why.empty(), "should the connection to the drive be lost, the test ends there, because " + why);
+  judge.warnIf(!options.spliceDetection && writesPlainly(test.mix),
+               "without \"Write Splice Detection\" a write that a lost connection takes away is never read back and "
+               "its blocks stay in memory; switch it on");
+}
+
+void judgeAtomicSegments(Judge& judge, const TestDefinition& test, const LbaLimits& limits,
+                         const AtomicSegments& segments) {
+  if (test.mix.writeAtomic == 0 || !segments.limited()) {
+    return;
+  }
+  judge.refuseIf(legalAtomicBounds(limits, segments).empty(),
+                 "the drive writes " + text(segments.leastBlocks) + " to " + text(segments.mostBlocks) +
+                     " blocks atomically, a power of two at a multiple of itself, and none of these fits atomic "
+                     "bounds of " +
+                     text(limits.minAtomicBound) + ".." + text(limits.maxAtomicBound) + ", transfers of " +
+                     text(limits.minBlocks) + ".." + text(limits.maxBlocks) + " blocks and the LBA range " +
+                     text(limits.firstLba) + ".." + text(limits.endLba) +
+                     "; let the bounds include such a power and the transfers a multiple of it, or leave atomic out");
+}
+
 void judgeHostManaged(Judge& judge, const TestDefinition& test, const AgentOptionValues& options,
                       const ZoneMap& zones) {
   const std::string drive = "a host-managed drive ";
@@ -255,6 +283,8 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
   if (drive.capabilities().hostManaged) {
     judgeHostManaged(judge, test, options, zones);
   }
+  judgeConnection(judge, test, options, drive);
+  judgeAtomicSegments(judge, test, lbaLimits(test, options, range), drive.capabilities().atomicSegments);
   const uint64_t average = (uint64_t{test.minBlocks} + test.maxBlocks + 1) / 2;
   const uint64_t waiting = average * stepOf(options) * options.maxQueueSize;
   judge.warnIf(size >= longest && waiting > size,
@@ -262,6 +292,29 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
                    ", so writes pile up on the same blocks and memory and time grow; widen it to at least " +
                    text(waiting) + " blocks or lower the queue size");
   return judge.take();
+}
+
+std::string whyLossEndsTest(const TestDefinition& test, const AgentOptionValues& options) {
+  if (options.userDefinedData && test.mix.writeAtomic != 0) {
+    return "with user data the new content of an unfinished atomic write cannot be told from the old; switch \"User "
+           "Defined Data\" off, or leave atomic out";
+  }
+  if (options.minQueueSize < test.queueDepth) {
+    return "with \"Min Queue Size\" " + text(options.minQueueSize) + " below the queue depth " + text(test.queueDepth) +
+           " a write may be lost together with its read-back, which the agent cannot account for; set it to at least "
+           "the queue depth";
+  }
+  return {};
+}
+
+LbaLimits lbaLimits(const TestDefinition& test, const AgentOptionValues& options, const TestRange& range) {
+  return {.firstLba = range.firstLba,
+          .endLba = range.endLba,
+          .minBlocks = test.minBlocks,
+          .maxBlocks = test.maxBlocks,
+          .lbaStep = stepOf(options),
+          .minAtomicBound = test.minAtomicBound,
+          .maxAtomicBound = test.maxAtomicBound};
 }
 
 std::string missingCapability(const TestDefinition& test, const Drive& drive) {

@@ -6,6 +6,7 @@
 
 #include "host/drive/Drive.h"
 #include "host/run/AgentConfig.h"
+#include "host/run/LbaAgent.h"
 #include "host/run/TestDefinition.h"
 
 namespace corvane::host {
@@ -30,6 +31,13 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
 
 /// What the test needs and the drive does not offer: one sentence, empty when there is nothing.
 std::string missingCapability(const TestDefinition& test, const Drive& drive);
+
+/// Why a test cannot go on when the connection to its drive is lost: the rest of a sentence that begins with the loss
+/// and says what to change. Empty: it can go on.
+std::string whyLossEndsTest(const TestDefinition& test, const AgentOptionValues& options);
+
+/// Where the commands of a test on a range may go.
+LbaLimits lbaLimits(const TestDefinition& test, const AgentOptionValues& options, const TestRange& range);
 
 /// The range of a test on a drive; what goes up to the drive's end loses the head-room that sliding reads need there.
 TestRange testRange(const TestDefinition& test, const AgentOptionValues& options, const DriveGeometry& drive);

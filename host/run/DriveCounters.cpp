@@ -30,6 +30,7 @@ DriveTotals DriveCounters::totals(uint32_t sectorBytes) const {
   out.checked = checked.get();
   out.resets = resets.get();
   out.powerCycles = powerCycles.get();
+  out.connectionsLost = connectionsLost.get();
   out.zoneResets = zoneResets.get();
   out.invalidations = invalidations.get();
   out.heldBack = heldBack.get();

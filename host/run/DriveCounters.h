@@ -20,6 +20,7 @@ struct DriveCounters {
   Counter blocksCompared;
   Counter resets;
   Counter powerCycles;
+  Counter connectionsLost;
   Counter zoneResets;
   Counter invalidations;
   Counter heldBack;

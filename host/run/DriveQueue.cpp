@@ -28,12 +28,18 @@ DriveQueue::DriveQueue(Drive& drive, uint32_t agentTags, bool ownCommand, uint64
 
 bool DriveQueue::poll(DriveCompletion& out) {
   if (keptCount_ == 0) {
-    return fence_.poll(out);
+    return pollDrive(out);
   }
   out = kept_[keptFirst_];
   keptFirst_ = (keptFirst_ + 1) % static_cast<uint32_t>(kept_.size());
   --keptCount_;
   return true;
+}
+
+bool DriveQueue::pollDrive(DriveCompletion& out) {
+  const bool came = fence_.poll(out);
+  completions_ += came ? 1U : 0U;
+  return came;
 }
 
 void DriveQueue::wait(DriveCompletion& out) {
@@ -65,7 +71,7 @@ void DriveQueue::keep(const DriveCompletion& completion) {
 void DriveQueue::waitForDrive(DriveCompletion& out) {
   // The drive is polled, not waited for, so that one that hangs is noticed.
   for (uint32_t polls = 0; polls < busyPolls; ++polls) {
-    if (fence_.poll(out)) {
+    if (pollDrive(out)) {
       return;
     }
     if (polls >= keenPolls) {
@@ -74,7 +80,7 @@ void DriveQueue::waitForDrive(DriveCompletion& out) {
   }
   const uint64_t beganUs = clock_.steadyUs();
   uint64_t pauseUs = firstPauseUs;
-  while (!fence_.poll(out)) {
+  while (!pollDrive(out)) {
     if (clock_.steadyUs() - beganUs >= watchdogMs_ * 1000) {
       throw DriveError("the drive completed nothing for " + std::to_string(watchdogMs_ / 1000) +
                        " s, outstanding are " + fence_.describeOutstanding(namedCommands) +

@@ -15,6 +15,9 @@ namespace corvane::host {
 /// Above an ordering fence it adds waiting, with a watchdog, and commands of the host's own, which are waited for on
 /// the spot. What else completes meanwhile is kept and delivered later, in the order in which it came.
 ///
+/// DriveConnectionLost of the drive passes through each operation that submits or polls: every command is outstanding
+/// until `forgetAll` then, which comes after a reset of the drive.
+///
 /// Allocates nothing after its construction. One thread.
 class DriveQueue {
  public:
@@ -48,12 +51,16 @@ class DriveQueue {
 
   /// Commands submitted whose completions were not taken.
   uint32_t outstanding() const { return fence_.outstanding() + keptCount_; }
+  /// Completions that the drive has sent so far, those of the host's own commands included.
+  uint64_t completions() const { return completions_; }
+  bool isOutstanding(uint32_t tag) const { return fence_.isOutstanding(tag); }
   /// The command on a tag, until the next one is submitted on it.
   const DriveCommand& command(uint32_t tag) const { return fence_.command(tag); }
   /// Whether the drive has not taken the outstanding command on a tag.
   bool isUnsent(uint32_t tag) const { return fence_.isUnsent(tag); }
 
  private:
+  bool pollDrive(DriveCompletion& out);
   /// Past the kept completions.
   void waitForDrive(DriveCompletion& out);
   void keep(const DriveCompletion& completion);
@@ -65,6 +72,7 @@ class DriveQueue {
   std::vector<DriveCompletion> kept_;  ///< a ring
   uint32_t keptFirst_ = 0;
   uint32_t keptCount_ = 0;
+  uint64_t completions_ = 0;
 };
 
 }  // namespace corvane::host

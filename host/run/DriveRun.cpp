@@ -9,6 +9,7 @@
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
+#include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConfigurationError.h"
 
 namespace corvane::host {
@@ -41,7 +42,8 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       drive_(std::move(drive)),
       geometry_(drive_->geometry()),
       range_(testRange(context.test, context.options, geometry_)),
-      log_(index, context.observer) {
+      log_(index, context.observer),
+      recorder_(*drive_) {
   result_.name = std::move(name);
   result_.address = maskedAddress(address);
   result_.description = drive_->description();
@@ -108,6 +110,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.ranges = rangeSettings();
   settings.hostManaged = drive_->capabilities().hostManaged;
   settings.deviceInterface = test.deviceInterface;
+  settings.lossEndsTest = whyLossEndsTest(test, context_.options);
   settings.readDataDelivered = test.readDataDelivered;
   settings.minBlocks = test.minBlocks;
   settings.maxBlocks = test.maxBlocks;
@@ -153,15 +156,13 @@ RangeSettings DriveRun::rangeSettings() const {
 
 std::unique_ptr<LbaAgent> DriveRun::makeLbaSource() const {
   const TestDefinition& test = context_.test;
-  LbaLimits limits;
-  limits.firstLba = range_.firstLba;
-  limits.endLba = range_.endLba;
-  limits.minBlocks = test.minBlocks;
-  limits.maxBlocks = test.maxBlocks;
-  limits.lbaStep = context_.options.skipCommands ? 2 : 1;
-  limits.minAtomicBound = test.minAtomicBound;
-  limits.maxAtomicBound = test.maxAtomicBound;
-  return makeLbaAgent(test.lbaAgent, limits, deriveSeed(test.seed, "lba", index_));
+  const LbaLimits limits = lbaLimits(test, context_.options, range_);
+  std::unique_ptr<LbaAgent> agent = makeLbaAgent(test.lbaAgent, limits, deriveSeed(test.seed, "lba", index_));
+  const AtomicSegments& segments = drive_->capabilities().atomicSegments;
+  if (test.mix.writeAtomic == 0 || !segments.limited()) {
+    return agent;
+  }
+  return std::make_unique<AtomicSegmentAgent>(std::move(agent), limits, segments);
 }
 
 void DriveRun::runTest() {
@@ -215,6 +216,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   } catch (...) {
     // Its outstanding commands point into memory that is about to be freed.
     failure = std::current_exception();
+    recorder_.forgetDrive();
     drive_.reset();
   }
   context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);

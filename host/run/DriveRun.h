@@ -90,7 +90,7 @@ class DriveRun {
   const TestRange range_;
   DriveCounters counters_;
   AgentLog log_;
-  MiscompareRecorder recorder_;
+  MiscompareRecorder recorder_;  // detached before its drive goes
   std::shared_ptr<CommandJournal> journal_;  ///< null: nobody asked for it
   uint64_t foundUs_ = 0;
   uint64_t beganUs_ = 0;

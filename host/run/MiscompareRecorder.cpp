@@ -1,8 +1,10 @@
 #include "host/run/MiscompareRecorder.h"
 
+#include <exception>
+
 namespace corvane::host {
 
-MiscompareRecorder::MiscompareRecorder() : handle_(attachDevice(*this)) {}
+MiscompareRecorder::MiscompareRecorder(Drive& drive) : drive_(&drive), handle_(attachDevice(*this)) {}
 
 MiscompareRecorder::~MiscompareRecorder() { detachDevice(handle_); }
 
@@ -11,6 +13,17 @@ int MiscompareRecorder::reportMiscompare(uint32_t /*status*/, uint64_t lba) {
     lba_ = lba;
   }
   return 0;
+}
+
+int MiscompareRecorder::sendRequest(const uint8_t* block, uint32_t bytes) {
+  if (drive_ == nullptr) {
+    return noSuchDevice;
+  }
+  try {
+    return drive_->sendVendorRequest(block, bytes);
+  } catch (const std::exception&) {
+    return inputOutputError;
+  }
 }
 
 }  // namespace corvane::host

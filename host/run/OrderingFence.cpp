@@ -14,6 +14,7 @@ namespace {
 
 constexpr uint32_t patientAttempts = 8;  ///< after these a pause comes before each further attempt
 constexpr uint64_t retryPauseUs = 1000;
+constexpr uint64_t noAttempt = 0;  ///< instead of an id, while the drive does not have the command
 constexpr uint8_t senseKeyUnitAttention = 6;
 constexpr uint32_t shortestSense = 8;
 
@@ -95,7 +96,7 @@ void OrderingFence::submit(const DriveCommand& command) {
   ++count_;
   node.command.id = nextId_++;
   if (node.waitsFor == 0) {
-    drive_.submit(node.command);
+    pass(node);
   } else {
     ++held_;
     counters_.heldBack.add(1);
@@ -104,12 +105,20 @@ void OrderingFence::submit(const DriveCommand& command) {
 
 bool OrderingFence::isUnsent(uint32_t tag) const {
   const Node& node = nodes_[tag];
-  return node.outstanding && (node.waitsFor != 0 || node.command.id == 0);
+  return node.outstanding && (node.waitsFor != 0 || node.command.id == noAttempt);
 }
 
 bool OrderingFence::isUnsentWriteTo(uint64_t zone, const Node& node) const {
   return node.command.kind == CommandKind::write && isUnsent(node.command.tag) &&
          node.command.lba / zoneBlocks_ == zone;
+}
+
+void OrderingFence::pass(Node& node) {
+  if (lost_) {
+    node.command.id = noAttempt;
+    throw DriveConnectionLost(*lost_);
+  }
+  drive_.submit(node.command);
 }
 
 void OrderingFence::send(Node& node) {
@@ -119,6 +128,9 @@ void OrderingFence::send(Node& node) {
 }
 
 bool OrderingFence::poll(DriveCompletion& out) {
+  if (lost_) {
+    throw DriveConnectionLost(*lost_);
+  }
   sendAgain();
   while (drive_.poll(out, false)) {
     Node* node = out.tag < nodes_.size() ? &nodes_[out.tag] : nullptr;
@@ -144,8 +156,8 @@ void OrderingFence::keepForRetry(Node& node, const DriveCompletion& completion) 
                      " " + std::to_string(maxAttempts) +
                      " times; check that it is ready and that no other initiator uses or reserves it");
   }
-  // Not the id of any attempt, so that a second answer to this one is a stray.
-  node.command.id = 0;
+  // So that a second answer to this one is a stray.
+  node.command.id = noAttempt;
   toRetry_.push_back(completion.tag);
 }
 
@@ -192,8 +204,21 @@ void OrderingFence::releaseSuccessors(Node& node) {
               [this](uint32_t a, uint32_t b) { return nodes_[a].command.id < nodes_[b].command.id; });
   }
   held_ -= static_cast<uint32_t>(toSend_.size());
+  sendReleased();
+}
+
+void OrderingFence::sendReleased() {
   for (const uint32_t tag : toSend_) {
-    drive_.submit(nodes_[tag].command);
+    if (lost_) {
+      nodes_[tag].command.id = noAttempt;
+      continue;
+    }
+    try {
+      drive_.submit(nodes_[tag].command);
+    } catch (const DriveConnectionLost& lost) {
+      // What ended before it did end, and has to be told first.
+      lost_ = lost.what();
+    }
   }
 }
 
@@ -202,6 +227,7 @@ void OrderingFence::forgetAll() {
     nodes_[tag_[i]].outstanding = false;
   }
   toRetry_.clear();
+  lost_.reset();
   count_ = 0;
   held_ = 0;
 }

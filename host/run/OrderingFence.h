@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,10 @@ namespace corvane::host {
 /// Answers that say nothing about the data (busy, task set full, reservation conflict, unit attention) are never
 /// passed on: the command is sent again.
 ///
-/// Allocates nothing after its construction. One thread.
+/// When the drive throws DriveConnectionLost, the commands stay outstanding until `forgetAll`, which somebody calls
+/// after the drive was reset. A completion that had been taken by then is passed on first.
+///
+/// Allocates nothing after its construction but the text of a loss. One thread.
 class OrderingFence {
  public:
   static constexpr uint32_t maxAttempts = 1000;  ///< of one command, about a second altogether
@@ -39,13 +43,16 @@ class OrderingFence {
   /// Issues a command: passes it to the drive or holds it back.
   ///
   /// @param command its tag must not be outstanding; the fence gives it its id
+  ///
+  /// It is outstanding also when DriveConnectionLost is thrown.
   void submit(const DriveCommand& command);
 
   /// Takes the next completion, if there is one; never blocks on the drive.
   ///
   /// The commands that waited for it are submitted before this returns.
   ///
-  /// Throws DriveError when the drive answers one command `maxAttempts` times that it cannot take it now.
+  /// Throws DriveError when the drive answers one command `maxAttempts` times that it cannot take it now, and
+  /// DriveConnectionLost.
   bool poll(DriveCompletion& out);
 
   /// Forgets all outstanding commands. For after a reset or a power cut: what was held back never reaches the drive,
@@ -79,11 +86,13 @@ class OrderingFence {
   };
 
   bool isUnsentWriteTo(uint64_t zone, const Node& node) const;
+  void pass(Node& node);
   void send(Node& node);
   void sendAgain();
   void keepForRetry(Node& node, const DriveCompletion& completion);
   void remove(uint32_t tag);
   void releaseSuccessors(Node& node);
+  void sendReleased();
 
   Drive& drive_;
   DriveCounters& counters_;
@@ -99,8 +108,9 @@ class OrderingFence {
   uint32_t count_ = 0;
   uint32_t held_ = 0;
   uint64_t nextId_ = 1;
-  std::vector<uint32_t> toSend_;   ///< scratch of releaseSuccessors
-  std::vector<uint32_t> toRetry_;  ///< tags that the drive could not take
+  std::vector<uint32_t> toSend_;     ///< scratch of releaseSuccessors
+  std::vector<uint32_t> toRetry_;    ///< tags that the drive could not take
+  std::optional<std::string> lost_;  ///< why the connection was lost, while it is still to be thrown
 };
 
 }  // namespace corvane::host

@@ -74,12 +74,13 @@ RangeOperations::RangeOperations(const RangeSettings& settings, const TagPool& t
 }
 
 void RangeOperations::emptyAllZones() {
-  for (uint32_t zone = 0; zone < zones_.count(); ++zone) {
-    resetZone(zone);
+  for (; zonesEmptied_ < zones_.count(); ++zonesEmptied_) {
+    resetZone(zonesEmptied_);
   }
 }
 
 bool RangeOperations::carryOutDue(uint64_t commandsIssued, uint32_t publishedTag, const RangeGates& gates) {
+  finishInterrupted(commandsIssued);
   bool goOn = true;
   if ((gates.zoneReset && zoneResets_.due(commandsIssued)) || mustMakeRoom()) {
     goOn = carryOutZoneReset(commandsIssued, publishedTag);
@@ -88,6 +89,16 @@ bool RangeOperations::carryOutDue(uint64_t commandsIssued, uint32_t publishedTag
     goOn = carryOutInvalidate(commandsIssued, publishedTag) && goOn;
   }
   return goOn;
+}
+
+void RangeOperations::finishInterrupted(uint64_t commandsIssued) {
+  // Nothing is outstanding after a reset of the drive, so nothing can stand in the way.
+  if (zoneBegun_) {
+    resetAndTell(*zoneBegun_, commandsIssued);
+  }
+  if (rangeBegun_) {
+    invalidateAndTell(*rangeBegun_, commandsIssued);
+  }
 }
 
 bool RangeOperations::mustMakeRoom() const { return writer_ != nullptr && !writer_->hasRoom(); }
@@ -99,11 +110,7 @@ bool RangeOperations::carryOutZoneReset(uint64_t commandsIssued, uint32_t publis
     if (isBusy({.first = zones_.first(zone), .end = zones_.end(zone) + 1}, publishedTag)) {
       continue;
     }
-    resetZone(zone);
-    resetRanges_->push({.first = zones_.first(zone), .end = zones_.end(zone)});
-    checks_.zonesReset(zones_.first(zone), zones_.end(zone));
-    counters_.zoneResets.add(1);
-    zoneResets_.done(commandsIssued);
+    resetAndTell(zone, commandsIssued);
     return true;
   }
   return !mustMakeRoom() && zoneResets_.postpone();
@@ -115,16 +122,32 @@ bool RangeOperations::carryOutInvalidate(uint64_t commandsIssued, uint32_t publi
     if (isBusy(range, publishedTag)) {
       continue;
     }
-    run(CommandKind::invalidate, range);
-    // The agent takes this queue's end as included, unlike the other's. One block too many would be one whose content
-    // is as it was, and so a false alarm.
-    invalidRanges_->push({.first = range.first, .end = range.end - 1});
-    checks_.invalidated(range.first, range.end);
-    counters_.invalidations.add(1);
-    invalidations_.done(commandsIssued);
+    invalidateAndTell(range, commandsIssued);
     return true;
   }
   return invalidations_.postpone();
+}
+
+void RangeOperations::resetAndTell(uint32_t zone, uint64_t commandsIssued) {
+  zoneBegun_ = zone;
+  resetZone(zone);
+  zoneBegun_.reset();
+  resetRanges_->push({.first = zones_.first(zone), .end = zones_.end(zone)});
+  checks_.zonesReset(zones_.first(zone), zones_.end(zone));
+  counters_.zoneResets.add(1);
+  zoneResets_.done(commandsIssued);
+}
+
+void RangeOperations::invalidateAndTell(vdl::LBARange range, uint64_t commandsIssued) {
+  rangeBegun_ = range;
+  run(CommandKind::invalidate, range);
+  rangeBegun_.reset();
+  // The agent takes this queue's end as included, unlike the other's. One block too many would be one whose content
+  // is as it was, and so a false alarm.
+  invalidRanges_->push({.first = range.first, .end = range.end - 1});
+  checks_.invalidated(range.first, range.end);
+  counters_.invalidations.add(1);
+  invalidations_.done(commandsIssued);
 }
 
 bool RangeOperations::isBusy(const vdl::LBARange& range, uint32_t publishedTag) const {

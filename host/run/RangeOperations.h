@@ -42,7 +42,8 @@ struct RangeGates {
 ///
 /// An operation is carried out between two calls of the agent, only while no command that the agent still waits for
 /// overlaps its range, and its range is pushed when it has ended well: no command can be on either side of it without
-/// the agent knowing on which. One that failed throws DriveError.
+/// the agent knowing on which. One that failed throws DriveError. One that met DriveConnectionLost may have been
+/// carried out or not: it is thrown on, and the operation is done again before anything else.
 ///
 /// Allocates nothing after its construction but what the queues need. One thread.
 class RangeOperations {
@@ -59,7 +60,7 @@ class RangeOperations {
                   DriveCounters& counters, CheckAccount& checks, ZoneWriter* writer);
 
   /// Resets every zone. For before the first command: nothing is outstanding and the agent expects nothing, so nothing
-  /// is counted or pushed.
+  /// is counted or pushed. Called again after a lost connection, it goes on with the zone that it was at.
   void emptyAllZones();
 
   /// Carries out what is due and can be done now.
@@ -85,10 +86,13 @@ class RangeOperations {
     bool postpone() { return ++postponed < patience; }
   };
 
+  void finishInterrupted(uint64_t commandsIssued);
   bool carryOutZoneReset(uint64_t commandsIssued, uint32_t publishedTag);
   bool carryOutInvalidate(uint64_t commandsIssued, uint32_t publishedTag);
   bool mustMakeRoom() const;
   bool isBusy(const vdl::LBARange& range, uint32_t publishedTag) const;
+  void resetAndTell(uint32_t zone, uint64_t commandsIssued);
+  void invalidateAndTell(vdl::LBARange range, uint64_t commandsIssued);
   void resetZone(uint32_t zone);
   void run(CommandKind kind, const vdl::LBARange& range);
 
@@ -105,6 +109,10 @@ class RangeOperations {
   std::optional<InvalidateSource> invalidateSource_;
   vdl::LBARangeQueue* resetRanges_ = nullptr;
   vdl::LBARangeQueue* invalidRanges_ = nullptr;
+  uint32_t zonesEmptied_ = 0;
+  // What was begun and not told of; after a lost connection it is still there.
+  std::optional<uint32_t> zoneBegun_;
+  std::optional<vdl::LBARange> rangeBegun_;
 };
 
 }  // namespace corvane::host

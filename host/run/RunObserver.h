@@ -25,6 +25,8 @@ class RunObserver {
   virtual void onReset(uint32_t driveIndex) { (void)driveIndex; }
   /// The drive lost power and has it again.
   virtual void onPowerCycle(uint32_t driveIndex) { (void)driveIndex; }
+  /// The way to the drive broke and took what was outstanding; the drive is reset next. `cause` is one line.
+  virtual void onConnectionLost(uint32_t driveIndex, std::string_view cause) { (void)driveIndex, (void)cause; }
   /// The drive did not hold what it had to hold; its reports and dumps are written.
   virtual void onFinding(uint32_t driveIndex, const Finding& finding) { (void)driveIndex, (void)finding; }
   /// The drive's part of the test is over.

@@ -83,6 +83,7 @@ DriveTotals& DriveTotals::operator+=(const DriveTotals& other) {
   checked += other.checked;
   resets += other.resets;
   powerCycles += other.powerCycles;
+  connectionsLost += other.connectionsLost;
   zoneResets += other.zoneResets;
   invalidations += other.invalidations;
   heldBack += other.heldBack;

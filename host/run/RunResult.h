@@ -51,12 +51,13 @@ struct DriveTotals {
   CheckedBlocks checked;  ///< what the compared blocks were worth, and those of reads and verifies that failed
   uint64_t resets = 0;
   uint64_t powerCycles = 0;
-  uint64_t zoneResets = 0;     ///< without those that empty a host-managed drive before the first step
-  uint64_t invalidations = 0;  ///< of ranges
-  uint64_t heldBack = 0;       ///< commands that waited for an overlapping one before they went to the drive
-  uint64_t retried = 0;        ///< busy, task set full, unit attention, reservation conflict
-  uint64_t stray = 0;          ///< completions of commands that were not outstanding; dropped
-  uint32_t outstanding = 0;    ///< now
+  uint64_t connectionsLost = 0;  ///< each with a reset of the drive that `resets` does not count
+  uint64_t zoneResets = 0;       ///< without those that empty a host-managed drive before the first step
+  uint64_t invalidations = 0;    ///< of ranges
+  uint64_t heldBack = 0;         ///< commands that waited for an overlapping one before they went to the drive
+  uint64_t retried = 0;          ///< busy, task set full, unit attention, reservation conflict
+  uint64_t stray = 0;            ///< completions of commands that were not outstanding; dropped
+  uint32_t outstanding = 0;      ///< now
   uint32_t maxOutstanding = 0;
 
   uint64_t commandsIssued() const;

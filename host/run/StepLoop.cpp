@@ -11,11 +11,9 @@
 namespace corvane::host {
 namespace {
 
-constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" when no command finished
 constexpr uint32_t e2eBytes = 8;
 constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
 constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
-constexpr uint32_t readTries = 4;       ///< of a read after the test that the drive aborts
 
 bool carriesWriteData(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
@@ -81,14 +79,33 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
 }
 
 void StepLoop::prepareDrive() {
-  if (zoneWriter_) {
-    // Nobody knows where the drive's write pointers stand.
-    ranges_.emptyAllZones();
+  if (!zoneWriter_) {
+    return;
+  }
+  for (;;) {
+    try {
+      // Nobody knows where the drive's write pointers stand.
+      ranges_.emptyAllZones();
+      return;
+    } catch (const DriveConnectionLost& lost) {
+      // The agent has issued nothing yet, so it need not know.
+      noteLoss(lost);
+      reachDrive();
+      queue_.forgetAll();
+    }
   }
 }
 
 int32_t StepLoop::step() {
   assert(!draining_);
+  try {
+    return makeStep();
+  } catch (const DriveConnectionLost& lost) {
+    return goOnAfter(lost);
+  }
+}
+
+int32_t StepLoop::makeStep() {
   thread_.conditions &= ~conditions_.bits();
   publishChoice();
   selected_ = selector_.select(commandsIssued_);
@@ -120,10 +137,7 @@ int32_t StepLoop::step() {
 }
 
 int32_t StepLoop::quietStep() {
-  parkedTags_.clear();
-  for (uint32_t tag = tags_.take(); tag != TagPool::none; tag = tags_.take()) {
-    parkedTags_.push_back(tag);
-  }
+  parkFreeTags();
   if (const int32_t status = executeQuietly(); status != 0) {
     return status;
   }
@@ -132,6 +146,13 @@ int32_t StepLoop::quietStep() {
   }
   getStatus(queue_.outstanding() != 0);
   return 0;
+}
+
+void StepLoop::parkFreeTags() {
+  parkedTags_.clear();
+  for (uint32_t tag = tags_.take(); tag != TagPool::none; tag = tags_.take()) {
+    parkedTags_.push_back(tag);
+  }
 }
 
 int32_t StepLoop::executeQuietly() {
@@ -373,7 +394,7 @@ void StepLoop::cutPower() {
 }
 
 void StepLoop::resetDrive() {
-  drive_.reset();
+  reachDrive();
   counters_.resets.add(1);
   noteIncident(Incident::What::reset);
   settings_.observer->onReset(settings_.driveIndex);
@@ -381,21 +402,31 @@ void StepLoop::resetDrive() {
 
 int32_t StepLoop::resetDevice() {
   resetDrive();
+  forgetOutstanding();
+  return tellAgentOfReset();
+}
+
+int32_t StepLoop::tellAgentOfReset() {
   const int32_t status = agent_.deviceReset(&thread_, configData_, host_.driveData());
   if (status == 0 && tags_.outstanding() != 0) {
     throw std::logic_error("the agent left tags outstanding after a reset of the device");
   }
-  forgetOutstanding();
   publishNone();
   return status;
 }
 
-void StepLoop::getStatus(bool wait) {
+void StepLoop::publishLostSync() {
   if (lostSync_) {
     // The agent's own accounting of a reset has no place for a flush: it would wait for this one for ever.
     lastTagId_ = *lostSync_;
     lastStatusByte_ = scsi_status::aborted;
     lostSync_.reset();
+  }
+}
+
+void StepLoop::getStatus(bool wait) {
+  if (lostSync_) {
+    publishLostSync();
     return;
   }
   DriveCompletion completion;
@@ -487,56 +518,34 @@ void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletio
 
 int32_t StepLoop::drain() {
   draining_ = true;
-  while (tags_.take() != TagPool::none) {
+  int32_t status = 0;
+  for (bool done = false; !done && status == 0;) {
+    parkFreeTags();
+    try {
+      status = drainOnce(done);
+    } catch (const DriveConnectionLost& lost) {
+      status = goOnAfter(lost);
+    }
   }
-  for (;;) {
-    thread_.conditions &= ~conditions_.bits();
-    publishChoice();
-    if (const int32_t status = executeQuietly(); status != 0) {
-      abandon();
-      return status;
-    }
-    if (queue_.outstanding() == 0) {
-      return 0;
-    }
+  if (status != 0) {
+    abandon();
+  }
+  return status;
+}
+
+int32_t StepLoop::drainOnce(bool& done) {
+  thread_.conditions &= ~conditions_.bits();
+  publishChoice();
+  if (const int32_t status = executeQuietly(); status != 0) {
+    return status;
+  }
+  done = queue_.outstanding() == 0;
+  if (!done) {
     DriveCompletion completion;
     queue_.wait(completion);
     publishCompletion(completion);
   }
-}
-
-void StepLoop::abandon() {
-  draining_ = true;
-  DriveCompletion completion;
-  while (queue_.outstanding() != 0) {
-    queue_.wait(completion);
-    if (settings_.journal != nullptr) {
-      settings_.journal->finished(completion.tag, completion.status);
-    }
-  }
-  counters_.outstanding.set(0);
-  publishNone();
-}
-
-std::vector<uint8_t> StepLoop::readNow(uint64_t lba, uint32_t blocks) {
-  DriveCommand command;
-  command.kind = CommandKind::read;
-  command.lba = lba;
-  command.blocks = blocks;
-  command.dataBytes = uint64_t{blocks} * host_.sectorBytes();
-  command.data = readMemory_.of(command.tag);
-  DriveCompletion completion;
-  for (uint32_t tries = 0; tries < readTries; ++tries) {
-    queue_.submit(command);
-    queue_.wait(completion);
-    if (completion.status != scsi_status::aborted) {
-      break;
-    }
-  }
-  if (!isCarriedOut(completion) || completion.bytesTransferred < command.dataBytes) {
-    return {};
-  }
-  return {command.data, command.data + command.dataBytes};
+  return 0;
 }
 
 std::vector<uint8_t> StepLoop::verifiedData() const {

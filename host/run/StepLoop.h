@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/drive/DriveError.h"
 #include "host/fault/FaultLedger.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/CdbBuilder.h"
@@ -37,6 +39,7 @@ struct StepSettings {
   bool hostManaged = false;  ///< writes go to the write pointers of `ranges.zones`, which are reset now and then
   uint32_t deviceInterface = 0;
   bool readDataDelivered = true;
+  std::string lossEndsTest;  ///< why the test cannot go on after a lost connection (`whyLossEndsTest`); empty: it can
   uint32_t minBlocks = 1;
   uint32_t maxBlocks = 1;
   uint64_t minLba = 0;
@@ -47,7 +50,7 @@ struct StepSettings {
   CheckRules checks;                             ///< by which the agent reads back
   FaultLedger* ledger = nullptr;                 ///< told of the commands of a drive that does wrong on purpose
   CommandJournal* journal = nullptr;             ///< told of every command; null: nobody wants to know
-  RunObserver* observer = &RunObserver::none();  ///< told of resets and power cuts; never null
+  RunObserver* observer = &RunObserver::none();  ///< told of resets, power cuts and losses; never null
   uint32_t driveIndex = 0;                       ///< as the observer knows the drive
 };
 
@@ -59,13 +62,19 @@ struct StepSettings {
 /// completion, if there is one. It waits for a completion only when every tag is outstanding, or when an operation on a
 /// range cannot wait any longer: then the agent sees no free tag until the commands in the way have ended.
 ///
+/// When the connection to the drive is lost, the loop resets the drive and goes on; the agent learns of a device reset.
+///
 /// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
-/// without a free tag, data that do not fit the command), DriveError when the drive fails or completes nothing for
-/// the watchdog's time. After an exception the object is of no further use.
+/// without a free tag, data that do not fit the command), DriveError when the drive fails, completes nothing for the
+/// watchdog's time, cannot be reached again, or loses its connection in a test that cannot bear it. After an exception
+/// the object is of no further use.
 ///
 /// One thread. The shared variables that the agent maps are ready once the constructor has returned.
 class StepLoop {
  public:
+  static constexpr uint32_t resetTries = 5;     ///< of a drive that is lost again in each of its resets
+  static constexpr uint32_t lossesInARow = 16;  ///< without a command that ended; then the drive has failed
+
   /// All references outlive the object. `configData` is the agent's record; the drive's record is asked of `host`
   /// at each call.
   StepLoop(const vdl::AgentTable& agent, const void* configData, DriveThreadHost& host, Drive& drive,
@@ -86,13 +95,16 @@ class StepLoop {
   /// @return 0, or the status with which the agent ended the test
   int32_t drain();
 
-  /// Waits for everything that is outstanding and tells nobody. For after the agent has ended the test.
+  /// Waits for everything that is outstanding and tells nobody. For after the agent has ended the test. What is lost
+  /// with the connection is given up.
   void abandon();
 
   /// Reads blocks as they are now, past the agent. For after the test: nothing is outstanding.
   ///
   /// @param blocks at most the longest transfer
-  /// @return the sectors; empty when the read failed. Throws DriveError as a wait does.
+  /// @return the sectors; empty when the read failed, or its connection was lost again and again. Throws DriveError as
+  /// a
+  ///         wait does, and when the drive cannot be reached again.
   std::vector<uint8_t> readNow(uint64_t lba, uint32_t blocks);
 
   /// What the verify that the agent was told of last had compared the drive's data with, sector after sector; empty
@@ -104,9 +116,14 @@ class StepLoop {
   uint64_t commandsIssued() const { return commandsIssued_; }
 
  private:
+  static constexpr uint32_t nothing = 0xFFFFFFFF;  ///< "LastTagID" and "LastStatusByte" when no command finished
+
+  /// A step on a drive whose connection holds.
+  int32_t makeStep();
   int32_t callExecute();
   /// A step in which the agent sees no free tag, so that it issues nothing.
   int32_t quietStep();
+  void parkFreeTags();
   /// Calls the agent while no tag is free.
   int32_t executeQuietly();
   void publishChoice();
@@ -127,6 +144,22 @@ class StepLoop {
   /// The drive's part of a reset, and telling everybody but the agent.
   void resetDrive();
   int32_t resetDevice();
+  int32_t tellAgentOfReset();
+  void publishLostSync();
+  int32_t drainOnce(bool& done);
+
+  // What a lost connection takes (StepLoopLoss.cpp).
+  /// Makes the drive ready again and tells the agent of a device reset.
+  ///
+  /// @return 0, or the status with which the agent ended the test
+  int32_t goOnAfter(const DriveConnectionLost& lost);
+  void noteLoss(const DriveConnectionLost& lost);
+  void closeZonesOfSentWrites();
+  /// Resets the drive, more than once when need be.
+  void reachDrive();
+  void letOutstandingEnd();
+  bool readOnce(const DriveCommand& command, DriveCompletion& completion);
+
   void forgetOutstanding();
   void tellOfUnsentCommands();
   void takeBackUnsentWrites();
@@ -180,7 +213,7 @@ class StepLoop {
     bool preRead = false;
   };
   std::vector<PerTag> perTag_;
-  std::vector<uint32_t> parkedTags_;  ///< scratch of quietStep
+  std::vector<uint32_t> parkedTags_;  ///< tags that are kept from the agent for a step
 
   std::optional<LbaChoice> choice_;   ///< what the LBA agent generated last
   uint64_t selected_ = 0;             ///< the condition bits that were set before the agent ran
@@ -189,6 +222,8 @@ class StepLoop {
   uint32_t publishedTag_ = TagPool::none;
   DriveCommand lastVerify_;  ///< when the completion that was published last was a verify's; else without data
   uint64_t commandsIssued_ = 0;
+  uint32_t lossesSinceCompletion_ = 0;
+  uint64_t completionsAtLoss_ = 0;
   uint64_t nextReset_ = 0;                 ///< in commands issued
   uint32_t writesUsed_ = 0;                ///< "WriteCmdUsed" as it was last seen
   std::optional<ZonePosition> zoneWrite_;  ///< where the agent had to write in this step, if it wrote

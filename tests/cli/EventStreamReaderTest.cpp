@@ -28,10 +28,10 @@ DriveTotals distinctTotals() {
   for (uint64_t& count : totals.completed) {
     count = next++;
   }
-  for (uint64_t* count :
-       {&totals.failed, &totals.blocksWritten, &totals.bytesWritten, &totals.blocksTrimmed, &totals.blocksRead,
-        &totals.bytesRead, &totals.blocksCompared, &totals.bytesCompared, &totals.resets, &totals.powerCycles,
-        &totals.zoneResets, &totals.invalidations, &totals.heldBack, &totals.retried, &totals.stray}) {
+  for (uint64_t* count : {&totals.failed, &totals.blocksWritten, &totals.bytesWritten, &totals.blocksTrimmed,
+                          &totals.blocksRead, &totals.bytesRead, &totals.blocksCompared, &totals.bytesCompared,
+                          &totals.resets, &totals.powerCycles, &totals.connectionsLost, &totals.zoneResets,
+                          &totals.invalidations, &totals.heldBack, &totals.retried, &totals.stray}) {
     *count = next++;
   }
   totals.maxOutstanding = static_cast<uint32_t>(next++);
@@ -52,6 +52,7 @@ std::vector<RunEvent> everyEvent() {
           {1001, AgentEvent{.driveIndex = 0, .level = 1, .text = "a \"line\"\n"}},
           {1002, ResetEvent{.driveIndex = 1}},
           {1003, PowerCycleEvent{.driveIndex = 1}},
+          {1003, ConnectionLostEvent{.driveIndex = 1, .cause = "gone"}},
           {1004, FindingEvent{.driveIndex = 1, .finding = sample.result.findings[0]}},
           {1005, DriveEndEvent{.driveIndex = 1,
                                .status = RunStatus::dataFailure,

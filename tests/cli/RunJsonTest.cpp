@@ -42,7 +42,8 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
               ElementsAre("write", "atomic", "writesame", "trim", "read", "verify", "sync"));
-  EXPECT_THAT(keysOf(drive["events"]), ElementsAre("resets", "powerCycles", "zoneResets", "invalidations"));
+  EXPECT_THAT(keysOf(drive["events"]),
+              ElementsAre("resets", "powerCycles", "connectionsLost", "zoneResets", "invalidations"));
   EXPECT_THAT(keysOf(document["findings"][0]), ElementsAre("drive", "driveIndex", "agentStatus", "lba", "commandNumber",
                                                            "step", "elapsedMs", "text", "files"));
 }

@@ -350,6 +350,49 @@ TEST(OrderingFenceModel, ReadsSeeEveryEarlierAndNoLaterWrite) {
   }
 }
 
+class BrokenDriveTest : public OrderingFenceTest {
+ protected:
+  void breakAt(uint32_t tag) {
+    drive.onSubmit = [tag](const DriveCommand& command) {
+      if (command.tag == tag) {
+        throw DriveConnectionLost("gone");
+      }
+    };
+  }
+};
+
+TEST_F(BrokenDriveTest, ACommandWhoseSubmissionLostTheConnectionIsOutstanding) {
+  breakAt(0);
+  EXPECT_THROW(fence.submit(make(CommandKind::write, 0, 100, 4)), DriveConnectionLost);
+  EXPECT_TRUE(fence.isOutstanding(0));
+  EXPECT_FALSE(fence.isUnsent(0)) << "nobody knows how far it came";
+  fence.forgetAll();
+  EXPECT_EQ(fence.outstanding(), 0U);
+}
+
+TEST_F(BrokenDriveTest, WhatEndedBeforeTheLossIsPassedOnBeforeIt) {
+  fence.submit(make(CommandKind::write, 0, 100, 4));
+  fence.submit(make(CommandKind::read, 1, 100, 1));
+  fence.submit(make(CommandKind::read, 2, 101, 1));
+  drive.completeTag(0);
+  breakAt(1);
+  DriveCompletion completion;
+  ASSERT_TRUE(fence.poll(completion));
+  EXPECT_EQ(completion.tag, 0U);
+  EXPECT_FALSE(fence.isUnsent(1));
+  EXPECT_TRUE(fence.isUnsent(2)) << "the drive never saw it";
+  EXPECT_THROW(fence.poll(completion), DriveConnectionLost);
+  EXPECT_THROW(fence.submit(make(CommandKind::read, 3, 500, 1)), DriveConnectionLost);
+  EXPECT_TRUE(fence.isUnsent(3));
+  EXPECT_EQ(drive.submitted.size(), 2U);
+  fence.forgetAll();
+  drive.onSubmit = nullptr;
+  drive.reset();
+  fence.submit(make(CommandKind::read, 3, 500, 1));
+  drive.completeTag(3);
+  EXPECT_TRUE(fence.poll(completion));
+}
+
 class ZoneOrderTest : public ::testing::Test {
  protected:
   ZoneOrderTest() {

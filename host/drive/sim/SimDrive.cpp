@@ -24,6 +24,7 @@ std::string describeZones(const SimSettings& settings) {
 SimDrive::SimDrive(const SimSettings& settings)
     : settings_(settings),
       capabilities_{.atomicWrite = true,
+                    .atomicSegments = settings.atomicSegments,
                     .writeSame = true,
                     .trim = !settings.hostManaged,
                     .verify = true,

@@ -26,6 +26,7 @@ struct SimSettings {
   uint64_t cacheBlocks = 65'536;
   TearUnit tear = TearUnit::block;  ///< what a reset or power cut leaves done or undone as a whole
   bool hostManaged = false;         ///< of a drive with zones: each of them is written at its write pointer only
+  AtomicSegments atomicSegments{};  ///< that it writes wholly or not at all; others it refuses
   SimErrorRates errors;
   uint64_t seed = 1;
 };

@@ -1,6 +1,7 @@
 // What an address of a simulated drive may say.
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -18,6 +19,22 @@ constexpr uint64_t usualSizeBytes = uint64_t{1} << 30;
 
 TearUnit tearUnitOf(const std::string& word) {
   return word == "sector" ? TearUnit::sector : word == "4k" ? TearUnit::fourKiB : TearUnit::block;
+}
+
+AtomicSegments takeAtomicSegments(DriveAddress& address) {
+  constexpr uint64_t mostBlocks = 0xFFFF;  // what WRITE ATOMIC(16) can say
+  AtomicSegments segments;
+  segments.leastBlocks = static_cast<uint32_t>(address.number("atomic-least", 1, 1, mostBlocks));
+  segments.mostBlocks = static_cast<uint32_t>(address.number("atomic-most", 0, 0, mostBlocks));
+  if (segments.leastBlocks > 1 && !segments.limited()) {
+    address.refuse("atomic-least=" + std::to_string(segments.leastBlocks) +
+                   " needs an upper limit too; add it, as in atomic-most=" + std::to_string(segments.leastBlocks));
+  }
+  if (segments.limited() && std::bit_ceil(segments.leastBlocks) > segments.mostBlocks) {
+    address.refuse("there is no power of two from atomic-least=" + std::to_string(segments.leastBlocks) +
+                   " to atomic-most=" + std::to_string(segments.mostBlocks) + ", and segments are powers of two");
+  }
+  return segments;
 }
 
 uint64_t zoneBlocksOf(const DriveAddress& address, std::optional<uint64_t> bytes, const SimSettings& settings) {
@@ -56,6 +73,7 @@ std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
   settings.hostManaged = address.word("zonemodel", {"aware", "managed"}) == "managed";
   settings.volatileCache = address.word("cache", {"none", "volatile"}) == "volatile";
   settings.tear = tearUnitOf(address.word("tear", {"block", "sector", "4k"}));
+  settings.atomicSegments = takeAtomicSegments(address);
   settings.depth = static_cast<uint32_t>(address.number("depth", 1024, 1, 1024));
   settings.errors = takeErrorRates(address);
   settings.seed = address.number("seed", seed, 0, std::numeric_limits<uint64_t>::max());
@@ -74,6 +92,10 @@ std::string simDriveHelp() {
          "                   or 4k (aligned 4 KiB)\n"
          "  zones=SIZE       bytes of a zone, whole sectors; zones can be reset; the last one may be shorter\n"
          "  zonemodel=aware  aware: writes go anywhere; managed: a zone is written at its write pointer only\n"
+         "  atomic-most=0    blocks of the longest segment that is written atomically; segments are then powers of "
+         "two\n"
+         "                   at multiples of their length, and others are refused; 0: no limits\n"
+         "  atomic-least=1   blocks of the shortest such segment\n"
          "  depth=1024       commands that it takes at once, 1 to 1024\n" +
          errorRatesHelp() + "  seed=N           its own random choices; taken from the test's seed unless given\n";
 }

@@ -26,7 +26,7 @@ function makeAmounts(drive) {
 }
 
 function makeOthers(drive) {
-  const names = {heldBack: "held back", maxOutstanding: "outstanding at most", powerCycles: "power cycles", zoneResets: "zone resets"};
+  const names = {heldBack: "held back", maxOutstanding: "outstanding at most", powerCycles: "power cycles", connectionsLost: "connections lost", zoneResets: "zone resets"};
   const telling = [...drive.commandCounts, ...drive.events].filter(([name, count]) => count > 0 || name === "failed");
   const rows = telling.map(([name, count]) => [names[name] ?? name, grouped(count)]);
   return rows.length === 0 ? null : makeTable([{title: "events"}, {title: "count", number: true}], rows);
