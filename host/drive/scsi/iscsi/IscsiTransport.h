@@ -28,6 +28,8 @@ class IscsiTransport : public ScsiTransport {
   uint64_t mostBytes() const override;
   uint32_t mostRequests() const override;
 
+  bool canBreak() const override { return true; }
+
   void submit(const ScsiRequest& request) override;
   bool poll(ScsiReply& out, bool wait) override;
   void resetUnit() override;
