@@ -176,7 +176,6 @@ TEST_F(IscsiUnit, WhoseFileIsCutShortFails) {
       std::filesystem::resize_file(file(), 0);
     }
   });
-  EXPECT_NE(result.status, RunStatus::clean) << agentLines(result);
   EXPECT_EQ(result.status, RunStatus::dataFailure) << agentLines(result);
 }
 
@@ -203,10 +202,10 @@ TEST_F(IscsiUnit, ThatHangsEndsTheTestInTime) {
 TEST_F(IscsiUnit, ThatIsKilledWithCommandsInFlightAndStartedAgainGoesOn) {
   startTarget({});
   uint32_t inFlight = 0;
-  int kills = 0;
+  uint32_t kills = 0;
   bool stopped = false;
   const RunResult result = runWatched(test(), [&](uint64_t sent, uint32_t outstanding) {
-    if (!stopped && kills < 2 && sent > 1000 * (kills + 1U)) {
+    if (!stopped && kills < 2 && sent > 1000 * (kills + 1)) {
       target_->stop();
       stopped = true;
     }
@@ -218,7 +217,7 @@ TEST_F(IscsiUnit, ThatIsKilledWithCommandsInFlightAndStartedAgainGoesOn) {
     }
   });
   expectSilence(result);
-  EXPECT_EQ(kills, 2);
+  EXPECT_EQ(kills, 2U);
   EXPECT_EQ(inFlight, 32U);
 }
 
