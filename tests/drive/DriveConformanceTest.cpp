@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <set>
 
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
+#include "tests/drive/scsi/OpenFakeUnit.h"
 #include "tests/support/TempFolder.h"
 
 namespace corvane::host {
@@ -15,16 +17,19 @@ namespace {
 
 struct Kind {
   std::string name;
-  std::string address;  ///< FILE stands for a path
+  std::string address;                             ///< FILE stands for a path
+  std::function<std::unique_ptr<Drive>()> make{};  ///< for a drive that no address leads to
 };
 
-void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.address; }
+void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 
 constexpr uint32_t depth = 32;
 
 class DriveConformance : public testing::TestWithParam<Kind> {
  protected:
-  DriveConformance() : drive(openDrive(address(), depth)), commands(*drive), sector(drive->geometry().sectorBytes()) {}
+  DriveConformance() : drive(openKind()), commands(*drive), sector(drive->geometry().sectorBytes()) {}
+
+  std::unique_ptr<Drive> openKind() { return GetParam().make ? GetParam().make() : openDrive(address(), depth); }
 
   std::string address() const {
     std::string text = GetParam().address;
@@ -80,6 +85,10 @@ TEST_P(DriveConformance, AnAtomicWriteAndForcedUnitAccessWriteToo) {
   DriveCommand atomic = commands.make(CommandKind::writeAtomic, 20, 6, &data);
   atomic.atomicBound = 4;
   atomic.forceUnitAccess = true;
+  if (!drive->capabilities().atomicWrite) {
+    EXPECT_EQ(senseNumber(commands.run(atomic)), 0x052000U);
+    atomic.kind = CommandKind::write;
+  }
   expectGood(commands.run(atomic));
   EXPECT_EQ(commands.read(20, 6), data);
 }
@@ -259,6 +268,9 @@ TEST_P(DriveConformance, AResetDropsWhatIsOutstanding) {
 }
 
 TEST_P(DriveConformance, AtomicWritesAreWholeInEverySegmentAfterAPowerCut) {
+  if (!drive->capabilities().atomicWrite || !drive->capabilities().powerToggle) {
+    GTEST_SKIP() << "it makes no such promise";
+  }
   for (uint64_t round = 0; round < 30; ++round) {
     Bytes old = dataOf(500 + 2 * round, 8);
     Bytes fresh = dataOf(501 + 2 * round, 8);
@@ -278,6 +290,45 @@ TEST_P(DriveConformance, AtomicWritesAreWholeInEverySegmentAfterAPowerCut) {
   }
 }
 
+/// What a SCSI unit may be like, each of which takes another way to the same content.
+Kind scsi(const std::string& name, const std::function<void(tests::FakeUnitTraits&)>& adjust,
+          const ScsiDriveSettings& settings = {}) {
+  tests::FakeUnitTraits traits;
+  traits.blocks = 16384;
+  adjust(traits);
+  return {name, "",
+          [traits, settings] { return makeScsiDrive(std::make_unique<tests::FakeScsiUnit>(traits), settings, depth); }};
+}
+
+std::vector<Kind> scsiKinds() {
+  using Settings = ScsiDriveSettings;
+  using Traits = tests::FakeUnitTraits;
+  return {scsi("Scsi", [](Traits&) {}),
+          scsi("Scsi4096", [](Traits& unit) { unit.blockBytes = 4096; }),
+          scsi("ScsiAtomic", [](Traits& unit) { unit.limits.mostAtomic = 16; }),
+          scsi("ScsiLimited",
+               [](Traits& unit) {
+                 unit.limits.mostTransfer = 3;
+                 unit.limits.mostWriteSame = 2;
+                 unit.memoryAlignment = 4096;
+               }),
+          scsi("ScsiWithoutExtras",
+               [](Traits& unit) {
+                 unit.refused = {scsi_operation::verify16, scsi_operation::maintenanceIn};
+                 unit.takesUnmapBit = false;
+                 unit.forcesUnitAccess = false;
+                 unit.pages = {};
+               }),
+          scsi("ScsiUnmap",
+               [](Traits& unit) {
+                 unit.refused = {scsi_operation::writeSame16};
+                 unit.granule = unit.limits.unmapGranularity = 4;
+                 unit.limits.unmapAlignment = 1;
+               },
+               {.trim = Settings::Trim::unmap, .verify = Settings::Verify::byHost}),
+          scsi("ScsiAttentions", [](Traits& unit) { unit.attentions = 3; })};
+}
+
 /// A random sequence of commands that never conflict, against an array.
 TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
   constexpr uint32_t slots = 16;
@@ -290,12 +341,16 @@ TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
     std::vector<Bytes> data(slots);
     std::vector<DriveCommand> sent;
     for (uint32_t slot = 0; slot < slots; ++slot) {
-      const auto kind = static_cast<CommandKind>(random.below(5));
+      auto kind = static_cast<CommandKind>(random.below(5));
+      if (kind == CommandKind::writeAtomic && !drive->capabilities().atomicWrite) {
+        kind = CommandKind::write;
+      }
       const auto blocks = static_cast<uint32_t>(random.between(1, slotBlocks / 2));
       const uint64_t lba = uint64_t{slot} * slotBlocks + random.below(slotBlocks - blocks + 1);
       data[slot] = dataOf(random.next(), kind == CommandKind::writeSame ? 1 : blocks);
       DriveCommand command = commands.make(kind, lba, blocks, kind == CommandKind::trim ? nullptr : &data[slot]);
       command.tag = slot;
+      command.atomicBound = drive->capabilities().atomicSegments.limited() ? 1 : 0;
       sent.push_back(command);
       drive->submit(command);
     }
@@ -327,6 +382,9 @@ INSTANTIATE_TEST_SUITE_P(Every, DriveConformance,
                                          Kind{"FileThreads", "file:FILE,size=8m,engine=threads"},
                                          Kind{"FileProtection", "file:FILE,size=8519680,pi=8"},
                                          Kind{"File4096", "file:FILE,size=32m,block=4096"}),
+                         [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(Scsi, DriveConformance, testing::ValuesIn(scsiKinds()),
                          [](const auto& test) { return test.param.name; });
 
 }  // namespace
