@@ -52,7 +52,7 @@ bool hasLegalSegments(const DriveCommand& command, const AtomicSegments& segment
   if (!segments.limited() || command.blocks == 0) {
     return true;
   }
-  if (command.lbaStep != 1) {
+  if (command.lbaStep != 1 && command.blocks > 1) {
     return false;
   }
   const uint32_t bound = command.atomicBound == 0 ? command.blocks : command.atomicBound;

@@ -13,6 +13,7 @@ namespace corvane::host {
 ///
 /// | Address                                  | Drive                                                |
 /// |------------------------------------------|------------------------------------------------------|
+/// | `/dev/NAME[,trim=…]…`, `block:PATH…`     | a block device                                       |
 /// | `file:PATH[,size=64m][,block=512]…`      | a regular file; created when `size` is given         |
 /// | `iscsi://[USER[%PW]@]HOST[:PORT]/IQN/LUN`| a logical unit of an iSCSI target                    |
 /// | `sim:[SIZE][,block=512][,pi=8][,seed=N]…`| a simulated drive in memory                          |

@@ -68,15 +68,17 @@ TEST_F(EventStreamTest, eachEventIsALineThatIsThereAtOnce) {
   EXPECT_EQ(linesOf(path_)[2], R"({"t":1500,"event":"reset","driveIndex":0,"drive":"a"})");
   stream->onPowerCycle(0);
   EXPECT_EQ(linesOf(path_)[3], R"({"t":1500,"event":"powerCycle","driveIndex":0,"drive":"a"})");
+  stream->onConnectionLost(1, "no answer");
+  EXPECT_EQ(linesOf(path_)[4], R"({"t":1500,"event":"connectionLost","driveIndex":1,"drive":"b","cause":"no answer"})");
   stream->stop(SIGINT);
-  EXPECT_EQ(linesOf(path_)[4], R"({"t":1500,"event":"stop","signal":"SIGINT"})");
+  EXPECT_EQ(linesOf(path_)[5], R"({"t":1500,"event":"stop","signal":"SIGINT"})");
   stream->onFinding(1,
                     {.drive = "b", .agentStatus = -1046, .lba = 7, .text = "bad \xff", .files = {"x"}, .moment = {}});
-  EXPECT_EQ(linesOf(path_)[5],
+  EXPECT_EQ(linesOf(path_)[6],
             "{\"t\":1500,\"event\":\"finding\",\"driveIndex\":1,\"drive\":\"b\",\"agentStatus\":-1046,\"lba\":7,"
             "\"text\":\"bad \xEF\xBF\xBD\",\"files\":[\"x\"]}");
   stream->end({.status = RunStatus::dataFailure, .exitStatus = 1, .stopped = true, .error = ""});
-  EXPECT_EQ(linesOf(path_)[6],
+  EXPECT_EQ(linesOf(path_)[7],
             R"({"t":1500,"event":"end","status":"data failure","exitStatus":1,"stopped":true,"error":""})");
   EXPECT_THAT(warnings_, IsEmpty());
 }

@@ -106,6 +106,40 @@ TEST_F(CommandCheck, WhatADriveDoesNotOfferIsAnInvalidOperation) {
   }
 }
 
+TEST_F(CommandCheck, AnAtomicWriteHasSegmentsThatTheDriveTakes) {
+  command.kind = CommandKind::writeAtomic;
+  offers.atomicWrite = true;
+  const auto isLegal = [this](uint64_t lba, uint32_t blocks, uint32_t bound) {
+    command.lba = lba;
+    command.blocks = blocks;
+    command.atomicBound = bound;
+    command.dataBytes = uint64_t{blocks} * 512;
+    return check() == std::nullopt;
+  };
+  EXPECT_TRUE(isLegal(7, 5, 3)) << "there are no limits";
+  offers.atomicSegments = {.leastBlocks = 2, .mostBlocks = 8};
+  EXPECT_TRUE(isLegal(8, 8, 8));
+  EXPECT_TRUE(isLegal(16, 24, 4));
+  EXPECT_TRUE(isLegal(8, 12, 8)) << "the last segment is shorter and legal by itself";
+  EXPECT_TRUE(isLegal(24, 4, 0)) << "without a bound it is one segment";
+  EXPECT_FALSE(isLegal(24, 3, 0));
+  EXPECT_FALSE(isLegal(4, 8, 8)) << "not at a multiple of its length";
+  EXPECT_FALSE(isLegal(12, 9, 3));
+  EXPECT_FALSE(isLegal(8, 9, 8)) << "the last segment is too short";
+  EXPECT_FALSE(isLegal(8, 14, 8)) << "the last segment is no power of two";
+  EXPECT_FALSE(isLegal(16, 16, 16)) << "too long";
+  EXPECT_FALSE(isLegal(16, 16, 1)) << "too short";
+  EXPECT_FALSE(isLegal(8, 1, 8)) << "shorter than its bound, and too short";
+  EXPECT_TRUE(isLegal(8, 4, 8)) << "shorter than its bound, and legal by itself";
+  command.lbaStep = 2;
+  EXPECT_FALSE(isLegal(8, 8, 8)) << "with blocks left out";
+  command.lbaStep = 1;
+  isLegal(4, 8, 8);
+  EXPECT_EQ(check(), sense::invalidField);
+  command.kind = CommandKind::write;
+  EXPECT_EQ(check(), std::nullopt) << "other writes go anywhere";
+}
+
 TEST(CommandKinds, HaveNamesAndChangeTheMediumOrNot) {
   EXPECT_STREQ(commandKindName(CommandKind::write), "write");
   EXPECT_STREQ(commandKindName(CommandKind::writeAtomic), "atomic");

@@ -82,7 +82,7 @@ TEST(DriveAddress, ASimulatedDriveMayHaveKeysOnly) {
 
 TEST(DriveAddress, ComplaintsNameTheAddressThePieceAndTheRemedy) {
   EXPECT_THAT(complaint("disk.img"), AllOf(HasSubstr("'disk.img'"), HasSubstr("no kind"), HasSubstr("file:PATH")));
-  EXPECT_THAT(complaint("nfs:x"), AllOf(HasSubstr("'nfs:'"), HasSubstr("file:, iscsi: and sim:")));
+  EXPECT_THAT(complaint("nfs:x"), AllOf(HasSubstr("'nfs:'"), HasSubstr("block:, file:, iscsi: and sim:")));
   EXPECT_THAT(complaint("sim:1g,colour=red"), AllOf(HasSubstr("'colour'"), HasSubstr("block, pi, exponent")));
   EXPECT_THAT(complaint("sim:1g,block"), AllOf(HasSubstr("'block'"), HasSubstr("key=value")));
   EXPECT_THAT(complaint("sim:1g,block=513"), AllOf(HasSubstr("block=513"), HasSubstr("512, 1024, 2048, 4096")));

@@ -96,7 +96,7 @@ TEST_P(LostConnection, AtAnyPlaceOfAShortTestRaisesNothing) {
       ASSERT_EQ(result.totals().connectionsLost, places >= at ? 1U : 0U);
       ASSERT_FALSE(HasFailure()) << "place " << at << " of kind " << static_cast<int>(where);
     }
-    EXPECT_GE(places, 100U);
+    EXPECT_GE(places, 80U);
   }
 }
 
@@ -104,7 +104,7 @@ TEST_P(LostConnection, AgainAndAgainRaisesNothing) {
   const Workspace workspace;
   TestDefinition test = testOf(GetParam(), workspace);
   test.commandLimit = 20'000;
-  for (const uint64_t seed : {1, 2, 3}) {
+  for (uint64_t seed = 1; seed <= 3; ++seed) {
     test.seed = seed;
     Random random(seed);
     const RunResult result =
@@ -123,9 +123,17 @@ TEST_P(LostConnection, OfEachKindOfCommandRaisesNothing) {
        {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim, CommandKind::read,
         CommandKind::verify, CommandKind::syncCache, CommandKind::zoneReset, CommandKind::invalidate}) {
     Random random(7);
-    expectSilence(runOn(test, [&](Break /*where*/, const DriveCommand* command) {
-      return command != nullptr && command->kind == kind && random.below(4) == 0;
-    }));
+    const uint64_t oneIn = kind >= CommandKind::syncCache ? 3 : 20;  // the last ones are rare
+    uint64_t places = 0;
+    const RunResult result = runOn(test, [&](Break /*where*/, const DriveCommand* command) {
+      if (command == nullptr || command->kind != kind) {
+        return false;
+      }
+      ++places;
+      return random.below(oneIn) == 0;
+    });
+    expectSilence(result);
+    EXPECT_TRUE(places < 40 || result.totals().connectionsLost > 0) << commandKindName(kind);
   }
 }
 

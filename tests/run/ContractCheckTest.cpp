@@ -395,6 +395,60 @@ const Case hostManagedRefusals[] = {
 INSTANTIATE_TEST_SUITE_P(All, HostManaged, ::testing::ValuesIn(hostManagedRefusals),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
+TEST(ContractCheckOnDrive, AtomicWritesNeedSegmentsThatTheDriveTakes) {
+  FakeDrive drive;
+  drive.offers.atomicSegments = {.leastBlocks = 4, .mostBlocks = 16};
+  TestDefinition test = plainTest();
+  const AgentOptionValues options = defaults();
+  test.maxAtomicBound = 3;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty()) << "there are no atomic writes";
+  test.mix.writeAtomic = 1;
+  EXPECT_THAT(
+      checkTestOnDrive(test, options, drive).refusals,
+      ElementsAre("the drive writes 4 to 16 blocks atomically, a power of two at a multiple of itself, and none "
+                  "of these fits atomic bounds of 1..3, transfers of 1..8 blocks and the LBA range 0..100000; "
+                  "let the bounds include such a power and the transfers a multiple of it, or leave atomic "
+                  "out"));
+  test.maxAtomicBound = 4;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+  test.maxBlocks = 3;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr("transfers of 1..3 blocks")));
+  drive.offers.atomicSegments = {};
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
+}
+
+TEST(ContractCheckOnDrive, AConnectionThatCanBreakIsWarnedOfWhereALossWouldEndTheTest) {
+  FakeDrive drive;
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  options.spliceDetection = true;
+  options.minQueueSize = test.queueDepth - 1;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).warnings, IsEmpty());
+  drive.offers.connectionCanBreak = true;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).warnings,
+              ElementsAre(HasSubstr("should the connection to the drive be lost, the test ends there, because with "
+                                    "\"Min Queue Size\" 31 below the queue depth 32")));
+  options.minQueueSize = test.queueDepth;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).warnings, IsEmpty());
+  options.spliceDetection = false;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).warnings, ElementsAre(HasSubstr("that a lost connection takes")));
+  test.resetEveryCommands = 100;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).warnings, IsEmpty()) << "the resets were warned of already";
+}
+
+TEST(WhyLossEndsTest, IsSaidOfTestsThatALossWouldTurnIntoAFalseAlarmOrAnError) {
+  TestDefinition test = plainTest();
+  AgentOptionValues options = defaults();
+  EXPECT_EQ(whyLossEndsTest(test, options), "");
+  options.userDefinedData = true;
+  EXPECT_EQ(whyLossEndsTest(test, options), "");
+  test.mix.writeAtomic = 1;
+  EXPECT_THAT(whyLossEndsTest(test, options), HasSubstr("\"User Defined Data\" off, or leave atomic out"));
+  options.userDefinedData = false;
+  options.minQueueSize = 31;
+  EXPECT_THAT(whyLossEndsTest(test, options), HasSubstr("set it to at least the queue depth"));
+}
+
 TEST(MissingCapability, ZoneResetsNeedADriveWithZones) {
   FakeDrive drive;
   TestDefinition test = plainTest();

@@ -132,10 +132,10 @@ std::vector<std::string> unregisteredTests(const std::vector<SourceFile>& files)
 }
 
 std::vector<std::string> forbiddenWords(const std::vector<SourceFile>& files) {
-  // Cut in two, so that this list is not found in itself.
+  // Cut in two, so that this list is not found in itself. A test may be skipped, but must say what is missing.
   const std::string joint;
-  const std::vector<std::string> words{"TO" + joint + "DO",       "FIX" + joint + "ME",  "DISABLED" + joint + "_",
-                                       "GTEST_" + joint + "SKIP", "/wo" + joint + "rk/", "/ho" + joint + "me/"};
+  const std::vector<std::string> words{"TO" + joint + "DO",          "FIX" + joint + "ME",  "DISABLED" + joint + "_",
+                                       "GTEST_" + joint + "SKIP();", "/wo" + joint + "rk/", "/ho" + joint + "me/"};
   std::vector<std::string> breaches;
   for (const SourceFile& file : files) {
     for (const std::string& word : words) {

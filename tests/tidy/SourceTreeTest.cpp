@@ -85,11 +85,17 @@ TEST(Rules, FindForbiddenWords) {
                               {"b.md",
                                "/ho"
                                "me/me/drive.img"},
-                              {"c.cpp", "fine"}}),
+                              {"c.cpp", "fine"},
+                              {"d.cpp",
+                               "GTEST_"
+                               "SKIP();"},
+                              {"e.cpp", "GTEST_SKIP() << what;"}}),
               ElementsAre("a.cpp: TO"
                           "DO",
                           "b.md: /ho"
-                          "me/"));
+                          "me/",
+                          "d.cpp: GTEST_"
+                          "SKIP();"));
 }
 
 }  // namespace

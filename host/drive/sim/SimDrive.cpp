@@ -19,6 +19,12 @@ std::string describeZones(const SimSettings& settings) {
          std::to_string(settings.geometry.zoneBlocks) + " blocks";
 }
 
+std::string describeAtomicSegments(const AtomicSegments& segments) {
+  return segments.limited() ? ", atomic segments of " + std::to_string(segments.leastBlocks) + " to " +
+                                  std::to_string(segments.mostBlocks) + " blocks"
+                            : "";
+}
+
 }  // namespace
 
 SimDrive::SimDrive(const SimSettings& settings)
@@ -47,7 +53,7 @@ SimDrive::SimDrive(const SimSettings& settings)
 std::string SimDrive::description() const {
   return "simulated drive, " + describeGeometry(settings_.geometry) + ", " +
          (settings_.volatileCache ? "volatile write cache" : "no volatile cache") + describeZones(settings_) +
-         ", seed " + std::to_string(settings_.seed);
+         describeAtomicSegments(settings_.atomicSegments) + ", seed " + std::to_string(settings_.seed);
 }
 
 void SimDrive::submit(const DriveCommand& command) {

@@ -9,6 +9,7 @@
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
+#include "tests/drive/AddressComplaint.h"
 #include "tests/drive/CommandMaker.h"
 
 namespace corvane::host {
@@ -271,6 +272,29 @@ TEST(SimDrive, APowerCutNeverBringsInvalidatedContentBack) {
   const Bytes found = commands.read(0, 100);
   drive.powerCycle();
   EXPECT_EQ(commands.read(0, 100), found);
+}
+
+TEST(SimDrive, LimitsAtomicSegmentsAsItsAddressSays) {
+  const std::unique_ptr<Drive> drive = openDrive("sim:1m,atomic-least=2,atomic-most=8", 4);
+  EXPECT_EQ(drive->capabilities().atomicSegments.leastBlocks, 2U);
+  EXPECT_EQ(drive->capabilities().atomicSegments.mostBlocks, 8U);
+  EXPECT_THAT(drive->description(), testing::HasSubstr("atomic segments of 2 to 8 blocks"));
+  CommandMaker commands(*drive);
+  Bytes data = randomBytes(1, 8 * sector);
+  DriveCommand write = commands.make(CommandKind::writeAtomic, 16, 8, &data);
+  write.atomicBound = 8;
+  EXPECT_EQ(commands.run(write).status, scsi_status::good);
+  write = commands.make(CommandKind::writeAtomic, 20, 8, &data);
+  write.atomicBound = 8;
+  EXPECT_EQ(commands.run(write).status, scsi_status::checkCondition);
+  EXPECT_FALSE(openDrive("sim:1m", 4)->capabilities().atomicSegments.limited());
+}
+
+TEST(SimDriveAddress, RefusesLimitsOfAtomicSegmentsThatNothingFits) {
+  EXPECT_THAT(complaint("sim:1m,atomic-least=2"), testing::HasSubstr("add it, as in atomic-most=2"));
+  EXPECT_THAT(complaint("sim:1m,atomic-least=5,atomic-most=7"), testing::HasSubstr("there is no power of two from"));
+  EXPECT_THAT(complaint("sim:1m,atomic-most=65536"), testing::HasSubstr("atomic-most=65536"));
+  EXPECT_EQ(complaint("sim:1m,atomic-least=5,atomic-most=8"), "accepted");
 }
 
 TEST(SimDrive, ASeedRepeatsEverything) {

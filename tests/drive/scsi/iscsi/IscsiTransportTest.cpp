@@ -159,7 +159,8 @@ TEST_F(IscsiTransportTest, AnswersToInquiryAndReadCapacity) {
     readCapacity.data = capacity.data();
     readCapacity.bytes = capacity.size();
     EXPECT_EQ(runAfterAttentions(readCapacity).status, scsi_status::good);
-    const uint64_t last = uint64_t{capacity[4]} << 24 | capacity[5] << 16 | capacity[6] << 8 | capacity[7];
+    const uint64_t last =
+        (uint64_t{capacity[4]} << 24) + (uint64_t{capacity[5]} << 16) + (uint64_t{capacity[6]} << 8) + capacity[7];
     EXPECT_EQ(last, fileBytes / blockSize - 1);
     EXPECT_EQ(capacity[10] << 8 | capacity[11], static_cast<int>(blockSize));
   }

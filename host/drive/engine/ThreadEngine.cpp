@@ -1,8 +1,11 @@
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
@@ -10,30 +13,43 @@
 #include <thread>
 #include <vector>
 
-#include "host/drive/file/FileEngine.h"
+#include "host/drive/engine/Engine.h"
+#include "host/drive/engine/KernelFlags.h"
 
 namespace corvane::host {
 namespace {
 
 constexpr uint32_t mostThreads = 16;
 
-int64_t carryOut(int fd, const FileRequest& request) {
+int64_t allocate(int fd, int mode, const EngineRequest& request) {
+  return fallocate(fd, mode | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(request.offset),
+                   static_cast<off_t>(request.bytes));
+}
+
+int64_t carryOut(int fd, const EngineRequest& request) {
   int64_t result = 0;
   do {
     switch (request.operation) {
-      case FileRequest::Operation::read:
+      case EngineRequest::Operation::read:
         result = pread(fd, request.data, request.bytes, static_cast<off_t>(request.offset));
         break;
-      case FileRequest::Operation::write: {
+      case EngineRequest::Operation::write: {
         const iovec piece{request.data, request.bytes};
-        result = pwritev2(fd, &piece, 1, static_cast<off_t>(request.offset), request.dataSync ? RWF_DSYNC : 0);
+        result = pwritev2(fd, &piece, 1, static_cast<off_t>(request.offset), writeFlags(request));
         break;
       }
-      case FileRequest::Operation::punchHole:
-        result = fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(request.offset),
-                           static_cast<off_t>(request.bytes));
+      case EngineRequest::Operation::punchHole:
+        result = allocate(fd, FALLOC_FL_PUNCH_HOLE, request);
         break;
-      case FileRequest::Operation::flush:
+      case EngineRequest::Operation::writeZeros:
+        result = allocate(fd, FALLOC_FL_ZERO_RANGE, request);
+        break;
+      case EngineRequest::Operation::discard: {
+        const std::array<uint64_t, 2> range{request.offset, request.bytes};
+        result = ioctl(fd, BLKDISCARD, range.data());
+        break;
+      }
+      case EngineRequest::Operation::flush:
         result = fdatasync(fd);
         break;
     }
@@ -65,7 +81,7 @@ class Ring {
   size_t count_ = 0;
 };
 
-class ThreadEngine : public FileEngine {
+class ThreadEngine : public Engine {
  public:
   ThreadEngine(int fd, uint32_t depth) : fd_(fd), requests_(depth), replies_(depth) {
     threads_.reserve(std::min(depth, mostThreads));
@@ -88,18 +104,18 @@ class ThreadEngine : public FileEngine {
 
   std::string name() const override { return "thread pool"; }
 
-  void submit(const FileRequest& request) override {
+  void submit(const EngineRequest& request) override {
     {
       const std::lock_guard lock(mutex_);
       if (requests_.full()) {
-        throw std::logic_error("more file requests than the thread pool was made for");
+        throw std::logic_error("more requests than the thread pool was made for");
       }
       requests_.push(request);
     }
     toDo_.notify_one();
   }
 
-  bool poll(FileReply& out, bool wait) override {
+  bool poll(EngineReply& out, bool wait) override {
     std::unique_lock lock(mutex_);
     if (wait) {
       done_.wait(lock, [this] { return !replies_.empty(); });
@@ -119,9 +135,9 @@ class ThreadEngine : public FileEngine {
       if (ending_) {
         return;
       }
-      const FileRequest request = requests_.pop();
+      const EngineRequest request = requests_.pop();
       lock.unlock();
-      const FileReply reply{request.slot, carryOut(fd_, request)};
+      const EngineReply reply{request.slot, carryOut(fd_, request)};
       lock.lock();
       replies_.push(reply);
       done_.notify_one();
@@ -132,16 +148,14 @@ class ThreadEngine : public FileEngine {
   std::mutex mutex_;
   std::condition_variable toDo_;
   std::condition_variable done_;
-  Ring<FileRequest> requests_;
-  Ring<FileReply> replies_;
+  Ring<EngineRequest> requests_;
+  Ring<EngineReply> replies_;
   bool ending_ = false;
   std::vector<std::thread> threads_;
 };
 
 }  // namespace
 
-std::unique_ptr<FileEngine> makeThreadEngine(int fd, uint32_t depth) {
-  return std::make_unique<ThreadEngine>(fd, depth);
-}
+std::unique_ptr<Engine> makeThreadEngine(int fd, uint32_t depth) { return std::make_unique<ThreadEngine>(fd, depth); }
 
 }  // namespace corvane::host

@@ -3,19 +3,20 @@
 
 #include <algorithm>
 #include <bit>
-#include <cassert>
+#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 
 #include "host/drive/DriveError.h"
-#include "host/drive/file/FileEngine.h"
+#include "host/drive/engine/Engine.h"
+#include "host/drive/engine/KernelFlags.h"
 
 namespace corvane::host {
 namespace {
 
 std::string textOf(int error) { return std::generic_category().message(error); }
 
-class UringEngine : public FileEngine {
+class UringEngine : public Engine {
  public:
   UringEngine(int fd, uint32_t depth, int& error) : fd_(fd) {
     error = io_uring_queue_init(std::bit_ceil(depth), &ring_, 0);
@@ -43,28 +44,44 @@ class UringEngine : public FileEngine {
     return all;
   }
 
+  /// Whether the kernel's ring can discard. Asked with an empty range: a kernel that knows the command takes offence at
+  /// the range, and nothing is lost.
+  bool discards() {
+    EngineRequest nothing;
+    nothing.operation = EngineRequest::Operation::discard;
+    submit(nothing);
+    EngineReply reply;
+    poll(reply, true);
+    return reply.result == -EINVAL;
+  }
+
   std::string name() const override { return "io_uring"; }
 
-  void submit(const FileRequest& request) override {
+  void submit(const EngineRequest& request) override {
     io_uring_sqe* entry = io_uring_get_sqe(&ring_);
     if (entry == nullptr) {
-      throw std::logic_error("more file requests than the ring was made for");
+      throw std::logic_error("more requests than the ring was made for");
     }
     // The kernel moves at most 2 GiB in one go anyway; what is left is asked for by the caller.
     const auto bytes = static_cast<unsigned>(std::min<uint64_t>(request.bytes, uint64_t{1} << 30));
     switch (request.operation) {
-      case FileRequest::Operation::read:
+      case EngineRequest::Operation::read:
         io_uring_prep_read(entry, fd_, request.data, bytes, request.offset);
         break;
-      case FileRequest::Operation::write:
+      case EngineRequest::Operation::write:
         io_uring_prep_write(entry, fd_, request.data, bytes, request.offset);
-        entry->rw_flags = request.dataSync ? RWF_DSYNC : 0;
+        entry->rw_flags = writeFlags(request);
         break;
-      case FileRequest::Operation::punchHole:
-        io_uring_prep_fallocate(entry, fd_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-                                static_cast<off_t>(request.offset), static_cast<off_t>(request.bytes));
+      case EngineRequest::Operation::punchHole:
+        prepareAllocation(entry, FALLOC_FL_PUNCH_HOLE, request);
         break;
-      case FileRequest::Operation::flush:
+      case EngineRequest::Operation::writeZeros:
+        prepareAllocation(entry, FALLOC_FL_ZERO_RANGE, request);
+        break;
+      case EngineRequest::Operation::discard:
+        prepareDiscard(entry, request);
+        break;
+      case EngineRequest::Operation::flush:
         io_uring_prep_fsync(entry, fd_, IORING_FSYNC_DATASYNC);
         break;
     }
@@ -72,7 +89,7 @@ class UringEngine : public FileEngine {
     unsent_ = true;
   }
 
-  bool poll(FileReply& out, bool wait) override {
+  bool poll(EngineReply& out, bool wait) override {
     send();
     io_uring_cqe* entry = nullptr;
     int error = wait ? io_uring_wait_cqe(&ring_, &entry) : io_uring_peek_cqe(&ring_, &entry);
@@ -92,6 +109,18 @@ class UringEngine : public FileEngine {
   }
 
  private:
+  void prepareAllocation(io_uring_sqe* entry, int mode, const EngineRequest& request) const {
+    io_uring_prep_fallocate(entry, fd_, mode | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(request.offset),
+                            static_cast<off_t>(request.bytes));
+  }
+
+  void prepareDiscard(io_uring_sqe* entry, const EngineRequest& request) const {
+    io_uring_prep_rw(IORING_OP_URING_CMD, entry, fd_, nullptr, 0, 0);
+    entry->cmd_op = kernel::blockDiscardCommand;
+    entry->addr = request.offset;
+    entry->addr3 = request.bytes;
+  }
+
   /// Everything that was prepared since the last poll goes to the kernel in one call.
   void send() {
     while (unsent_) {
@@ -114,7 +143,7 @@ class UringEngine : public FileEngine {
 
 }  // namespace
 
-std::unique_ptr<FileEngine> makeUringEngine(int fd, uint32_t depth, std::string& refusal) {
+std::unique_ptr<Engine> makeUringEngine(int fd, uint32_t depth, bool discards, std::string& refusal) {
   int error = 0;
   auto engine = std::make_unique<UringEngine>(fd, depth, error);
   if (error != 0) {
@@ -123,6 +152,10 @@ std::unique_ptr<FileEngine> makeUringEngine(int fd, uint32_t depth, std::string&
   }
   if (!engine->complete()) {
     refusal = "this kernel's ring lacks an operation";
+    return nullptr;
+  }
+  if (discards && !engine->discards()) {
+    refusal = "this kernel's ring cannot discard";
     return nullptr;
   }
   return engine;

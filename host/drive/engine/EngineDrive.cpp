@@ -1,0 +1,235 @@
+#include "host/drive/engine/EngineDrive.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "host/drive/CommandCheck.h"
+#include "host/drive/DriveError.h"
+#include "host/drive/SenseData.h"
+
+namespace corvane::host {
+namespace {
+
+bool isTransfer(EngineRequest::Operation operation) {
+  return operation == EngineRequest::Operation::read || operation == EngineRequest::Operation::write;
+}
+
+}  // namespace
+
+EngineDrive::EngineDrive(std::unique_ptr<EngineTarget> target, uint32_t depth, std::unique_ptr<Engine> engine,
+                         std::string whyThreads)
+    : target_(std::move(target)),
+      geometry_(target_->geometry()),
+      capabilities_(target_->capabilities()),
+      limits_(target_->limits()),
+      whyThreads_(std::move(whyThreads)),
+      slots_(depth),
+      engine_(std::move(engine)) {
+  freeSlots_.reserve(depth);
+  for (uint32_t i = depth; i-- > 0;) {
+    freeSlots_.push_back(i);
+  }
+  ready_.reserve(depth);
+}
+
+EngineDrive::~EngineDrive() {
+  try {
+    dropEverything();
+  } catch (const std::exception&) {
+    // Nobody is left who could be told; the engine's own end still waits for the kernel.
+    running_ = 0;
+  }
+}
+
+std::string EngineDrive::description() const {
+  return target_->description(engine_->name() +
+                              (whyThreads_.empty() ? "" : " (io_uring is refused: " + whyThreads_ + ")"));
+}
+
+EngineRequest::Operation EngineDrive::operationOf(CommandKind kind) const {
+  switch (kind) {
+    case CommandKind::write:
+    case CommandKind::writeAtomic:
+    case CommandKind::writeSame:
+      return EngineRequest::Operation::write;
+    case CommandKind::trim:
+      return target_->trimOperation();
+    case CommandKind::read:
+    case CommandKind::verify:
+      return EngineRequest::Operation::read;
+    case CommandKind::syncCache:
+      return EngineRequest::Operation::flush;
+    case CommandKind::zoneReset:
+    case CommandKind::invalidate:
+      break;
+  }
+  throw std::logic_error("what is reached through an engine has no zones and no key");
+}
+
+void EngineDrive::submit(const DriveCommand& command) {
+  if (freeSlots_.empty()) {
+    throw std::logic_error("more commands than the drive takes at once");
+  }
+  if (const std::optional<Sense> refusal = refuse(command, geometry_, capabilities_)) {
+    DriveCompletion completion;
+    setSense(completion, *refusal);
+    answerAtOnce(command, completion);
+    return;
+  }
+  if (command.blocks == 0 && command.kind != CommandKind::syncCache) {
+    answerAtOnce(command, {});
+    return;
+  }
+  const uint32_t index = freeSlots_.back();
+  freeSlots_.pop_back();
+  Slot& slot = slots_[index];
+  slot.plan.make(command, geometry_, limits_);
+  slot.operation = operationOf(command.kind);
+  slot.run = 0;
+  slot.runDone = 0;
+  ++running_;
+  submitRest(index);
+}
+
+void EngineDrive::answerAtOnce(const DriveCommand& command, DriveCompletion completion) {
+  completion.tag = command.tag;
+  completion.id = command.id;
+  ready_.push_back(completion);
+}
+
+void EngineDrive::submitRest(uint32_t index) {
+  const Slot& slot = slots_[index];
+  const TransferPlan::Run run = slot.plan.run(slot.run);
+  EngineRequest request;
+  request.operation = slot.operation;
+  request.dataSync = slot.plan.command().forceUnitAccess && slot.operation == EngineRequest::Operation::write;
+  request.atomic = slot.plan.command().kind == CommandKind::writeAtomic && limits_.splitsAtomicSegments;
+  request.slot = index;
+  request.offset = run.lba * geometry_.sectorBytes() + slot.runDone;
+  request.bytes = (run.data == nullptr ? run.blocks * geometry_.sectorBytes() : run.bytes) - slot.runDone;
+  request.data = run.data == nullptr ? nullptr : run.data + slot.runDone;
+  engine_->submit(request);
+}
+
+bool EngineDrive::poll(DriveCompletion& out, bool wait) {
+  if (!ready_.empty()) {
+    out = ready_.back();
+    ready_.pop_back();
+    return true;
+  }
+  EngineReply reply;
+  while (running_ != 0 && engine_->poll(reply, wait)) {
+    if (advance(reply, out)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool EngineDrive::runEnded(const EngineReply& reply) {
+  Slot& slot = slots_[reply.slot];
+  if (reply.result <= 0 || !isTransfer(slot.operation)) {
+    return true;
+  }
+  slot.runDone += static_cast<uint64_t>(reply.result);
+  return slot.runDone >= slot.plan.run(slot.run).bytes;
+}
+
+bool EngineDrive::advance(const EngineReply& reply, DriveCompletion& out) {
+  if (!runEnded(reply)) {
+    submitRest(reply.slot);
+    return false;
+  }
+  Slot& slot = slots_[reply.slot];
+  const bool moved = reply.result > 0 || (reply.result == 0 && !isTransfer(slot.operation));
+  if (moved && slot.run + 1 < slot.plan.runs()) {
+    ++slot.run;
+    slot.runDone = 0;
+    submitRest(reply.slot);
+    return false;
+  }
+  // Given back before anything is thrown: a reset that follows waits for what is still running.
+  --running_;
+  freeSlots_.push_back(reply.slot);
+  out.tag = slot.plan.command().tag;
+  out.id = slot.plan.command().id;
+  if (moved) {
+    slot.plan.finish(out);
+  } else {
+    failed(slot, static_cast<int>(-reply.result), out);
+  }
+  return true;
+}
+
+void EngineDrive::failed(const Slot& slot, int error, DriveCompletion& out) const {
+  const TransferPlan::Run run = slot.plan.run(slot.run);
+  FailedOperation failure;
+  failure.operation = slot.operation;
+  failure.command = slot.plan.command().kind;
+  failure.lba = run.lba + slot.runDone / geometry_.sectorBytes();
+  failure.endLba = run.lba + run.blocks;
+  failure.error = error;
+  out.bytesTransferred = 0;
+  target_->answerFailure(failure, out);
+}
+
+void EngineDrive::dropEverything() {
+  ready_.clear();
+  EngineReply reply;
+  while (running_ != 0 && engine_->poll(reply, true)) {
+    // What the kernel cut in two is finished, where all or nothing is promised.
+    if (!runEnded(reply) && slots_[reply.slot].plan.command().kind == CommandKind::writeAtomic) {
+      submitRest(reply.slot);
+      continue;
+    }
+    --running_;
+    freeSlots_.push_back(reply.slot);
+  }
+}
+
+void setMediumError(const FailedOperation& failed, DriveCompletion& out) {
+  switch (failed.operation) {
+    case EngineRequest::Operation::read:
+      setSense(out, sense::unrecoveredRead, failed.lba);
+      break;
+    case EngineRequest::Operation::write:
+    case EngineRequest::Operation::punchHole:
+    case EngineRequest::Operation::writeZeros:
+    case EngineRequest::Operation::discard:
+      setSense(out, sense::writeError, failed.lba);
+      break;
+    case EngineRequest::Operation::flush:
+      setSense(out, sense::internalFailure);
+      break;
+  }
+}
+
+EngineChoice takeEngine(DriveAddress& address) {
+  const std::string engine = address.word("engine", {"auto", "uring", "threads"});
+  return engine == "uring"     ? EngineChoice::uring
+         : engine == "threads" ? EngineChoice::threads
+                               : EngineChoice::wherePossible;
+}
+
+std::string engineKeyHelp() {
+  return "  engine=auto      io_uring, or threads where the kernel refuses it; uring: or fail; threads\n";
+}
+
+std::unique_ptr<Drive> makeEngineDrive(std::unique_ptr<EngineTarget> target, uint32_t depth, EngineChoice choice) {
+  std::unique_ptr<Engine> engine;
+  std::string whyThreads;
+  if (choice != EngineChoice::threads) {
+    const bool discards = target->capabilities().trim && target->trimOperation() == EngineRequest::Operation::discard;
+    engine = makeUringEngine(target->fd(), depth, discards, whyThreads);
+    if (engine == nullptr && choice == EngineChoice::uring) {
+      throw DriveError(target->name() + " cannot be used with engine=uring: io_uring is refused: " + whyThreads +
+                       "; leave engine= out for a thread pool instead");
+    }
+  }
+  if (engine == nullptr) {
+    engine = makeThreadEngine(target->fd(), depth);
+  }
+  return std::make_unique<EngineDrive>(std::move(target), depth, std::move(engine), std::move(whyThreads));
+}
+
+}  // namespace corvane::host
