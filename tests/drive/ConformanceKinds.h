@@ -35,6 +35,7 @@ std::vector<Kind> simKinds();
 std::vector<Kind> fileKinds();
 std::vector<Kind> blockKinds();
 std::vector<Kind> scsiKinds();
+std::vector<Kind> iscsiKinds();
 /// Drives that only the caller can know of: addresses in CORVANE_TEST_DRIVES, with blanks between. They are
 /// overwritten.
 std::vector<Kind> givenKinds();

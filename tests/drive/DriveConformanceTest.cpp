@@ -335,7 +335,7 @@ TEST_P(DriveConformance, AgreesWithAnArrayOverRandomCommands) {
 
 std::vector<Kind> allKinds() {
   std::vector<Kind> kinds;
-  for (const auto& some : {simKinds(), fileKinds(), blockKinds(), scsiKinds(), givenKinds()}) {
+  for (const auto& some : {simKinds(), fileKinds(), blockKinds(), scsiKinds(), iscsiKinds(), givenKinds()}) {
     kinds.insert(kinds.end(), some.begin(), some.end());
   }
   return kinds;
