@@ -8,8 +8,9 @@
 namespace corvane::host {
 namespace {
 
-Kind unit(const std::string& name, uint32_t blockSize) {
-  return {name, [blockSize](const tests::TempFolder& folder) {
+Kind unit(const std::string& name, uint32_t blockSize, const std::string& keys = "") {
+  return {name,
+          [blockSize, keys](const tests::TempFolder& folder) {
             if (const std::string missing = tests::TgtTarget::missing(); !missing.empty()) {
               return Stand{.under = nullptr, .drive = nullptr, .missing = missing};
             }
@@ -19,12 +20,17 @@ Kind unit(const std::string& name, uint32_t blockSize) {
             std::filesystem::resize_file(file, blocks * blockSize);
             auto target =
                 std::make_shared<tests::TgtTarget>(std::vector{tests::TgtUnit{.file = file, .blockSize = blockSize}});
-            return Stand{.under = target, .drive = openDrive(target->address(), conformanceDepth), .missing = ""};
-          }};
+            return Stand{
+                .under = target, .drive = openDrive(target->address() + keys, conformanceDepth), .missing = ""};
+          },
+          // This target leaves the information of its sense data out.
+          !keys.empty()};
 }
 
 }  // namespace
 
-std::vector<Kind> iscsiKinds() { return {unit("Iscsi", 512), unit("Iscsi4096", 4096)}; }
+std::vector<Kind> iscsiKinds() {
+  return {unit("Iscsi", 512), unit("Iscsi4096", 4096), unit("IscsiHostVerify", 512, ",verify=host")};
+}
 
 }  // namespace corvane::host
