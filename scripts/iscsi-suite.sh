@@ -10,7 +10,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 corvane=${1:-$root/build/release/bin/corvane}
 target=iqn.2026-01.corvane.suite:disk
-control=$((20000 + $$ % 10000))
+control=$((27200 + $$ % 5000)) # tgtd takes up to 32767
 
 [ "$(id -u)" -eq 0 ] || { echo "tgtd wants root" >&2; exit 2; }
 for tool in tgtd tgtadm iscsi-test-cu; do

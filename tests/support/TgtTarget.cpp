@@ -46,7 +46,7 @@ uint16_t freePort() {
 }
 
 int freeControlPort() {
-  static int last = static_cast<int>(getpid() % 20'000) * 3 + 100;
+  static int last = static_cast<int>(getpid() % 9000) * 3 + 100;  // up to 32767
   do {
     ++last;
   } while (fs::exists("/var/run/tgtd/socket." + std::to_string(last)));
