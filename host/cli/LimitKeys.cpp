@@ -1,6 +1,7 @@
 #include "host/cli/FlagValues.h"
 #include "host/cli/TestKey.h"
 #include "host/cli/TestKeyHelpers.h"
+#include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
 namespace {
@@ -24,6 +25,15 @@ SettingTexts rangeTexts(const RunSettings& settings) {
                 test.endLba == 0 ? std::to_string(test.firstLba) + ".." : rangeText(test.firstLba, test.endLba));
 }
 
+/// What is printed and kept; no password is.
+SettingTexts driveTexts(const RunSettings& settings) {
+  SettingTexts texts;
+  for (const std::string& address : settings.test.driveAddresses) {
+    texts.push_back(maskedAddress(address));
+  }
+  return texts;
+}
+
 TestKey driveKey() {
   return {.name = "drive",
           .value = "ADDRESS",
@@ -33,7 +43,7 @@ TestKey driveKey() {
               "further drives, which are tested side by side. Required.",
           .form = TestKeyForm::repeatable,
           .take = takeDrive,
-          .texts = [](const RunSettings& settings) { return settings.test.driveAddresses; }};
+          .texts = driveTexts};
 }
 
 void addEnds(std::vector<TestKey>& keys) {

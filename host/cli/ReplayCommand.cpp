@@ -11,6 +11,7 @@
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"
+#include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
 namespace {
@@ -129,7 +130,7 @@ std::vector<std::string> unrepeatable(const TestDefinition& test) {
   }
   for (const std::string& address : test.driveAddresses) {
     if (!address.starts_with("sim:")) {
-      sentences.push_back("drive '" + address +
+      sentences.push_back("drive '" + maskedAddress(address) +
                           "' answers in an order of its own, so other commands may follow than in the run");
     }
   }

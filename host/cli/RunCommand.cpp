@@ -26,6 +26,7 @@
 #include "host/cli/UsageError.h"
 #include "host/cli/ValueParsers.h"
 #include "host/cli/Version.h"
+#include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/explain/Explainer.h"
 #include "host/run/ConditionSet.h"
@@ -148,7 +149,7 @@ std::string settingOf(std::string_view refusal, const RunSettings& settings) {
 /// What a message calls the drive that a refusal is about.
 std::string nameOfDriveIn(const std::string& refusal, const RunSettings& settings) {
   for (const std::string& address : settings.test.driveAddresses) {
-    if (refusal.find("'" + address + "'") != std::string::npos) {
+    if (refusal.find("'" + maskedAddress(address) + "'") != std::string::npos) {
       return nameOfEntry(settings, "drive", address);
     }
   }

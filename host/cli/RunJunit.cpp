@@ -8,6 +8,7 @@
 #include "host/base/TextFormat.h"
 #include "host/cli/RunSummary.h"
 #include "host/cli/XmlText.h"
+#include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
 namespace {
@@ -101,7 +102,7 @@ std::string failedRunJunit(const RunSettings& settings, RunStatus status, std::s
   std::vector<JunitCase> cases;
   for (const std::string& address : settings.test.driveAddresses) {
     JunitCase& one = cases.emplace_back();
-    one.name = address;
+    one.name = maskedAddress(address);
     one.status = status;
     one.message = error;
     one.details = std::string(error) + "\n";

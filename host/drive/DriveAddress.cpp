@@ -58,8 +58,10 @@ DriveAddress::DriveAddress(std::string_view text) : text_(text) {
     refuse("it has no kind; begin it with one, as in 'file:PATH' or 'sim:', or name a block device, as in '/dev/sdx'");
   }
   bool first = true;
+  const std::optional<PasswordPlace> password = passwordIn(text_);
   while (first || !text.empty()) {
-    const size_t comma = std::min(text.find(','), text.size());
+    const size_t from = first && password ? password->end - (text_.size() - text.size()) : 0;
+    const size_t comma = std::min(text.find(',', from), text.size());
     const std::string_view piece = text.substr(0, comma);
     text.remove_prefix(std::min(comma + 1, text.size()));
     const size_t equals = piece.find('=');
@@ -143,6 +145,10 @@ std::string DriveAddress::word(std::string_view key, const std::vector<std::stri
   return *text;
 }
 
+std::string DriveAddress::anyText(std::string_view key, const std::string& otherwise) {
+  return take(key).value_or(otherwise);
+}
+
 void DriveAddress::checkAllTaken() const {
   for (const Pair& pair : pairs_) {
     if (!pair.taken) {
@@ -152,7 +158,44 @@ void DriveAddress::checkAllTaken() const {
 }
 
 void DriveAddress::refuse(const std::string& fault) const {
-  throw DriveAddressError("drive address '" + text_ + "': " + fault);
+  throw DriveAddressError("drive address '" + maskedAddress(text_) + "': " + fault);
+}
+
+std::optional<PasswordPlace> passwordIn(std::string_view address) {
+  if (address.starts_with('/') || address.starts_with("file:")) {
+    return std::nullopt;
+  }
+  const size_t slashes = address.find("://");
+  const size_t begin = slashes == std::string_view::npos ? 0 : slashes + 3;
+  const std::string_view rest = address.substr(begin);
+  const size_t at = rest.rfind('@');
+  PasswordPlace place;
+  if (at != std::string_view::npos) {
+    // Some write a colon, as in other addresses; names of initiators, which serve as users, have colons of their own.
+    const bool isName = rest.starts_with("iqn.") || rest.starts_with("eui.") || rest.starts_with("naa.");
+    const size_t mark = std::min(rest.find('%'), isName || slashes == std::string_view::npos ? at : rest.find(':'));
+    place = {begin + mark + 1, begin + at};
+    if (mark >= at) {
+      return std::nullopt;
+    }
+  } else if (slashes != std::string_view::npos && !rest.starts_with('[')) {
+    // The host was forgotten.
+    const size_t mark = rest.find('%');
+    const size_t end = std::min(rest.find_first_of("/,"), rest.size());
+    if (mark >= end) {
+      return std::nullopt;
+    }
+    place = {begin + mark + 1, begin + end};
+  }
+  return place.begin < place.end ? std::optional(place) : std::nullopt;
+}
+
+std::string maskedAddress(std::string_view address) {
+  std::string text(address);
+  if (const std::optional<PasswordPlace> place = passwordIn(address)) {
+    text.replace(place->begin, place->end - place->begin, passwordMask);
+  }
+  return text;
 }
 
 }  // namespace corvane::host

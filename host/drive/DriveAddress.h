@@ -10,8 +10,8 @@
 
 namespace corvane::host {
 
-/// An address of the form "scheme:target,key=value,key=value", taken apart. One that begins with "/" is a path of scheme
-/// "block".
+/// An address of the form "scheme:target,key=value,key=value", taken apart. One that begins with "/" is a path of
+/// scheme "block". The target of "scheme://user%password@…" may have commas in the password.
 ///
 /// The opener of a scheme asks for each key that it knows, then calls `checkAllTaken`, so that a misspelt key is an
 /// error and not ignored. Every operation throws DriveAddressError with one line that names the piece.
@@ -40,10 +40,13 @@ class DriveAddress {
   /// @param words the first one is the default
   std::string word(std::string_view key, const std::vector<std::string>& words);
 
+  /// Any text.
+  std::string anyText(std::string_view key, const std::string& otherwise);
+
   /// Throws when the address has a key that nobody asked for.
   void checkAllTaken() const;
 
-  /// Always throws: "drive address 'text': fault".
+  /// Always throws: "drive address 'text': fault", with the text as `maskedAddress` shows it.
   [[noreturn]] void refuse(const std::string& fault) const;
 
  private:
@@ -60,6 +63,23 @@ class DriveAddress {
   std::vector<Pair> pairs_;
   std::vector<std::string> known_;  ///< keys that were asked for
 };
+
+/// Where the password of "scheme://user%password@…" stands in a text.
+struct PasswordPlace {
+  size_t begin = 0;
+  size_t end = 0;  ///< excluded
+};
+
+/// The place of a password, also of one in a wrong address: what looks like one is taken for one. Nothing when there is
+/// none, and never in the name of a file.
+std::optional<PasswordPlace> passwordIn(std::string_view address);
+
+/// What stands for a password wherever an address is shown or kept. An address with it can be opened again when the
+/// environment has the password.
+inline constexpr std::string_view passwordMask = "***";
+
+/// The address as people and documents may see it: with `passwordMask` in place of its password.
+std::string maskedAddress(std::string_view address);
 
 /// "4096", "64k", "256m", "1g", "2t", with binary multiples (1k = 1024 bytes); nothing for any other text.
 std::optional<uint64_t> parseSizeBytes(std::string_view text);

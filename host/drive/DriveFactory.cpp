@@ -1,41 +1,91 @@
 #include "host/drive/DriveFactory.h"
 
+#include <array>
+#include <string>
+
 #include "host/drive/DriveAddress.h"
 #include "host/drive/block/BlockDrive.h"
 #include "host/drive/file/FileDrive.h"
 #include "host/drive/nvme/NvmeDrive.h"
+#include "host/drive/scsi/iscsi/IscsiDrive.h"
 #include "host/drive/scsi/sg/SgDrive.h"
 #include "host/drive/sim/SimDrive.h"
 
 namespace corvane::host {
+namespace {
+
+struct Opening {
+  DriveAddress& address;
+  uint32_t maxOutstanding;
+  uint64_t seed;
+  Overwriting overwriting;
+};
+
+/// Whether a kind of drive may hold what somebody wants to keep, and how the system knows it.
+enum class Keeps : uint8_t {
+  nothing,  ///< what was named for a test, or lives only for it
+  device,   ///< the target of the address is a device of this system
+  unit      ///< something elsewhere, of which this system knows nothing
+};
+
+struct KindOfDrive {
+  const char* scheme;
+  Keeps keeps;
+  std::unique_ptr<Drive> (*open)(const Opening& opening);
+  std::string (*help)();
+};
+
+/// In the order of their names.
+constexpr std::array kinds{
+    KindOfDrive{"block", Keeps::device,
+                [](const Opening& o) { return openBlockDrive(o.address, o.maxOutstanding, o.overwriting); },
+                blockDriveHelp},
+    KindOfDrive{"file", Keeps::nothing, [](const Opening& o) { return openFileDrive(o.address, o.maxOutstanding); },
+                fileDriveHelp},
+    KindOfDrive{"iscsi", Keeps::unit, [](const Opening& o) { return openIscsiDrive(o.address, o.maxOutstanding); },
+                iscsiDriveHelp},
+    KindOfDrive{"nvme", Keeps::device,
+                [](const Opening& o) { return openNvmeDrive(o.address, o.maxOutstanding, o.overwriting); },
+                nvmeDriveHelp},
+    KindOfDrive{"sg", Keeps::device, [](const Opening& o) { return openSgDrive(o.address, o.maxOutstanding); },
+                sgDriveHelp},
+    KindOfDrive{"sim", Keeps::nothing, [](const Opening& o) { return openSimDrive(o.address, o.seed); }, simDriveHelp}};
+
+/// "block:, file:, … and sim:".
+std::string allSchemes() {
+  std::string text;
+  for (size_t i = 0; i < kinds.size(); ++i) {
+    text += i == 0 ? "" : i + 1 < kinds.size() ? ", " : " and ";
+    text += std::string(kinds[i].scheme) + ":";
+  }
+  return text;
+}
+
+}  // namespace
 
 std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed, Overwriting overwriting,
                                  AtStake* stake) {
   DriveAddress address(text);
-  // Every kind that may hold what somebody wants to keep is opened by this.
-  const auto guarded = [&](const std::string& node, const std::function<std::unique_ptr<Drive>()>& open) {
-    return openGuarded(address.text(), node, overwriting, stake, open);
-  };
-  if (address.scheme() == "block") {
-    return guarded(address.target(), [&] { return openBlockDrive(address, maxOutstanding, overwriting); });
+  const Opening opening{address, maxOutstanding, seed, overwriting};
+  for (const KindOfDrive& kind : kinds) {
+    if (address.scheme() != kind.scheme) {
+      continue;
+    }
+    if (kind.keeps == Keeps::nothing) {
+      return kind.open(opening);
+    }
+    return openGuarded(maskedAddress(address.text()), kind.keeps == Keeps::device ? address.target() : "", overwriting,
+                       stake, [&] { return kind.open(opening); });
   }
-  if (address.scheme() == "file") {
-    return openFileDrive(address, maxOutstanding);
-  }
-  if (address.scheme() == "nvme") {
-    return guarded(address.target(), [&] { return openNvmeDrive(address, maxOutstanding, overwriting); });
-  }
-  if (address.scheme() == "sg") {
-    return guarded(address.target(), [&] { return openSgDrive(address, maxOutstanding); });
-  }
-  if (address.scheme() == "sim") {
-    return openSimDrive(address, seed);
-  }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are block:, file:, nvme:, sg: and sim:");
+  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are " + allSchemes());
 }
 
 std::string driveAddressHelp() {
-  return blockDriveHelp() + "\n" + fileDriveHelp() + "\n" + nvmeDriveHelp() + "\n" + sgDriveHelp() + "\n" + simDriveHelp();
+  std::string text;
+  for (const KindOfDrive& kind : kinds) {
+    text += (text.empty() ? "" : "\n") + kind.help();
+  }
+  return text;
 }
 
 }  // namespace corvane::host

@@ -18,6 +18,7 @@ namespace corvane::host {
 /// | `file:PATH[,size=64m][,block=512]…`      | a regular file; created when `size` is given         |
 /// | `sg:/dev/sgN[,timeout=30]…`             | a SCSI unit through its SCSI generic device          |
 /// | `nvme:DEVICE[,key=value]…`              | an NVMe namespace, by passthrough                    |
+/// | `iscsi://[USER[%PW]@]HOST[:PORT]/IQN/LUN`| a logical unit of an iSCSI target                    |
 /// | `sim:[SIZE][,block=512][,pi=8][,seed=N]…`| a simulated drive in memory                          |
 ///
 /// `driveAddressHelp` lists every key with its meaning and default.

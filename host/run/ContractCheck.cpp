@@ -4,6 +4,7 @@
 #include <limits>
 #include <set>
 
+#include "host/drive/DriveAddress.h"
 #include "host/framework/TagPool.h"
 #include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConditionCheck.h"
@@ -223,7 +224,8 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
   judge.refuseIf(test.driveAddresses.empty(), "no drive is named; give at least one");
   std::set<std::string> seen;
   for (const std::string& address : test.driveAddresses) {
-    const std::string place = address.substr(0, address.find(','));
+    const std::string shown = maskedAddress(address);
+    const std::string place = shown.substr(0, shown.find(','));
     const bool simulated = place.rfind("sim:", 0) == 0;
     judge.refuseIf(!simulated && !seen.insert(place).second,
                    "drive '" + place +

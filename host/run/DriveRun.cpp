@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
 #include "host/run/AtomicSegmentAgent.h"
@@ -33,7 +34,7 @@ bool limitReached(uint64_t limit, uint64_t count) { return limit != 0 && count >
 
 }  // namespace
 
-DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
+DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, const std::string& address,
                    std::unique_ptr<Drive> drive, std::unique_ptr<FaultLedger> ledger)
     : context_(context),
       index_(index),
@@ -44,7 +45,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       log_(index, context.observer),
       recorder_(*drive_) {
   result_.name = std::move(name);
-  result_.address = std::move(address);
+  result_.address = maskedAddress(address);
   result_.description = drive_->description();
   if (context.test.journalDepth != 0) {
     journal_ = std::make_shared<CommandJournal>(context.test.journalDepth, context.test.queueDepth, context.clock);

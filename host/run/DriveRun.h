@@ -37,7 +37,7 @@ struct RunContext {
 class DriveRun {
  public:
   /// @param ledger what `drive` does wrong on purpose; null when it does nothing wrong
-  DriveRun(const RunContext& context, uint32_t index, std::string name, std::string address,
+  DriveRun(const RunContext& context, uint32_t index, std::string name, const std::string& address,
            std::unique_ptr<Drive> drive, std::unique_ptr<FaultLedger> ledger);
 
   /// Runs the whole test; the body of the drive's thread. Nothing is thrown: every end is in the result.

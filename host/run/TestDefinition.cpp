@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "host/base/Random.h"
+#include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
 
@@ -73,12 +74,19 @@ uint64_t DriveShare::blocksOf(const DriveGeometry& drive) const {
   return drive.blocks / whole * milliPercent + drive.blocks % whole * milliPercent / whole;
 }
 
-std::string driveDisplayName(std::string_view address, uint32_t index) {
+std::string driveDisplayName(std::string_view given, uint32_t index) {
+  const std::string masked = maskedAddress(given);
+  const std::string_view address = masked;
   const size_t colon = address.find(':');
   const std::string_view kind = address.substr(0, colon);
   std::string_view place = colon == std::string_view::npos ? std::string_view() : address.substr(colon + 1);
   place = place.substr(0, place.find(','));
-  if (const size_t slash = place.rfind('/'); slash != std::string_view::npos) {
+  size_t slash = place.rfind('/');
+  if (kind == "iscsi" && slash != std::string_view::npos && slash != 0) {
+    // A LUN says little without its target.
+    slash = place.rfind('/', slash - 1);
+  }
+  if (slash != std::string_view::npos) {
     place = place.substr(slash + 1);
   }
   std::string name = kind == "sim" || place.empty() ? std::string(kind) + std::to_string(index) : std::string(place);

@@ -59,7 +59,7 @@ struct DriveShare {
 struct TestDefinition {
   std::vector<std::string> driveAddresses;  ///< one drive thread each, as `openDrive` takes them
   Overwriting overwriting = Overwriting::ofEmptyDrives;
-  std::string pluginPath;                   ///< the agent's library
+  std::string pluginPath;  ///< the agent's library
 
   CommandMix mix;
   uint32_t queueDepth = 32;  ///< 1 to 1024
@@ -110,8 +110,8 @@ struct TestDefinition {
   uint32_t mostOutstanding() const { return queueDepth + (usesRangeOperations() ? 1 : 0); }
 };
 
-/// The name of a drive in messages and report file names: the last part of its path, or its kind and index; made of
-/// letters, digits, '.', '_' and '-' only.
+/// The name of a drive in messages and report file names: the last part of its path (of an iSCSI unit the last two,
+/// target and LUN), or its kind and index; made of letters, digits, '.', '_' and '-' only.
 std::string driveDisplayName(std::string_view address, uint32_t index);
 
 /// The seed of one consumer, so that no two of a test draw the same numbers.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
 #include "host/fault/FaultExchange.h"
@@ -85,11 +86,12 @@ struct TestRun::State {
 
   /// What the user allowed to go is named once more before it goes.
   void warnOfLoss(const std::string& address, const AtStake& stake) {
+    const std::string shown = maskedAddress(address);
     for (const std::string& use : stake.uses) {
-      warnings.push_back("drive '" + address + "' is overwritten while it is in use: " + use);
+      warnings.push_back("drive '" + shown + "' is overwritten while it is in use: " + use);
     }
     for (const std::string& content : stake.contents) {
-      warnings.push_back("drive '" + address + "' held " + content + ", which is overwritten");
+      warnings.push_back("drive '" + shown + "' held " + content + ", which is overwritten");
     }
   }
 

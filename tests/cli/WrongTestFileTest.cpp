@@ -152,8 +152,9 @@ std::vector<WrongFile> wrongFiles() {
       {"optionTwice", good + "[options]\n\"Slide Reads\" = true\n\"Slide Reads\" = false\n",
        "x.toml:5: \"Slide Reads\" is given twice; give it once"},
       {"badDrive", "drive = \"simm:64m\"\n",
-       "x.toml:1: drive: drive address 'simm:64m': 'simm:' is not a kind of drive; there are block:, file:, nvme:, sg: "
-       "and sim:"},
+       "x.toml:1: drive: drive address 'simm:64m': 'simm:' is not a kind of drive; there are block:, file:, iscsi:, "
+       "nvme:, "
+       "sg: and sim:"},
       {"badDriveKey", "# two\ndrive = [\"sim:64m\",\n  \"sim:64m,blok=512\"]\n",
        "x.toml:3: drive: drive address 'sim:64m,blok=512': 'blok' is not a key of a sim: address; it takes block, pi, "
        "exponent, zones, zonemodel, cache, tear, atomic-least, atomic-most, depth, abort, write-error, read-error, "

@@ -22,6 +22,7 @@ struct Stand {
 struct Kind {
   std::string name;
   std::function<Stand(const tests::TempFolder& folder)> open;
+  bool namesDifference = true;  ///< a verify that fails says at which LBA
 };
 
 inline void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
@@ -36,6 +37,7 @@ std::vector<Kind> fileKinds();
 std::vector<Kind> blockKinds();
 std::vector<Kind> scsiKinds();
 std::vector<Kind> nvmeKinds();
+std::vector<Kind> iscsiKinds();
 /// Drives that only the caller can know of: addresses in CORVANE_TEST_DRIVES, with blanks between. They are
 /// overwritten.
 std::vector<Kind> givenKinds();

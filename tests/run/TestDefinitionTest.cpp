@@ -29,6 +29,8 @@ TEST(DriveDisplayName, IsTheFileNameWithoutKeysAndWithoutOddCharacters) {
   EXPECT_EQ(driveDisplayName("sim:64m,pi=8", 0), "sim0");
   EXPECT_EQ(driveDisplayName("sim:", 3), "sim3");
   EXPECT_EQ(driveDisplayName("file:dir/", 2), "file2");
+  EXPECT_EQ(driveDisplayName("iscsi://a%b,c/d@host/iqn.2026-01.example:disk/1,connect=3", 0),
+            "iqn.2026-01.example_disk_1");
 }
 
 TEST(DeriveSeed, DiffersByPurposeIndexAndSeedAndRepeats) {

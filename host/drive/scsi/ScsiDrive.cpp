@@ -41,6 +41,7 @@ ScsiDrive::ScsiDrive(std::unique_ptr<ScsiTransport> transport, const ScsiDriveSe
       unit_(probeScsiUnit(*transport_, settings)),
       capabilities_(unit_.capabilities()),
       slots_(std::max<uint32_t>(std::min(maxOutstanding, transport_->mostRequests()), 1)) {
+  capabilities_.connectionCanBreak = transport_->canBreak();
   freeSlots_.reserve(slots_.size());
   ready_.reserve(slots_.size());
   kept_.reserve(slots_.size());

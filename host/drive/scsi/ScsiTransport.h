@@ -49,6 +49,9 @@ class ScsiTransport {
   /// What the address of a request's data should be a multiple of, so that nobody has to copy them.
   virtual uint64_t memoryAlignment() const { return 1; }
 
+  /// Whether `submit` and `poll` may throw DriveConnectionLost.
+  virtual bool canBreak() const { return false; }
+
   virtual void submit(const ScsiRequest& request) = 0;
 
   /// Takes an answer.
