@@ -45,6 +45,9 @@ class ScsiDialogue {
 /// Sense key and codes of a check condition; nothing without sense data that can be read.
 std::optional<Sense> senseOf(const ScsiReply& reply);
 
+/// Whether the sense data have valid information, for a command on blocks an LBA.
+bool hasInformation(const ScsiReply& reply);
+
 /// Whether the command was not carried out because the unit has news.
 bool isUnitAttention(const ScsiReply& reply);
 

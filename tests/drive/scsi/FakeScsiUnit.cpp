@@ -163,7 +163,7 @@ void FakeScsiUnit::answer(const ScsiRequest& request, ScsiReply& out) {
         carryOut(request, out);
       }
       const uint64_t moved = out.bytesMoved;
-      refuse(out, met.sense, met.lba);
+      refuse(out, met.sense, met.named ? std::optional(met.lba) : std::nullopt);
       out.bytesMoved = met.carriedOut ? moved : 0;
       if (met.status != host::scsi_status::checkCondition) {
         out = {};
@@ -365,7 +365,7 @@ void FakeScsiUnit::verify(const ScsiRequest& request, ScsiReply& out, uint64_t l
   const uint64_t wire = count == 0 ? 0 : request.bytes / count;
   for (uint64_t i = 0; i < count && !comparesNothing; ++i) {
     if (std::memcmp(&medium_[(lba + i) * sectorBytes()], request.data + i * wire, wire) != 0) {
-      return refuse(out, sense::miscompareDuringVerify, lba + i);
+      return refuse(out, sense::miscompareDuringVerify, traits.namesDifference ? std::optional(lba + i) : std::nullopt);
     }
   }
   out.bytesMoved = request.bytes;

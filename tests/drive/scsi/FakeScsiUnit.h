@@ -45,6 +45,7 @@ struct FakeUnitTraits {
   bool takesUnmapBit = true;  ///< of WRITE SAME
   uint64_t granule = 1;       ///< parts of it are left alone by UNMAP
   bool descriptorSense = false;
+  bool namesDifference = true;   ///< the LBA, in the sense data of a VERIFY
   uint32_t attentions = 0;       ///< that are pending at the start, and again after a reset
   uint32_t busyAnswers = 0;      ///< to the first commands
   uint32_t notReadyAnswers = 0;  ///< to the first commands but INQUIRY
@@ -90,6 +91,7 @@ class FakeScsiUnit : public host::ScsiTransport {
     host::Sense sense;
     uint32_t status = host::scsi_status::checkCondition;
     bool carriedOut = false;
+    bool named = true;  ///< the LBA, in the sense data
   };
   std::optional<Fault> fault;
   uint64_t readsAtMost = ~uint64_t{0};    ///< bytes that one read brings
