@@ -288,6 +288,23 @@ TEST_F(IscsiUnit, ThatIsKilledForGoodEndsTheTestWithADriveError) {
               AllOf(HasSubstr("could not be made again within 1 s"), HasSubstr("reconnect=")));
 }
 
+TEST_F(IscsiUnit, ThatComesBackAsAnotherOneIsNotWrittenTo) {
+  startTarget({});
+  std::string before;
+  const RunResult result = runWatched(test(), [&](uint64_t sent, uint32_t) {
+    if (sent == 1000) {
+      target_->kill();
+      std::filesystem::resize_file(file(), fileBytes / 2);
+      before = contentOf(file());
+      target_->start();
+    }
+  });
+  EXPECT_EQ(result.status, RunStatus::drive) << agentLines(result);
+  EXPECT_THAT(result.drives.at(0).error, HasSubstr("it is another unit now (blocks '65536', before '131072')"));
+  EXPECT_EQ(before.size(), fileBytes / 2);
+  EXPECT_TRUE(contentOf(file()) == before) << "it was written to";
+}
+
 /// Whoever reads what a run leaves must not learn how to log in.
 TEST_F(IscsiUnit, LeavesNoPasswordBehind) {
   target_.emplace(std::vector{tests::TgtUnit{.file = file()}}, "somebody", "longsecret12");

@@ -159,11 +159,14 @@ void ScsiDialogue::waitUntilReady(std::chrono::milliseconds patience) {
       return;
     }
     const std::optional<Sense> sense = senseOf(reply);
-    if (!sense || !isBecomingReady(*sense)) {
+    // An aborted command says nothing of the unit, and is to be sent again (SPC).
+    const bool aborted = sense && sense->key == sense_key::abortedCommand;
+    if (!aborted && (!sense || !isBecomingReady(*sense))) {
       throw DriveError(transport_.description() + ": " + whyNotReady(reply));
     }
     if (Clock::now() >= end) {
-      throw DriveError(transport_.description() + ": it is still becoming ready (" + describeAnswer(reply) +
+      throw DriveError(transport_.description() + ": it " +
+                       (aborted ? "still aborts commands (" : "is still becoming ready (") + describeAnswer(reply) +
                        ") after " + std::to_string(patience.count() / 1000) +
                        " s; wait for it, or give it longer with ready=SECONDS");
     }

@@ -32,7 +32,8 @@ class ScsiDialogue {
 
   /// Sends TEST UNIT READY until the unit says that it is ready, so that no unit attention is left.
   ///
-  /// Throws DriveError when it is still becoming ready after `patience`, or needs something else first.
+  /// Throws DriveError when it is still becoming ready after `patience`, or still aborts commands (sense key Bh), or
+  /// needs something else first.
   void waitUntilReady(std::chrono::milliseconds patience);
 
  private:

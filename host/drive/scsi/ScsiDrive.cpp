@@ -10,6 +10,7 @@
 #include "host/drive/DriveError.h"
 #include "host/drive/SenseData.h"
 #include "host/drive/scsi/ScsiDialogue.h"
+#include "host/drive/scsi/ScsiIdentity.h"
 #include "host/ostra/DeviceTable.h"
 
 namespace corvane::host {
@@ -367,6 +368,7 @@ void ScsiDrive::reset() {
     try {
       transport_->resetUnit();
       ScsiDialogue(*transport_).waitUntilReady(std::chrono::seconds(readySeconds_));
+      demandSameUnit(*transport_, unit_);
       return;
     } catch (const DriveConnectionLost&) {
       // The way may break again right after it was found.

@@ -23,7 +23,9 @@ namespace corvane::host {
 /// reservation conflict and unit attention go up like any other answer. Only a miscompare of a verify that does not say
 /// where it is gets the LBA of the first block that differs, which is found by a read.
 ///
-/// A reset is a LOGICAL UNIT RESET, after which the unit attentions that it leaves are taken away.
+/// A reset is a LOGICAL UNIT RESET, after which the unit attentions that it leaves are taken away. The transport may
+/// have made its connection again for it, and then another unit may be there: a reset throws DriveError unless it is
+/// the same.
 class ScsiDrive : public Drive {
  public:
   /// Asks the unit what it is and can, and changes nothing on its medium. Throws as `makeScsiDrive`.
