@@ -115,6 +115,20 @@ TEST(ScsiProbe, WaitsForAUnitThatIsBecomingReadyButNotForEver) {
             "ready=SECONDS");
 }
 
+TEST(ScsiProbe, AsksAgainWhereTheFirstCommandsAreAbortedButNotForEver) {
+  FakeUnitTraits traits;
+  for (const host::Sense& aborted : {host::Sense{0x0B, 0x4B, 0x03}, host::sense::abortedByInternalFailure}) {
+    traits.notReady = aborted;
+    traits.notReadyAnswers = 2;
+    EXPECT_EQ(unitComplaint(traits), "accepted");
+  }
+  traits.notReady = {0x0B, 0x4B, 0x03};
+  traits.notReadyAnswers = 1000000;
+  EXPECT_EQ(unitComplaint(traits, {.readySeconds = 0}),
+            "fake unit: it still aborts commands (0B/4B/03) after 0 s; wait for it, or give it longer with "
+            "ready=SECONDS");
+}
+
 TEST(ScsiProbe, SaysWhatAUnitThatIsNotReadyNeeds) {
   FakeUnitTraits traits;
   traits.notReadyAnswers = 1000000;
