@@ -266,10 +266,14 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
   const uint64_t size = range.endLba > range.firstLba ? range.endLba - range.firstLba : 0;
   const uint64_t headRoom = longest - stepOf(options);
 
-  judge.refuseIf(range.endLba > blocks, "the LBA range " + rangeText + " ends behind the drive's " + text(blocks) +
-                                            " blocks; choose an end of at most that");
-  judge.refuseIf(size < longest, "the LBA range " + rangeText + " has no room for a command over " + text(longest) +
-                                     " LBAs; widen it or shorten the transfers");
+  const bool beginsBehind = test.firstLba >= blocks && blocks != 0;
+  judge.refuseIf(beginsBehind, "the LBA range " + text(test.firstLba) + ".. begins behind the drive's " + text(blocks) +
+                                   " blocks; choose a start below that");
+  judge.refuseIf(!beginsBehind && range.endLba > blocks, "the LBA range " + rangeText + " ends behind the drive's " +
+                                                             text(blocks) + " blocks; choose an end of at most that");
+  judge.refuseIf(!beginsBehind && size < longest, "the LBA range " + rangeText + " has no room for a command over " +
+                                                      text(longest) + " LBAs of " + text(drive.geometry().blockSize) +
+                                                      " bytes; widen it or shorten the transfers");
   judge.refuseIf(options.slideReads && range.endLba <= blocks && blocks - range.endLba < headRoom,
                  "\"Slide Reads\" reads up to " + text(headRoom) + " blocks behind the LBA range " + rangeText +
                      ", past the drive's end; end the range at " + text(blocks - std::min(blocks, headRoom)) +
@@ -317,7 +321,7 @@ LbaLimits lbaLimits(const TestDefinition& test, const AgentOptionValues& options
           .maxAtomicBound = test.maxAtomicBound};
 }
 
-std::string missingCapability(const TestDefinition& test, const Drive& drive) {
+std::string missingCapability(const TestDefinition& test, const Drive& drive, const std::string& address) {
   const DriveCapabilities& can = drive.capabilities();
   std::string missing;
   const auto need = [&missing](bool needed, bool offered, const char* what) {
@@ -337,7 +341,8 @@ std::string missingCapability(const TestDefinition& test, const Drive& drive) {
   if (missing.empty()) {
     return {};
   }
-  return "the drive (" + drive.description() + ") does not offer " + missing + "; leave it out or use another drive";
+  return "drive '" + maskedAddress(address) + "' does not offer " + missing +
+         "; leave that out or use another drive; it is: " + drive.description();
 }
 
 }  // namespace corvane::host
