@@ -1,10 +1,13 @@
 #include "host/run/ContractCheck.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <set>
+#include <system_error>
 
 #include "host/drive/DriveAddress.h"
+#include "host/drive/DriveError.h"
 #include "host/framework/TagPool.h"
 #include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConditionCheck.h"
@@ -24,6 +27,21 @@ bool losesCommands(const TestDefinition& test) {
 }
 
 bool writesPlainly(const CommandMix& mix) { return mix.write != 0 || mix.writeSame != 0 || mix.trim != 0; }
+
+/// The same for two addresses of one device or file, however they spell its path.
+std::string identityOf(const std::string& address, const std::string& place) {
+  try {
+    const DriveAddress parts(address);
+    if (parts.scheme() == "sim" || parts.scheme() == "iscsi") {
+      return place;
+    }
+    std::error_code fault;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(parts.target(), fault);
+    return fault ? place : path.string();
+  } catch (const DriveAddressError&) {
+    return place;  // whoever opens it says what is wrong
+  }
+}
 
 /// Collects the sentences of one report.
 class Judge {
@@ -227,7 +245,7 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
     const std::string shown = maskedAddress(address);
     const std::string place = shown.substr(0, shown.find(','));
     const bool simulated = place.rfind("sim:", 0) == 0;
-    judge.refuseIf(!simulated && !seen.insert(place).second,
+    judge.refuseIf(!simulated && !seen.insert(identityOf(address, place)).second,
                    "drive '" + place +
                        "' is named twice, and two threads would overwrite each other's data; name it "
                        "once");

@@ -205,6 +205,15 @@ TEST_F(WrongLoopDeviceTest, WithLargeBlocksSaysWhatDoesNotFit) {
                 {"--xfer: transfers of 64 blocks", "set \"Bucket Count\" above that (it is 32)"});
 }
 
+TEST_F(WrongLoopDeviceTest, ThatIsNamedTwiceIsRefusedHoweverItIsSpelt) {
+  std::filesystem::create_symlink(loop->path(), files / "link");
+  for (const std::string& again : {loop->path(), "block:" + loop->path(), loop->path() + ",trim=off",
+                                   "/dev/../dev/" + loop->path().substr(5), std::string(files / "link")}) {
+    expectRefusal(2, loop->path(), {"--drive", again, "--overwrite"},
+                  {"is named twice, and two threads would", "name it once"});
+  }
+}
+
 TEST_F(WrongLoopDeviceTest, HasNoKeysOfOtherKindsOfDrives) {
   for (const char* key : {"pi=8", "size=4m", "block=4096", "vendor=admin"}) {
     const std::string name = std::string(key).substr(0, std::string(key).find('='));
