@@ -277,6 +277,19 @@ class WrongIscsiUnitTest : public WrongDriveTest {
   std::optional<TgtTarget> target;
 };
 
+TEST_F(WrongIscsiUnitTest, MayBeLookedAtBeforeItIsTested) {
+  const ProgramEnd end = runCorvane(folder, {"drives", target->address(2)});
+  EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(end.err, "");
+  EXPECT_THAT(end.out, StartsWith(unit(2) + ", "));
+  EXPECT_THAT(end.out, HasSubstr("capacity              2,048 blocks, 8 MiB\n"));
+  EXPECT_THAT(end.out, HasSubstr("logical block         4096 bytes\n"));
+  EXPECT_THAT(folder.content(), IsEmpty());
+  for (const auto& [path, content] : before) {
+    EXPECT_TRUE(tests::readFile(path) == content) << path << " has changed";
+  }
+}
+
 TEST_F(WrongIscsiUnitTest, OfAnUnknownTargetOrWithAnUnknownNumberIsNamed) {
   expectRefusal(3, "iscsi://" + portal() + "/iqn.2026-01.corvane.test:disc/1", {},
                 {"iSCSI portal " + portal() + " has no target 'iqn.2026-01.corvane.test:disc'", "correct its name"});
