@@ -55,7 +55,7 @@ echo "$before" >$depth
 
 echo "-- a queue that is shorter than wanted"
 expect 2 corvane run --drive $address --commands 10 --queue-depth 1000
-said 'takes [0-9]+ commands at once, not 1000; lower the queue depth'
+said 'takes [0-9]+ commands at once, not 1000; lower it'
 
 echo "-- a write that is lost on its way is found"
 expect 1 queue --drive $address --commands 4000 $mixed --fault lost-write:at=command:500

@@ -47,7 +47,8 @@ std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const 
       }
     }
     if (opened) {
-      openers.push_back({system.line(folder + "/comm") + " (process " + process + ")", writes, process == own});
+      const char* self = process == own ? ", this program itself)" : ")";
+      openers.push_back({system.line(folder + "/comm") + " (process " + process + self, writes, process == own});
     }
   }
   return openers;

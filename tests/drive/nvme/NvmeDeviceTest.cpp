@@ -47,7 +47,7 @@ TEST(NvmeDevice, AddressesThatAreWrongByThemselvesAreRefusedBeforeAnythingIsOpen
   EXPECT_THAT(complaint("nvme:/dev/none,verify=drive"), HasSubstr("it takes auto, compare, read"));
   EXPECT_THAT(complaint("nvme:/dev/none,engine=ring"), HasSubstr("it takes auto, uring, threads"));
   EXPECT_THAT(complaint("nvme:/dev/none,vendor=on"), HasSubstr("it takes off, admin"));
-  EXPECT_THAT(complaint("nvme:/dev/none,size=1g"), HasSubstr("'size' is not a key of a nvme: address"));
+  EXPECT_THAT(complaint("nvme:/dev/none,size=1g"), HasSubstr("'size' is not a key of 'nvme:' addresses"));
 }
 
 }  // namespace

@@ -69,9 +69,9 @@ TEST(ScsiProbe, RefusesWhatIsNoDisk) {
 TEST(ScsiProbe, RefusesWhatCannotBeTested) {
   FakeUnitTraits traits;
   traits.writeProtected = true;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
   traits.answersShortMode = false;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
   traits = {};
   traits.blockBytes = 520;
   EXPECT_THAT(unitComplaint(traits), HasSubstr("its blocks have 520 bytes"));
@@ -253,7 +253,7 @@ TEST(ScsiProbe, WithoutACachingPageAnotherOneSaysWhetherTheUnitMayBeWritten) {
   opened.commands->run(write);
   EXPECT_EQ(opened.unit->seen, std::vector<host::Cdb>{host::cdb::write16(5, 1, {.forceUnitAccess = true})});
   traits.writeProtected = true;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
 }
 
 TEST(ScsiProbe, ProtectionInformationIsLeftAloneUnlessItIsAskedFor) {
