@@ -1,6 +1,7 @@
 #include <liburing.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -25,6 +26,9 @@ class NvmeUring : public NvmePassthrough {
   NvmeUring(std::shared_ptr<NvmeDevice> device, uint32_t depth, int& error) : device_(std::move(device)) {
     error = io_uring_queue_init(std::bit_ceil(depth), &ring_, IORING_SETUP_SQE128 | IORING_SETUP_CQE32);
     open_ = error == 0;
+    if (open_) {
+      error = allowOneWorker();
+    }
   }
   ~NvmeUring() override {
     if (open_) {
@@ -80,6 +84,19 @@ class NvmeUring : public NvmePassthrough {
   }
 
  private:
+  /// Has the kernel keep to one worker for the commands that it could not start at once, as while it looks at the
+  /// namespace again after a reset.
+  ///
+  /// It makes the first worker within our own call, but each further one whenever this thread returns to user mode,
+  /// which may be from an interrupt. On x86 with the x32 ABI compiled in, such a worker passes for one of a 32-bit
+  /// program (Linux 6.1), and the NVMe driver cuts the addresses of its commands to 32 bits: they end with EFAULT, or
+  /// would move somebody else's memory if there were any at that address. A worker only starts commands, so one is
+  /// enough.
+  int allowOneWorker() {
+    std::array<unsigned, 2> most{1, 1};  // for regular files, and for everything else
+    return io_uring_register_iowq_max_workers(&ring_, most.data());
+  }
+
   void prepare(uint32_t operation, const NvmeRequest& request) {
     io_uring_sqe* entry = io_uring_get_sqe(&ring_);
     if (entry == nullptr) {
