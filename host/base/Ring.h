@@ -10,6 +10,10 @@ namespace corvane::host {
 template <typename T>
 class Ring {
  public:
+  Ring() = default;
+  /// @param room for so many elements nothing is allocated later
+  explicit Ring(size_t room) : slots_(room) {}
+
   bool empty() const { return count_ == 0; }
   size_t size() const { return count_; }
 

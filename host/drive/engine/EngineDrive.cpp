@@ -81,14 +81,15 @@ void EngineDrive::submit(const DriveCommand& command) {
     return;
   }
   const uint32_t index = freeSlots_.back();
-  freeSlots_.pop_back();
   Slot& slot = slots_[index];
   slot.plan.make(command, geometry_, limits_);
   slot.operation = operationOf(command.kind);
   slot.run = 0;
   slot.runDone = 0;
-  ++running_;
   submitRest(index);
+  // Only now, so that a command that could not be started has taken nothing.
+  freeSlots_.pop_back();
+  ++running_;
 }
 
 void EngineDrive::answerAtOnce(const DriveCommand& command, DriveCompletion completion) {

@@ -7,12 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <condition_variable>
-#include <mutex>
-#include <stdexcept>
-#include <thread>
-#include <vector>
 
+#include "host/drive/WorkerPool.h"
 #include "host/drive/engine/Engine.h"
 #include "host/drive/engine/KernelFlags.h"
 
@@ -57,101 +53,19 @@ int64_t carryOut(int fd, const EngineRequest& request) {
   return result < 0 ? -errno : result;
 }
 
-/// A queue of fixed size.
-template <typename Value>
-class Ring {
- public:
-  explicit Ring(uint32_t capacity) : values_(capacity) {}
-  bool empty() const { return count_ == 0; }
-  bool full() const { return count_ == values_.size(); }
-  void push(const Value& value) {
-    values_[(first_ + count_) % values_.size()] = value;
-    ++count_;
-  }
-  Value pop() {
-    const Value value = values_[first_];
-    first_ = (first_ + 1) % values_.size();
-    --count_;
-    return value;
-  }
-
- private:
-  std::vector<Value> values_;
-  size_t first_ = 0;
-  size_t count_ = 0;
-};
-
 class ThreadEngine : public Engine {
  public:
-  ThreadEngine(int fd, uint32_t depth) : fd_(fd), requests_(depth), replies_(depth) {
-    threads_.reserve(std::min(depth, mostThreads));
-    for (uint32_t i = 0; i < std::min(depth, mostThreads); ++i) {
-      threads_.emplace_back([this] { work(); });
-    }
-  }
-  ~ThreadEngine() override {
-    {
-      const std::lock_guard lock(mutex_);
-      ending_ = true;
-    }
-    toDo_.notify_all();
-    for (std::thread& thread : threads_) {
-      thread.join();
-    }
-  }
-  ThreadEngine(const ThreadEngine&) = delete;
-  ThreadEngine& operator=(const ThreadEngine&) = delete;
+  ThreadEngine(int fd, uint32_t depth)
+      : pool_(std::min(depth, mostThreads), depth, [fd](const EngineRequest& request) {
+          return EngineReply{request.slot, carryOut(fd, request)};
+        }) {}
 
   std::string name() const override { return "thread pool"; }
-
-  void submit(const EngineRequest& request) override {
-    {
-      const std::lock_guard lock(mutex_);
-      if (requests_.full()) {
-        throw std::logic_error("more requests than the thread pool was made for");
-      }
-      requests_.push(request);
-    }
-    toDo_.notify_one();
-  }
-
-  bool poll(EngineReply& out, bool wait) override {
-    std::unique_lock lock(mutex_);
-    if (wait) {
-      done_.wait(lock, [this] { return !replies_.empty(); });
-    }
-    if (replies_.empty()) {
-      return false;
-    }
-    out = replies_.pop();
-    return true;
-  }
+  void submit(const EngineRequest& request) override { pool_.submit(request); }
+  bool poll(EngineReply& out, bool wait) override { return pool_.poll(out, wait); }
 
  private:
-  void work() {
-    std::unique_lock lock(mutex_);
-    for (;;) {
-      toDo_.wait(lock, [this] { return ending_ || !requests_.empty(); });
-      if (ending_) {
-        return;
-      }
-      const EngineRequest request = requests_.pop();
-      lock.unlock();
-      const EngineReply reply{request.slot, carryOut(fd_, request)};
-      lock.lock();
-      replies_.push(reply);
-      done_.notify_one();
-    }
-  }
-
-  int fd_;
-  std::mutex mutex_;
-  std::condition_variable toDo_;
-  std::condition_variable done_;
-  Ring<EngineRequest> requests_;
-  Ring<EngineReply> replies_;
-  bool ending_ = false;
-  std::vector<std::thread> threads_;
+  WorkerPool<EngineRequest, EngineReply> pool_;
 };
 
 }  // namespace

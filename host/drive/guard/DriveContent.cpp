@@ -89,7 +89,9 @@ void addNtfsFileTable(DriveImage& image) {
   }
   const uint64_t sector = littleEndian(boot, 11, 2);
   const uint64_t cluster = boot[13];
-  const uint64_t clusterBytes = cluster <= 128 ? sector * cluster : sector << (256 - cluster);
+  constexpr uint64_t mostShift = 31;  // far above every cluster; what says more is rubbish
+  const uint64_t shift = cluster <= 128 ? 0 : 256 - cluster;
+  const uint64_t clusterBytes = cluster <= 128 ? sector * cluster : shift <= mostShift ? sector << shift : 0;
   for (const size_t pointer : {size_t{48}, size_t{56}}) {  // the table and its mirror
     const uint64_t number = littleEndian(boot, pointer, 8);
     if (clusterBytes != 0 && number < image.bytes() / clusterBytes) {
@@ -115,8 +117,8 @@ Probe probeOf(const DriveImage& image, uint32_t blockSize) {
 
 }  // namespace
 
-std::vector<std::string> findContent(Drive& drive) {
-  DriveImage image(drive);
+std::vector<std::string> findContent(Drive& drive, std::chrono::milliseconds longestRead) {
+  DriveImage image(drive, longestRead);
   addNtfsFileTable(image);
   const Probe probe = probeOf(image, drive.geometry().blockSize);
   std::vector<std::string> content;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,10 @@ namespace corvane::host {
 ///
 /// Some marks are two bytes long: a drive of random data is rarely taken for one that holds something.
 ///
-/// @param drive has no command outstanding
+/// @param drive       has no command outstanding
+/// @param longestRead how long the drive may take to answer one
 ///
-/// Throws DriveError when the drive does not answer.
-std::vector<std::string> findContent(Drive& drive);
+/// Throws DriveError when the drive does not answer, or is so long that no file can stand for it (8 EiB).
+std::vector<std::string> findContent(Drive& drive, std::chrono::milliseconds longestRead = std::chrono::seconds(60));
 
 }  // namespace corvane::host

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
+#include <limits>
 #include <system_error>
 #include <thread>
 
@@ -17,7 +17,6 @@ namespace corvane::host {
 namespace {
 
 constexpr uint64_t chunkBytes = 256 << 10;
-constexpr auto longestRead = std::chrono::seconds(60);
 
 [[noreturn]] void failMemory() {
   throw DriveError("no memory for a picture of the drive: " + std::generic_category().message(errno));
@@ -33,27 +32,25 @@ bool isUnwritten(const DriveCompletion& completion, const DriveCapabilities& cap
          key == sense_key::illegalRequest;
 }
 
-/// Waits for the one command that is outstanding.
-DriveCompletion answerOf(Drive& drive) {
-  const auto until = std::chrono::steady_clock::now() + longestRead;
-  DriveCompletion completion;
-  while (!drive.poll(completion, false)) {
-    if (std::chrono::steady_clock::now() > until) {
-      drive.reset();  // its memory goes with us
-      throw DriveError("the drive (" + drive.description() + ") does not answer a read within " +
-                       std::to_string(longestRead.count()) + " seconds; nothing was written to it");
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
+/// A file cannot be longer.
+uint64_t imageBytes(const Drive& drive) {
+  const DriveGeometry& geometry = drive.geometry();
+  constexpr uint64_t most = std::numeric_limits<off_t>::max();
+  if (geometry.blocks > most / geometry.blockSize) {
+    throw DriveError("the drive (" + drive.description() + ") has " + std::to_string(geometry.blocks) + " blocks of " +
+                     std::to_string(geometry.blockSize) +
+                     " bytes, more than can be looked at for what it holds; name one below 8 EiB");
   }
-  return completion;
+  return geometry.blocks * geometry.blockSize;
 }
 
 }  // namespace
 
-DriveImage::DriveImage(Drive& drive)
+DriveImage::DriveImage(Drive& drive, std::chrono::milliseconds longestRead)
     : drive_(drive),
+      longestRead_(longestRead),
       geometry_(drive.geometry()),
-      bytes_(geometry_.blocks * geometry_.blockSize),
+      bytes_(imageBytes(drive)),
       file_(memfd_create("corvane-guard", MFD_CLOEXEC)) {
   if (file_ < 0) {
     failMemory();
@@ -112,6 +109,31 @@ void DriveImage::addBlocks(uint64_t lba, uint32_t blocks) {
   }
 }
 
+DriveCompletion DriveImage::answer() {
+  const auto until = std::chrono::steady_clock::now() + longestRead_;
+  DriveCompletion completion;
+  while (!drive_.poll(completion, false)) {
+    if (std::chrono::steady_clock::now() > until) {
+      takeBack();
+      throw DriveError("the drive (" + drive_.description() + ") does not answer a read within " +
+                       std::to_string(longestRead_.count() / 1000) + " seconds; nothing was written to it");
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+  return completion;
+}
+
+void DriveImage::takeBack() {
+  // The read's memory goes with us, so the drive must be done with it.
+  if (drive_.capabilities().deviceReset) {
+    drive_.reset();
+    return;
+  }
+  DriveCompletion late;
+  while (drive_.poll(late, true)) {
+  }
+}
+
 bool DriveImage::read(uint64_t lba, uint32_t blocks) {
   constexpr uint64_t idsOfTests = uint64_t{1} << 63;  // a test that follows counts from the beginning
   constexpr int attempts = 3;                         // a drive may be busy, or have something to tell first
@@ -125,7 +147,7 @@ bool DriveImage::read(uint64_t lba, uint32_t blocks) {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     command.id = idsOfTests + nextId_++;
     drive_.submit(command);
-    const DriveCompletion completion = answerOf(drive_);
+    const DriveCompletion completion = answer();
     if (isCarriedOut(completion) && completion.bytesTransferred == command.dataBytes) {
       return true;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -19,10 +20,11 @@ class DriveImage {
   static constexpr uint64_t headBytes = uint64_t{5} << 20;  ///< all that has its mark counted from the beginning
   static constexpr uint64_t tailBytes = uint64_t{2} << 20;  ///< and from the end
 
-  /// @param drive has no command outstanding, and outlives the object
+  /// @param drive       has no command outstanding, and outlives the object
+  /// @param longestRead how long the drive may take to answer one
   ///
-  /// Throws DriveError when the machine has no memory for the file, and as the drive does.
-  explicit DriveImage(Drive& drive);
+  /// Throws DriveError when the machine has no memory for the file, when no file can be so long, and as the drive does.
+  DriveImage(Drive& drive, std::chrono::milliseconds longestRead);
   ~DriveImage();
   DriveImage(const DriveImage&) = delete;
   DriveImage& operator=(const DriveImage&) = delete;
@@ -44,8 +46,13 @@ class DriveImage {
  private:
   void addBlocks(uint64_t lba, uint32_t blocks);
   bool read(uint64_t lba, uint32_t blocks);
+  /// Waits for the one command that is outstanding.
+  DriveCompletion answer();
+  /// Ends the one command that is outstanding.
+  void takeBack();
 
   Drive& drive_;
+  std::chrono::milliseconds longestRead_;
   DriveGeometry geometry_;
   uint64_t bytes_;
   int file_ = -1;

@@ -101,13 +101,14 @@ void NvmeDrive::submit(const DriveCommand& command) {
     return;
   }
   const uint32_t index = freeSlots_.back();
-  freeSlots_.pop_back();
   Slot& slot = slots_[index];
   slot.plan.make(command, traits_.geometry, limitsOf(command.kind));
   slot.run = 0;
   slot.done = 0;
   slot.locating = false;
   begin(index);
+  // Only now, so that a command that could not be started has taken nothing.
+  freeSlots_.pop_back();
 }
 
 void NvmeDrive::answerAtOnce(const DriveCommand& command, DriveCompletion completion) {
@@ -121,15 +122,15 @@ uint64_t NvmeDrive::zoneOf(uint32_t slot) const {
 }
 
 void NvmeDrive::begin(uint32_t index) {
-  if (writesInZone(slots_[index].plan.command())) {
-    const bool isBusy = std::any_of(zoneWrites_.begin(), zoneWrites_.end(),
-                                    [&](uint32_t other) { return zoneOf(other) == zoneOf(index); });
-    zoneWrites_.push_back(index);
-    if (isBusy) {
-      return;
-    }
+  const bool inZone = writesInZone(slots_[index].plan.command());
+  const bool waits = inZone && std::any_of(zoneWrites_.begin(), zoneWrites_.end(),
+                                           [&](uint32_t other) { return zoneOf(other) == zoneOf(index); });
+  if (!waits) {
+    sendPiece(index);
   }
-  sendPiece(index);
+  if (inZone) {
+    zoneWrites_.push_back(index);
+  }
 }
 
 void NvmeDrive::leaveZone(uint32_t index) {

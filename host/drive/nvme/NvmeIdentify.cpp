@@ -26,7 +26,7 @@ class Structure {
   uint16_t word(uint32_t at) const { return static_cast<uint16_t>(number(at, 2)); }
   uint32_t dword(uint32_t at) const { return static_cast<uint32_t>(number(at, 4)); }
   uint64_t qword(uint32_t at) const { return number(at, 8); }
-  bool bit(uint32_t at, uint32_t bit) const { return (byte(at) >> bit & 1U) != 0; }
+  bool bit(uint32_t at, uint32_t bit) const { return (uint32_t{byte(at)} >> bit & 1U) != 0; }
 
   /// ASCII that blanks fill up.
   std::string text(uint32_t at, uint32_t length) const {

@@ -24,7 +24,8 @@ struct NvmeReply {
 /// The way to one NVMe namespace: carries commands and their ends, and knows nothing of what they mean.
 ///
 /// Ends come in any order. One thread uses an object. The time limit of a command is the kernel's; one that it gave up,
-/// or that a reset took back, ends with -EINTR. The end of an object waits for nobody.
+/// or that a reset took back, ends with -EINTR. The end of an object waits for what the kernel has, because until
+/// then the kernel may write to its memory.
 class NvmePassthrough {
  public:
   virtual ~NvmePassthrough() = default;

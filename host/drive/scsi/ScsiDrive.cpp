@@ -58,6 +58,11 @@ ScsiDrive::ScsiDrive(std::unique_ptr<ScsiTransport> transport, const ScsiDriveSe
   forgetEverything();
 }
 
+ScsiDrive::~ScsiDrive() {
+  // It goes before the memory that its requests point to.
+  transport_.reset();
+}
+
 std::string ScsiDrive::description() const { return transport_->description() + ", " + unit_.description(); }
 
 ScsiDrive::Operation ScsiDrive::operationOf(CommandKind kind) const {
@@ -119,9 +124,9 @@ void ScsiDrive::submit(const DriveCommand& command) {
   } else if (command.blocks == 0 && command.kind != CommandKind::syncCache) {
     answerAtOnce(command, {});
   } else {
-    const uint32_t index = freeSlots_.back();
+    begin(freeSlots_.back(), command);
+    // Only now, so that a command that could not be started has taken nothing.
     freeSlots_.pop_back();
-    begin(index, command);
   }
 }
 

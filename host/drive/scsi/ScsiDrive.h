@@ -30,6 +30,9 @@ class ScsiDrive : public Drive {
  public:
   /// Asks the unit what it is and can, and changes nothing on its medium. Throws as `makeScsiDrive`.
   ScsiDrive(std::unique_ptr<ScsiTransport> transport, const ScsiDriveSettings& settings, uint32_t maxOutstanding);
+  ~ScsiDrive() override;
+  ScsiDrive(const ScsiDrive&) = delete;
+  ScsiDrive& operator=(const ScsiDrive&) = delete;
 
   const DriveGeometry& geometry() const override { return unit_.geometry; }
   const DriveCapabilities& capabilities() const override { return capabilities_; }

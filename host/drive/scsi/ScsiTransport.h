@@ -34,7 +34,8 @@ struct ScsiReply {
 /// Answers come in any order. One thread uses an object. `submit`, `poll` and `resetUnit` throw DriveConnectionLost
 /// when the way is broken: no request that was outstanding will be answered, and `resetUnit` goes on after it reached
 /// the unit again. Nothing blocks for ever: a unit that does not answer to a reset or a new connection is given up with
-/// a DriveError after the transport's own time limit. The end of an object waits for nobody.
+/// a DriveError after the transport's own time limit. The end of an object waits for nobody but a kernel
+/// that would still move data from or to the memory of its requests.
 class ScsiTransport {
  public:
   virtual ~ScsiTransport() = default;

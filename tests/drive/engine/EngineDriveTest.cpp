@@ -17,6 +17,7 @@ using Operation = EngineRequest::Operation;
 struct Seen {
   std::vector<EngineRequest> requests;
   std::vector<FailedOperation> failures;
+  bool takesNothing = false;    ///< the engine throws
   std::deque<int64_t> results;  ///< of the next requests; all bytes moved when there is none
 };
 
@@ -52,6 +53,9 @@ class FakeEngine : public Engine {
   explicit FakeEngine(Seen& seen) : seen_(seen) {}
   std::string name() const override { return "nothing"; }
   void submit(const EngineRequest& request) override {
+    if (seen_.takesNothing) {
+      throw std::bad_alloc();
+    }
     seen_.requests.push_back(request);
     int64_t result = request.data == nullptr ? 0 : static_cast<int64_t>(request.bytes);
     if (!seen_.results.empty()) {
@@ -181,6 +185,24 @@ TEST_F(EngineDriveTest, AResetFinishesAnAtomicSegmentAndDropsTheRest) {
   EXPECT_EQ(seen.requests[1].bytes, 2U * 512);
   DriveCompletion completion;
   EXPECT_FALSE(reset.poll(completion, true));
+}
+
+TEST_F(EngineDriveTest, ACommandThatCannotBeStartedTakesNoPlace) {
+  EngineDrive& full = drive();
+  CommandMaker commands(full);
+  seen.takesNothing = true;
+  for (uint32_t i = 0; i < 2 * full.maxOutstanding(); ++i) {
+    EXPECT_THROW(full.submit(commands.make(CommandKind::write, 0, 8, &data)), std::bad_alloc);
+  }
+  seen.takesNothing = false;
+  for (uint32_t i = 0; i < full.maxOutstanding(); ++i) {
+    full.submit(commands.make(CommandKind::read, i, 1));
+  }
+  DriveCompletion completion;
+  for (uint32_t i = 0; i < full.maxOutstanding(); ++i) {
+    EXPECT_TRUE(full.poll(completion, true));
+  }
+  EXPECT_FALSE(full.poll(completion, true));
 }
 
 TEST_F(EngineDriveTest, SaysWhyItsEngineIsNotTheRing) {

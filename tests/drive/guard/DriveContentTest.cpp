@@ -222,6 +222,14 @@ TEST_F(DriveContentTest, isAnNtfsWhoseFileTableIsFarFromTheBeginning) {
   EXPECT_THAT(content(), ElementsAre("ntfs (UUID 0123456789ABCDEF)"));
 }
 
+TEST_F(DriveContentTest, isNothingWhereABootSectorOfNtfsSaysRubbish) {
+  for (int cluster = 0; cluster < 256; ++cluster) {
+    put(0, std::string("\xeb\x52\x90NTFS    ") + little(uint16_t{0xFFFF}) + static_cast<char>(cluster));
+    put(48, std::string(16, '\x01'));
+    EXPECT_THAT(content(), IsEmpty());
+  }
+}
+
 TEST_F(DriveContentTest, isEveryMarkThatIsThere) {
   putGpt(512);
   putRaid(32 * mebi - 16 * 512);
@@ -273,6 +281,8 @@ class BadDrive : public Drive {
 
   const DriveGeometry& geometry() const override { return geometry_; }
   const DriveCapabilities& capabilities() const override { return capabilities_; }
+  void setBlocks(uint64_t blocks) { geometry_.blocks = blocks; }
+  void setReset(bool offered) { capabilities_.deviceReset = offered; }
   std::string description() const override { return "bad"; }
   uint32_t maxOutstanding() const override { return 1; }
   void submit(const DriveCommand& command) override {
@@ -280,7 +290,15 @@ class BadDrive : public Drive {
     command_ = command;
     ++commands;
   }
-  bool poll(DriveCompletion& out, bool) override {
+  bool poll(DriveCompletion& out, bool wait) override {
+    if (silent) {
+      waitedFor |= wait;
+      silent = !wait;
+      return wait;
+    }
+    if (waitedFor) {
+      return false;
+    }
     out = {};
     out.id = command_.id;
     std::memset(command_.data, 0, command_.dataBytes);
@@ -295,9 +313,17 @@ class BadDrive : public Drive {
     }
     return true;
   }
-  void reset() override {}
+  void reset() override {
+    if (!capabilities_.deviceReset) {
+      throw std::logic_error("no reset is offered");
+    }
+    ++resets;
+  }
   void powerCycle() override {}
 
+  bool silent = false;     ///< answers nothing until somebody waits for it
+  bool waitedFor = false;  ///< and then once
+  uint32_t resets = 0;
   uint64_t badLba = 0;
   uint64_t badEnd = 0;
   uint32_t busyTimes = 0;
@@ -315,6 +341,44 @@ TEST_F(DriveContentTest, isUnknownWhereTheDriveDoesNotRead) {
   bad.badLba = 600;
   bad.badEnd = 601;
   EXPECT_THAT(findContent(bad), ElementsAre("what cannot be read (LBAs 512 to 1023)"));
+}
+
+std::string complaintOf(Drive& drive) {
+  try {
+    findContent(drive, std::chrono::milliseconds(1));
+    return "accepted";
+  } catch (const DriveError& error) {
+    return error.what();
+  }
+}
+
+TEST_F(DriveContentTest, isUnknownOfADriveThatDoesNotAnswer) {
+  BadDrive silent(sense::unrecoveredRead, false);
+  silent.silent = true;
+  silent.setReset(true);
+  EXPECT_THAT(complaintOf(silent), ::testing::HasSubstr("does not answer a read within"));
+  EXPECT_EQ(silent.resets, 1U);
+  EXPECT_FALSE(silent.waitedFor);
+}
+
+TEST_F(DriveContentTest, isUnknownAlsoWhereTheDriveCannotBeReset) {
+  BadDrive silent(sense::unrecoveredRead, false);
+  silent.silent = true;
+  EXPECT_THAT(complaintOf(silent), ::testing::HasSubstr("does not answer a read within"));
+  EXPECT_TRUE(silent.waitedFor);
+}
+
+TEST_F(DriveContentTest, isNotLookedForWhereNoFileCanBeSoLong) {
+  // One block more than 2^64 bytes, and the most blocks that there can be.
+  for (const uint64_t blocks : {(uint64_t{1} << 55) + 1, ~uint64_t{0}, uint64_t{1} << 54}) {
+    BadDrive endless(sense::unrecoveredRead, false);
+    endless.setBlocks(blocks);
+    EXPECT_THAT(complaintOf(endless), ::testing::HasSubstr("more than can be looked at"));
+    EXPECT_EQ(endless.commands, 0U);
+  }
+  BadDrive longest(sense::unrecoveredRead, false);
+  longest.setBlocks((uint64_t{1} << 54) - 1);
+  EXPECT_THAT(complaintOf(longest), "accepted");
 }
 
 TEST_F(DriveContentTest, isLookedAtAgainWhileTheDriveIsBusy) {

@@ -38,6 +38,34 @@ class NvmeZones : public testing::TestWithParam<uint64_t> {
   std::optional<CommandMaker> commands;
 };
 
+/// Has no memory for a command while `full`.
+class FullNvme : public FakeNvme {
+ public:
+  using FakeNvme::FakeNvme;
+  void submit(const NvmeRequest& request) override {
+    if (full) {
+      throw std::bad_alloc();
+    }
+    FakeNvme::submit(request);
+  }
+  bool full = false;
+};
+
+TEST(NvmeZonesOfAFullMachine, AWriteThatCannotBeStartedHoldsUpNoOther) {
+  auto passthrough = std::make_unique<FullNvme>(FakeNvmeSettings{.blocks = 1024, .commandSet = 2, .zoneBlocks = zone});
+  FullNvme* const fake = passthrough.get();
+  NvmeDrive drive(std::move(passthrough), NvmeOptions{}, "/dev/ng0n1", 2);
+  CommandMaker commands(drive);
+  Bytes data(512);
+  fake->full = true;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THROW(drive.submit(commands.make(CommandKind::write, 0, 1, &data)), std::bad_alloc);
+  }
+  fake->full = false;
+  EXPECT_EQ(commands.run(CommandKind::write, 0, 1, &data).status, scsi_status::good);
+  EXPECT_EQ(fake->writePointer(0), 1U);
+}
+
 TEST_P(NvmeZones, WritesOfAZoneReachTheDriveInTheOrderInWhichTheyCame) {
   std::vector<Bytes> data;
   for (uint64_t i = 0; i < depth; ++i) {

@@ -54,6 +54,37 @@ bool isZero(const Bytes& bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0; });
 }
 
+/// Carries out what is outstanding as late as it can.
+class LateUnit : public FakeScsiUnit {
+ public:
+  LateUnit(const FakeUnitTraits& its, uint32_t& answered) : FakeScsiUnit(its), answered_(answered) {}
+  ~LateUnit() override {
+    host::ScsiReply reply;
+    while (poll(reply, true)) {
+      ++answered_;
+    }
+  }
+  LateUnit(const LateUnit&) = delete;
+  LateUnit& operator=(const LateUnit&) = delete;
+
+ private:
+  uint32_t& answered_;
+};
+
+TEST(ScsiDriveEnd, LeavesItsMemoryToRequestsUntilTheTransportIsGone) {
+  uint32_t answered = 0;
+  Bytes data(2 * sector);
+  {
+    auto unit = std::make_unique<LateUnit>(FakeUnitTraits{}, answered);
+    const std::unique_ptr<host::Drive> drive = host::makeScsiDrive(std::move(unit), {}, 4);
+    // Every other block, through memory of the drive's own.
+    DriveCommand read = host::CommandMaker(*drive).make(CommandKind::read, 0, 2, &data);
+    read.lbaStep = 2;
+    drive->submit(read);
+  }
+  EXPECT_EQ(answered, 1U);
+}
+
 FakeUnitTraits withTransferLimit(uint32_t blocks) {
   FakeUnitTraits traits;
   traits.limits.mostTransfer = blocks;

@@ -55,8 +55,11 @@ std::string seconds(uint32_t ms) { return std::to_string(ms / 1000) + " s"; }
 }  // namespace
 
 struct IscsiTransport::Slot {
+  struct FreeTask {
+    void operator()(scsi_task* ended) const { scsi_free_scsi_task(ended); }
+  };
   IscsiTransport* owner = nullptr;
-  scsi_task* task = nullptr;  ///< null: the slot is free
+  std::unique_ptr<scsi_task, FreeTask> task;  ///< null: the slot is free
   scsi_iovec piece{};
   Clock::time_point began;
   bool answered = false;
@@ -67,7 +70,7 @@ struct IscsiTransport::Slot {
 };
 
 IscsiTransport::IscsiTransport(const IscsiSettings& settings)
-    : settings_(settings), qualifier_(newQualifier()), slots_(settings.depth) {
+    : settings_(settings), qualifier_(newQualifier()), slots_(settings.depth), ready_(settings.depth) {
   ignoreBrokenPipes();
   for (Slot& slot : slots_) {
     slot.owner = this;
@@ -80,11 +83,6 @@ IscsiTransport::IscsiTransport(const IscsiSettings& settings)
 IscsiTransport::~IscsiTransport() {
   dropping_ = true;
   connection_.reset();
-  for (Slot& slot : slots_) {
-    if (slot.task != nullptr) {
-      scsi_free_scsi_task(slot.task);
-    }
-  }
 }
 
 std::string IscsiTransport::description() const {
@@ -139,7 +137,7 @@ void IscsiTransport::submit(const ScsiRequest& request) {
   makeTask(slot, request);
   free_.pop_back();
   ++outstanding_;
-  if (iscsi_scsi_command_async(connection_->context(), static_cast<int>(settings_.url.lun), slot.task, completed,
+  if (iscsi_scsi_command_async(connection_->context(), static_cast<int>(settings_.url.lun), slot.task.get(), completed,
                                nullptr, &slot) != 0) {
     lose(iscsi_get_error(connection_->context()));
   }
@@ -153,16 +151,16 @@ void IscsiTransport::makeTask(Slot& slot, const ScsiRequest& request) {
   const int direction = request.direction == Data::none     ? SCSI_XFER_NONE
                         : request.direction == Data::toUnit ? SCSI_XFER_WRITE
                                                             : SCSI_XFER_READ;
-  slot.task =
-      scsi_create_task(static_cast<int>(request.cdbBytes), cdb.data(), direction, static_cast<int>(request.bytes));
+  slot.task.reset(
+      scsi_create_task(static_cast<int>(request.cdbBytes), cdb.data(), direction, static_cast<int>(request.bytes)));
   if (slot.task == nullptr) {
     throw std::bad_alloc();
   }
   slot.piece = {request.data, request.bytes};
   if (request.direction == Data::toUnit) {
-    scsi_task_set_iov_out(slot.task, &slot.piece, 1);
+    scsi_task_set_iov_out(slot.task.get(), &slot.piece, 1);
   } else if (request.direction == Data::fromUnit) {
-    scsi_task_set_iov_in(slot.task, &slot.piece, 1);
+    scsi_task_set_iov_in(slot.task.get(), &slot.piece, 1);
   }
   slot.began = Clock::now();
   slot.answered = false;
@@ -221,8 +219,7 @@ bool IscsiTransport::takeReady(ScsiReply& out) {
 }
 
 void IscsiTransport::free(Slot& slot) {
-  scsi_free_scsi_task(slot.task);
-  slot.task = nullptr;
+  slot.task.reset();
   free_.push_back(&slot);
 }
 
@@ -281,7 +278,7 @@ void IscsiTransport::startAbort(Slot& slot) {
     return;
   }
   abort_ = {.slot = &slot, .running = true};
-  if (iscsi_task_mgmt_abort_task_async(connection_->context(), slot.task, abortAnswered, this) != 0) {
+  if (iscsi_task_mgmt_abort_task_async(connection_->context(), slot.task.get(), abortAnswered, this) != 0) {
     lose(iscsi_get_error(connection_->context()));
   }
   connection_->send();
@@ -309,7 +306,7 @@ void IscsiTransport::endAbort() {
     lose("a command was not answered within " + seconds(settings_.timeoutMs) + " and the target refused to abort it");
   }
   slot->aborting = true;
-  iscsi_scsi_cancel_task(connection_->context(), slot->task);
+  iscsi_scsi_cancel_task(connection_->context(), slot->task.get());
 }
 
 void IscsiTransport::lose(const std::string& why) {
@@ -336,10 +333,7 @@ void IscsiTransport::dropAll() {
   ready_.clear();
   free_.clear();
   for (Slot& slot : slots_) {
-    if (slot.task != nullptr) {
-      scsi_free_scsi_task(slot.task);
-      slot.task = nullptr;
-    }
+    slot.task.reset();
     free_.push_back(&slot);
   }
   outstanding_ = 0;

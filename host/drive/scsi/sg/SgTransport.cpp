@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -26,6 +27,13 @@ std::string textOf(int error) { return std::generic_category().message(error); }
 
 bool saysGone(int error) { return error == ENODEV || error == ENXIO; }
 
+/// Whether the administrator lets data go straight from and to the memory of a program.
+bool mayGoDirectly() {
+  std::ifstream file("/sys/module/sg/parameters/allow_dio");
+  int allowed = 0;
+  return file >> allowed && allowed != 0;
+}
+
 int directionOf(ScsiRequest::Data direction) {
   switch (direction) {
     case ScsiRequest::Data::toUnit:
@@ -43,6 +51,7 @@ int directionOf(ScsiRequest::Data direction) {
 SgTransport::SgTransport(const SgSettings& settings, uint32_t requests)
     : device_(settings.path, requests),
       timeoutSeconds_(settings.timeoutSeconds),
+      direct_(mayGoDirectly()),
       pending_(device_.requests()),
       busy_(device_.openings().size()) {
   free_.reserve(pending_.size());
@@ -52,6 +61,18 @@ SgTransport::SgTransport(const SgSettings& settings, uint32_t requests)
   ready_.reserve(pending_.size());
   for (const int opening : device_.openings()) {
     waits_.push_back({.fd = opening, .events = POLLIN, .revents = 0});
+  }
+}
+
+SgTransport::~SgTransport() {
+  if (!direct_) {
+    return;  // the kernel moves the data of what nobody takes to no memory of ours
+  }
+  try {
+    drain();
+  } catch (const std::exception&) {
+    // Gone, or the kernel does not keep its own time limit.
+    lost_ = true;
   }
 }
 
@@ -85,8 +106,8 @@ void SgTransport::submit(const ScsiRequest& request) {
   header.dxfer_len = static_cast<unsigned>(request.bytes);
   header.dxferp = request.data;
   header.timeout = timeoutSeconds_ * 1000;
-  // Taken back silently where it is not allowed or the memory does not fit.
-  header.flags = SG_FLAG_DIRECT_IO;
+  // Taken back silently where the memory does not fit.
+  header.flags = direct_ ? SG_FLAG_DIRECT_IO : 0;
   header.pack_id = static_cast<int>(index);
   while (write(device_.openings()[pending.opening], &header, sizeof(header)) < 0) {
     switch (const int error = errno) {

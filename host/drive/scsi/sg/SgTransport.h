@@ -31,6 +31,10 @@ class SgTransport : public ScsiTransport {
   ///
   /// @param requests at once
   SgTransport(const SgSettings& settings, uint32_t requests);
+  /// Where data go straight to a request's memory, waits for what is outstanding, as long as the kernel's limits are.
+  ~SgTransport() override;
+  SgTransport(const SgTransport&) = delete;
+  SgTransport& operator=(const SgTransport&) = delete;
 
   std::string description() const override;
   uint64_t mostBytes() const override { return device_.mostBytes(); }
@@ -38,6 +42,9 @@ class SgTransport : public ScsiTransport {
 
   void submit(const ScsiRequest& request) override;
   bool poll(ScsiReply& out, bool wait) override;
+
+  /// A unit that is gone may come back.
+  bool canBreak() const override { return true; }
 
   /// Resets the unit alone: where the host adapter cannot do that, a DriveError and no reset of more. What was
   /// outstanding is waited for, because a host adapter may carry it out after the reset as if nothing had been.
@@ -68,6 +75,7 @@ class SgTransport : public ScsiTransport {
 
   SgDevice device_;
   uint32_t timeoutSeconds_;
+  bool direct_;  ///< data may go straight from and to the memory of requests
   std::vector<Pending> pending_;
   std::vector<uint32_t> free_;  ///< indices of pending_
   std::vector<uint32_t> busy_;  ///< requests of each opening

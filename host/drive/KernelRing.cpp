@@ -1,0 +1,123 @@
+#include "host/drive/KernelRing.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "host/drive/DriveError.h"
+
+namespace corvane::host {
+namespace {
+
+constexpr std::chrono::milliseconds memoryPause{1};
+constexpr std::chrono::seconds memoryPatience{30};
+
+std::string textOf(int error) { return std::generic_category().message(error); }
+
+}  // namespace
+
+KernelRing::KernelRing(uint32_t depth, unsigned flags)
+    : error_(-io_uring_queue_init(std::bit_ceil(depth), &ring_, flags)) {}
+
+KernelRing::~KernelRing() {
+  if (error_ != 0) {
+    return;
+  }
+  // Closing the rings does not wait: what the kernel has goes on behind our back.
+  io_uring_cqe* answer = nullptr;
+  while (atKernel_ != 0) {
+    const int error = io_uring_wait_cqe(&ring_, &answer);
+    if (error == 0) {
+      io_uring_cqe_seen(&ring_, answer);
+      --atKernel_;
+    } else if (error != -EINTR && error != -EAGAIN) {
+      break;
+    }
+  }
+  io_uring_queue_exit(&ring_);
+}
+
+bool KernelRing::knows(std::initializer_list<int> operations) {
+  io_uring_probe* probe = io_uring_get_probe_ring(&ring_);
+  if (probe == nullptr) {
+    return false;
+  }
+  const bool all = std::all_of(operations.begin(), operations.end(),
+                               [probe](int operation) { return io_uring_opcode_supported(probe, operation) != 0; });
+  io_uring_free_probe(probe);
+  return all;
+}
+
+int KernelRing::limitWorkers(unsigned most) {
+  std::array<unsigned, 2> limits{most, most};  // for regular files, and for everything else
+  return -io_uring_register_iowq_max_workers(&ring_, limits.data());
+}
+
+io_uring_sqe* KernelRing::entry() {
+  io_uring_sqe* entry = io_uring_get_sqe(&ring_);
+  if (entry == nullptr) {
+    throw std::logic_error("more requests than the ring was made for");
+  }
+  return entry;
+}
+
+void KernelRing::queue(io_uring_sqe* entry, uint32_t slot) {
+  io_uring_sqe_set_data64(entry, slot);
+  ++unsent_;
+}
+
+void KernelRing::send() {
+  while (unsent_ != 0) {
+    const int sent = io_uring_submit(&ring_);
+    if (sent > 0) {
+      atKernel_ += static_cast<uint32_t>(sent);
+      unsent_ -= static_cast<uint32_t>(sent);
+    } else if (sent == 0 || sent == -EAGAIN || sent == -EBUSY) {
+      return;  // for want of memory; answers that are taken now make room
+    } else if (sent != -EINTR) {
+      throw DriveError("the kernel's ring takes no requests: " + textOf(-sent) + "; use engine=threads");
+    }
+  }
+}
+
+void KernelRing::sendOneAtLeast() {
+  const auto end = std::chrono::steady_clock::now() + memoryPatience;
+  while (atKernel_ == 0 && unsent_ != 0) {
+    if (std::chrono::steady_clock::now() > end) {
+      throw DriveError("the kernel has no memory for a request; close other programs, or use engine=threads");
+    }
+    std::this_thread::sleep_for(memoryPause);
+    send();
+  }
+}
+
+bool KernelRing::poll(Answer& out, bool wait) {
+  send();
+  if (wait && atKernel_ == 0) {
+    sendOneAtLeast();
+  }
+  io_uring_cqe* answer = nullptr;
+  int error = wait ? io_uring_wait_cqe(&ring_, &answer) : io_uring_peek_cqe(&ring_, &answer);
+  while (error == -EINTR) {
+    error = io_uring_wait_cqe(&ring_, &answer);
+  }
+  if (error == -EAGAIN) {
+    return false;
+  }
+  if (error != 0) {
+    throw DriveError("waiting for the kernel's ring failed: " + textOf(-error) + "; use engine=threads");
+  }
+  out.slot = static_cast<uint32_t>(io_uring_cqe_get_data64(answer));
+  out.result = answer->res;
+  io_uring_cqe_seen(&ring_, answer);
+  --atKernel_;
+  return true;
+}
+
+}  // namespace corvane::host

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <liburing.h>
+
+#include <cstdint>
+#include <initializer_list>
+
+namespace corvane::host {
+
+/// The kernel's submission and completion rings (io_uring), and the account of what the kernel has.
+///
+/// The end of an object waits until everything that the kernel has was answered, because until then the kernel may
+/// write to the memory of a request; what was not sent yet is dropped. One thread uses an object.
+class KernelRing {
+ public:
+  struct Answer {
+    uint32_t slot = 0;
+    int32_t result = 0;  ///< as the operation gives it; a negated errno when it failed
+  };
+
+  /// @param depth the most requests at once
+  /// @param flags of io_uring_setup(2)
+  KernelRing(uint32_t depth, unsigned flags);
+  ~KernelRing();
+  KernelRing(const KernelRing&) = delete;
+  KernelRing& operator=(const KernelRing&) = delete;
+
+  /// Why the kernel does not let us have the rings, an errno; 0 when it does. Then alone the other operations work.
+  int error() const { return error_; }
+
+  /// Whether the kernel's rings know an operation.
+  bool knows(std::initializer_list<int> operations);
+
+  /// Has the kernel keep to so many workers for what it cannot start at once. The errno of a refusal, or 0.
+  int limitWorkers(unsigned most);
+
+  /// An entry that the caller prepares and then queues. Throws std::logic_error when more are queued than `depth`.
+  io_uring_sqe* entry();
+
+  /// @param slot the caller's number for it
+  void queue(io_uring_sqe* entry, uint32_t slot);
+
+  /// Hands everything that is queued to the kernel in one call; for want of memory it may leave some of it for later.
+  /// Throws DriveError.
+  void send();
+
+  /// Sends what is queued and takes an answer. Throws DriveError, also when the kernel has no memory for a request for
+  /// a long time.
+  ///
+  /// @param wait until there is one; the caller has a request outstanding
+  bool poll(Answer& out, bool wait);
+
+ private:
+  void sendOneAtLeast();
+
+  io_uring ring_{};
+  int error_ = 0;
+  uint32_t unsent_ = 0;
+  uint32_t atKernel_ = 0;  ///< sent and not answered yet
+};
+
+}  // namespace corvane::host

@@ -1,0 +1,92 @@
+#include "host/drive/KernelRing.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+namespace corvane::host {
+namespace {
+
+/// A pipe, which lets a read wait for as long as the test likes.
+class KernelRingTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    if (const int error = KernelRing(1, 0).error(); error != 0) {
+      GTEST_SKIP() << "io_uring is refused: " << std::generic_category().message(error);
+    }
+  }
+  void TearDown() override {
+    close(ends[0]);
+    close(ends[1]);
+  }
+
+  void queueRead(KernelRing& ring, uint32_t slot) {
+    io_uring_sqe* entry = ring.entry();
+    io_uring_prep_read(entry, ends[0], &arrived, 1, ~uint64_t{0});
+    ring.queue(entry, slot);
+  }
+  void give(char sign) const { EXPECT_EQ(write(ends[1], &sign, 1), 1); }
+
+  std::array<int, 2> ends{-1, -1};
+  char arrived = 0;
+};
+
+TEST_F(KernelRingTest, AnAnswerHasItsRequestsSlotAndResult) {
+  KernelRing ring(4, 0);
+  queueRead(ring, 7);
+  KernelRing::Answer answer;
+  EXPECT_FALSE(ring.poll(answer, false));
+  give('x');
+  EXPECT_TRUE(ring.poll(answer, true));
+  EXPECT_EQ(answer.slot, 7U);
+  EXPECT_EQ(answer.result, 1);
+  EXPECT_EQ(arrived, 'x');
+}
+
+TEST_F(KernelRingTest, ItsEndWaitsForWhatTheKernelHas) {
+  std::atomic<bool> given = false;
+  std::thread giver;
+  {
+    KernelRing ring(4, 0);
+    queueRead(ring, 1);
+    KernelRing::Answer answer;
+    ASSERT_FALSE(ring.poll(answer, false));
+    giver = std::thread([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      given = true;
+      give('x');
+    });
+  }
+  EXPECT_TRUE(given);
+  EXPECT_EQ(arrived, 'x');
+  giver.join();
+}
+
+TEST_F(KernelRingTest, ItsEndDropsWhatWasNotSent) {
+  {
+    KernelRing ring(4, 0);
+    queueRead(ring, 1);
+  }
+  EXPECT_EQ(arrived, 0);
+}
+
+TEST_F(KernelRingTest, MoreThanItsDepthIsRefused) {
+  KernelRing ring(2, 0);
+  queueRead(ring, 1);
+  queueRead(ring, 2);
+  EXPECT_THROW(ring.entry(), std::logic_error);
+}
+
+TEST(KernelRing, SaysWhyTheKernelRefusesIt) { EXPECT_EQ(KernelRing(1, ~0U).error(), EINVAL); }
+
+}  // namespace
+}  // namespace corvane::host
