@@ -1,18 +1,20 @@
 #!/usr/bin/env bash
 # Runs examples/mixed.toml on every kind of drive that this machine can offer, and prints one line for each: commands,
 # rates, findings, exit status. The drives are made for it and removed after it: a file, loop devices of 512 and
-# 4096-byte blocks, and iSCSI logical units of both sizes (tgt, on 127.0.0.1 alone). Needs root, and the packages that the tests need.
+# 4096-byte blocks, iSCSI logical units of both sizes (tgt, on 127.0.0.1 alone), and in a guest SCSI generic devices and NVMe
+# namespaces of both sizes. Needs root, and the packages that the tests need.
 #
-#   scripts/mixed-runs.sh [TIME [KIND…]]    e.g. scripts/mixed-runs.sh 10m; KIND: file loop512 loop4096 iscsi512 iscsi4096
+#   scripts/mixed-runs.sh [SECONDS [KIND…]]    e.g. scripts/mixed-runs.sh 600 loop512 guest512
 #
-# One drive at a time, unless JOBS=N says how many at once.
+# The kinds are file, loop512, loop4096, iscsi512, iscsi4096, guest512 and guest4096; without one, all. One drive at a time,
+# unless JOBS=N says how many at once; the two drives of a guest always run at the same time.
 set -uo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 corvane=$root/build/release/bin/corvane
-duration=${1:-10m}
+seconds=${1:-600}
 shift || true
 kinds=("$@")
-[ "${#kinds[@]}" -gt 0 ] || kinds=(file loop512 loop4096 iscsi512 iscsi4096)
+[ "${#kinds[@]}" -gt 0 ] || kinds=(file loop512 loop4096 iscsi512 iscsi4096 guest512 guest4096)
 drive_size=${SIZE:-256M}
 jobs=${JOBS:-1}
 
@@ -62,16 +64,20 @@ logical_unit() {
 }
 
 # run_kind <kind> <address>
-run_kind() {
-  local log=$work/$1.log status commands written compared findings
-  "$corvane" run "$root/examples/mixed.toml" --drive "$2" --time "$duration" --output "$work/out-$1" >"$log" 2>&1
-  status=$?
-  commands=$(sed -n 's/^  commands *\([0-9,]*\).*/\1/p' "$log")
-  written=$(sed -n 's/^  written .*, //p' "$log")
-  compared=$(sed -n 's/^  compared .*, //p' "$log")
-  findings=$(sed -n 's/^  findings *//p' "$log")
-  printf '%-10s %14s %14s %14s %9s %6s\n' "$1" "${commands:--}" "${written:--}" "${compared:--}" "${findings:--}" "$status"
-  [ "$status" -eq 0 ] || { cat "$log" >&2; return 1; }
+run_kind() { sh "$root/scripts/mixed-one.sh" "$1" "$corvane" "$root/examples/mixed.toml" "$2" "${seconds}s" "$work/$1"; }
+
+# run_guest <block size>: a guest's starting and ending come on top of the test's time.
+run_guest() {
+  local script=$work/guest$1.sh
+  cat >"$script" <<END
+status=0
+sh ./mixed-one.sh sg$1 corvane mixed.toml sg:/dev/sg0 ${seconds}s sg & sg=\$!
+sh ./mixed-one.sh nvme$1 corvane mixed.toml nvme:/dev/nvme0n1 ${seconds}s nvme || status=1
+wait \$sg || status=1
+exit \$status
+END
+  "$root/scripts/guest/run.sh" --scsi "dev_size_mb=256 sector_size=$1 lbpws=1" --nvme "$1,size=$drive_size" \
+    --file "$root/scripts/mixed-one.sh" --file "$root/examples/mixed.toml" --script "$script" --time $((seconds + 300))
 }
 
 printf '%-10s %14s %14s %14s %9s %6s\n' drive commands written compared findings exit
@@ -83,13 +89,18 @@ for kind in "${kinds[@]}"; do
     loop512 | loop4096) loop_device "${kind#loop}" ;;
     iscsi512) logical_unit 1 512 ;;
     iscsi4096) logical_unit 2 4096 ;;
-    *) echo "'$kind' is not one of file, loop512, loop4096, iscsi512, iscsi4096" >&2; exit 2 ;;
+    guest512 | guest4096) address= ;;
+    *) echo "'$kind' is not one of file, loop512, loop4096, iscsi512, iscsi4096, guest512, guest4096" >&2; exit 2 ;;
   esac || { echo "$kind: this machine cannot offer it" >&2; failed=1; continue; }
   if [ "${#running[@]}" -ge "$jobs" ]; then
     wait "${running[0]}" || failed=1
     running=("${running[@]:1}")
   fi
-  run_kind "$kind" "$address" &
+  if [[ $kind == guest* ]]; then
+    run_guest "${kind#guest}" &
+  else
+    run_kind "$kind" "$address" &
+  fi
   running+=($!)
 done
 for pid in "${running[@]}"; do wait "$pid" || failed=1; done

@@ -4,6 +4,7 @@
 #include "host/cli/ExitStatus.h"
 #include "host/cli/NewPaths.h"
 #include "host/drive/DriveFactory.h"
+#include "host/framework/TagPool.h"
 
 namespace corvane::host {
 namespace {
@@ -44,10 +45,9 @@ int showDriveAddresses(Console& out) {
 int showDrive(Console& out, const std::string& address) {
   NewPaths made;
   made.watchDrive(address);
-  constexpr uint32_t oneCommand = 1;
   constexpr uint64_t anySeed = 1;
   AtStake stake;
-  const std::unique_ptr<Drive> drive = openDrive(address, oneCommand, anySeed, Overwriting::nothing, &stake);
+  const std::unique_ptr<Drive> drive = openDrive(address, TagPool::maxTags, anySeed, Overwriting::nothing, &stake);
   out.write(driveText(*drive));
   for (const std::string& use : stake.uses) {
     out.line("  in use                " + printable(use));

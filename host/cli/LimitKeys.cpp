@@ -35,15 +35,17 @@ SettingTexts driveTexts(const RunSettings& settings) {
 }
 
 TestKey driveKey() {
-  return {.name = "drive",
-          .value = "ADDRESS",
-          .group = group,
-          .help =
-              "A drive to test, such as sim:1g or file:PATH,size=256m. Its content is overwritten. Give it again for "
-              "further drives, which are tested side by side. Required.",
-          .form = TestKeyForm::repeatable,
-          .take = takeDrive,
-          .texts = driveTexts};
+  return {
+      .name = "drive",
+      .value = "ADDRESS",
+      .group = group,
+      .help =
+          "A drive to test, such as /dev/sdx, sim:1g or file:PATH,size=256m; 'corvane drives' explains every kind of "
+          "address and its keys. Its content is overwritten. Give it again for "
+          "further drives, which are tested side by side. Required.",
+      .form = TestKeyForm::repeatable,
+      .take = takeDrive,
+      .texts = driveTexts};
 }
 
 void addEnds(std::vector<TestKey>& keys) {

@@ -95,8 +95,9 @@ void prepareOutputDirectory(std::string_view flag, const std::string& path) {
   constexpr std::string_view remedy = "name a folder that can be written to";
   std::error_code fault;
   std::filesystem::create_directories(path, fault);
-  if (!std::filesystem::is_directory(path)) {
-    refuse(flag, path, "cannot be created: " + (fault ? fault.message() : causeOf(ENOTDIR)), remedy);
+  const std::error_code madeNone = fault;
+  if (!std::filesystem::is_directory(path, fault)) {
+    refuse(flag, path, "cannot be created: " + (madeNone ? madeNone.message() : causeOf(ENOTDIR)), remedy);
   }
   if (const int error = TemporaryFile(path + "/.corvane").error(); error != 0) {
     refuse(flag, path, "cannot be written to: " + causeOf(error), remedy);

@@ -152,7 +152,7 @@ std::string DriveAddress::anyText(std::string_view key, const std::string& other
 void DriveAddress::checkAllTaken() const {
   for (const Pair& pair : pairs_) {
     if (!pair.taken) {
-      refuse("'" + pair.key + "' is not a key of a " + scheme_ + ": address; it takes " + joined(known_));
+      refuse("'" + pair.key + "' is not a key of '" + scheme_ + ":' addresses; it takes " + joined(known_));
     }
   }
 }

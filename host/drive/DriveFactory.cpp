@@ -24,7 +24,8 @@ struct Opening {
 /// Whether a kind of drive may hold what somebody wants to keep, and how the system knows it.
 enum class Keeps : uint8_t {
   nothing,  ///< what was named for a test, or lives only for it
-  device,   ///< the target of the address is a device of this system
+  device,   ///< the target of the address is a device of this system, whose block device is claimed when it is opened
+  generic,  ///< the same, but what opens it knows nothing of its block device
   unit      ///< something elsewhere, of which this system knows nothing
 };
 
@@ -47,7 +48,7 @@ constexpr std::array kinds{
     KindOfDrive{"nvme", Keeps::device,
                 [](const Opening& o) { return openNvmeDrive(o.address, o.maxOutstanding, o.overwriting); },
                 nvmeDriveHelp},
-    KindOfDrive{"sg", Keeps::device, [](const Opening& o) { return openSgDrive(o.address, o.maxOutstanding); },
+    KindOfDrive{"sg", Keeps::generic, [](const Opening& o) { return openSgDrive(o.address, o.maxOutstanding); },
                 sgDriveHelp},
     KindOfDrive{"sim", Keeps::nothing, [](const Opening& o) { return openSimDrive(o.address, o.seed); }, simDriveHelp}};
 
@@ -74,8 +75,10 @@ std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding,
     if (kind.keeps == Keeps::nothing) {
       return kind.open(opening);
     }
-    return openGuarded(maskedAddress(address.text()), kind.keeps == Keeps::device ? address.target() : "", overwriting,
-                       stake, [&] { return kind.open(opening); });
+    const GuardedDevice device{.name = maskedAddress(address.text()),
+                               .node = kind.keeps == Keeps::unit ? "" : address.target(),
+                               .openerClaims = kind.keeps != Keeps::generic};
+    return openGuarded(device, overwriting, stake, [&] { return kind.open(opening); });
   }
   address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are " + allSchemes());
 }

@@ -1,6 +1,7 @@
 #include "host/drive/KernelRing.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <chrono>
@@ -51,6 +52,11 @@ bool KernelRing::knows(std::initializer_list<int> operations) {
                                [probe](int operation) { return io_uring_opcode_supported(probe, operation) != 0; });
   io_uring_free_probe(probe);
   return all;
+}
+
+int KernelRing::limitWorkers(unsigned most) {
+  std::array<unsigned, 2> kinds{most, most};  // for regular files, and for everything else
+  return -io_uring_register_iowq_max_workers(&ring_, kinds.data());
 }
 
 io_uring_sqe* KernelRing::entry() {

@@ -31,6 +31,9 @@ class KernelRing {
   /// Whether the kernel's rings know an operation.
   bool knows(std::initializer_list<int> operations);
 
+  /// Has the kernel start what it cannot start at once on so many threads at most, of either kind; an errno, or 0.
+  int limitWorkers(unsigned most);
+
   /// An entry that the caller prepares and then queues. Throws std::logic_error when more are queued than `depth`.
   io_uring_sqe* entry();
 

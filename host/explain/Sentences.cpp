@@ -42,12 +42,31 @@ std::string before(const JournalEntry& earlier, const Explanation& e) {
          " before that " + nounOf(e.read->kind);
 }
 
-std::string endText(const JournalEntry& command) {
+/// By what all outstanding commands were lost, the first time after this one was issued.
+const char* lossText(const JournalEntry& command, const CommandJournal& journal) {
+  for (const Incident& incident : journal.incidents()) {
+    if (incident.afterCommand < command.number) {
+      continue;
+    }
+    if (incident.what == Incident::What::connectionLost) {
+      return "was lost with the connection to the drive";
+    }
+    if (incident.what == Incident::What::reset) {
+      return "was lost in a reset";
+    }
+    if (incident.what == Incident::What::powerCut) {
+      return "was lost in a power cut";
+    }
+  }
+  return "was lost in a reset, a power cut or with the connection to the drive";
+}
+
+std::string endText(const JournalEntry& command, const CommandJournal& journal) {
   switch (command.end) {
     case JournalEntry::End::outstanding:
       return "is still outstanding";
     case JournalEntry::End::lost:
-      return "was lost in a reset or power cut";
+      return lossText(command, journal);
     case JournalEntry::End::finished:
       break;
   }
@@ -65,6 +84,7 @@ class Sentences {
     saysOfItself();
     whatItIs();
     expectation();
+    between();
     legal();
     around();
     again();
@@ -184,7 +204,32 @@ class Sentences {
       return;
     }
     say("What decides the content is the " + commandText(*e_.expectedWrite) + " over " + blocksText(*e_.expectedWrite) +
-        before(*e_.expectedWrite, e_) + "; it " + endText(*e_.expectedWrite) + ".");
+        before(*e_.expectedWrite, e_) + "; it " + endText(*e_.expectedWrite, *evidence_.journal) + ".");
+  }
+
+  /// What may have taken an acknowledged write away, and is no command.
+  void between() {
+    if (!e_.expectedWrite || !e_.read) {
+      return;
+    }
+    std::string text;
+    addCount(text, Incident::What::connectionLost, "the connection to the drive was lost");
+    addCount(text, Incident::What::reset, "the drive was reset");
+    addCount(text, Incident::What::powerCut, "its power was cut");
+    if (!text.empty()) {
+      say("Between the two " + text + ".");
+    }
+  }
+
+  void addCount(std::string& text, Incident::What what, const std::string& name) const {
+    uint64_t count = 0;
+    for (const Incident& incident : evidence_.journal->incidents()) {
+      const bool inside = incident.afterCommand >= e_.expectedWrite->number && incident.afterCommand < e_.read->number;
+      count += inside && incident.what == what ? 1 : 0;
+    }
+    if (count != 0) {
+      text += (text.empty() ? "" : ", ") + name + (count == 1 ? " once" : " " + number(count) + " times");
+    }
   }
 
   void legal() {

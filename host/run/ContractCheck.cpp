@@ -1,10 +1,13 @@
 #include "host/run/ContractCheck.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <set>
+#include <system_error>
 
 #include "host/drive/DriveAddress.h"
+#include "host/drive/DriveError.h"
 #include "host/framework/TagPool.h"
 #include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConditionCheck.h"
@@ -24,6 +27,21 @@ bool losesCommands(const TestDefinition& test) {
 }
 
 bool writesPlainly(const CommandMix& mix) { return mix.write != 0 || mix.writeSame != 0 || mix.trim != 0; }
+
+/// The same for two addresses of one device or file, however they spell its path.
+std::string identityOf(const std::string& address, const std::string& place) {
+  try {
+    const DriveAddress parts(address);
+    if (parts.scheme() == "sim" || parts.scheme() == "iscsi") {
+      return place;
+    }
+    std::error_code fault;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(parts.target(), fault);
+    return fault ? place : path.string();
+  } catch (const DriveAddressError&) {
+    return place;  // whoever opens it says what is wrong
+  }
+}
 
 /// Collects the sentences of one report.
 class Judge {
@@ -227,7 +245,7 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
     const std::string shown = maskedAddress(address);
     const std::string place = shown.substr(0, shown.find(','));
     const bool simulated = place.rfind("sim:", 0) == 0;
-    judge.refuseIf(!simulated && !seen.insert(place).second,
+    judge.refuseIf(!simulated && !seen.insert(identityOf(address, place)).second,
                    "drive '" + place +
                        "' is named twice, and two threads would overwrite each other's data; name it "
                        "once");
@@ -266,10 +284,14 @@ ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionVal
   const uint64_t size = range.endLba > range.firstLba ? range.endLba - range.firstLba : 0;
   const uint64_t headRoom = longest - stepOf(options);
 
-  judge.refuseIf(range.endLba > blocks, "the LBA range " + rangeText + " ends behind the drive's " + text(blocks) +
-                                            " blocks; choose an end of at most that");
-  judge.refuseIf(size < longest, "the LBA range " + rangeText + " has no room for a command over " + text(longest) +
-                                     " LBAs; widen it or shorten the transfers");
+  const bool beginsBehind = test.firstLba >= blocks && blocks != 0;
+  judge.refuseIf(beginsBehind, "the LBA range " + text(test.firstLba) + ".. begins behind the drive's " + text(blocks) +
+                                   " blocks; choose a start below that");
+  judge.refuseIf(!beginsBehind && range.endLba > blocks, "the LBA range " + rangeText + " ends behind the drive's " +
+                                                             text(blocks) + " blocks; choose an end of at most that");
+  judge.refuseIf(!beginsBehind && size < longest, "the LBA range " + rangeText + " has no room for a command over " +
+                                                      text(longest) + " LBAs of " + text(drive.geometry().blockSize) +
+                                                      " bytes; widen it or shorten the transfers");
   judge.refuseIf(options.slideReads && range.endLba <= blocks && blocks - range.endLba < headRoom,
                  "\"Slide Reads\" reads up to " + text(headRoom) + " blocks behind the LBA range " + rangeText +
                      ", past the drive's end; end the range at " + text(blocks - std::min(blocks, headRoom)) +
@@ -317,7 +339,7 @@ LbaLimits lbaLimits(const TestDefinition& test, const AgentOptionValues& options
           .maxAtomicBound = test.maxAtomicBound};
 }
 
-std::string missingCapability(const TestDefinition& test, const Drive& drive) {
+std::string missingCapability(const TestDefinition& test, const Drive& drive, const std::string& address) {
   const DriveCapabilities& can = drive.capabilities();
   std::string missing;
   const auto need = [&missing](bool needed, bool offered, const char* what) {
@@ -337,7 +359,8 @@ std::string missingCapability(const TestDefinition& test, const Drive& drive) {
   if (missing.empty()) {
     return {};
   }
-  return "the drive (" + drive.description() + ") does not offer " + missing + "; leave it out or use another drive";
+  return "drive '" + maskedAddress(address) + "' does not offer " + missing +
+         "; leave that out or use another drive; it is: " + drive.description();
 }
 
 }  // namespace corvane::host

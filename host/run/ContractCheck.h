@@ -29,8 +29,8 @@ ContractReport checkTest(const TestDefinition& test, const AgentOptionValues& op
 /// Judges a test on one drive: its range and zones, and what a power cut may take from the drive.
 ContractReport checkTestOnDrive(const TestDefinition& test, const AgentOptionValues& options, const Drive& drive);
 
-/// What the test needs and the drive does not offer: one sentence, empty when there is nothing.
-std::string missingCapability(const TestDefinition& test, const Drive& drive);
+/// What the test needs and the drive of this address does not offer: one sentence, empty when there is nothing.
+std::string missingCapability(const TestDefinition& test, const Drive& drive, const std::string& address);
 
 /// Why a test cannot go on when the connection to its drive is lost: the rest of a sentence that begins with the loss
 /// and says what to change. Empty: it can go on.

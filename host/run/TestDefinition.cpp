@@ -77,9 +77,14 @@ uint64_t DriveShare::blocksOf(const DriveGeometry& drive) const {
 std::string driveDisplayName(std::string_view given, uint32_t index) {
   const std::string masked = maskedAddress(given);
   const std::string_view address = masked;
-  const size_t colon = address.find(':');
-  const std::string_view kind = address.substr(0, colon);
-  std::string_view place = colon == std::string_view::npos ? std::string_view() : address.substr(colon + 1);
+  // A path has no kind before it, and may have colons in it.
+  const bool isPath = address.substr(0, 1) == "/";
+  const size_t colon = isPath ? std::string_view::npos : address.find(':');
+  const std::string_view kind = isPath ? "block" : address.substr(0, colon);
+  std::string_view place = isPath ? address : std::string_view();
+  if (colon != std::string_view::npos) {
+    place = address.substr(colon + 1);
+  }
   place = place.substr(0, place.find(','));
   size_t slash = place.rfind('/');
   if (kind == "iscsi" && slash != std::string_view::npos && slash != 0) {

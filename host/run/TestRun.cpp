@@ -101,11 +101,11 @@ struct TestRun::State {
     std::unique_ptr<Drive> drive =
         world.openDrive(address, most, deriveSeed(test.seed, "drive", index), test.overwriting);
     if (drive->maxOutstanding() < most) {
-      throw ConfigurationError("the drive (" + drive->description() + ") takes " +
-                               std::to_string(drive->maxOutstanding()) + " commands at once, not " +
-                               std::to_string(most) + "; lower the queue depth");
+      throw ConfigurationError("queue depth " + std::to_string(test.queueDepth) + " is too much: drive '" +
+                               maskedAddress(address) + "' takes " + std::to_string(drive->maxOutstanding()) +
+                               " commands at once, not " + std::to_string(most) + "; lower it");
     }
-    if (const std::string missing = missingCapability(test, *drive); !missing.empty()) {
+    if (const std::string missing = missingCapability(test, *drive, address); !missing.empty()) {
       throw DriveError(missing);
     }
     judge(checkTestOnDrive(test, options, *drive));

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -137,7 +139,30 @@ TEST(DrivesTest, leavesAFileThatIsThereAsItIs) {
   const ProgramEnd end = runCorvane(folder, {"drives", "file:drive.img"});
   EXPECT_EQ(end.status, 0);
   EXPECT_THAT(end.out, HasSubstr("16 blocks"));
+  EXPECT_THAT(end.out, HasSubstr("commands at once      1024\n"));
   EXPECT_EQ(tests::readFile(folder / "drive.img"), content);
+}
+
+TEST(DrivesTest, explainsTheKindsOfAddressesThatTheReadmeLists) {
+  std::istringstream help(textOf({"drives"}));
+  std::set<std::string> explained;
+  std::string above;
+  for (std::string line; std::getline(help, line); above = line) {
+    if (above.empty()) {
+      explained.insert(line.starts_with("/dev/") ? "block" : line.substr(0, line.find(':')));
+    }
+  }
+  std::istringstream readme(tests::readFile(CORVANE_EXAMPLES "/../README.md"));
+  std::set<std::string> listed;
+  bool table = false;
+  for (std::string line; std::getline(readme, line);) {
+    table = line.starts_with("| Address |") || (table && line.starts_with("|"));
+    if (table && line.starts_with("| `")) {
+      listed.insert(line.starts_with("| `/dev/") ? "block" : line.substr(3, line.find(':') - 3));
+    }
+  }
+  EXPECT_GE(explained.size(), 6U);
+  EXPECT_EQ(listed, explained);
 }
 
 }  // namespace

@@ -156,7 +156,8 @@ std::vector<WrongFile> wrongFiles() {
        "nvme:, "
        "sg: and sim:"},
       {"badDriveKey", "# two\ndrive = [\"sim:64m\",\n  \"sim:64m,blok=512\"]\n",
-       "x.toml:3: drive: drive address 'sim:64m,blok=512': 'blok' is not a key of a sim: address; it takes block, pi, "
+       "x.toml:3: drive: drive address 'sim:64m,blok=512': 'blok' is not a key of 'sim:' addresses; it takes block, "
+       "pi, "
        "exponent, zones, zonemodel, cache, tear, atomic-least, atomic-most, depth, abort, write-error, read-error, "
        "recovered, seed"},
       {"outputNowhere", good + "output = \"/dev/null/out\"\n",

@@ -22,7 +22,6 @@ struct Stand {
 struct Kind {
   std::string name;
   std::function<Stand(const tests::TempFolder& folder)> open;
-  bool namesDifference = true;  ///< a verify that fails says at which LBA
 };
 
 inline void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <optional>
 
+#include "host/explain/Explainer.h"
+#include "tests/drive/CommandMaker.h"
 #include "tests/e2e/EndToEnd.h"
 #include "tests/e2e/SpoilingDrive.h"
 #include "tests/support/TgtTarget.h"
@@ -30,17 +32,24 @@ class WatchedDrive : public Drive {
 
   WatchedDrive(std::unique_ptr<Drive> inner, Watch watch) : inner_(std::move(inner)), watch_(std::move(watch)) {}
 
+  std::function<void(const DriveCommand&)> beforeSending = [](const DriveCommand&) {};
+  std::function<void(const DriveCompletion&)> afterAnswer = [](const DriveCompletion&) {};
+
   const DriveGeometry& geometry() const override { return inner_->geometry(); }
   const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
   std::string description() const override { return inner_->description(); }
   uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override {
+    beforeSending(command);
     inner_->submit(command);
     watch_(++sent_, ++outstanding_);
   }
   bool poll(DriveCompletion& out, bool wait) override {
     const bool came = inner_->poll(out, wait);
     outstanding_ -= came ? 1 : 0;
+    if (came) {
+      afterAnswer(out);
+    }
     return came;
   }
   void reset() override {
@@ -145,6 +154,52 @@ TEST_P(IscsiUnitOf, WithAFlippedByteInItsFileFailsAtThatBlock) {
   EXPECT_EQ(result.findings[0].lba, record.lba);
 }
 
+/// This target does not say in its sense data where a verify differs. The agent names the first LBA of the verify, as
+/// of every drive; the drive's answer and the explanation name the block.
+TEST_P(IscsiUnitOf, WithAFlippedByteInItsFileFailsAVerifyAtThatBlock) {
+  startTarget({.file = "", .blockSize = GetParam()});
+  TestDefinition verifies = test();
+  verifies.endLba = 2048;
+  verifies.mix = {.write = 1, .read = 0, .verify = 1};
+  verifies.agentOptions = {{"Min Queue Size", "64"}, {"Max Queue Size", "256"}};
+  verifies.journalDepth = 64;
+  const std::unique_ptr<MediumAccess> medium = accessFile(file(), GetParam());
+  uint64_t verifiesSeen = 0;
+  std::optional<DriveCommand> struck;
+  DriveCompletion answer;
+  const RunResult result = runTest(verifies, [&](std::unique_ptr<Drive> drive) {
+    auto watched = std::make_unique<WatchedDrive>(std::move(drive), [](uint64_t, uint32_t) {});
+    watched->beforeSending = [&](const DriveCommand& command) {
+      constexpr uint64_t fromVerify = 200;
+      constexpr uint32_t leastBlocks = 4;
+      if (!struck && command.kind == CommandKind::verify && ++verifiesSeen >= fromVerify &&
+          command.blocks >= leastBlocks) {
+        struck = command;
+        std::vector<uint8_t> block = medium->read(command.endLba() - 1);
+        block.at(100) ^= 0x10;
+        medium->write(command.endLba() - 1, block);
+      }
+    };
+    watched->afterAnswer = [&](const DriveCompletion& completion) {
+      if (struck && completion.id == struck->id) {
+        answer = completion;
+      }
+    };
+    return watched;
+  });
+  ASSERT_TRUE(struck);
+  const uint64_t lba = struck->endLba() - 1;
+  EXPECT_EQ(senseNumber(answer), 0x0E1D00U);
+  EXPECT_EQ(senseInformation(answer), lba);
+  EXPECT_EQ(result.status, RunStatus::dataFailure) << agentLines(result);
+  ASSERT_EQ(result.findings.size(), 1U);
+  EXPECT_THAT(result.findings[0].text, HasSubstr("Miscompare Detected with a Verify command"));
+  EXPECT_EQ(result.findings[0].lba, struck->lba);
+  const std::optional<Explanation> explanation = explainDrive(result, 0);
+  ASSERT_TRUE(explanation);
+  EXPECT_EQ(explanation->lba, lba);
+}
+
 INSTANTIATE_TEST_SUITE_P(BlockSize, IscsiUnitOf, testing::Values(512U, 4096U), testing::PrintToStringParamName());
 
 /// This kind of store answers GOOD to every VERIFY. A verify that must find a difference shows it.
@@ -231,6 +286,23 @@ TEST_F(IscsiUnit, ThatIsKilledForGoodEndsTheTestWithADriveError) {
   EXPECT_EQ(result.status, RunStatus::drive) << agentLines(result);
   EXPECT_THAT(result.drives.at(0).error,
               AllOf(HasSubstr("could not be made again within 1 s"), HasSubstr("reconnect=")));
+}
+
+TEST_F(IscsiUnit, ThatComesBackAsAnotherOneIsNotWrittenTo) {
+  startTarget({});
+  std::string before;
+  const RunResult result = runWatched(test(), [&](uint64_t sent, uint32_t) {
+    if (sent == 1000) {
+      target_->kill();
+      std::filesystem::resize_file(file(), fileBytes / 2);
+      before = contentOf(file());
+      target_->start();
+    }
+  });
+  EXPECT_EQ(result.status, RunStatus::drive) << agentLines(result);
+  EXPECT_THAT(result.drives.at(0).error, HasSubstr("it is another unit now (blocks '65536', before '131072')"));
+  EXPECT_EQ(before.size(), fileBytes / 2);
+  EXPECT_TRUE(contentOf(file()) == before) << "it was written to";
 }
 
 /// Whoever reads what a run leaves must not learn how to log in.

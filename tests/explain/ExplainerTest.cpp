@@ -97,6 +97,36 @@ TEST_F(ExplainerTest, OldDataAfterAPowerCutAccusesTheFlush) {
   EXPECT_EQ(explainAs(before[11]).suspects.front(), FaultClass::lyingFlush);
 }
 
+TEST_F(ExplainerTest, WhatTookAwayAWriteIsNamed) {
+  using What = Incident::What;
+  for (const auto& [what, lost] :
+       {std::pair{What::connectionLost, "it was lost with the connection to the drive."},
+        std::pair{What::reset, "it was lost in a reset."}, std::pair{What::powerCut, "it was lost in a power cut."}}) {
+    SampleEvidence interrupted;
+    const JournalEntry write = interrupted.issue(CommandKind::write, 10, 4, 5);
+    interrupted.journal->happened(what);
+    interrupted.journal->lostAll();
+    interrupted.read(10, 4);
+    std::vector<uint8_t> wrong = interrupted.contentOf(write, 11);
+    wrong[100] ^= 1;
+    interrupted.medium[11] = wrong;
+    EXPECT_THAT(textOf(explain(interrupted.found(11, wrong, interrupted.contentOf(write, 11)), {})), HasSubstr(lost));
+  }
+}
+
+TEST_F(ExplainerTest, WhatHappenedToTheDriveBetweenTheWriteAndTheReadIsTold) {
+  EXPECT_THAT(textOf(explainAs(before[11])), Not(HasSubstr("Between the two")));
+  const JournalEntry write = sample.write(10, 4, 9);
+  sample.journal->happened(Incident::What::connectionLost);
+  sample.journal->happened(Incident::What::reset);
+  sample.journal->happened(Incident::What::reset);
+  sample.read(10, 4);
+  sample.journal->happened(Incident::What::powerCut);
+  sample.medium[11].assign(SampleEvidence::sector, 0);
+  EXPECT_THAT(textOf(explain(sample.found(11, sample.medium[11], sample.contentOf(write, 11)), {})),
+              HasSubstr("\nBetween the two the connection to the drive was lost once, the drive was reset 2 times.\n"));
+}
+
 TEST_F(ExplainerTest, DataOfAnotherLba) {
   const Explanation e = explainAs(sample.contentOf(newer, 12));
   EXPECT_EQ(e.kind, FindingKind::otherLba);

@@ -55,12 +55,26 @@ echo "$before" >$depth
 
 echo "-- a queue that is shorter than wanted"
 expect 2 corvane run --drive $address --commands 10 --queue-depth 1000
-said 'takes [0-9]+ commands at once, not 1000; lower the queue depth'
+said 'takes [0-9]+ commands at once, not 1000; lower it'
 
 echo "-- a write that is lost on its way is found"
 expect 1 queue --drive $address --commands 4000 $mixed --fault lost-write:at=command:500
 said 'DATA FAILURE: Miscompare Detected'
 said 'What decides the content is the write with command id'
+
+echo "-- a unit that is tested belongs to its test"
+corvane run --drive $address --time 20s >first 2>&1 &
+first=$!
+tries=0
+until ls -l /proc/$first/fd | grep -q /dev/sda || [ $tries -ge 100 ]; do
+  usleep 100000
+  tries=$((tries + 1))
+done
+expect 3 corvane run --drive $address --commands 10
+said "drive '$address' is in use: it is opened exclusively, and opened by corvane"
+kill -INT $first
+wait $first
+expect 0 corvane run --drive $address --commands 100
 
 echo "-- what cannot be opened"
 expect 3 corvane run --drive sg:/dev/sg9 --commands 10

@@ -299,8 +299,14 @@ TEST(ContractCheckOnDrive, RefusesRangesThatDoNotFit) {
   test.endLba = 99'993;
   EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, IsEmpty());
   test.endLba = 0;
-  test.firstLba = 99'999'999;
-  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals, ElementsAre(HasSubstr("has no room for a command")));
+  test.firstLba = 99'999;
+  EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals,
+              ElementsAre(HasSubstr("has no room for a command over 8 LBAs of 512 bytes")));
+  for (const uint64_t behind : {100'000U, 99'999'999U}) {
+    test.firstLba = behind;
+    EXPECT_THAT(checkTestOnDrive(test, options, drive).refusals,
+                ElementsAre(HasSubstr(".. begins behind the drive's 100000 blocks; choose a start below that")));
+  }
 }
 
 TEST(ContractCheckOnDrive, RefusesPowerCutsThatAnHonestDriveMayNotSurvive) {
@@ -454,14 +460,14 @@ TEST(MissingCapability, ZoneResetsNeedADriveWithZones) {
   TestDefinition test = plainTest();
   test.zoneResetEveryCommands = 10;
   test.invalidateEveryCommands = 10;
-  EXPECT_EQ(missingCapability(test, drive),
-            "the drive (fake drive) does not offer zone resets, invalidation of ranges; leave it out or use another "
-            "drive");
+  EXPECT_EQ(missingCapability(test, drive, "sim:1m"),
+            "drive 'sim:1m' does not offer zone resets, invalidation of ranges; leave that out or use another "
+            "drive; it is: fake drive");
   drive.offers.zoneReset = true;
   drive.offers.invalidate = true;
-  EXPECT_THAT(missingCapability(test, drive), HasSubstr("zone resets")) << "it has no zones";
+  EXPECT_THAT(missingCapability(test, drive, "sim:1m"), HasSubstr("zone resets")) << "it has no zones";
   drive.shape.zoneBlocks = 1000;
-  EXPECT_EQ(missingCapability(test, drive), "");
+  EXPECT_EQ(missingCapability(test, drive, "sim:1m"), "");
 }
 
 TEST(MissingCapability, NamesEverythingThatTheTestNeeds) {
@@ -470,12 +476,12 @@ TEST(MissingCapability, NamesEverythingThatTheTestNeeds) {
   test.mix = {.write = 1, .writeAtomic = 1, .writeSame = 1, .trim = 1, .read = 1, .verify = 1};
   test.powerToggle = PowerToggle::withSync;
   test.resetEveryCommands = 5;
-  EXPECT_EQ(missingCapability(test, drive), "");
+  EXPECT_EQ(missingCapability(test, drive, "sim:1m"), "");
   drive.offers = {};
-  EXPECT_EQ(missingCapability(test, drive),
-            "the drive (fake drive) does not offer atomic writes, write-same, trim, verify with byte check, cache "
-            "flush, power toggle, device reset; leave it out or use another drive");
-  EXPECT_EQ(missingCapability(plainTest(), drive), "");
+  EXPECT_EQ(missingCapability(test, drive, "sim:1m"),
+            "drive 'sim:1m' does not offer atomic writes, write-same, trim, verify with byte check, cache "
+            "flush, power toggle, device reset; leave that out or use another drive; it is: fake drive");
+  EXPECT_EQ(missingCapability(plainTest(), drive, "sim:1m"), "");
 }
 
 }  // namespace

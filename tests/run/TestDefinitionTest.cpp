@@ -31,6 +31,9 @@ TEST(DriveDisplayName, IsTheFileNameWithoutKeysAndWithoutOddCharacters) {
   EXPECT_EQ(driveDisplayName("file:dir/", 2), "file2");
   EXPECT_EQ(driveDisplayName("iscsi://a%b,c/d@host/iqn.2026-01.example:disk/1,connect=3", 0),
             "iqn.2026-01.example_disk_1");
+  EXPECT_EQ(driveDisplayName("/dev/sdb,trim=zero", 0), "sdb");
+  EXPECT_EQ(driveDisplayName("/dev/disk/by-path/pci-0000:00:1f.2-ata-1", 0), "pci-0000_00_1f.2-ata-1");
+  EXPECT_EQ(driveDisplayName("nvme:/dev/nvme0n1", 0), "nvme0n1");
 }
 
 TEST(DeriveSeed, DiffersByPurposeIndexAndSeedAndRepeats) {

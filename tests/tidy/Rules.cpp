@@ -33,6 +33,21 @@ std::pair<std::string, int> hostLayer(const std::string& path) {
   return {"", -1};
 }
 
+/// The kind of drive whose folder a file is in; empty for what all kinds share.
+std::string driveKind(const std::string& path) {
+  const std::string drives = "host/drive/";
+  const size_t slash = startsWith(path, drives) ? path.find('/', drives.size()) : std::string::npos;
+  return slash == std::string::npos ? "" : path.substr(drives.size(), slash - drives.size());
+}
+
+/// Kinds of drives do not know each other, and what they share knows none of them; "engine" is shared by those that go
+/// through the kernel's files, and the factory opens every kind.
+bool drivesMayInclude(const std::string& path, const std::string& include) {
+  const std::string kind = driveKind(include);
+  return !startsWith(path, "host/drive/") || kind.empty() || kind == driveKind(path) || kind == "engine" ||
+         startsWith(path, "host/drive/DriveFactory.");
+}
+
 bool mayInclude(const std::string& path, const std::string& include, const std::vector<std::string>& pluginHeaders) {
   const bool ofPlugin = std::find(pluginHeaders.begin(), pluginHeaders.end(), include) != pluginHeaders.end();
   if (startsWith(path, "platform/")) {
@@ -47,7 +62,7 @@ bool mayInclude(const std::string& path, const std::string& include, const std::
     }
     const auto [fromFolder, from] = hostLayer(path);
     const auto [toFolder, to] = hostLayer(include);
-    return to < from || fromFolder == toFolder || !startsWith(include, "host/");
+    return (to < from || fromFolder == toFolder || !startsWith(include, "host/")) && drivesMayInclude(path, include);
   }
   return true;
 }

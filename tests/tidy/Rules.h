@@ -10,8 +10,8 @@ namespace corvane::tidy {
 /// Each rule returns one line for each breach, "path: what", and nothing for a tree that keeps it.
 
 /// platform includes neither host nor plugin, plugin no host, host no plugin; inside host a layer includes only
-/// itself and those below: base, framework and ostra, drive, fault, run, selftest,
-/// report, cli.
+/// itself and those below: base, framework and ostra, drive, fault, run, explain, selftest, report, cli. Kinds of drives
+/// do not include each other.
 std::vector<std::string> wrongIncludes(const std::vector<SourceFile>& files);
 
 /// No source above 800 lines.

@@ -48,12 +48,20 @@ TEST(Rules, FindIncludesThatPointTheWrongWay) {
       {"host/drive/D.cpp", "#include \"host/run/B.h\"\n#include \"host/base/Random.h\"\n#include \"vdl/Buffer.h\"\n"},
       {"host/framework/E.cpp", "#include \"host/ostra/DeviceTable.h\"\n"},
       {"host/cli/F.cpp", "#include \"Event.h\"\n#include \"host/run/B.h\"\n"},
+      {"host/drive/sim/H.cpp", "#include \"host/drive/file/I.h\"\n#include \"host/drive/Drive.h\"\n"},
+      {"host/drive/file/J.h", "#include \"host/drive/engine/K.h\"\n#include \"host/drive/file/I.h\"\n"},
+      {"host/drive/engine/L.h", "#include \"host/drive/file/I.h\"\n"},
+      {"host/drive/Drive.cpp", "#include \"host/drive/sim/M.h\"\n"},
+      {"host/drive/DriveFactory.cpp", "#include \"host/drive/sim/M.h\"\n"},
       {"tests/run/G.cpp", "#include \"host/run/B.h\"\n#include \"Event.h\"\n"}};
   EXPECT_THAT(wrongIncludes(files), ElementsAre("platform/include/vdl/A.h: must not include host/run/B.h",
                                                 "plugin/Write_Data_Gen/C.cpp: must not include host/drive/Drive.h",
                                                 "host/drive/D.cpp: must not include host/run/B.h",
                                                 "host/framework/E.cpp: must not include host/ostra/DeviceTable.h",
-                                                "host/cli/F.cpp: must not include Event.h"));
+                                                "host/cli/F.cpp: must not include Event.h",
+                                                "host/drive/sim/H.cpp: must not include host/drive/file/I.h",
+                                                "host/drive/engine/L.h: must not include host/drive/file/I.h",
+                                                "host/drive/Drive.cpp: must not include host/drive/sim/M.h"));
 }
 
 TEST(Rules, CountLines) {

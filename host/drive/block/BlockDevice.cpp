@@ -73,11 +73,11 @@ void BlockDevice::open(Overwriting overwriting) {
     fd_ = ::open(path_.c_str(), flags);
   }
   if (fd_ < 0) {
-    refuseOpening(errno);
+    refuseOpening(errno, overwriting);
   }
 }
 
-void BlockDevice::refuseOpening(int error) const {
+void BlockDevice::refuseOpening(int error, Overwriting overwriting) const {
   if (error == EBUSY) {
     fail(
         "is mounted, or something else uses it; unmount it or end what uses it, or give --overwrite to test it all the "
@@ -87,8 +87,8 @@ void BlockDevice::refuseOpening(int error) const {
     fail("is read-only; name one that can be written");
   }
   if (error == EACCES || error == EPERM) {
-    fail("may not be opened for reading and writing: " + textOf(error) +
-         "; become root, or join the group that owns it");
+    fail(std::string("may not be opened for reading") + (opensForWriting(overwriting) ? " and writing: " : ": ") +
+         textOf(error) + "; become root, or join the group that owns it");
   }
   if (error == ENOMEDIUM) {
     fail("holds no medium; insert one");

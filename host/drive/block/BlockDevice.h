@@ -42,7 +42,7 @@ class BlockDevice {
  private:
   void checkKind();
   void open(Overwriting overwriting);
-  [[noreturn]] void refuseOpening(int error) const;
+  [[noreturn]] void refuseOpening(int error, Overwriting overwriting) const;
   void readSizes(Overwriting overwriting);
   void settleAlignment();
   [[noreturn]] void fail(const std::string& fault) const;

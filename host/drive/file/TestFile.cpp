@@ -47,13 +47,18 @@ TestFile::TestFile(const TestFileSettings& settings) : settings_(settings) {
   }
 }
 
+void TestFile::refuseKind(mode_t mode) const {
+  fail(std::string("is ") + kindOf(mode) +
+       (S_ISBLK(mode) ? "; write 'block:" + settings_.path + "'" : "; name a regular file"));
+}
+
 TestFile::~TestFile() { close(fd_); }
 
 void TestFile::openOrCreate() {
   struct stat info {};
   // Asked before it is opened: opening a pipe would wait for its other end.
   if (stat(settings_.path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
-    fail(std::string("is ") + kindOf(info.st_mode) + "; name a regular file");
+    refuseKind(info.st_mode);
   }
   fd_ = open(settings_.path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd_ < 0 && errno == ENOENT && settings_.createBytes) {
@@ -73,7 +78,7 @@ void TestFile::checkKind() {
     fail("cannot be examined: " + textOf(errno));
   }
   if (!S_ISREG(info.st_mode)) {
-    fail(std::string("is ") + kindOf(info.st_mode) + "; name a regular file");
+    refuseKind(info.st_mode);
   }
   sizeBytes_ = static_cast<uint64_t>(info.st_size);
 }

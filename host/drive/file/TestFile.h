@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -50,6 +52,7 @@ class TestFile {
   void chooseDirect();
   std::string tryDirect();
   void probeHoles();
+  [[noreturn]] void refuseKind(mode_t mode) const;
   [[noreturn]] void fail(const std::string& fault) const;
 
   TestFileSettings settings_;

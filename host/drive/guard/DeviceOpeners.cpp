@@ -15,8 +15,8 @@ bool isProcess(const std::string& name) {
   return std::all_of(name.begin(), name.end(), [](unsigned char sign) { return std::isdigit(sign) != 0; });
 }
 
-std::string processText(const std::string& name, const std::string& number) {
-  return name + " (process " + number + ")";
+std::string processText(const std::string& name, const std::string& number, bool own) {
+  return name + " (process " + number + (own ? ", this program itself)" : ")");
 }
 
 /// What /proc/PID/fdinfo/N says behind "flags:", the flags of open(2) in octal.
@@ -53,7 +53,7 @@ std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const 
       }
     }
     if (opened) {
-      openers.push_back({processText(system.line(folder + "/comm"), process), writes, process == own});
+      openers.push_back({processText(system.line(folder + "/comm"), process, process == own), writes, process == own});
     }
   }
   return openers;

@@ -1,6 +1,9 @@
 #include "host/drive/guard/Guard.h"
 
+#include <optional>
+
 #include "host/drive/DriveError.h"
+#include "host/drive/guard/DeviceClaim.h"
 #include "host/drive/guard/DeviceUse.h"
 #include "host/drive/guard/DriveContent.h"
 
@@ -47,17 +50,22 @@ std::vector<std::string> refuseContent(Drive& drive, const std::string& name, Ov
   return contents;
 }
 
-std::unique_ptr<Drive> openGuarded(const std::string& name, const std::string& node, Overwriting overwriting,
-                                   AtStake* stake, const std::function<std::unique_ptr<Drive>()>& open,
-                                   const SystemView& system) {
+std::unique_ptr<Drive> openGuarded(const GuardedDevice& device, Overwriting overwriting, AtStake* stake,
+                                   const std::function<std::unique_ptr<Drive>()>& open, const SystemView& system) {
   AtStake found;
-  if (!node.empty()) {
-    if (const std::string device = system.blockDeviceOf(node); !device.empty()) {
-      found.uses = refuseDeviceInUse(name, device, overwriting, system);
+  std::optional<DeviceClaim> claim;
+  const std::string block = device.node.empty() ? "" : system.blockDeviceOf(device.node);
+  if (!block.empty()) {
+    found.uses = refuseDeviceInUse(device.name, block, overwriting, system);
+    if (!device.openerClaims && opensExclusively(overwriting)) {
+      claim.emplace(device.name, system.path(block));
     }
   }
   std::unique_ptr<Drive> drive = open();
-  found.contents = refuseContent(*drive, name, overwriting);
+  if (claim) {
+    drive = withClaim(std::move(drive), std::move(*claim));
+  }
+  found.contents = refuseContent(*drive, device.name, overwriting);
   if (stake != nullptr) {
     *stake = std::move(found);
   }

@@ -31,15 +31,23 @@ std::vector<std::string> refuseDeviceInUse(const std::string& name, const std::s
 /// @return what it holds
 std::vector<std::string> refuseContent(Drive& drive, const std::string& name, Overwriting overwriting);
 
+/// The device of a drive that may hold something.
+struct GuardedDevice {
+  std::string name;          ///< what the user calls it, without a password
+  std::string node;          ///< its device node, of any kind; empty for a drive of the network
+  bool openerClaims = true;  ///< what opens the drive opens its block device exclusively where that is due
+};
+
 /// Opens a drive that may hold something: first it must not be in use, then it is opened, then it must hold nothing.
 ///
-/// @param name  what the user calls it, without a password
-/// @param node  its device node, of any kind; empty for a drive of the network
+/// A block device that nobody else claims is claimed as long as the drive lives, with `Overwriting::ofEmptyDrives`: so
+/// nobody mounts meanwhile what is tested past the kernel's block layer.
+///
 /// @param stake null, or gets what was found although it is not refused
 ///
 /// Throws DriveError for a refusal, and what `open` throws.
-std::unique_ptr<Drive> openGuarded(const std::string& name, const std::string& node, Overwriting overwriting,
-                                   AtStake* stake, const std::function<std::unique_ptr<Drive>()>& open,
+std::unique_ptr<Drive> openGuarded(const GuardedDevice& device, Overwriting overwriting, AtStake* stake,
+                                   const std::function<std::unique_ptr<Drive>()>& open,
                                    const SystemView& system = SystemView());
 
 }  // namespace corvane::host

@@ -67,6 +67,11 @@ bool isControllerName(const std::string& name) {
          std::all_of(name.begin() + 4, name.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+/// Whether the kernel's NVMe driver made the node: its parent is a controller, or the subsystem of several.
+bool isMadeByNvmeDriver(const std::string& folder) {
+  return linkedName(folder + "/device/subsystem").starts_with(blockPrefix);
+}
+
 uint64_t readNumber(const std::string& path, uint64_t otherwise) {
   std::ifstream in(path);
   uint64_t value = 0;
@@ -116,6 +121,11 @@ void NvmeDevice::openNamed(const std::string& path) {
     fail(path,
          "is a partition, and commands would go past its ends; name the whole namespace, such as nvme:/dev/nvme0n1");
   }
+  // Opening what is none could fail for a cause of its own, or even do something.
+  const std::string noNamespace = "is not an NVMe namespace; name one, such as nvme:/dev/nvme0n1 or nvme:/dev/ng0n1";
+  if (fs::exists(folder) && !isMadeByNvmeDriver(folder)) {
+    fail(path, noNamespace);
+  }
   Node& node = isBlock ? block_ : generic_;
   node.path = path;
   node.fd = open(path, isBlock);
@@ -125,8 +135,7 @@ void NvmeDevice::openNamed(const std::string& path) {
   const int nsid = ioctl(node.fd, NVME_IOCTL_ID);
   if (nsid <= 0) {
     const bool isGone = errno == ENODEV || errno == ENXIO;
-    fail(path, isGone ? "is gone: " + textOf(errno) + remedyOf(errno)
-                      : "is not an NVMe namespace; name one, such as nvme:/dev/nvme0n1 or nvme:/dev/ng0n1");
+    fail(path, isGone ? "is gone: " + textOf(errno) + remedyOf(errno) : noNamespace);
   }
   nsid_ = static_cast<uint32_t>(nsid);
   // A name of the kernel's own, not the link by which the user may have come.

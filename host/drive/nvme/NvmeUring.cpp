@@ -54,6 +54,9 @@ class NvmeUring : public NvmePassthrough {
     if (ring_.error() != 0) {
       return ring_.error();
     }
+    if (const int error = allowOneWorker(); error != 0) {
+      return error;
+    }
     prepare(0, {});
     NvmeReply reply;
     poll(reply, true);
@@ -62,6 +65,16 @@ class NvmeUring : public NvmePassthrough {
   }
 
  private:
+  /// Has the kernel keep to one worker for the commands that it could not start at once, as while it looks at the
+  /// namespace again after a reset.
+  ///
+  /// It makes the first worker within our own call, but each further one whenever this thread returns to user mode,
+  /// which may be from an interrupt. On x86 with the x32 ABI compiled in, such a worker passes for one of a 32-bit
+  /// program (Linux 6.1), and the NVMe driver cuts the addresses of its commands to 32 bits: they end with EFAULT, or
+  /// would move somebody else's memory if there were any at that address. A worker only starts commands, so one is
+  /// enough.
+  int allowOneWorker() { return ring_.limitWorkers(1); }
+
   void prepare(uint32_t operation, const NvmeRequest& request) {
     io_uring_sqe* entry = ring_.entry();
     io_uring_prep_rw(IORING_OP_URING_CMD, entry, device_->fd(), nullptr, 0, 0);

@@ -13,6 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr uint32_t senseHeaderBytes = 8;
 constexpr uint8_t notReady = 0x2;
 constexpr uint8_t unitAttention = 0x6;
 constexpr uint8_t notReadyCode = 0x04;
@@ -76,15 +77,27 @@ ScsiRequest requestOf(const Cdb& block, ScsiRequest::Data direction, std::span<u
 }  // namespace
 
 std::optional<Sense> senseOf(const ScsiReply& reply) {
-  constexpr uint32_t shortest = 8;
   vdl::SenseParser::Kcq kcq;
   const uint8_t* bytes = reply.sense.data();
-  if (reply.status != scsi_status::checkCondition || reply.senseBytes < shortest ||
+  if (reply.status != scsi_status::checkCondition || reply.senseBytes < senseHeaderBytes ||
       vdl::SenseParser::getKey(bytes, kcq) != 0 || vdl::SenseParser::getCode(bytes, kcq) != 0 ||
       vdl::SenseParser::getQual(bytes, kcq) != 0) {
     return std::nullopt;
   }
   return Sense{kcq.key, kcq.code, kcq.qual};
+}
+
+bool hasInformation(const ScsiReply& reply) {
+  constexpr size_t additionalLengthAt = 7;
+  if (reply.status != scsi_status::checkCondition || reply.senseBytes < senseHeaderBytes) {
+    return false;
+  }
+  std::array<uint8_t, sizeof reply.sense> sense = reply.sense;
+  // A unit may announce more than came.
+  const auto came = static_cast<uint8_t>(std::min<size_t>(reply.senseBytes, sense.size()) - senseHeaderBytes);
+  sense[additionalLengthAt] = std::min(sense[additionalLengthAt], came);
+  uint8_t valid = 0;
+  return vdl::SenseParser::getValidBit(sense.data(), &valid) == 0 && valid != 0;
 }
 
 bool isUnitAttention(const ScsiReply& reply) {
@@ -146,11 +159,14 @@ void ScsiDialogue::waitUntilReady(std::chrono::milliseconds patience) {
       return;
     }
     const std::optional<Sense> sense = senseOf(reply);
-    if (!sense || !isBecomingReady(*sense)) {
+    // An aborted command says nothing of the unit, and is to be sent again (SPC).
+    const bool aborted = sense && sense->key == sense_key::abortedCommand;
+    if (!aborted && (!sense || !isBecomingReady(*sense))) {
       throw DriveError(transport_.description() + ": " + whyNotReady(reply));
     }
     if (Clock::now() >= end) {
-      throw DriveError(transport_.description() + ": it is still becoming ready (" + describeAnswer(reply) +
+      throw DriveError(transport_.description() + ": it " +
+                       (aborted ? "still aborts commands (" : "is still becoming ready (") + describeAnswer(reply) +
                        ") after " + std::to_string(patience.count() / 1000) +
                        " s; wait for it, or give it longer with ready=SECONDS");
     }

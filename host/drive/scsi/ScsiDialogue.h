@@ -32,7 +32,8 @@ class ScsiDialogue {
 
   /// Sends TEST UNIT READY until the unit says that it is ready, so that no unit attention is left.
   ///
-  /// Throws DriveError when it is still becoming ready after `patience`, or needs something else first.
+  /// Throws DriveError when it is still becoming ready after `patience`, or still aborts commands (sense key Bh), or
+  /// needs something else first.
   void waitUntilReady(std::chrono::milliseconds patience);
 
  private:
@@ -44,6 +45,9 @@ class ScsiDialogue {
 
 /// Sense key and codes of a check condition; nothing without sense data that can be read.
 std::optional<Sense> senseOf(const ScsiReply& reply);
+
+/// Whether the sense data have valid information, for a command on blocks an LBA.
+bool hasInformation(const ScsiReply& reply);
 
 /// Whether the command was not carried out because the unit has news.
 bool isUnitAttention(const ScsiReply& reply);

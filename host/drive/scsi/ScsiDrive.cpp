@@ -10,6 +10,7 @@
 #include "host/drive/DriveError.h"
 #include "host/drive/SenseData.h"
 #include "host/drive/scsi/ScsiDialogue.h"
+#include "host/drive/scsi/ScsiIdentity.h"
 #include "host/ostra/DeviceTable.h"
 
 namespace corvane::host {
@@ -30,6 +31,12 @@ void copyAnswer(const ScsiReply& reply, DriveCompletion& out) {
   out.bytesTransferred = 0;
   out.senseBytes = std::min<uint32_t>(reply.senseBytes, static_cast<uint32_t>(out.sense.size()));
   out.sense = reply.sense;
+}
+
+/// Whether data differ, and the unit does not say where.
+bool isMiscompareSomewhere(const ScsiReply& reply) {
+  const std::optional<Sense> sense = senseOf(reply);
+  return sense && sense->key == sense_key::miscompare && !hasInformation(reply);
 }
 
 }  // namespace
@@ -138,6 +145,7 @@ void ScsiDrive::begin(uint32_t index, const DriveCommand& command) {
   slot.trimmed = 0;
   slot.flushing = false;
   slot.recovered = false;
+  slot.locating = false;
   send(index);
 }
 
@@ -149,6 +157,8 @@ void ScsiDrive::send(uint32_t index) {
     request.cdb = cdb::synchronizeCache16();
   } else if (slot.operation == Operation::trim) {
     fillTrim(slot, request);
+  } else if (slot.locating) {
+    fillLocatingRead(slot, request);
   } else {
     fillTransfer(slot, request);
   }
@@ -187,6 +197,16 @@ void ScsiDrive::fillTransfer(const Slot& slot, ScsiRequest& request) const {
     case Operation::flush:
       break;
   }
+}
+
+void ScsiDrive::fillLocatingRead(Slot& slot, ScsiRequest& request) const {
+  const TransferPlan::Run run = slot.plan.run(slot.run);
+  // From the medium where that can be asked for, as a VERIFY looks there, too.
+  request.cdb = cdb::read16(run.lba, static_cast<uint32_t>(run.blocks),
+                            {.protection = unit_.protectionField(), .forceUnitAccess = unit_.forcesUnitAccess});
+  request.direction = ScsiRequest::Data::fromUnit;
+  request.data = slot.found.atLeast(run.bytes);
+  request.bytes = run.bytes;
 }
 
 void ScsiDrive::fillTrim(Slot& slot, ScsiRequest& request) {
@@ -265,11 +285,19 @@ bool ScsiDrive::take(ScsiReply& reply, bool wait) {
 bool ScsiDrive::advance(const ScsiReply& reply, DriveCompletion& out) {
   --running_;
   Slot& slot = slots_[reply.slot];
+  if (slot.operation == Operation::verify && !slot.locating && isMiscompareSomewhere(reply)) {
+    // Before the answer goes up, so that no later write can change what is looked for.
+    slot.locating = true;
+    slot.answer = reply;
+    send(reply.slot);
+    return false;
+  }
   copyAnswer(reply, out);
   out.tag = slot.plan.command().tag;
   out.id = slot.plan.command().id;
-  bool ended = !isCarriedOut(out);
-  if (!ended) {
+  if (slot.locating) {
+    finishLocating(slot, reply, out);
+  } else if (isCarriedOut(out)) {
     if (reply.status != scsi_status::good) {
       slot.recovered = true;
       slot.answer = reply;
@@ -293,6 +321,20 @@ void ScsiDrive::finish(const Slot& slot, DriveCompletion& out) const {
     const uint64_t bytes = out.bytesTransferred;
     copyAnswer(slot.answer, out);
     out.bytesTransferred = bytes;
+  }
+}
+
+void ScsiDrive::finishLocating(const Slot& slot, const ScsiReply& reply, DriveCompletion& out) const {
+  const TransferPlan::Run run = slot.plan.run(slot.run);
+  const bool isRead = isCarriedOut(out) && reply.bytesMoved >= run.bytes;
+  copyAnswer(slot.answer, out);
+  if (!isRead) {
+    return;
+  }
+  const auto [found, sent] = std::mismatch(slot.found.data(), slot.found.data() + run.bytes, run.data);
+  if (sent != run.data + run.bytes) {
+    const auto offset = static_cast<uint64_t>(sent - run.data);
+    setSense(out, *senseOf(slot.answer), run.lba + offset / unit_.geometry.sectorBytes());
   }
 }
 
@@ -331,6 +373,7 @@ void ScsiDrive::reset() {
     try {
       transport_->resetUnit();
       ScsiDialogue(*transport_).waitUntilReady(std::chrono::seconds(readySeconds_));
+      demandSameUnit(*transport_, unit_);
       return;
     } catch (const DriveConnectionLost&) {
       // The way may break again right after it was found.

@@ -20,9 +20,12 @@ namespace corvane::host {
 /// A command becomes one request, or several one after the other where the unit takes fewer blocks at once, where
 /// blocks are left out and where an atomic write has several segments. The first request that fails ends the command
 /// with its answer; nothing of an answer is changed, so an LBA in sense data is the unit's own. Busy, task set full,
-/// reservation conflict and unit attention go up like any other answer.
+/// reservation conflict and unit attention go up like any other answer. Only a miscompare of a verify that does not say
+/// where it is gets the LBA of the first block that differs, which is found by a read.
 ///
-/// A reset is a LOGICAL UNIT RESET, after which the unit attentions that it leaves are taken away.
+/// A reset is a LOGICAL UNIT RESET, after which the unit attentions that it leaves are taken away. The transport may
+/// have made its connection again for it, and then another unit may be there: a reset throws DriveError unless it is
+/// the same.
 class ScsiDrive : public Drive {
  public:
   /// Asks the unit what it is and can, and changes nothing on its medium. Throws as `makeScsiDrive`.
@@ -61,8 +64,10 @@ class ScsiDrive : public Drive {
     TrimPiece piece;         ///< of a trim, in work
     bool flushing = false;   ///< all is moved, and a flush makes it safe
     bool recovered = false;  ///< a run ended with recovered error, and `answer` is that
+    bool locating = false;   ///< the run in work is read for the block of the miscompare that `answer` is
     ScsiReply answer;
     UnmapParameterList list;  ///< of the piece in work
+    AlignedMemory found;      ///< what the drive holds, to be compared with a run's data
   };
 
   Operation operationOf(CommandKind kind) const;
@@ -71,6 +76,7 @@ class ScsiDrive : public Drive {
   void begin(uint32_t index, const DriveCommand& command);
   void send(uint32_t index);
   void fillTransfer(const Slot& slot, ScsiRequest& request) const;
+  void fillLocatingRead(Slot& slot, ScsiRequest& request) const;
   void fillTrim(Slot& slot, ScsiRequest& request);
   /// Goes on to the next request of the command; false when there is none left.
   bool step(Slot& slot) const;
@@ -79,6 +85,7 @@ class ScsiDrive : public Drive {
   bool advance(const ScsiReply& reply, DriveCompletion& out);
   void finish(const Slot& slot, DriveCompletion& out) const;
   void finishShort(const Slot& slot, DriveCompletion& out) const;
+  void finishLocating(const Slot& slot, const ScsiReply& reply, DriveCompletion& out) const;
   void answerAtOnce(const DriveCommand& command, DriveCompletion completion);
   void forgetEverything();
   int sendAlone(const ScsiRequest& request);

@@ -121,7 +121,7 @@ class Probe {
     const std::optional<ModeData> caching = readMode(cachingPage);
     const std::optional<ModeData> any = caching ? caching : readMode(controlPage);
     if (any && any->writeProtected) {
-      refuse("it is write-protected; a test has to write");
+      refuse("it is write-protected; name one that can be written");
     }
     unit_.writeBackCache = !caching || caching->writeBackCache;
     unit_.forcesUnitAccess = any && any->forcesUnitAccess;

@@ -34,7 +34,7 @@ std::string refusal(const std::string& address, Overwriting overwriting = Overwr
 }
 
 TEST(BlockDriveAddress, NamesADeviceWithKeysThatAreKnown) {
-  EXPECT_THAT(complaint("/dev/null,trimm=off"), HasSubstr("'trimm' is not a key of a block: address"));
+  EXPECT_THAT(complaint("/dev/null,trimm=off"), HasSubstr("'trimm' is not a key of 'block:' addresses"));
   EXPECT_THAT(complaint("block:/dev/null,trim=maybe"),
               HasSubstr("trim=maybe is not known; it takes auto, punch, zero"));
   EXPECT_THAT(complaint("/dev/null,engine=steam"), HasSubstr("engine=steam is not known"));

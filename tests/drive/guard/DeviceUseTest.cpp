@@ -168,7 +168,8 @@ TEST_F(DeviceUseTest, ofAScsiGenericNodeIsThatOfItsDisk) {
     return nullptr;
   };
   try {
-    openGuarded("sg:/dev/sg3", "/dev/sg3", Overwriting::ofEmptyDrives, nullptr, open, system.view());
+    openGuarded({.name = "sg:/dev/sg3", .node = "/dev/sg3", .openerClaims = false}, Overwriting::ofEmptyDrives, nullptr,
+                open, system.view());
     ADD_FAILURE() << "accepted";
   } catch (const DriveError& error) {
     EXPECT_STREQ(error.what(),

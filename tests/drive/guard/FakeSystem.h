@@ -35,6 +35,13 @@ class FakeSystem {
     tests::writeFile(path, text);
   }
 
+  /// A node of the tree that is another one of the machine.
+  void link(const std::string& absolute, const std::string& target) const {
+    const std::filesystem::path path = view_.path(absolute);
+    std::filesystem::create_directories(path.parent_path());
+    std::filesystem::create_symlink(target, path);
+  }
+
  private:
   void device(const std::string& place, const std::string& name, const std::string& number) const {
     const std::filesystem::path real = folder_ / ("sys/devices/" + place);

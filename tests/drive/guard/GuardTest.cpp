@@ -207,7 +207,7 @@ TEST_F(GuardTest, refusesActiveSwapSpaceInSpiteOfOverwrite) {
 TEST_F(GuardTest, refusesWhatAnotherProgramOpenedExclusively) {
   const Opener other(path(), O_RDONLY | O_EXCL);
   // The loop device keeps itself open, too.
-  const std::string own = "guard_tests (process " + std::to_string(getpid()) + ")";
+  const std::string own = "guard_tests (process " + std::to_string(getpid()) + ", this program itself)";
   const std::string how = "it is opened exclusively, and opened by ";
   EXPECT_THAT(refusal(), AnyOf(inUse(how + own + ", " + other.name()), inUse(how + other.name() + ", " + own)));
   EXPECT_EQ(refusal(Overwriting::ofAnything), "accepted");

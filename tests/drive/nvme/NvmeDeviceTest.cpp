@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "host/drive/DriveError.h"
@@ -17,9 +18,9 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-std::string refusal(const std::string& address) {
+std::string refusal(const std::string& address, Overwriting overwriting = Overwriting::ofEmptyDrives) {
   try {
-    openDrive(address, 4);
+    openDrive(address, 4, 1, overwriting);
   } catch (const DriveError& error) {
     return error.what();
   }
@@ -32,6 +33,21 @@ TEST(NvmeDevice, WhatIsNoNvmeNamespaceIsNamedWithTheRemedy) {
   EXPECT_THAT(refusal("nvme:" + (folder / "file")), AllOf(HasSubstr("is no device"), HasSubstr("nvme:/dev/nvme0n1")));
   EXPECT_THAT(refusal("nvme:" + (folder / "none")), AllOf(HasSubstr("No such file"), HasSubstr("still there")));
   EXPECT_THAT(refusal("nvme:/dev/null"), HasSubstr("'/dev/null' is not an NVMe namespace; name one"));
+}
+
+TEST(NvmeDevice, OtherDisksAreNoNamespacesWhetherOrNotTheyCouldBeOpened) {
+  uint32_t disks = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/sys/block")) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with("nvme") && std::filesystem::exists("/dev/" + name)) {
+      ++disks;
+      EXPECT_THAT(refusal("nvme:/dev/" + name, Overwriting::nothing),
+                  HasSubstr("'/dev/" + name + "' is not an NVMe namespace; name one"));
+    }
+  }
+  if (disks == 0) {
+    GTEST_SKIP() << "there is no disk but those of NVMe";
+  }
 }
 
 TEST(NvmeDevice, APipeDoesNotHang) {
@@ -47,7 +63,7 @@ TEST(NvmeDevice, AddressesThatAreWrongByThemselvesAreRefusedBeforeAnythingIsOpen
   EXPECT_THAT(complaint("nvme:/dev/none,verify=drive"), HasSubstr("it takes auto, compare, read"));
   EXPECT_THAT(complaint("nvme:/dev/none,engine=ring"), HasSubstr("it takes auto, uring, threads"));
   EXPECT_THAT(complaint("nvme:/dev/none,vendor=on"), HasSubstr("it takes off, admin"));
-  EXPECT_THAT(complaint("nvme:/dev/none,size=1g"), HasSubstr("'size' is not a key of a nvme: address"));
+  EXPECT_THAT(complaint("nvme:/dev/none,size=1g"), HasSubstr("'size' is not a key of 'nvme:' addresses"));
 }
 
 }  // namespace

@@ -89,6 +89,7 @@ bool FakeScsiUnit::poll(ScsiReply& out, bool) {
 void FakeScsiUnit::resetUnit() {
   outstanding_.clear();
   ++resets;
+  whenReset();
   attentions_ = traits.attentions;
   broken = breaksAfterReset != 0;
   breaksAfterReset -= broken ? 1U : 0U;
@@ -163,7 +164,7 @@ void FakeScsiUnit::answer(const ScsiRequest& request, ScsiReply& out) {
         carryOut(request, out);
       }
       const uint64_t moved = out.bytesMoved;
-      refuse(out, met.sense, met.lba);
+      refuse(out, met.sense, met.named ? std::optional(met.lba) : std::nullopt);
       out.bytesMoved = met.carriedOut ? moved : 0;
       if (met.status != host::scsi_status::checkCondition) {
         out = {};
@@ -207,25 +208,31 @@ void FakeScsiUnit::carryOut(const ScsiRequest& request, ScsiReply& out) {
 void FakeScsiUnit::inquire(const ScsiRequest& request, ScsiReply& out) {
   const auto allocation = getBigEndian<uint16_t>(&request.cdb[3]);
   if (request.cdb[1] == 0) {
-    std::string text = "ACME    Spinning Rust   1.5 ";
+    std::string text = traits.vendor + std::string(8 - traits.vendor.size(), ' ');
+    text += traits.product + std::string(16 - traits.product.size(), ' ') + "1.5 ";
     std::vector<uint8_t> bytes{static_cast<uint8_t>(traits.qualifier << 5 | traits.deviceType), 0, 6, 2, 31, 0, 0, 2};
     bytes.insert(bytes.end(), text.begin(), text.end());
     return reply(request, out, bytes, allocation);
   }
   const uint8_t page = request.cdb[2];
   if (page == 0) {
-    std::vector<uint8_t> codes{0};
-    codes.insert(codes.end(), traits.pages.begin(), traits.pages.end());
+    std::vector<uint8_t> codes(1 + traits.pages.size());
+    std::copy(traits.pages.begin(), traits.pages.end(), codes.begin() + 1);
     return reply(request, out, pageOf(0, codes), allocation);
   }
   if (traits.pages.count(page) == 0) {
     throw std::logic_error("a page is asked for that is not listed");
   }
   switch (page) {
-    case 0x80:
-      return reply(request, out, pageOf(page, {' ', ' ', 'S', 'N', '4', '2'}), allocation);
-    case 0x83:
-      return reply(request, out, pageOf(page, {1, 3, 0, 8, 0x50, 1, 2, 3, 4, 5, 6, 7}), allocation);
+    case 0x80: {
+      const std::string padded = "  " + traits.serial;
+      return reply(request, out, pageOf(page, {padded.begin(), padded.end()}), allocation);
+    }
+    case 0x83: {
+      std::vector<uint8_t> designator{1, 3, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0};
+      putBigEndian(&designator[4], traits.name);
+      return reply(request, out, pageOf(page, designator), allocation);
+    }
     case 0xB0:
       return reply(request, out, blockLimitsPage(traits.limits), allocation);
     default: {
@@ -365,7 +372,7 @@ void FakeScsiUnit::verify(const ScsiRequest& request, ScsiReply& out, uint64_t l
   const uint64_t wire = count == 0 ? 0 : request.bytes / count;
   for (uint64_t i = 0; i < count && !comparesNothing; ++i) {
     if (std::memcmp(&medium_[(lba + i) * sectorBytes()], request.data + i * wire, wire) != 0) {
-      return refuse(out, sense::miscompareDuringVerify, lba + i);
+      return refuse(out, sense::miscompareDuringVerify, traits.namesDifference ? std::optional(lba + i) : std::nullopt);
     }
   }
   out.bytesMoved = request.bytes;

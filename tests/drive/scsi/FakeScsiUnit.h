@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +21,10 @@ struct FakeUnitTraits {
   // What it is.
   uint64_t blocks = 4096;
   uint32_t blockBytes = 512;
+  std::string vendor = "ACME";
+  std::string product = "Spinning Rust";
+  std::string serial = "SN42";
+  uint64_t name = 0x5001020304050607;  ///< world wide
   uint8_t qualifier = 0;
   uint8_t deviceType = 0;
   uint8_t protectionType = 0;
@@ -45,6 +50,7 @@ struct FakeUnitTraits {
   bool takesUnmapBit = true;  ///< of WRITE SAME
   uint64_t granule = 1;       ///< parts of it are left alone by UNMAP
   bool descriptorSense = false;
+  bool namesDifference = true;   ///< the LBA, in the sense data of a VERIFY
   uint32_t attentions = 0;       ///< that are pending at the start, and again after a reset
   uint32_t busyAnswers = 0;      ///< to the first commands
   uint32_t notReadyAnswers = 0;  ///< to the first commands but INQUIRY
@@ -90,13 +96,15 @@ class FakeScsiUnit : public host::ScsiTransport {
     host::Sense sense;
     uint32_t status = host::scsi_status::checkCondition;
     bool carriedOut = false;
+    bool named = true;  ///< the LBA, in the sense data
   };
   std::optional<Fault> fault;
   uint64_t readsAtMost = ~uint64_t{0};    ///< bytes that one read brings
   uint64_t answersAtMost = ~uint64_t{0};  ///< from now on
   bool broken = false;                    ///< the connection; a reset mends it
   uint32_t breaksAfterReset = 0;          ///< times
-  bool comparesNothing = false;           ///< a VERIFY finds everything equal
+  std::function<void()> whenReset = [] {};
+  bool comparesNothing = false;  ///< a VERIFY finds everything equal
 
  private:
   uint32_t sectorBytes() const { return traits.blockBytes + (traits.protectionType != 0 ? 8U : 0U); }

@@ -210,6 +210,90 @@ TEST(ScsiDrive, AVerifyIsTheUnitsOrTheHosts) {
   }
 }
 
+/// Of verifies that find a difference, by a unit that does not say where.
+class ScsiDriveUnnamedDifference : public testing::TestWithParam<bool> {
+ protected:
+  static FakeUnitTraits traits() {
+    FakeUnitTraits traits = withTransferLimit(4);
+    traits.namesDifference = false;
+    traits.descriptorSense = GetParam();
+    return traits;
+  }
+  ScsiDriveUnnamedDifference() : opened(traits()), data(randomBytes(1, 12 * sector)), other(data) {
+    opened.commands->run(CommandKind::write, 100, 12, &data);
+    other[6 * sector + sector - 1] ^= 1;
+    other[7 * sector] ^= 1;
+    opened.unit->seen.clear();
+  }
+
+  DriveCompletion verify() { return opened.commands->run(CommandKind::verify, 100, 12, &other); }
+  /// That the unit's answer went up without a place.
+  static void expectUnnamed(const DriveCompletion& completion) {
+    EXPECT_EQ(completion.status, status::checkCondition);
+    EXPECT_EQ(completion.senseBytes, GetParam() ? 8U : 18U);
+    EXPECT_EQ(completion.sense[0], GetParam() ? 0x72 : 0x70);
+    EXPECT_EQ(completion.sense[GetParam() ? 1 : 2], host::sense_key::miscompare);
+  }
+
+  OpenFakeUnit opened;
+  Bytes data;
+  Bytes other;
+};
+
+TEST_P(ScsiDriveUnnamedDifference, IsFoundByAReadOfThatRunAndNamed) {
+  const DriveCompletion differs = verify();
+  EXPECT_EQ(host::senseNumber(differs), 0x0E1D00U);
+  EXPECT_EQ(host::senseInformation(differs), 106U);
+  EXPECT_EQ(differs.bytesTransferred, 0U);
+  EXPECT_THAT(opened.unit->seen, ElementsAre(host::cdb::verify16(100, 4, {}), host::cdb::verify16(104, 4, {}),
+                                             host::cdb::read16(104, 4, {.forceUnitAccess = true})));
+  // The place was given back, and nothing is remembered.
+  EXPECT_EQ(opened.commands->run(CommandKind::verify, 100, 12, &data).status, status::good);
+  EXPECT_EQ(opened.commands->read(100, 12), data);
+}
+
+TEST_P(ScsiDriveUnnamedDifference, ThatTheReadDoesNotSeeStaysWithoutAPlace) {
+  opened.unit->fault = {operation::verify16, 105, host::sense::miscompareDuringVerify};
+  opened.unit->fault->named = false;
+  expectUnnamed(opened.commands->run(CommandKind::verify, 100, 12, &data));
+  EXPECT_EQ(codesOf(opened.unit->seen),
+            (std::vector<uint8_t>{operation::verify16, operation::verify16, operation::read16}));
+}
+
+TEST_P(ScsiDriveUnnamedDifference, WhoseReadFailsStaysWithoutAPlace) {
+  opened.unit->fault = {operation::read16, 106, host::sense::unrecoveredRead};
+  expectUnnamed(verify());
+  EXPECT_FALSE(opened.unit->fault) << "the read met it";
+  opened.unit->readsAtMost = 4 * sector - 1;
+  expectUnnamed(verify());
+}
+
+TEST_P(ScsiDriveUnnamedDifference, IsForgottenByAResetBeforeTheRead) {
+  DriveCompletion completion;
+  opened.drive->submit(opened.commands->make(CommandKind::verify, 100, 12, &other));
+  opened.unit->answersAtMost = 2;
+  EXPECT_FALSE(opened.drive->poll(completion, true));
+  EXPECT_EQ(opened.unit->seen.back()[0], operation::read16);
+  opened.unit->answersAtMost = ~uint64_t{0};
+  opened.drive->reset();
+  EXPECT_FALSE(opened.drive->poll(completion, true));
+  EXPECT_EQ(opened.commands->run(CommandKind::verify, 100, 12, &data).status, status::good);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sense, ScsiDriveUnnamedDifference, testing::Bool(),
+                         [](const auto& test) { return test.param ? "Descriptors" : "Fixed"; });
+
+TEST(ScsiDrive, ADifferenceThatTheUnitNamesCostsNoRead) {
+  for (const bool descriptors : {false, true}) {
+    FakeUnitTraits traits;
+    traits.descriptorSense = descriptors;
+    OpenFakeUnit opened(traits);
+    Bytes data = randomBytes(1, 4 * sector);
+    EXPECT_EQ(opened.commands->run(CommandKind::verify, 50, 4, &data).status, status::checkCondition);
+    EXPECT_EQ(codesOf(opened.unit->seen), std::vector<uint8_t>{operation::verify16});
+  }
+}
+
 TEST(ScsiDrive, AHostsVerifySaysNothingAboutBytesThatDidNotCome) {
   OpenFakeUnit opened({}, {.verify = ScsiDriveSettings::Verify::byHost});
   Bytes data(4 * sector, 0xA5);

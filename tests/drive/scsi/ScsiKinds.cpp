@@ -47,6 +47,11 @@ std::vector<Kind> scsiKinds() {
                  unit.limits.unmapAlignment = 1;
                },
                {.trim = Settings::Trim::unmap, .verify = Settings::Verify::byHost}),
+          scsi("ScsiUnnamedDifference",
+               [](Traits& unit) {
+                 unit.namesDifference = false;
+                 unit.limits.mostTransfer = 4;
+               }),
           scsi("ScsiAttentions", [](Traits& unit) { unit.attentions = 3; })};
 }
 

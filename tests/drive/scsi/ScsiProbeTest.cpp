@@ -69,9 +69,9 @@ TEST(ScsiProbe, RefusesWhatIsNoDisk) {
 TEST(ScsiProbe, RefusesWhatCannotBeTested) {
   FakeUnitTraits traits;
   traits.writeProtected = true;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
   traits.answersShortMode = false;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
   traits = {};
   traits.blockBytes = 520;
   EXPECT_THAT(unitComplaint(traits), HasSubstr("its blocks have 520 bytes"));
@@ -112,6 +112,20 @@ TEST(ScsiProbe, WaitsForAUnitThatIsBecomingReadyButNotForEver) {
   traits.notReadyAnswers = 1000000;
   EXPECT_EQ(unitComplaint(traits, {.readySeconds = 0}),
             "fake unit: it is still becoming ready (02/04/01) after 0 s; wait for it, or give it longer with "
+            "ready=SECONDS");
+}
+
+TEST(ScsiProbe, AsksAgainWhereTheFirstCommandsAreAbortedButNotForEver) {
+  FakeUnitTraits traits;
+  for (const host::Sense& aborted : {host::Sense{0x0B, 0x4B, 0x03}, host::sense::abortedByInternalFailure}) {
+    traits.notReady = aborted;
+    traits.notReadyAnswers = 2;
+    EXPECT_EQ(unitComplaint(traits), "accepted");
+  }
+  traits.notReady = {0x0B, 0x4B, 0x03};
+  traits.notReadyAnswers = 1000000;
+  EXPECT_EQ(unitComplaint(traits, {.readySeconds = 0}),
+            "fake unit: it still aborts commands (0B/4B/03) after 0 s; wait for it, or give it longer with "
             "ready=SECONDS");
 }
 
@@ -239,7 +253,7 @@ TEST(ScsiProbe, WithoutACachingPageAnotherOneSaysWhetherTheUnitMayBeWritten) {
   opened.commands->run(write);
   EXPECT_EQ(opened.unit->seen, std::vector<host::Cdb>{host::cdb::write16(5, 1, {.forceUnitAccess = true})});
   traits.writeProtected = true;
-  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; a test has to write");
+  EXPECT_EQ(unitComplaint(traits), "fake unit: it is write-protected; name one that can be written");
 }
 
 TEST(ScsiProbe, ProtectionInformationIsLeftAloneUnlessItIsAskedFor) {

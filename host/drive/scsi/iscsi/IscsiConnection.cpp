@@ -65,7 +65,9 @@ void IscsiConnection::configure(uint32_t qualifier) {
 void IscsiConnection::connect(Clock::time_point end) {
   answered_ = false;
   if (iscsi_connect_async(context_, settings_.url.portal().c_str(), answered, this) != 0) {
-    fail("cannot be reached: " + reason() + "; check the host's name");
+    // The library says in a sentence of its own that no name service knows the host.
+    const bool unknown = reason().find("resolv") != std::string::npos;
+    fail("cannot be reached: " + (unknown ? "nobody knows a host of that name" : reason()) + "; check the host's name");
   }
   await(end);
   if (!answered_ && !broken_) {

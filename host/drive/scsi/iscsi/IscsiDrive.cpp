@@ -29,14 +29,14 @@ std::unique_ptr<Drive> openIscsiDrive(DriveAddress& address, uint32_t maxOutstan
 }
 
 std::string iscsiDriveHelp() {
-  return "iscsi://[USER[%PASSWORD]@]HOST[:PORT]/TARGET/LUN\n"
-         "                  a logical unit of an iSCSI target, port 3260 when none is given\n"
+  return "iscsi://[USER[%PASSWORD]@]HOST[:PORT]/TARGET/LUN[,key=value]...\n"
+         "  a logical unit of an iSCSI target, port 3260 when none is given; its content is overwritten\n"
          "  the password may come from LIBISCSI_CHAP_PASSWORD instead; it is printed and kept nowhere\n"
-         "  initiator=IQN   the name under which the target gets to know this host; iqn.2026-01.corvane:tester\n"
-         "  connect=N       seconds for connection and login; 10\n"
-         "  reconnect=N     seconds in which a lost connection is made again; 30\n"
-         "  reset=N         seconds for the answer to a reset or an abort, before the connection is dropped; 10\n"
-         "  timeout=N       seconds after which a command is aborted; 0, never\n" +
+         "  initiator=IQN    the name under which the target gets to know this host; iqn.2026-01.corvane:tester\n"
+         "  connect=10       seconds for connection and login\n"
+         "  reconnect=30     seconds in which a lost connection is made again; 0: one attempt\n"
+         "  reset=10         seconds for the answer to a reset or an abort, before the connection is dropped\n"
+         "  timeout=0        seconds after which a command is aborted; 0: never\n" +
          scsiDriveKeysHelp();
 }
 

@@ -84,8 +84,8 @@ class Reader {
       url_.password = fromEnvironment(passwordVariable);
     }
     if (url_.password.empty()) {
-      refuse("the password of user '" + url_.user +
-             "' is missing; write it behind the user, as in user%password@host, or set " + passwordVariable);
+      address_.refuse("the password of user '" + url_.user +
+                      "' is missing; write it behind the user, as in user%password@host, or set " + passwordVariable);
     }
     if (url_.user.size() > mostNameBytes || url_.password.size() > mostNameBytes) {
       refuse("user and password may have " + std::to_string(mostNameBytes) + " bytes each");

@@ -9,8 +9,7 @@ namespace corvane::host {
 namespace {
 
 Kind unit(const std::string& name, uint32_t blockSize, const std::string& keys = "") {
-  return {name,
-          [blockSize, keys](const tests::TempFolder& folder) {
+  return {name, [blockSize, keys](const tests::TempFolder& folder) {
             if (const std::string missing = tests::TgtTarget::missing(); !missing.empty()) {
               return Stand{.under = nullptr, .drive = nullptr, .missing = missing};
             }
@@ -22,9 +21,7 @@ Kind unit(const std::string& name, uint32_t blockSize, const std::string& keys =
                 std::make_shared<tests::TgtTarget>(std::vector{tests::TgtUnit{.file = file, .blockSize = blockSize}});
             return Stand{
                 .under = target, .drive = openDrive(target->address() + keys, conformanceDepth), .missing = ""};
-          },
-          // This target leaves the information of its sense data out.
-          !keys.empty()};
+          }};
 }
 
 }  // namespace
