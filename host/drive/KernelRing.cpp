@@ -55,8 +55,8 @@ bool KernelRing::knows(std::initializer_list<int> operations) {
 }
 
 int KernelRing::limitWorkers(unsigned most) {
-  std::array<unsigned, 2> limits{most, most};  // for regular files, and for everything else
-  return -io_uring_register_iowq_max_workers(&ring_, limits.data());
+  std::array<unsigned, 2> kinds{most, most};  // for regular files, and for everything else
+  return -io_uring_register_iowq_max_workers(&ring_, kinds.data());
 }
 
 io_uring_sqe* KernelRing::entry() {

@@ -31,7 +31,7 @@ class KernelRing {
   /// Whether the kernel's rings know an operation.
   bool knows(std::initializer_list<int> operations);
 
-  /// Has the kernel keep to so many workers for what it cannot start at once. The errno of a refusal, or 0.
+  /// Has the kernel start what it cannot start at once on so many threads at most, of either kind; an errno, or 0.
   int limitWorkers(unsigned most);
 
   /// An entry that the caller prepares and then queues. Throws std::logic_error when more are queued than `depth`.

@@ -15,6 +15,10 @@ bool isProcess(const std::string& name) {
   return std::all_of(name.begin(), name.end(), [](unsigned char sign) { return std::isdigit(sign) != 0; });
 }
 
+std::string processText(const std::string& name, const std::string& number, bool own) {
+  return name + " (process " + number + (own ? ", this program itself)" : ")");
+}
+
 /// What /proc/PID/fdinfo/N says behind "flags:", the flags of open(2) in octal.
 bool opensForWriting(const std::string& info) {
   const size_t flags = info.find("flags:");
@@ -35,20 +39,21 @@ std::vector<DeviceOpener> openersOf(const std::set<std::string>& numbers, const 
       continue;
     }
     const std::string folder = "/proc/" + process;
+    const std::string files = folder + "/fd/";
+    const std::string infos = folder + "/fdinfo/";
     bool opened = false;
     bool writes = false;
-    for (const std::string& file : system.names(folder + "/fd")) {
+    for (const std::string& file : system.names(files)) {
       std::error_code error;
-      const std::string target = std::filesystem::read_symlink(system.path(folder + "/fd/" + file), error).string();
+      const std::string target = std::filesystem::read_symlink(system.path(files + file), error).string();
       // Nothing outside of /dev is asked what it is: it may be on a server that does not answer.
       if (!error && target.starts_with("/dev/") && numbers.count(system.numberOf(target)) != 0) {
         opened = true;
-        writes |= opensForWriting(system.text(folder + "/fdinfo/" + file));
+        writes |= opensForWriting(system.text(infos + file));
       }
     }
     if (opened) {
-      const char* self = process == own ? ", this program itself)" : ")";
-      openers.push_back({system.line(folder + "/comm") + " (process " + process + self, writes, process == own});
+      openers.push_back({processText(system.line(folder + "/comm"), process, process == own), writes, process == own});
     }
   }
   return openers;

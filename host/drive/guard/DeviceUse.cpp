@@ -132,7 +132,7 @@ class Search {
     for (const std::string& loop : system_.names("/sys/class/block")) {
       const std::string file = system_.line(SystemView::folderOf(loop) + "/loop/backing_file");
       if (!file.empty() && (system_.numberOf(file) == number || system_.fileSystemNumberOf(file) == number)) {
-        addUser(loop, "the loop device " + loop + " (of '" + file + "')", called);
+        addUser(loop, loopDevice(loop, file), called);
       }
     }
   }
@@ -142,6 +142,10 @@ class Search {
       uses_.push_back({called + " uses " + used});
       addWhole(name, called);
     }
+  }
+
+  static std::string loopDevice(const std::string& name, const std::string& file) {
+    return "the loop device " + name + " (of '" + file + "')";
   }
 
   std::string builtDevice(const std::string& name) const {
