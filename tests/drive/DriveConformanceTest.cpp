@@ -82,7 +82,8 @@ TEST_P(DriveConformance, ACompletionCarriesItsCommandsTagAndId) {
 TEST_P(DriveConformance, AnAtomicWriteAndForcedUnitAccessWriteToo) {
   Bytes data = dataOf(3, 6);
   DriveCommand atomic = commands.make(CommandKind::writeAtomic, 20, 6, &data);
-  atomic.atomicBound = 4;
+  const AtomicSegments segments = drive->capabilities().atomicSegments;
+  atomic.atomicBound = segments.limited() ? std::min(4U, segments.mostBlocks) : 4;
   atomic.forceUnitAccess = true;
   if (!drive->capabilities().atomicWrite) {
     EXPECT_EQ(senseNumber(commands.run(atomic)), 0x052000U);
