@@ -16,7 +16,7 @@ compared_something
 
 echo "-- blocks that cannot be read, at LBA 4660 and behind"
 setting opts 2
-expect 0 queue --drive $address --size 4m --commands 4000 --commands-of write,read --lba-agent sequential --xfer 1..32 --seed 5
+expect 0 queue --drive $address --overwrite --size 4m --commands 4000 --commands-of write,read --lba-agent sequential --xfer 1..32 --seed 5
 said 'commands that failed [1-9]'
 said '^  not checked +[0-9,]+ blocks, the read or verify failed'
 compared_something
