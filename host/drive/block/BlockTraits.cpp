@@ -3,16 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
+
+#include "host/base/SystemFile.h"
 
 namespace corvane::host {
 namespace {
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return file ? std::string(std::istreambuf_iterator<char>(file), {}) : std::string();
-}
 
 /// Without what stands around it: devices fill their names up with blanks.
 std::string trimmed(const std::string& text) {

@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
+
+#include "host/base/SystemFile.h"
 
 namespace corvane::host {
 namespace {
@@ -30,10 +31,7 @@ std::string resolvedName(const std::string& path) {
 
 }  // namespace
 
-std::string SystemView::text(const std::string& absolute) const {
-  std::ifstream file(path(absolute), std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
+std::string SystemView::text(const std::string& absolute) const { return contentOf(path(absolute)); }
 
 std::string SystemView::line(const std::string& absolute) const {
   std::ifstream file(path(absolute));
