@@ -201,6 +201,12 @@ int32_t AtomicHash::readIssued(uint64_t cmd_id, uint64_t lba, bool expect) {
   return status::ok;
 }
 
+const Event* AtomicHash::awaitedEvent(uint64_t cmd_id, uint64_t lba) const {
+  const auto record = records_.find(lba);
+  const WaitRead* wait = record == records_.end() ? nullptr : findWait(record->second.wait_read, cmd_id);
+  return wait == nullptr ? nullptr : wait->event;
+}
+
 PeekResult AtomicHash::readFinished(uint64_t cmd_id, uint64_t lba, bool keep) {
   const auto record = records_.find(lba);
   if (record == records_.end()) {

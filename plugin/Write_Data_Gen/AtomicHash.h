@@ -64,6 +64,9 @@ class AtomicHash {
   ///
   /// @param expect the read pays a write's reference off; the record must have one
   int32_t readIssued(uint64_t cmd_id, uint64_t lba, bool expect);
+  /// The event at which a read waits on the block: the newest one when the read was issued. Null when it does not wait
+  /// there, or when nothing could be kept of the block.
+  const Event* awaitedEvent(uint64_t cmd_id, uint64_t lba) const;
   /// The read is done; answers what it may have seen, as of its issue.
   ///
   /// @param keep leave a reference for a read that will be repeated

@@ -318,6 +318,19 @@ TEST_F(AtomicHashTest, AnOlderHashThatArrivesLateIsSeenByTheWaitingRead) {
   EXPECT_EQ(references(1), 1U);
 }
 
+TEST_F(AtomicHashTest, TheAwaitedEventIsTheNewestOneOfTheReadsIssue) {
+  table.writeIssued(1, 9, 5, {});
+  table.readIssued(2, 9, true);
+  table.writeIssued(3, 9, 6, {});
+  ASSERT_NE(table.awaitedEvent(2, 9), nullptr);
+  EXPECT_EQ(table.awaitedEvent(2, 9)->cmd_id, 1U);
+  EXPECT_EQ(table.awaitedEvent(3, 9), nullptr) << "only reads wait";
+  EXPECT_EQ(table.awaitedEvent(2, 10), nullptr) << "no record";
+  table.readFinished(2, 9, false);
+  EXPECT_EQ(table.awaitedEvent(2, 9), nullptr) << "it waits no more";
+  EXPECT_EQ(errors.take(), "") << "asking is no refusal";
+}
+
 TEST_F(AtomicHashTest, AMarkerBeforeTheReadInvalidatesWhatItSees) {
   table.writeIssued(1, 9, 5, {});
   table.invalidate(9, 9, AtomicHash::InvalidateKeepPrior);
