@@ -1,13 +1,36 @@
 #include "RecordPage.h"
 
+#include <cstring>
 #include <memory>
 
 namespace vdl {
 
+namespace {
+
+/// All bits from the lowest to the highest one of a mask that is not empty.
+uint64_t spanOf(uint64_t blocks) { return ~uint64_t{0} >> std::countl_zero(blocks) & ~((blocks & -blocks) - 1); }
+
+}  // namespace
+
 void RecordPage::add(uint64_t blocks) {
-  LBARecord* from = records() + count();
+  if ((present_ & spanOf(blocks)) != 0) {
+    addScattered(blocks);
+    return;
+  }
+  // No record lies between the new ones, which is the rule: those above them move as one.
+  LBARecord* const at = record(static_cast<uint32_t>(std::countr_zero(blocks)));
+  const auto added = static_cast<uint32_t>(std::popcount(blocks));
+  std::memmove(at + added, at, static_cast<std::size_t>(records() + count_ - at) * sizeof(LBARecord));
+  std::uninitialized_fill_n(at, added, LBARecord{});
+  count_ += added;
   present_ |= blocks;
-  LBARecord* to = records() + count();
+}
+
+void RecordPage::addScattered(uint64_t blocks) {
+  LBARecord* from = records() + count_;
+  present_ |= blocks;
+  count_ = static_cast<uint32_t>(std::popcount(present_));
+  LBARecord* to = records() + count_;
   // From the top down, until everything that is left stands where it belongs.
   for (uint64_t rest = present_; to != from;) {
     const uint64_t top = std::bit_floor(rest);
@@ -22,6 +45,19 @@ void RecordPage::add(uint64_t blocks) {
 }
 
 void RecordPage::remove(uint64_t blocks) {
+  if ((present_ & spanOf(blocks)) != blocks) {
+    removeScattered(blocks);
+    return;
+  }
+  LBARecord* const at = record(static_cast<uint32_t>(std::countr_zero(blocks)));
+  const auto removed = static_cast<uint32_t>(std::popcount(blocks));
+  const LBARecord* const behind = at + removed;
+  std::memmove(at, behind, static_cast<std::size_t>(records() + count_ - behind) * sizeof(LBARecord));
+  count_ -= removed;
+  present_ &= ~blocks;
+}
+
+void RecordPage::removeScattered(uint64_t blocks) {
   LBARecord* to = record(static_cast<uint32_t>(std::countr_zero(blocks)));
   const LBARecord* from = to;
   for (uint64_t rest = present_ & ~((blocks & -blocks) - 1); rest != 0; rest &= rest - 1, ++from) {
@@ -30,11 +66,13 @@ void RecordPage::remove(uint64_t blocks) {
     }
   }
   present_ &= ~blocks;
+  count_ = static_cast<uint32_t>(std::popcount(present_));
 }
 
 void RecordPage::takeOver(const RecordPage& other) {
   std::uninitialized_copy_n(other.records(), other.count(), records());
   present_ = other.present_;
+  count_ = other.count_;
   atomicSeen_ = other.atomicSeen_;
 }
 

@@ -25,12 +25,12 @@ class RecordPage {
     return sizeof(RecordPage) + roomOf(sizeClass) * sizeof(LBARecord);
   }
 
-  explicit RecordPage(uint32_t sizeClass) : sizeClass_(sizeClass) {}
+  explicit RecordPage(uint32_t sizeClass) : sizeClass_(static_cast<uint8_t>(sizeClass)) {}
 
   /// Bit i: block i is on record.
   uint64_t present() const { return present_; }
   bool has(uint32_t block) const { return (present_ >> block & 1) != 0; }
-  uint32_t count() const { return static_cast<uint32_t>(std::popcount(present_)); }
+  uint32_t count() const { return count_; }
   uint32_t sizeClass() const { return sizeClass_; }
   uint32_t room() const { return roomOf(sizeClass_); }
 
@@ -53,6 +53,9 @@ class RecordPage {
   LBARecord* records() { return std::launder(reinterpret_cast<LBARecord*>(this + 1)); }
   const LBARecord* records() const { return std::launder(reinterpret_cast<const LBARecord*>(this + 1)); }
 
+  void addScattered(uint64_t blocks);
+  void removeScattered(uint64_t blocks);
+
   uint32_t rank(uint32_t block) const {
     const uint64_t below = (uint64_t{1} << block) - 1;
     // Mostly a page holds one run, or all of its blocks; counting bits is dear where the processor may not be asked to.
@@ -63,7 +66,8 @@ class RecordPage {
   }
 
   uint64_t present_ = 0;
-  uint32_t sizeClass_;
+  uint32_t count_ = 0;  ///< bits of `present_`
+  uint8_t sizeClass_;
   bool atomicSeen_ = false;
 };
 
