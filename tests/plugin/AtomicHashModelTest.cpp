@@ -516,7 +516,7 @@ TEST(AtomicHashModel, BlocksAndRunsAnywhereOnADrive) {
       lbasFrom(top - 129, 130), {0, 1, 63, 64, 65, 1 << 20, uint64_t{1} << 40, top / 2, top / 2 + 1, top - 64, top}};
   for (std::size_t drive = 0; drive < drives.size(); ++drive) {
     uint64_t ends = 0;
-    for (uint64_t seed = 1; seed <= 8; ++seed) {
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
       RandomLife life(seed, drives[drive]);
       std::size_t before = 0;
       for (int step = 0; step < 150; ++step) {
