@@ -1,8 +1,8 @@
 #include "AtomicHash.h"
 
+#include <bit>
 #include <iostream>
 #include <mutex>
-#include <new>
 
 #include "vdl/Status.h"
 
@@ -40,14 +40,63 @@ const WaitRead* findWait(const WaitRead* head, uint64_t cmd_id) {
   return wait;
 }
 
+RunPiece pieceOf(uint64_t lba) {
+  return {lba / RecordPage::blocksPerPage, uint64_t{1} << lba % RecordPage::blocksPerPage};
+}
+
+uint64_t lowestOf(uint64_t blocks) { return blocks & -blocks; }
+
+uint64_t lbaOf(const RunPiece& piece, uint64_t block) {
+  return piece.page * RecordPage::blocksPerPage + static_cast<uint64_t>(std::countr_zero(block));
+}
+
+/// Whether all blocks of the piece are on record.
+bool holds(const RecordPage* page, const RunPiece& piece) {
+  return page != nullptr && (piece.blocks & ~page->present()) == 0;
+}
+
+/// Calls `visit(block, record)` for each block of the piece, all of which are on record, in ascending order until it
+/// answers false. `block` is a mask of one bit.
+template <typename Visit>
+void visitBlocks(RecordPage& page, const RunPiece& piece, Visit visit) {
+  const uint64_t first = lowestOf(piece.blocks);
+  LBARecord* record = page.record(static_cast<uint32_t>(std::countr_zero(first)));
+  uint64_t present = page.present() & ~(first - 1);
+  for (uint64_t rest = piece.blocks; rest != 0; present &= present - 1, ++record) {
+    const uint64_t block = lowestOf(present);
+    if ((rest & block) != 0) {
+      rest &= ~block;
+      if (!visit(block, *record)) {
+        return;
+      }
+    }
+  }
+}
+
+/// Calls `visit(lba)` for each block of the piece in ascending order, until it does not answer 0.
+template <typename Visit>
+int32_t visitLbas(const RunPiece& piece, Visit visit) {
+  int32_t result = status::ok;
+  for (uint64_t rest = piece.blocks; rest != 0 && result == status::ok; rest &= rest - 1) {
+    result = visit(lbaOf(piece, lowestOf(rest)));
+  }
+  return result;
+}
+
+/// Whether a peek at the history finds anything.
+bool hasContent(const Event* event) {
+  while (event != nullptr && event->type == EventType::InvalidateMarker) {
+    event = event->next;
+  }
+  return event != nullptr;
+}
+
 }  // namespace
 
 LBARecord* AtomicHash::getRecord(uint64_t lba) {
-  try {
-    return &records_.try_emplace(lba).first->second;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  const RunPiece piece = pieceOf(lba);
+  RecordPage* page = records_.reserve(piece.page, piece.blocks);
+  return page == nullptr ? nullptr : page->record(static_cast<uint32_t>(lba % RecordPage::blocksPerPage));
 }
 
 Event* AtomicHash::newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed) {
@@ -63,8 +112,14 @@ Event* AtomicHash::newEvent(EventType type, uint64_t cmd_id, BlockType blockType
 }
 
 PeekResult AtomicHash::peek(uint64_t lba) const {
-  const auto record = records_.find(lba);
-  return record == records_.end() ? PeekResult{} : Event::peek(record->second.events, nullptr, true);
+  const LBARecord* record = records_.record(lba);
+  return record == nullptr ? PeekResult{} : Event::peek(record->events, nullptr, true);
+}
+
+void AtomicHash::noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed) {
+  ++record.ref_count;
+  ++references_;
+  insertEvent(&record, newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed));
 }
 
 int32_t AtomicHash::writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed) {
@@ -72,9 +127,28 @@ int32_t AtomicHash::writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, E
   if (record == nullptr) {
     return status::outOfMemory;
   }
-  ++record->ref_count;
-  ++references_;
-  insertEvent(record, newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed));
+  noteWrite(*record, cmd_id, block, embed);
+  return status::ok;
+}
+
+int32_t AtomicHash::writeIssued(uint64_t cmd_id, const BlockRun& run, const WrittenContent& content) {
+  BlockNum bucket = content.block;
+  EmbedData embed = content.embed;
+  for (RunPieces pieces(run); pieces.more();) {
+    const RunPiece piece = pieces.take();
+    RecordPage* page = records_.reserve(piece.page, piece.blocks);
+    if (page == nullptr) {
+      return status::outOfMemory;
+    }
+    visitBlocks(*page, piece, [&](uint64_t block, LBARecord& record) {
+      if (content.ownLbaEach) {
+        embed.lba = lbaOf(piece, block);
+      }
+      noteWrite(record, cmd_id, bucket, embed);
+      bucket += content.nextBucketEach ? 1U : 0U;
+      return true;
+    });
+  }
   return status::ok;
 }
 
@@ -90,28 +164,49 @@ int32_t AtomicHash::atomicWriteIssued(uint64_t cmd_id, uint64_t lba, BlockNum bl
   Event* event = newEvent(EventType::Atomic, cmd_id, BlockType::Atomic, block, embed);
   if (event != nullptr) {
     event->segment = segment;
+    atomicSeen_ = true;
+    records_.page(pieceOf(lba).page)->noteAtomic();
   }
   insertEvent(record, event);
   return status::ok;
 }
 
-void AtomicHash::writeFinished(uint64_t cmd_id, uint64_t lba) {
-  const auto record = records_.find(lba);
-  if (record == records_.end()) {
+void AtomicHash::finishWrites(const RunPiece& piece, uint64_t cmd_id) {
+  RecordPage* page = records_.page(piece.page);
+  if (page == nullptr || !page->atomicSeen()) {
     return;
   }
-  Event* event = findEvent(record->second.events, cmd_id);
-  if (event != nullptr && event->block_type == BlockType::Atomic) {
-    event->block_type = BlockType::Normal;
+  const RunPiece onRecord{piece.page, piece.blocks & page->present()};
+  visitBlocks(*page, onRecord, [&](uint64_t, LBARecord& record) {
+    Event* event = findEvent(record.events, cmd_id);
+    if (event != nullptr && event->block_type == BlockType::Atomic) {
+      event->block_type = BlockType::Normal;
+    }
+    return true;
+  });
+}
+
+void AtomicHash::writeFinished(uint64_t cmd_id, uint64_t lba) {
+  // Nothing but the event of an atomic write changes.
+  if (atomicSeen_) {
+    finishWrites(pieceOf(lba), cmd_id);
+  }
+}
+
+void AtomicHash::writeFinished(uint64_t cmd_id, const BlockRun& run) {
+  if (atomicSeen_) {
+    for (RunPieces pieces(run); pieces.more();) {
+      finishWrites(pieces.take(), cmd_id);
+    }
   }
 }
 
 void AtomicHash::hardWriteError(uint64_t cmd_id, uint64_t lba) {
-  const auto record = records_.find(lba);
-  if (record == records_.end()) {
+  const LBARecord* record = records_.record(lba);
+  if (record == nullptr) {
     return;
   }
-  Event* event = findEvent(record->second.events, cmd_id);
+  Event* event = findEvent(record->events, cmd_id);
   if (event != nullptr && event->type == EventType::Write) {
     event->block_num = block_num::unknown;
   }
@@ -126,16 +221,13 @@ bool AtomicHash::isStateKnown(Records::const_iterator record) const {
 }
 
 bool AtomicHash::isStateKnown(uint64_t first, uint64_t end) const {
-  auto record = records_.find(first);
   // The block behind the range must be on record, too.
-  if (record == records_.end() || records_.find(end) == records_.end()) {
+  if (records_.record(first) == nullptr || records_.record(end) == nullptr) {
     return false;
   }
-  for (uint64_t expected = first; expected < end; ++expected, ++record) {
-    if (record == records_.end()) {
-      return true;
-    }
-    if (record->first != expected || !isStateKnown(record)) {
+  for (uint64_t lba = first; lba < end; ++lba) {
+    const auto record = records_.find(lba);
+    if (record == records_.end() || !isStateKnown(record)) {
       return false;
     }
   }
@@ -161,28 +253,39 @@ void AtomicHash::insertEvent(LBARecord* record, Event* event) {
 
 void AtomicHash::invalidate(uint64_t first, uint64_t last, InvalidationMethod method) {
   const EventType type = method == InvalidateKeepPrior ? EventType::InvalidateMarker : EventType::Invalidate;
-  for (auto record = records_.lower_bound(first); record != records_.end() && record->first <= last; ++record) {
-    insertEvent(&record->second, newEvent(type, 0, BlockType::Unknown, block_num::unknown, {}));
+  records_.visit(first, last, [&](uint64_t, LBARecord& record) {
+    insertEvent(&record, newEvent(type, 0, BlockType::Unknown, block_num::unknown, {}));
+  });
+}
+
+int32_t AtomicHash::noteRead(LBARecord& record, uint64_t cmd_id, uint64_t lba, bool expect) {
+  if (expect) {
+    if (record.ref_count == 0) {
+      complain("<E> SANITY_CHECK readIssued expect=1 ref_count=0 lba:", lba, cmd_id);
+      return status::noRecord;
+    }
+    // The record must outlive this even at 0: the wait below is its new claim.
+    --record.ref_count;
+    --references_;
   }
+  WaitRead* wait = waits_.take();
+  if (wait == nullptr) {
+    return status::outOfMemory;
+  }
+  wait->cmd_id = cmd_id;
+  wait->event = record.events;
+  wait->next = record.wait_read;
+  record.wait_read = wait;
+  return status::ok;
 }
 
 int32_t AtomicHash::readIssued(uint64_t cmd_id, uint64_t lba, bool expect) {
-  LBARecord* record = nullptr;
-  if (const auto found = records_.find(lba); found != records_.end()) {
-    record = &found->second;
+  LBARecord* record = records_.record(lba);
+  if (record == nullptr) {
     if (expect) {
-      if (record->ref_count == 0) {
-        complain("<E> SANITY_CHECK readIssued expect=1 ref_count=0 lba:", lba, cmd_id);
-        return status::noRecord;
-      }
-      // The record must outlive this even at 0: the wait below is its new claim.
-      --record->ref_count;
-      --references_;
+      complain("<E> readIssued !record && expect lba:", lba, cmd_id);
+      return status::notFound;
     }
-  } else if (expect) {
-    complain("<E> readIssued !record && expect lba:", lba, cmd_id);
-    return status::notFound;
-  } else {
     record = getRecord(lba);
     if (record == nullptr) {
       complain("<E> readIssued failed getRecord, !record !expect lba:", lba, cmd_id);
@@ -190,63 +293,130 @@ int32_t AtomicHash::readIssued(uint64_t cmd_id, uint64_t lba, bool expect) {
     }
     insertEvent(record, newEvent(EventType::None, 0, BlockType::Unknown, block_num::unknown, {}));
   }
-  WaitRead* wait = waits_.take();
-  if (wait == nullptr) {
-    return status::outOfMemory;
+  return noteRead(*record, cmd_id, lba, expect);
+}
+
+int32_t AtomicHash::readIssued(uint64_t cmd_id, const BlockRun& run, bool expect) {
+  int32_t result = status::ok;
+  for (RunPieces pieces(run); pieces.more() && result == status::ok;) {
+    const RunPiece piece = pieces.take();
+    RecordPage* page = records_.page(piece.page);
+    if (!holds(page, piece)) {
+      result = visitLbas(piece, [&](uint64_t lba) { return readIssued(cmd_id, lba, expect); });
+      continue;
+    }
+    visitBlocks(*page, piece, [&](uint64_t block, LBARecord& record) {
+      result = noteRead(record, cmd_id, lbaOf(piece, block), expect);
+      return result == status::ok;
+    });
   }
-  wait->cmd_id = cmd_id;
-  wait->event = record->events;
-  wait->next = record->wait_read;
-  record->wait_read = wait;
-  return status::ok;
+  return result;
 }
 
 const Event* AtomicHash::awaitedEvent(uint64_t cmd_id, uint64_t lba) const {
-  const auto record = records_.find(lba);
-  const WaitRead* wait = record == records_.end() ? nullptr : findWait(record->second.wait_read, cmd_id);
+  const LBARecord* record = records_.record(lba);
+  const WaitRead* wait = record == nullptr ? nullptr : findWait(record->wait_read, cmd_id);
   return wait == nullptr ? nullptr : wait->event;
 }
 
-PeekResult AtomicHash::readFinished(uint64_t cmd_id, uint64_t lba, bool keep) {
-  const auto record = records_.find(lba);
-  if (record == records_.end()) {
-    complain("<E> readFinished couldn't find record lba:", lba, cmd_id);
-    return PeekResult{};
-  }
-  WaitRead** link = &record->second.wait_read;
+WaitRead* AtomicHash::takeWait(LBARecord& record, uint64_t cmd_id, uint64_t lba) {
+  WaitRead** link = &record.wait_read;
   while (*link != nullptr && (*link)->cmd_id != cmd_id) {
     link = &(*link)->next;
   }
   WaitRead* wait = *link;
   if (wait == nullptr) {
     complain("<E> readFinished couldn't find wait_read lba:", lba, cmd_id);
-    return PeekResult{};
+    return nullptr;
   }
   *link = wait->next;
-  const PeekResult result = Event::peek(wait->event, nullptr, true);
+  return wait;
+}
+
+bool AtomicHash::endWait(LBARecord& record, WaitRead* wait, bool keep) {
   waits_.give(wait);
   if (keep) {
-    ++record->second.ref_count;
+    ++record.ref_count;
     ++references_;
-  } else {
-    hashClean(record);
+    return false;
+  }
+  return forget(record);
+}
+
+PeekResult AtomicHash::readFinished(uint64_t cmd_id, uint64_t lba, bool keep) {
+  LBARecord* record = records_.record(lba);
+  if (record == nullptr) {
+    complain("<E> readFinished couldn't find record lba:", lba, cmd_id);
+    return PeekResult{};
+  }
+  WaitRead* wait = takeWait(*record, cmd_id, lba);
+  if (wait == nullptr) {
+    return PeekResult{};
+  }
+  const PeekResult result = Event::peek(wait->event, nullptr, true);
+  if (endWait(*record, wait, keep)) {
+    const RunPiece piece = pieceOf(lba);
+    records_.remove(piece.page, piece.blocks);
+  }
+  return result;
+}
+
+int32_t AtomicHash::finishReads(RecordPage& page, const RunPiece& piece, uint64_t cmd_id, bool keep, uint64_t& gone) {
+  int32_t result = status::ok;
+  visitBlocks(page, piece, [&](uint64_t block, LBARecord& record) {
+    WaitRead* wait = takeWait(record, cmd_id, lbaOf(piece, block));
+    if (wait == nullptr) {
+      result = status::notFound;
+      return false;
+    }
+    result = hasContent(wait->event) ? status::ok : status::notFound;
+    if (endWait(record, wait, keep)) {
+      gone |= block;
+    }
+    return result == status::ok;
+  });
+  return result;
+}
+
+int32_t AtomicHash::readFinished(uint64_t cmd_id, const BlockRun& run, bool keep) {
+  int32_t result = status::ok;
+  for (RunPieces pieces(run); pieces.more() && result == status::ok;) {
+    const RunPiece piece = pieces.take();
+    RecordPage* page = records_.page(piece.page);
+    if (!holds(page, piece)) {
+      result = visitLbas(piece, [&](uint64_t lba) { return readFinished(cmd_id, lba, keep).status; });
+      continue;
+    }
+    uint64_t gone = 0;
+    result = finishReads(*page, piece, cmd_id, keep, gone);
+    if (gone != 0) {
+      records_.remove(piece.page, gone);
+    }
   }
   return result;
 }
 
 int32_t AtomicHash::readSkip(uint64_t lba) {
-  const auto record = records_.find(lba);
-  if (record == records_.end()) {
+  LBARecord* record = records_.record(lba);
+  if (record == nullptr) {
     complain("<E> readSkip couldn't find record lba:", lba);
     return status::notFound;
   }
-  if (record->second.ref_count == 0) {
+  if (record->ref_count == 0) {
     return status::ok;
   }
-  --record->second.ref_count;
+  --record->ref_count;
   --references_;
-  hashClean(record);
+  hashClean(lba);
   return status::ok;
+}
+
+int32_t AtomicHash::readSkip(const BlockRun& run) {
+  int32_t result = status::ok;
+  for (RunPieces pieces(run); pieces.more() && result == status::ok;) {
+    result = visitLbas(pieces.take(), [this](uint64_t lba) { return readSkip(lba); });
+  }
+  return result;
 }
 
 int32_t AtomicHash::saveHash(uint64_t cmd_id, uint64_t lba, uint64_t hash, bool addRef) {
@@ -267,48 +437,87 @@ int32_t AtomicHash::saveHash(uint64_t cmd_id, uint64_t lba, uint64_t hash, bool 
 }
 
 int32_t AtomicHash::dropHash(uint64_t cmd_id, uint64_t lba) {
-  const auto record = records_.find(lba);
-  if (record == records_.end()) {
+  LBARecord* record = records_.record(lba);
+  if (record == nullptr) {
     complain("<E> dropHash couldn't find record lba:", lba);
     return status::notFound;
   }
-  if (findEvent(record->second.events, cmd_id) == nullptr) {
+  if (findEvent(record->events, cmd_id) == nullptr) {
     complain("<E> dropHash no hash event found. lba:", lba, cmd_id);
     return status::notFound;
   }
-  if (record->second.ref_count == 0) {
+  if (record->ref_count == 0) {
     complain("<E> SANITY_CHECK dropHash ref_count=0 lba:", lba, cmd_id);
     return status::noRecord;
   }
-  --record->second.ref_count;
+  --record->ref_count;
   --references_;
-  hashClean(record);
+  hashClean(lba);
   return status::ok;
 }
 
-void AtomicHash::hashClean(Records::iterator record) {
-  if (record == records_.end() || record->second.ref_count != 0 || record->second.wait_read != nullptr) {
-    return;
+bool AtomicHash::forget(LBARecord& record) {
+  if (record.ref_count != 0 || record.wait_read != nullptr) {
+    return false;
   }
-  for (Event* event = record->second.events; event != nullptr;) {
+  for (Event* event = record.events; event != nullptr;) {
     Event* older = event->next;
     events_.give(event);
     event = older;
   }
-  records_.erase(record);
+  record.events = nullptr;
+  return true;
 }
 
-void AtomicHash::hashClean(uint64_t lba) { hashClean(records_.find(lba)); }
+void AtomicHash::hashClean(uint64_t lba) {
+  LBARecord* record = records_.record(lba);
+  if (record != nullptr && forget(*record)) {
+    const RunPiece piece = pieceOf(lba);
+    records_.remove(piece.page, piece.blocks);
+  }
+}
+
+void AtomicHash::hashClean(Records::const_iterator record) {
+  if (record != records_.end()) {
+    hashClean(record->first);
+  }
+}
 
 AtomicContext AtomicHash::getContext(uint64_t first, uint64_t last, uint64_t cmd_id) const {
   AtomicContext context;
-  for (auto record = records_.lower_bound(first); record != records_.end() && record->first <= last; ++record) {
-    const WaitRead* wait = findWait(record->second.wait_read, cmd_id);
+  records_.visit(first, last, [&](uint64_t lba, const LBARecord& record) {
+    const WaitRead* wait = findWait(record.wait_read, cmd_id);
     if (wait != nullptr) {
-      context.copyHistory(record->first, wait->event);
+      context.copyHistory(lba, wait->event);
     }
-  }
+  });
   return context;
+}
+
+void AwaitedEvents::enterPage() {
+  const RunPiece piece = pieces_.take();
+  const RecordPage* page = records_.page(piece.page);
+  left_ = piece.blocks;
+  present_ = page == nullptr ? 0 : page->present() & ~(lowestOf(left_) - 1);
+  if (present_ != 0) {
+    record_ = page->record(static_cast<uint32_t>(std::countr_zero(present_)));
+  }
+}
+
+const Event* AwaitedEvents::next() {
+  if (left_ == 0) {
+    enterPage();
+  }
+  const uint64_t block = lowestOf(left_);
+  left_ &= ~block;
+  for (; (present_ & (block - 1)) != 0; present_ &= present_ - 1) {
+    ++record_;
+  }
+  if ((present_ & block) == 0) {
+    return nullptr;
+  }
+  const WaitRead* wait = findWait(record_->wait_read, cmd_id_);
+  return wait == nullptr ? nullptr : wait->event;
 }
 
 }  // namespace vdl

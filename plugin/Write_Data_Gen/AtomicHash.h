@@ -1,15 +1,24 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <map>
 
 #include "AtomicContext.h"
+#include "BlockRun.h"
 #include "ChunkPool.h"
 #include "Event.h"
 #include "LBARecord.h"
-#include "NodeAllocator.h"
+#include "RecordTable.h"
 
 namespace vdl {
+
+/// What a normal write leaves on its blocks.
+struct WrittenContent {
+  BlockNum block;               ///< of the first block
+  EmbedData embed;              ///< of the first block
+  bool nextBucketEach = false;  ///< every block takes the bucket behind its predecessor's
+  bool ownLbaEach = false;      ///< every block is stamped with its own LBA, whatever `embed` says
+};
 
 /// The expected state of a drive: for every block that still matters, the history of what was done to it.
 ///
@@ -23,9 +32,13 @@ namespace vdl {
 /// but `getContext`.
 ///
 /// The argument order is the command id first, then the LBA, except in `getContext`.
+///
+/// Operations on a `BlockRun` do what the same ones do block by block, in ascending order, and stop at the first
+/// refusal; the blocks before it keep what was done. They look each 64 neighbouring LBAs up once. Without memory for
+/// new records none of those 64 is changed.
 class AtomicHash {
  public:
-  using Records = std::map<uint64_t, LBARecord, std::less<>, NodeAllocator<std::pair<const uint64_t, LBARecord>>>;
+  using Records = RecordTable;
 
   /// How `invalidate` marks a range.
   enum InvalidationMethod : uint32_t {
@@ -33,7 +46,7 @@ class AtomicHash {
     InvalidateReplace = 1,    ///< nothing is expected any more
   };
 
-  AtomicHash() : records_(NodeAllocator<std::pair<const uint64_t, LBARecord>>(nodes_)) {}
+  AtomicHash() = default;
   AtomicHash(const AtomicHash&) = delete;
   AtomicHash& operator=(const AtomicHash&) = delete;
 
@@ -42,10 +55,12 @@ class AtomicHash {
 
   /// A normal write over the block was issued: one more reference, one more event.
   int32_t writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed);
+  int32_t writeIssued(uint64_t cmd_id, const BlockRun& run, const WrittenContent& content);
   /// An atomic write over the block was issued; its event is transparent until `writeFinished`.
   int32_t atomicWriteIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed, AtomicSegment segment);
   /// The write is on the medium.
   void writeFinished(uint64_t cmd_id, uint64_t lba);
+  void writeFinished(uint64_t cmd_id, const BlockRun& run);
   /// The write failed: a normal write's content becomes unknown, an atomic write stays transparent.
   void hardWriteError(uint64_t cmd_id, uint64_t lba);
 
@@ -64,6 +79,7 @@ class AtomicHash {
   ///
   /// @param expect the read pays a write's reference off; the record must have one
   int32_t readIssued(uint64_t cmd_id, uint64_t lba, bool expect);
+  int32_t readIssued(uint64_t cmd_id, const BlockRun& run, bool expect);
   /// The event at which a read waits on the block: the newest one when the read was issued. Null when it does not wait
   /// there, or when nothing could be kept of the block.
   const Event* awaitedEvent(uint64_t cmd_id, uint64_t lba) const;
@@ -71,8 +87,12 @@ class AtomicHash {
   ///
   /// @param keep leave a reference for a read that will be repeated
   PeekResult readFinished(uint64_t cmd_id, uint64_t lba, bool keep);
+  /// The same for a run, for those who only ask how it went.
+  /// @return 0; -1003 at the first block without a waiting read, or of which nothing is known but markers
+  int32_t readFinished(uint64_t cmd_id, const BlockRun& run, bool keep);
   /// A reference is given back without a read.
   int32_t readSkip(uint64_t lba);
+  int32_t readSkip(const BlockRun& run);
 
   /// Keeps the hash of a block's content, with a reference of its own if asked.
   int32_t saveHash(uint64_t cmd_id, uint64_t lba, uint64_t hash, bool addRef);
@@ -80,7 +100,7 @@ class AtomicHash {
   int32_t dropHash(uint64_t cmd_id, uint64_t lba);
 
   /// Removes the record when nobody has a claim on it.
-  void hashClean(Records::iterator record);
+  void hashClean(Records::const_iterator record);
   void hashClean(uint64_t lba);
 
   /// The histories from `first` to `last`, both included, of the blocks on which the read waits.
@@ -88,18 +108,54 @@ class AtomicHash {
   AtomicContext getContext(uint64_t first, uint64_t last, uint64_t cmd_id) const;
 
   const Records& records() const { return records_; }
+  /// Memory for records, events and waits, bytes. It only grows.
+  std::size_t bytes() const { return records_.bytes() + events_.bytes() + waits_.bytes(); }
   /// Sum of all reference counts.
   uint64_t references() const { return references_; }
 
  private:
   LBARecord* getRecord(uint64_t lba);
   Event* newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed);
+  void noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed);
+  int32_t noteRead(LBARecord& record, uint64_t cmd_id, uint64_t lba, bool expect);
+  /// Takes the wait of a read off its record; null, and a line, when there is none.
+  WaitRead* takeWait(LBARecord& record, uint64_t cmd_id, uint64_t lba);
+  /// Gives a wait back, and either a reference to the record or its events if nobody has a claim on it any more.
+  /// @return whether the record is to be removed
+  bool endWait(LBARecord& record, WaitRead* wait, bool keep);
+  /// Gives the events of a record back if nobody has a claim on it.
+  /// @return whether the record is to be removed
+  bool forget(LBARecord& record);
+  /// Ends the read on blocks that are all on record; those that must go are added to `gone`.
+  void finishWrites(const RunPiece& piece, uint64_t cmd_id);
+  int32_t finishReads(RecordPage& page, const RunPiece& piece, uint64_t cmd_id, bool keep, uint64_t& gone);
 
-  NodeStore nodes_;
   Records records_;
   uint64_t references_ = 0;
+  bool atomicSeen_ = false;  ///< an atomic write was issued
   ChunkPool<Event> events_;
   ChunkPool<WaitRead> waits_;
+};
+
+/// The events at which a read waits on the blocks of a run, one after the other: what `awaitedEvent` answers, with one
+/// look-up for 64 neighbouring LBAs. The table must stay as it is meanwhile.
+class AwaitedEvents {
+ public:
+  AwaitedEvents(const AtomicHash& table, uint64_t cmd_id, const BlockRun& run)
+      : records_(table.records()), cmd_id_(cmd_id), pieces_(run) {}
+
+  /// The next block's event, or null; as many calls as the run has blocks.
+  const Event* next();
+
+ private:
+  void enterPage();
+
+  const RecordTable& records_;
+  uint64_t cmd_id_;
+  RunPieces pieces_;
+  uint64_t left_ = 0;                  ///< blocks of the piece that are still to come
+  uint64_t present_ = 0;               ///< blocks on record from `record_` on
+  const LBARecord* record_ = nullptr;  ///< of the lowest block in `present_`
 };
 
 }  // namespace vdl

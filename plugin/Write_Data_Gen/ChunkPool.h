@@ -31,15 +31,18 @@ class ChunkPool {
     }
     T* object = free_;
     free_ = object->next;
-    object->next = nullptr;
+    *object = T{};
     return object;
   }
 
+  /// Touches nothing of the object but its `next`: what goes back after a long time is in no cache.
   void give(T* object) noexcept {
-    *object = T{};
     object->next = free_;
     free_ = object;
   }
+
+  /// What the chunks take, bytes.
+  std::size_t bytes() const { return chunkCount_ * sizeof(Chunk); }
 
  private:
   struct Chunk {
@@ -54,6 +57,7 @@ class ChunkPool {
     }
     chunk->older = chunks_;
     chunks_ = chunk;
+    ++chunkCount_;
     for (std::size_t i = objectsPerChunk; i-- > 0;) {
       chunk->objects[i].next = free_;
       free_ = &chunk->objects[i];
@@ -63,6 +67,7 @@ class ChunkPool {
 
   T* free_ = nullptr;
   Chunk* chunks_ = nullptr;
+  std::size_t chunkCount_ = 0;
 };
 
 }  // namespace vdl

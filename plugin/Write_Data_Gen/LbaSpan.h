@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "BlockRun.h"
+
 namespace vdl::agent {
 
 /// The blocks of a command: `first`, `first` + `step`, … below `end`.
@@ -10,6 +12,7 @@ struct LbaSpan {
   uint64_t end;
   uint32_t step;
 
+  operator BlockRun() const { return {first, end, step}; }
   bool contains(uint64_t lba) const { return lba >= first && lba < end; }
   bool overlaps(uint64_t otherFirst, uint64_t otherEnd) const { return first < otherEnd && otherFirst < end; }
 };

@@ -13,6 +13,9 @@ constexpr const char* operation = "doARead";
 
 /// Blocks of the write that the read leaves out are given up; blocks beside the write are read without a claim.
 int32_t recordIssue(AtomicHash& table, uint64_t cmdId, const LbaSpan& write, const LbaSpan& read) {
+  if (read.first == write.first && read.end == write.end) {
+    return table.readIssued(cmdId, read, true);
+  }
   const uint64_t end = std::max(write.end, read.end);
   for (uint64_t lba = std::min(write.first, read.first); lba < end; lba += read.step) {
     const int32_t result = read.contains(lba) ? table.readIssued(cmdId, lba, write.contains(lba)) : table.readSkip(lba);

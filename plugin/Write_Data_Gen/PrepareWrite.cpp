@@ -87,23 +87,13 @@ int32_t assembleData(Step& step, WriteCommand& write) {
 /// stamps and skip commands know it.
 int32_t recordIssue(Step& step, const WriteCommand& write) {
   const LbaSpan span = spanOf(write.lba, write.xferLength, step.config.useSkipCommands);
-  BlockNum bucket = write.bucket;
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    EmbedData embed{step.config.embedData, write.cmdId, lba};
-    if (write.kind == WriteKind::trim) {
-      embed.valid = false;
-    } else if (write.kind == WriteKind::writeSame) {
-      embed.lba = write.lba;
-    }
-    const int32_t result = step.data.atomicHash.writeIssued(write.cmdId, lba, bucket, embed);
-    if (result != status::ok) {
-      return result;
-    }
-    if (write.kind == WriteKind::write) {
-      ++bucket;
-    }
+  WrittenContent content{write.bucket, EmbedData{step.config.embedData, write.cmdId, write.lba}};
+  content.nextBucketEach = write.kind == WriteKind::write;
+  content.ownLbaEach = write.kind != WriteKind::writeSame;
+  if (write.kind == WriteKind::trim) {
+    content.embed.valid = false;
   }
-  return status::ok;
+  return step.data.atomicHash.writeIssued(write.cmdId, span, content);
 }
 
 void traceIssue(CommandTrace& trace, const WriteCommand& write) {

@@ -15,17 +15,6 @@ namespace {
 /// Unit error codes that say why a block cannot be read without a write having torn it.
 bool excludesSplice(SenseParser::Uec uec) { return uec == 0xF7C3 || uec == 0xF815 || uec == 0xF510 || uec == 0xF827; }
 
-/// Ends the read in the table, up to the first refusal.
-int32_t finishReads(AtomicHash& table, uint64_t cmdId, const LbaSpan& span) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    const int32_t result = table.readFinished(cmdId, lba, false).status;
-    if (result != status::ok) {
-      return result;
-    }
-  }
-  return status::ok;
-}
-
 int32_t absorbAbort(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span) {
   DriveData& data = step.data;
   for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
@@ -51,7 +40,7 @@ int32_t absorbHardError(Step& step, const FinishedCommand& finished, const ReadS
                     static_cast<unsigned long long>(read.lba), static_cast<unsigned long>(read.xferLength));
     return status::writeSplice;
   }
-  return finishReads(data.atomicHash, read.cmdId, span);
+  return data.atomicHash.readFinished(read.cmdId, span, false);
 }
 
 /// Finds the writes that were issued before the read, overlap it, and are still in flight: the drive answered out of
@@ -153,7 +142,7 @@ int32_t recvRead(Step& step, const FinishedCommand& finished) {
   }
   data.trace->traceReadFinished(finished.lba, finished.xferLength, read->cmdId, finished.tag, sense.uec, sense.kcq);
   if (read->spliceCheck != 0 || *data.readDataIsValid == 0) {
-    return finishReads(data.atomicHash, read->cmdId, span);
+    return data.atomicHash.readFinished(read->cmdId, span, false);
   }
   const int32_t result = keepForCompare(step, finished, *read, span, sense);
   return result == status::ok ? result : logFailure(step, "recvRead", result);

@@ -50,19 +50,8 @@ FollowUp absorbStatus(Step& step, const FinishedCommand& finished, const WriteSe
   if (sense.hard) {
     return afterFailure(write, spliceDetection && sense.kcq.key != mediumError);
   }
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    data.atomicHash.writeFinished(write.cmdId, lba);
-  }
+  data.atomicHash.writeFinished(write.cmdId, span);
   return FollowUp{write.readBack != 0, false};
-}
-
-int32_t skipReadBack(AtomicHash& table, const LbaSpan& span) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    if (const int32_t result = table.readSkip(lba); result != status::ok) {
-      return result;
-    }
-  }
-  return status::ok;
 }
 
 /// The read is in flight already: it only learns that it checks for a splice.
@@ -96,7 +85,7 @@ int32_t recvWrite(Step& step, const FinishedCommand& finished) {
         WriteFinished{write->cmdId, write->lba, write->xferLength, static_cast<uint8_t>(next.spliceCheck ? 1 : 0), 0});
     return status::ok;
   }
-  const int32_t result = skipReadBack(data.atomicHash, span);
+  const int32_t result = data.atomicHash.readSkip(span);
   return result == status::ok ? result : logFailure(step, "recvWrite", result);
 }
 

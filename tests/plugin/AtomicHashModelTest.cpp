@@ -1,11 +1,12 @@
-// The expected-state table against a naive model of it: plain structs in vectors, slow and obvious. Both are driven by
-// the same operations and compared after each.
+// The expected-state table against a naive model of it. Both are driven by the same operations and compared after each.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -13,299 +14,16 @@
 #include <vector>
 
 #include "AtomicHash.h"
+#include "support_model/TableModel.h"
 
 namespace vdl {
 namespace {
 
-struct ModelEvent {
-  int serial = 0;  ///< tells events apart that carry the same id
-  char kind = 'N';  ///< N one, W rite, A tomic, H ash, I nvalidate, M arker
-  uint64_t id = 0;
-  char content = 'U';  ///< U nknown, N ormal, A tomic (unfinished), H ash
-  uint32_t block = 0x80001;
-  uint64_t hash = 0;
-  bool stamped = false;
-  uint64_t stampId = 0;
-  uint64_t stampLba = 0;
-  uint32_t offset = 0;
-  uint32_t length = 0;
-  uint32_t segment = 0;
-};
-
-struct ModelWait {
-  uint64_t id;
-  int serialOfHead;
-};
-
-struct ModelRecord {
-  uint64_t references = 0;
-  std::vector<ModelEvent> events;  ///< newest first
-  std::vector<ModelWait> waits;    ///< newest first
-};
-
-struct ModelPeek {
-  int status = -1003;
-  char content = 'U';
-  uint32_t block = 0x80001;
-  uint64_t hash = 0;
-  bool stamped = false;
-  uint64_t stampId = 0;
-  uint64_t stampLba = 0;
-  bool invalidated = false;
-};
-
-struct Model {
-  std::map<uint64_t, ModelRecord> records;
-  int nextSerial = 1;
-  std::string said;  ///< lines to standard error
-
-  static std::string hex(uint64_t value) {
-    std::ostringstream text;
-    text << std::hex << value;
-    return text.str();
-  }
-  void say(const std::string& what, uint64_t lba) { said += what + hex(lba) + "\n"; }
-  void say(const std::string& what, uint64_t lba, uint64_t id) {
-    said += what + hex(lba) + " cmd_id:" + hex(id) + "\n";
-  }
-
-  bool has(uint64_t lba) const { return records.count(lba) == 1; }
-
-  void put(ModelRecord& record, ModelEvent event) {
-    event.serial = nextSerial++;
-    std::vector<ModelEvent>& list = record.events;
-    if (list.empty() || event.id == 0 || event.id > list[0].id) {
-      list.insert(list.begin(), event);
-      return;
-    }
-    std::size_t behind = 0;
-    while (behind + 1 < list.size() && list[behind + 1].id > event.id) {
-      ++behind;
-    }
-    list.insert(list.begin() + static_cast<std::ptrdiff_t>(behind) + 1, event);
-  }
-
-  void clean(uint64_t lba) {
-    if (has(lba) && records[lba].references == 0 && records[lba].waits.empty()) {
-      records.erase(lba);
-    }
-  }
-
-  /// The newest event from position `from` on that is no marker.
-  static ModelPeek peekFrom(const std::vector<ModelEvent>& list, std::size_t from) {
-    ModelPeek result;
-    for (std::size_t i = from; i < list.size(); ++i) {
-      const ModelEvent& e = list[i];
-      if (e.kind == 'M') {
-        result.invalidated = true;
-        continue;
-      }
-      result.status = 0;
-      result.content = e.content;
-      result.block = e.block;
-      result.hash = e.hash;
-      result.stamped = e.stamped;
-      result.stampId = e.stampId;
-      result.stampLba = e.stampLba;
-      return result;
-    }
-    return result;
-  }
-
-  ModelPeek peek(uint64_t lba) const { return has(lba) ? peekFrom(records.at(lba).events, 0) : ModelPeek{}; }
-
-  int write(uint64_t id, uint64_t lba, uint32_t block, const EmbedData& embed) {
-    ModelRecord& record = records[lba];
-    record.references += 1;
-    ModelEvent e;
-    e.kind = 'W';
-    e.id = id;
-    e.content = 'N';
-    e.block = block;
-    e.stamped = embed.valid;
-    e.stampId = embed.cmd_id;
-    e.stampLba = embed.lba;
-    put(record, e);
-    return 0;
-  }
-
-  int atomicWrite(uint64_t id, uint64_t lba, uint32_t block, const EmbedData& embed, const AtomicSegment& where) {
-    ModelRecord& record = records[lba];
-    record.references += 1;
-    ModelEvent e;
-    e.kind = 'A';
-    e.id = id;
-    e.content = 'A';
-    e.block = block;
-    e.stamped = embed.valid;
-    e.stampId = embed.cmd_id;
-    e.stampLba = embed.lba;
-    e.offset = where.offset;
-    e.length = where.length;
-    e.segment = where.segment;
-    put(record, e);
-    return 0;
-  }
-
-  void finishWrite(uint64_t id, uint64_t lba) {
-    if (!has(lba)) {
-      return;
-    }
-    for (ModelEvent& e : records[lba].events) {
-      if (e.id == id) {
-        if (e.content == 'A') {
-          e.content = 'N';
-        }
-        return;
-      }
-    }
-  }
-
-  void failWrite(uint64_t id, uint64_t lba) {
-    if (!has(lba)) {
-      return;
-    }
-    for (ModelEvent& e : records[lba].events) {
-      if (e.id == id) {
-        if (e.kind == 'W') {
-          e.block = 0x80001;
-        }
-        return;
-      }
-    }
-  }
-
-  bool known(const ModelRecord& record) const {
-    for (const ModelEvent& e : record.events) {
-      if (e.content == 'N' || e.content == 'H') {
-        return true;
-      }
-      if (e.content != 'A') {
-        return false;
-      }
-    }
-    return false;
-  }
-
-  bool known(uint64_t first, uint64_t end) const {
-    if (!has(first) || !has(end)) {
-      return false;
-    }
-    for (uint64_t lba = first; lba < end; ++lba) {
-      if (!has(lba) || !known(records.at(lba))) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  void invalidate(uint64_t first, uint64_t last, bool replace) {
-    for (auto& [lba, record] : records) {
-      if (lba >= first && lba <= last) {
-        ModelEvent e;
-        e.kind = replace ? 'I' : 'M';
-        put(record, e);
-      }
-    }
-  }
-
-  int issueRead(uint64_t id, uint64_t lba, bool expect) {
-    if (has(lba)) {
-      if (expect) {
-        if (records[lba].references == 0) {
-          say("<E> SANITY_CHECK readIssued expect=1 ref_count=0 lba:", lba, id);
-          return -1200;
-        }
-        records[lba].references -= 1;
-      }
-    } else {
-      if (expect) {
-        say("<E> readIssued !record && expect lba:", lba, id);
-        return -1003;
-      }
-      put(records[lba], ModelEvent{});
-    }
-    ModelRecord& record = records[lba];
-    record.waits.insert(record.waits.begin(), ModelWait{id, record.events.at(0).serial});
-    return 0;
-  }
-
-  ModelPeek finishRead(uint64_t id, uint64_t lba, bool keep) {
-    if (!has(lba)) {
-      say("<E> readFinished couldn't find record lba:", lba, id);
-      return {};
-    }
-    ModelRecord& record = records[lba];
-    for (std::size_t w = 0; w < record.waits.size(); ++w) {
-      if (record.waits[w].id == id) {
-        const ModelPeek result = peekFrom(record.events, position(record, record.waits[w].serialOfHead));
-        record.waits.erase(record.waits.begin() + static_cast<std::ptrdiff_t>(w));
-        if (keep) {
-          record.references += 1;
-        } else {
-          clean(lba);
-        }
-        return result;
-      }
-    }
-    say("<E> readFinished couldn't find wait_read lba:", lba, id);
-    return {};
-  }
-
-  static std::size_t position(const ModelRecord& record, int serial) {
-    std::size_t i = 0;
-    while (record.events.at(i).serial != serial) {
-      ++i;
-    }
-    return i;
-  }
-
-  int skipRead(uint64_t lba) {
-    if (!has(lba)) {
-      say("<E> readSkip couldn't find record lba:", lba);
-      return -1003;
-    }
-    if (records[lba].references > 0) {
-      records[lba].references -= 1;
-      clean(lba);
-    }
-    return 0;
-  }
-
-  int saveHash(uint64_t id, uint64_t lba, uint64_t hash, bool addRef) {
-    ModelRecord& record = records[lba];
-    record.references += addRef ? 1 : 0;
-    ModelEvent e;
-    e.kind = 'H';
-    e.id = id;
-    e.content = 'H';
-    e.hash = hash;
-    put(record, e);
-    return 0;
-  }
-
-  int dropHash(uint64_t id, uint64_t lba) {
-    if (!has(lba)) {
-      say("<E> dropHash couldn't find record lba:", lba);
-      return -1003;
-    }
-    bool found = false;
-    for (const ModelEvent& e : records[lba].events) {
-      found = found || e.id == id;
-    }
-    if (!found) {
-      say("<E> dropHash no hash event found. lba:", lba, id);
-      return -1003;
-    }
-    if (records[lba].references == 0) {
-      say("<E> SANITY_CHECK dropHash ref_count=0 lba:", lba, id);
-      return -1200;
-    }
-    records[lba].references -= 1;
-    clean(lba);
-    return 0;
-  }
-};
+using modeltest::Model;
+using modeltest::ModelEvent;
+using modeltest::ModelPeek;
+using modeltest::ModelRecord;
+using modeltest::ModelWait;
 
 // ---- comparing the two ----
 
@@ -407,9 +125,7 @@ class Pair {
   void saveHash(uint64_t id, uint64_t lba, uint64_t hash, bool addRef) {
     check("saveHash", model.saveHash(id, lba, hash, addRef), table_->saveHash(id, lba, hash, addRef));
   }
-  void dropHash(uint64_t id, uint64_t lba) {
-    check("dropHash", model.dropHash(id, lba), table_->dropHash(id, lba));
-  }
+  void dropHash(uint64_t id, uint64_t lba) { check("dropHash", model.dropHash(id, lba), table_->dropHash(id, lba)); }
   void invalidate(uint64_t first, uint64_t last, bool replace) {
     model.invalidate(first, last, replace);
     table_->invalidate(first, last, replace ? AtomicHash::InvalidateReplace : AtomicHash::InvalidateKeepPrior);
@@ -419,6 +135,61 @@ class Pair {
     model.clean(lba);
     table_->hashClean(lba);
     check("hashClean", 0, 0);
+  }
+
+  // A run is to the model what it stands for: its blocks one by one, up to the first refusal.
+  template <typename Operation>
+  static int eachOf(const BlockRun& run, Operation operation) {
+    int result = 0;
+    for (uint64_t offset = 0; offset < run.end - run.first && result == 0; offset += run.step) {
+      result = operation(run.first + offset);
+    }
+    return result;
+  }
+  void writeRun(uint64_t id, const BlockRun& run, const WrittenContent& content) {
+    WrittenContent c = content;
+    const int expected = eachOf(run, [&](uint64_t lba) {
+      c.embed.lba = c.ownLbaEach ? lba : c.embed.lba;
+      return model.write(id, lba, c.nextBucketEach ? c.block++ : c.block, c.embed);
+    });
+    check("writeIssued of a run", expected, table_->writeIssued(id, run, content));
+  }
+  void finishWriteRun(uint64_t id, const BlockRun& run) {
+    eachOf(run, [&](uint64_t lba) { return model.finishWrite(id, lba), 0; });
+    table_->writeFinished(id, run);
+    check("writeFinished of a run", 0, 0);
+  }
+  void issueReadRun(uint64_t id, const BlockRun& run, bool expect) {
+    const int expected = eachOf(run, [&](uint64_t lba) { return model.issueRead(id, lba, expect); });
+    check("readIssued of a run", expected, table_->readIssued(id, run, expect));
+  }
+  void finishReadRun(uint64_t id, const BlockRun& run, bool keep) {
+    AwaitedEvents awaited(*table_, id, run);
+    eachOf(run, [&](uint64_t lba) {
+      note(awaited.next() == table_->awaitedEvent(id, lba), "an awaited event of a run");
+      return 0;
+    });
+    const int expected = eachOf(run, [&](uint64_t lba) { return model.finishRead(id, lba, keep).status; });
+    check("readFinished of a run", expected, table_->readFinished(id, run, keep));
+  }
+  void skipRun(const BlockRun& run) {
+    const int expected = eachOf(run, [&](uint64_t lba) { return model.skipRead(lba); });
+    check("readSkip of a run", expected, table_->readSkip(run));
+  }
+
+  /// Compares the blocks of the whole table, and in which order it shows them.
+  void compareAll() {
+    auto next = model.records.begin();
+    for (const auto& [lba, record] : table_->records()) {
+      note(next != model.records.end() && next->first == lba && next->second.references == record.ref_count,
+           "the order of the records");
+      if (next == model.records.end()) {
+        return;
+      }
+      compareBlock(lba);
+      ++next;
+    }
+    note(next == model.records.end() && table_->records().size() == model.records.size(), "the number of records");
   }
 
   /// Compares everything there is to see of the blocks from first to last, both included.
@@ -488,7 +259,6 @@ class Pair {
 };
 
 // ---- every short sequence ----
-
 
 /// The operations of which sequences are made. Commands take the ids 20, 30, … with the steps; 5 is older than all.
 class Sequence {
@@ -603,10 +373,16 @@ TEST(AtomicHashModel, EverySequenceOfFiveOperationsOnOneBlock) {
 
 class RandomLife {
  public:
-  RandomLife(uint64_t seed, uint64_t blocks) : rng_(seed), blocks_(blocks) {}
+  RandomLife(uint64_t seed, uint64_t blocks) : rng_(seed) {
+    for (uint64_t block = 0; block < blocks; ++block) {
+      places_.push_back(first + block);
+    }
+  }
+  /// @param places the LBAs on which it plays; runs start at them and go on beyond
+  RandomLife(uint64_t seed, std::vector<uint64_t> places) : rng_(seed), places_(std::move(places)) {}
 
   void step() {
-    const uint64_t lba = first + below(blocks_);
+    const uint64_t lba = anyPlace();
     const uint64_t id = nextId_++;
     switch (below(16)) {
       case 0:
@@ -638,7 +414,7 @@ class RandomLife {
       case 12:
         return pair.dropHash(anyOf(writes_), lba);
       case 13: {
-        const uint64_t other = first + below(blocks_);
+        const uint64_t other = anyPlace();
         return pair.invalidate(lba, other, below(2) == 0);
       }
       case 14:
@@ -648,11 +424,37 @@ class RandomLife {
     }
   }
 
+  void stepOfARun() {
+    const uint64_t lba = anyPlace();
+    // A run cannot reach the last LBA of all: its end would wrap.
+    const BlockRun run{lba, lba + std::min<uint64_t>(1 + below(70), ~lba), 1 + static_cast<uint32_t>(below(2))};
+    const uint64_t id = nextId_++;
+    switch (below(8)) {
+      case 0:
+      case 1:
+        writes_.push_back(id);
+        return pair.writeRun(id, run,
+                             {static_cast<uint32_t>(below(100)), {true, id, lba}, below(2) == 0, below(2) == 0});
+      case 2:
+        return pair.finishWriteRun(anyOf(writes_), run);
+      case 3:
+      case 4:
+        reads_.push_back(id);
+        return pair.issueReadRun(id, run, below(4) != 0);
+      case 5:
+      case 6:
+        return pair.finishReadRun(anyOf(reads_), run, below(4) == 0);
+      default:
+        return pair.skipRun(run);
+    }
+  }
+
   static constexpr uint64_t first = 0x1000;
   Pair pair;
 
  private:
   uint64_t below(uint64_t limit) { return rng_() % limit; }
+  uint64_t anyPlace() { return places_[below(places_.size())]; }
 
   uint64_t anyOf(const std::vector<uint64_t>& ids) {
     if (ids.empty()) {
@@ -674,7 +476,7 @@ class RandomLife {
   }
 
   std::mt19937_64 rng_;
-  uint64_t blocks_;
+  std::vector<uint64_t> places_;
   uint64_t nextId_ = 1;
   std::vector<uint64_t> writes_;
   std::vector<uint64_t> reads_;
@@ -698,6 +500,37 @@ TEST(AtomicHashModel, LongRandomLives) {
   }
   EXPECT_GT(ends, 200U) << "records must come and go";
   EXPECT_GT(refusals, 1000U);
+}
+
+std::vector<uint64_t> lbasFrom(uint64_t first, uint64_t count) {
+  std::vector<uint64_t> lbas(count);
+  std::iota(lbas.begin(), lbas.end(), first);
+  return lbas;
+}
+
+TEST(AtomicHashModel, BlocksAndRunsAnywhereOnADrive) {
+  constexpr uint64_t top = ~uint64_t{0};
+  const std::vector<std::vector<uint64_t>> drives = {
+      lbasFrom(0, 6),           lbasFrom(60, 8),
+      lbasFrom(top - 5, 6),     lbasFrom(0x10000, 200),
+      lbasFrom(top - 129, 130), {0, 1, 63, 64, 65, 1 << 20, uint64_t{1} << 40, top / 2, top / 2 + 1, top - 64, top}};
+  for (std::size_t drive = 0; drive < drives.size(); ++drive) {
+    uint64_t ends = 0;
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+      RandomLife life(seed, drives[drive]);
+      std::size_t before = 0;
+      for (int step = 0; step < 150; ++step) {
+        step % 2 == 0 ? life.step() : life.stepOfARun();
+        if (step % 10 == 9) {
+          life.pair.compareAll();
+        }
+        ASSERT_EQ(life.pair.difference, "") << "drive " << drive << ", seed " << seed << ", step " << step;
+        ends += life.pair.model.records.size() < before ? 1U : 0U;
+        before = life.pair.model.records.size();
+      }
+    }
+    EXPECT_GT(ends, 10U) << "records must come and go on drive " << drive;
+  }
 }
 
 }  // namespace
