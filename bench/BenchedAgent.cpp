@@ -32,6 +32,8 @@ BenchedAgent::BenchedAgent(const Settings& settings)
   require(vdl::Corvane::initConfigData(&options_.platform()), "initConfigData");
   config_ = static_cast<vdl::Corvane::ConfigData*>(options_.record());
   config_->randomSeed = 1;
+  config_->minQueueSize = settings.minQueueSize;
+  config_->maxQueueSize = settings.maxQueueSize;
   config_->readCondition.anyMask = readBit;
   config_->writeCondition.anyMask = writeBit;
 
