@@ -3,6 +3,7 @@
 import argparse
 import json
 import os
+import re
 import shutil
 import signal
 import statistics
@@ -102,6 +103,13 @@ def corvane_counts(result, drives=1):
     written = sum(drive["bytes"]["written"] for drive in result["drives"])
     compared = sum(drive["bytes"]["compared"] for drive in result["drives"])
     return written // SECTOR, compared // SECTOR
+
+
+def knows_engine(program, engine):
+    """Whether this Corvane's `file:` has an engine of that name."""
+    help_text = subprocess.run([program, "drives"], capture_output=True, text=True, check=False).stdout
+    of_files = re.search(r"^file:.*?(?:^$|\Z)", help_text, re.DOTALL | re.MULTILINE)
+    return of_files is not None and re.search(rf"\b{engine}\b", of_files.group().partition("engine=")[2]) is not None
 
 
 class Corvane:
