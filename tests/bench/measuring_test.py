@@ -92,7 +92,8 @@ class Surroundings(unittest.TestCase):
 
 class Engines(unittest.TestCase):
     HELP = ("block:PATH\n  engine=auto      io_uring; nodes; threads\n\nfile:PATH[,key=value]...\n  a file to sync\n"
-            "  engine=auto      io_uring; uring: or fail;\n                   {}threads\n\niscsi://HOST\n  engine=late\n")
+            "  engine=auto      io_uring; uring: or fail;\n                   {}threads\n\niscsi://HOST\n"
+            "  engine=late\n")
 
     def knows(self, text, engine):
         with tempfile.TemporaryDirectory() as folder:
@@ -118,8 +119,12 @@ class Comparison(unittest.TestCase):
         self.assertAlmostEqual(row["unchecked"], 1000)
         self.assertAlmostEqual(row["addedByFio"], 500)
         self.assertAlmostEqual(row["addedByCorvane"], 250)
-        self.assertAlmostEqual(row["fioBytesPerSecond"], 256_000)
-        self.assertAlmostEqual(row["corvaneBytesPerSecond"], 128_000)
+        self.assertAlmostEqual(row["fioWall"], 2e6)
+        self.assertAlmostEqual(row["corvaneWall"], 4e6)
+
+    def test_bytes_in_a_second_follow_from_the_time_of_a_block(self):
+        self.assertEqual(vs_fio.rate(100.0), "5120 MB/s")
+        self.assertEqual(vs_fio.rate(-1.0), "")
 
     def test_a_block_counts_when_it_was_written_and_read_back(self):
         cost = self.sample(1e-3, 1.5e-3, 1.8e-3, written=1100, compared=900).costs()
