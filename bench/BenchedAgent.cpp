@@ -32,10 +32,10 @@ BenchedAgent::BenchedAgent(const Settings& settings)
   require(vdl::Corvane::initConfigData(&options_.platform()), "initConfigData");
   config_ = static_cast<vdl::Corvane::ConfigData*>(options_.record());
   config_->randomSeed = 1;
-  config_->minQueueSize = settings.minQueueSize;
-  config_->maxQueueSize = settings.maxQueueSize;
   config_->readCondition.anyMask = readBit;
   config_->writeCondition.anyMask = writeBit;
+  config_->minQueueSize = settings.minQueueSize;
+  config_->maxQueueSize = settings.maxQueueSize;
 
   host_.variables().u32("TestMaxXferLength") = settings.xferBlocks;
   host_.variables().u64("MaxLBA") = settings.rangeBlocks - 1;

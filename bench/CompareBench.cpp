@@ -2,13 +2,44 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstring>
+#include <vector>
+
 #include "Compare.h"
+#include "WriteData.h"
 #include "bench/AllocationCounter.h"
 #include "bench/BenchedAgent.h"
-#include "bench/PreparedReads.h"
 
 namespace corvane::bench {
 namespace {
+
+constexpr uint64_t readsInABatch = 64;
+
+/// Puts a batch of good reads into the state in which they wait for their compare.
+void prepareReads(vdl::agent::Step& step, uint32_t blocks, uint32_t blockSize, uint64_t& id) {
+  vdl::AtomicHash& table = step.data.atomicHash;
+  for (uint64_t i = 0; i < readsInABatch; ++i) {
+    const uint64_t lba = i * blocks;
+    const uint64_t write = ++id;
+    const uint64_t read = ++id;
+    const vdl::BlockNum bucket = vdl::agent::chooseBucket(step, blocks);
+    vdl::agent::assembleWriteData(step, {0, lba, write, bucket, blocks, false, true});
+    vdl::agent::ComparableReadData kept;
+    for (uint32_t k = 0; k < blocks; ++k) {
+      table.writeIssued(write, lba + k, bucket + k, {true, write, lba + k});
+      table.writeFinished(write, lba + k);
+      table.readIssued(read, lba + k, true);
+    }
+    kept.cmdId = read;
+    kept.lba = lba;
+    kept.xferLength = blocks;
+    kept.blockCount = blocks;
+    kept.data.reserve(uint64_t{blocks} * blockSize);
+    std::memcpy(kept.data.data, step.data.writeData->data, uint64_t{blocks} * blockSize);
+    kept.data.size = uint64_t{blocks} * blockSize;
+    step.data.comparableReads.push_back(std::move(kept));
+  }
+}
 
 /// Arguments: blocks of a read, bytes of a block.
 void compareReads(benchmark::State& state) {
@@ -22,7 +53,7 @@ void compareReads(benchmark::State& state) {
   for (auto _ : state) {
     state.PauseTiming();
     step.data.spareReads.clear();
-    prepareReads(step, blocks, id);
+    prepareReads(step, blocks, blockSize, id);
     const uint64_t before = allocations();
     state.ResumeTiming();
     if (vdl::agent::doCompares(step) != 0) {

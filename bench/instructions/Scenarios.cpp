@@ -22,7 +22,6 @@
 #include "LazyHasher.h"
 #include "WriteData.h"
 #include "bench/BenchedAgent.h"
-#include "bench/PreparedReads.h"
 #include "host/base/Random.h"
 #include "host/run/TestRun.h"
 
@@ -50,10 +49,10 @@ uint32_t outstandingWrites(uint64_t blocks) { return blocks == 1 ? 4096 : blocks
 
 BenchedAgent::Settings agentSettings(uint32_t blocks) {
   return {.queueDepth = 32,
-          .xferBlocks = blocks,
-          .rangeBlocks = 262'144,
           .minQueueSize = outstandingWrites(blocks) / 2,
-          .maxQueueSize = outstandingWrites(blocks)};
+          .maxQueueSize = outstandingWrites(blocks),
+          .xferBlocks = blocks,
+          .rangeBlocks = 262'144};
 }
 
 /// Written, finished, read, compared, forgotten, beside blocks that stay.
@@ -98,6 +97,35 @@ void writeData(uint32_t blocks) {
     vdl::agent::assembleWriteData(step, {0, id * 3, id, bucket, blocks, false, true});
   }
   stopCounting(withBlocks("write-data", blocks), writes * blocks, "block");
+}
+
+constexpr uint64_t readsInABatch = 64;
+
+/// Puts a batch of good reads into the state in which they wait for their compare, with data of their own.
+void prepareReads(vdl::agent::Step& step, uint32_t blocks, uint64_t& id) {
+  vdl::AtomicHash& table = step.data.atomicHash;
+  const uint64_t bytes = uint64_t{blocks} * vdl::agent::sectorBytes(step.thread);
+  for (uint64_t i = 0; i < readsInABatch; ++i) {
+    const uint64_t lba = i * blocks;
+    const uint64_t write = ++id;
+    const uint64_t read = ++id;
+    const vdl::BlockNum bucket = vdl::agent::chooseBucket(step, blocks);
+    vdl::agent::assembleWriteData(step, {0, lba, write, bucket, blocks, false, true});
+    vdl::agent::ComparableReadData kept;
+    for (uint32_t k = 0; k < blocks; ++k) {
+      table.writeIssued(write, lba + k, bucket + k, {true, write, lba + k});
+      table.writeFinished(write, lba + k);
+      table.readIssued(read, lba + k, true);
+    }
+    kept.cmdId = read;
+    kept.lba = lba;
+    kept.xferLength = blocks;
+    kept.blockCount = blocks;
+    kept.data.reserve(bytes);
+    std::memcpy(kept.data.data, step.data.writeData->data, bytes);
+    kept.data.size = bytes;
+    step.data.comparableReads.push_back(std::move(kept));
+  }
 }
 
 void compare(uint32_t blocks) {
