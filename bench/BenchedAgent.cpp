@@ -34,6 +34,8 @@ BenchedAgent::BenchedAgent(const Settings& settings)
   config_->randomSeed = 1;
   config_->readCondition.anyMask = readBit;
   config_->writeCondition.anyMask = writeBit;
+  config_->minQueueSize = settings.minQueueSize;
+  config_->maxQueueSize = settings.maxQueueSize;
 
   host_.variables().u32("TestMaxXferLength") = settings.xferBlocks;
   host_.variables().u64("MaxLBA") = settings.rangeBlocks - 1;

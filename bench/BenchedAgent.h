@@ -21,6 +21,8 @@ class BenchedAgent {
   struct Settings {
     uint32_t blockSize = 512;
     uint32_t queueDepth = 32;
+    uint32_t minQueueSize = 2048;  ///< writes that await their read-back: at least so many before a read
+    uint32_t maxQueueSize = 4096;  ///< and so many at most
     uint32_t xferBlocks = 8;       ///< of every command
     uint64_t rangeBlocks = 65536;  ///< size of the drive
   };

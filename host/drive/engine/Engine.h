@@ -31,12 +31,12 @@ struct EngineReply {
   int64_t result = 0;  ///< bytes moved; a negated errno when it failed
 };
 
-/// Carries out operations in the background, in any order. One thread uses an object.
+/// Carries out operations, in the background and in any order where it can. One thread uses an object.
 class Engine {
  public:
   virtual ~Engine() = default;
 
-  /// "io_uring" or "thread pool".
+  /// "io_uring", "thread pool" or "synchronous calls".
   virtual std::string name() const = 0;
 
   /// Never more requests at once than the engine was made for.
@@ -56,5 +56,10 @@ std::unique_ptr<Engine> makeUringEngine(int fd, uint32_t depth, bool discards, s
 
 /// With pread, pwrite and their like on threads of its own.
 std::unique_ptr<Engine> makeThreadEngine(int fd, uint32_t depth);
+
+/// With the same calls in the thread that submits, one after the other, so that every operation has ended when `submit`
+/// returns: the least that a command can cost where the answer comes out of memory, and never more than one operation
+/// at the drive.
+std::unique_ptr<Engine> makeSyncEngine(int fd, uint32_t depth);
 
 }  // namespace corvane::host

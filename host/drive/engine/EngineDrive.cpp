@@ -206,20 +206,24 @@ void setMediumError(const FailedOperation& failed, DriveCompletion& out) {
 }
 
 EngineChoice takeEngine(DriveAddress& address) {
-  const std::string engine = address.word("engine", {"auto", "uring", "threads"});
+  const std::string engine = address.word("engine", {"auto", "uring", "threads", "sync"});
   return engine == "uring"     ? EngineChoice::uring
          : engine == "threads" ? EngineChoice::threads
+         : engine == "sync"    ? EngineChoice::sync
                                : EngineChoice::wherePossible;
 }
 
 std::string engineKeyHelp() {
-  return "  engine=auto      io_uring, or threads where the kernel refuses it; uring: or fail; threads\n";
+  return "  engine=auto      io_uring, or threads where the kernel refuses it; uring: or fail; threads;\n"
+         "                   sync: plain calls, one operation at a time, for what answers from memory\n";
 }
 
 std::unique_ptr<Drive> makeEngineDrive(std::unique_ptr<EngineTarget> target, uint32_t depth, EngineChoice choice) {
   std::unique_ptr<Engine> engine;
   std::string whyThreads;
-  if (choice != EngineChoice::threads) {
+  if (choice == EngineChoice::sync) {
+    engine = makeSyncEngine(target->fd(), depth);
+  } else if (choice != EngineChoice::threads) {
     const bool discards = target->capabilities().trim && target->trimOperation() == EngineRequest::Operation::discard;
     engine = makeUringEngine(target->fd(), depth, discards, whyThreads);
     if (engine == nullptr && choice == EngineChoice::uring) {

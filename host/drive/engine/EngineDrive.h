@@ -12,7 +12,7 @@
 
 namespace corvane::host {
 
-enum class EngineChoice : uint8_t { wherePossible, uring, threads };
+enum class EngineChoice : uint8_t { wherePossible, uring, threads, sync };
 
 /// A drive that is an open file or device, reached through an engine: block n is sector n of it.
 ///

@@ -102,6 +102,7 @@ TEST_F(BlockDriveTest, SaysWhatItIsAndHowItIsReached) {
             AnyOf(HasSubstr(", io_uring, O_DIRECT"), HasSubstr("(io_uring is refused: ")),
             HasSubstr("no atomic writes (")));
   EXPECT_THAT(open(",engine=threads")->description(), HasSubstr(", thread pool, O_DIRECT"));
+  EXPECT_THAT(open(",engine=sync")->description(), HasSubstr(", synchronous calls, O_DIRECT"));
   EXPECT_THAT(open(",trim=discard")->description(), HasSubstr("trim by discard"));
 }
 

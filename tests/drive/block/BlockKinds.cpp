@@ -26,9 +26,11 @@ std::vector<Kind> blockKinds() {
   return {loop("Block", 512),
           loop("Block4096", 4096),
           loop("BlockThreads", 512, ",engine=threads"),
+          loop("BlockSync", 512, ",engine=sync"),
           loop("BlockZeros", 4096, ",trim=zero"),
           loop("BlockDiscard", 512, ",trim=discard"),
-          loop("BlockDiscardThreads", 512, ",trim=discard,engine=threads")};
+          loop("BlockDiscardThreads", 512, ",trim=discard,engine=threads"),
+          loop("BlockDiscardSync", 512, ",trim=discard,engine=sync")};
 }
 
 }  // namespace corvane::host

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <set>
 
 #include "host/base/AlignedMemory.h"
 #include "tests/support/TempFolder.h"
@@ -13,6 +15,7 @@ namespace corvane::host {
 namespace {
 
 constexpr uint64_t fileBytes = 16384;
+constexpr uint32_t depth = 4;
 
 /// What every engine does with a file.
 class EngineTest : public testing::TestWithParam<const char*> {
@@ -22,7 +25,7 @@ class EngineTest : public testing::TestWithParam<const char*> {
     fd = open((folder / "x").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_GE(fd, 0);
     std::string refusal;
-    engine = GetParam() == std::string("Uring") ? makeUringEngine(fd, 4, false, refusal) : makeThreadEngine(fd, 4);
+    engine = make(GetParam(), refusal);
     if (engine == nullptr) {
       GTEST_SKIP() << "io_uring is refused: " << refusal;
     }
@@ -30,6 +33,12 @@ class EngineTest : public testing::TestWithParam<const char*> {
   void TearDown() override {
     engine.reset();
     close(fd);
+  }
+
+  std::unique_ptr<Engine> make(const std::string& kind, std::string& refusal) const {
+    return kind == "Uring"     ? makeUringEngine(fd, depth, false, refusal)
+           : kind == "Threads" ? makeThreadEngine(fd, depth)
+                               : makeSyncEngine(fd, depth);
   }
 
   int64_t run(EngineRequest::Operation operation, uint64_t offset, uint64_t bytes, bool atomic = false) {
@@ -86,7 +95,45 @@ TEST_P(EngineTest, AnAtomicWriteIsRefusedWhereNobodyPromisesIt) {
 
 TEST_P(EngineTest, WhatLiesBehindTheEndMovesNothing) { EXPECT_EQ(run(Operation::read, fileBytes, 4096), 0); }
 
-INSTANTIATE_TEST_SUITE_P(Every, EngineTest, testing::Values("Uring", "Threads"),
+TEST_P(EngineTest, ManyAtOnceAreAnsweredOnceEach) {
+  std::array<uint8_t, depth> data{};
+  for (uint32_t round = 0; round < 3; ++round) {
+    for (uint32_t slot = 0; slot < depth; ++slot) {
+      engine->submit({.slot = slot, .offset = slot, .bytes = 1, .data = &data[slot]});
+    }
+    std::set<uint32_t> answered;
+    EngineReply reply;
+    while (answered.size() < depth) {
+      ASSERT_TRUE(engine->poll(reply, true));
+      EXPECT_EQ(reply.result, 1);
+      EXPECT_TRUE(answered.insert(reply.slot).second);
+    }
+    EXPECT_FALSE(engine->poll(reply, false));
+    EXPECT_EQ(data, (std::array<uint8_t, depth>{'x', 'x', 'x', 'x'}));
+    data.fill(0);
+  }
+}
+
+/// The engine without any helper in the background.
+class SyncEngineTest : public EngineTest {};
+
+TEST_P(SyncEngineTest, AnOperationHasEndedWhenItWasHandedOver) {
+  uint8_t written = 'y';
+  engine->submit({.operation = Operation::write, .slot = 2, .offset = 1, .bytes = 1, .data = &written});
+  EXPECT_EQ(tests::readFile(folder / "x").substr(0, 3), "xyx");
+  uint8_t read = 0;
+  engine->submit({.slot = 1, .offset = 1, .bytes = 1, .data = &read});
+  EXPECT_EQ(read, 'y');
+  EngineReply reply;
+  ASSERT_TRUE(engine->poll(reply, false));
+  EXPECT_EQ(reply.slot, 2U);
+  ASSERT_TRUE(engine->poll(reply, false));
+  EXPECT_EQ(reply.slot, 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SyncEngineTest, testing::Values("Sync"));
+
+INSTANTIATE_TEST_SUITE_P(Every, EngineTest, testing::Values("Uring", "Threads", "Sync"),
                          [](const auto& test) { return std::string(test.param); });
 
 }  // namespace

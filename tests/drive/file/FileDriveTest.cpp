@@ -74,6 +74,8 @@ TEST_F(FileDriveTest, SaysHowItReachesItsFile) {
                                         AnyOf(HasSubstr(", O_DIRECT"), HasSubstr(", buffered ("))));
   const auto plain = openDrive(at("b.img") + ",size=1m,direct=off,engine=threads", 4);
   EXPECT_THAT(plain->description(), testing::EndsWith(", thread pool, buffered"));
+  const auto calls = openDrive(at("d.img") + ",size=1m,direct=off,engine=sync", 4);
+  EXPECT_THAT(calls->description(), testing::EndsWith(", synchronous calls, buffered"));
   const auto odd = openDrive(at("c.img") + ",size=520k,pi=8", 4);
   EXPECT_THAT(odd->description(), HasSubstr("buffered (sectors of 520 bytes cannot be moved by O_DIRECT)"));
 }

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Measures what checking costs: installs what is missing, builds, and prints the tables of docs/performance.md. What was
+# measured goes to out/*.json too. Half an hour on an idle machine; with --quick some minutes, to see whether it works.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+source "$root/scripts/common.sh"
+
+case "$*" in '' | --quick) ;; *)
+  echo "bench.sh: no other argument than --quick; the scripts in bench/ have more" >&2
+  exit 2
+  ;;
+esac
+install_packages packages.txt packages.bench.txt
+configure release # again, because only now callgrind's header is sure to be there
+build release corvane_cli corvane_agent vs_fio_floor instruction_scenarios >/dev/null
+mkdir -p "$root/out"
+# Grown instructions are a result like the others, and no reason to leave them out.
+status=0
+"$root/bench/instructions/run" --json "$root/out/instructions.json" || status=$?
+"$root/bench/vs_fio/run" --medium tmpfs --medium disk --medium disk-direct --json "$root/out/vs_fio.json" "$@"
+"$root/bench/growth/run" --json "$root/out/growth.json" "$@"
+exit "$status"
