@@ -174,6 +174,16 @@ int32_t dataCompare(Step& step, const ComparableReadData& read) {
   return atomicSeen ? checkAtomicOrder(step, read) : static_cast<int32_t>(status::ok);
 }
 
+/// The same as the table's getContext, into memory that is there: the blocks on which the read waits, the one behind
+/// its end included.
+void fillContext(const AtomicHash& table, ComparableReadData& read) {
+  const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
+  read.context.clear();
+  for (uint64_t blocks = end < read.lba ? 0 : end - read.lba + 1, i = 0; i < blocks; ++i) {
+    read.context.copyHistory(read.lba + i, table.awaitedEvent(read.cmdId, read.lba + i));
+  }
+}
+
 /// Ends the read in the table, up to the first refusal.
 int32_t finishRead(AtomicHash& table, const ComparableReadData& read) {
   const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
@@ -237,8 +247,7 @@ int32_t judgeByHistory(Step& step, ComparableReadData& read) {
   if (read.blockCount == 0) {
     return status::ok;
   }
-  const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
-  read.context = step.data.atomicHash.getContext(read.lba, end, read.cmdId);
+  fillContext(step.data.atomicHash, read);
   const int32_t result = finishRead(step.data.atomicHash, read);
   return result == status::ok ? dataCompare(step, read) : result;
 }
@@ -254,7 +263,7 @@ int32_t doCompares(Step& step) {
     }
     const int32_t result = judgeRead(step, *read);
     const auto done = read++;
-    done->context = {};
+    done->context.clear();
     done->forget();
     data.spareReads.splice(data.spareReads.begin(), data.comparableReads, done);
     if (result != status::ok) {
