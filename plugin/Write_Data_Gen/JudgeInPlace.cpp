@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 
 #include "BlockHash.h"
-#include "BlockStamp.h"
 #include "Compare.h"
 #include "SectorBuckets.h"
 
@@ -13,13 +13,10 @@ namespace vdl::agent {
 
 namespace {
 
-/// Blocks that are looked up before they are compared, so that what they are compared with is on its way from memory.
+/// Blocks that are looked up before they are compared, and hashed at once.
 constexpr uint32_t batchBlocks = 32;
-/// Blocks ahead of the compare whose reference sectors are fetched.
-constexpr uint32_t fetchAhead = 4;
-/// A sector's head: the stamp and what stands before it.
-constexpr uint32_t headBytes = 32;
-constexpr uint32_t cacheLine = 64;
+/// A sector's head: what stands before the stamp, and the stamp with an id of at most 7 bytes.
+constexpr uint32_t headBytes = 24;
 
 /// Neighbouring blocks of one read.
 struct Batch {
@@ -40,25 +37,38 @@ bool lookUp(const Step& step, const ComparableReadData& read, uint32_t firstBloc
   const AtomicHash& table = step.data.atomicHash;
   for (uint32_t i = 0; i < batch.count; ++i) {
     const uint64_t lba = read.lba + uint64_t{firstBlock + i} * read.lbaStep;
-    batch.events[i] = table.awaitedEvent(read.cmdId, lba);
-    __builtin_prefetch(batch.events[i]);
-  }
-  for (uint32_t i = 0; i < batch.count; ++i) {
-    const Event* event = batch.events[i];
+    const Event* event = table.awaitedEvent(read.cmdId, lba);
     if (event == nullptr || event->isTransparent() || event->type == EventType::InvalidateMarker) {
       return false;
     }
+    batch.events[i] = event;
     batch.sectors[i] = event->block_type == BlockType::Normal ? unstampedSector(step, event->block_num) : nullptr;
   }
   return true;
 }
 
-void fetch(const Batch& batch, uint32_t i) {
-  if (i < batch.count && batch.sectors[i] != nullptr) {
-    for (uint32_t offset = 0; offset < batch.sector; offset += cacheLine) {
-      __builtin_prefetch(batch.sectors[i] + offset);
-    }
+uint64_t word(const uint8_t* bytes) {
+  uint64_t value = 0;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
+uint64_t bigEndianWord(const uint8_t* bytes) {
+  return std::endian::native == std::endian::little ? __builtin_bswap64(word(bytes)) : word(bytes);
+}
+
+/// Compares a block's first bytes with those of a sector of the pool as the stamp changes them: the LBA in bytes 8 to
+/// 15, the length of the id in byte 16 and the id behind it. In registers, because making them in memory would hold up
+/// the compare of the rest until they have arrived there.
+bool headHolds(const uint8_t* block, const uint8_t* sector, const EmbedData& embed) {
+  const auto idBytes = static_cast<uint32_t>((std::bit_width(embed.cmd_id) + 7) / 8);
+  if (idBytes > 7) {
+    return false;  // never seen: the next word would be the stamp's, too
   }
+  const uint32_t behind = 56 - 8 * idBytes;
+  const uint64_t kept = bigEndianWord(sector + 16) & ((uint64_t{1} << behind) - 1);
+  const uint64_t third = uint64_t{idBytes} << 56 | embed.cmd_id << behind | kept;
+  return word(block) == word(sector) && bigEndianWord(block + 8) == embed.lba && bigEndianWord(block + 16) == third;
 }
 
 /// Compares a block with a sector of the pool as the stamp changes it, without making that sector.
@@ -66,19 +76,11 @@ bool holds(const uint8_t* block, const uint8_t* sector, uint32_t bytes, const Em
   if (!embed.valid) {
     return std::memcmp(block, sector, bytes) == 0;
   }
-  uint8_t head[headBytes];
-  std::memcpy(head, sector, headBytes);
-  stampBlock(head, embed.lba, embed.cmd_id);
-  return std::memcmp(block, head, headBytes) == 0 &&
-         std::memcmp(block + headBytes, sector + headBytes, bytes - headBytes) == 0;
+  return headHolds(block, sector, embed) && std::memcmp(block + headBytes, sector + headBytes, bytes - headBytes) == 0;
 }
 
 bool contentIsRight(const Batch& batch) {
-  for (uint32_t i = 0; i < fetchAhead; ++i) {
-    fetch(batch, i);
-  }
   for (uint32_t i = 0; i < batch.count; ++i) {
-    fetch(batch, i + fetchAhead);
     if (batch.sectors[i] != nullptr && !holds(batch.block(i), batch.sectors[i], batch.sector, batch.events[i]->embed)) {
       return false;
     }
