@@ -32,6 +32,7 @@ BenchedAgent::BenchedAgent(const Settings& settings)
   require(vdl::Corvane::initConfigData(&options_.platform()), "initConfigData");
   config_ = static_cast<vdl::Corvane::ConfigData*>(options_.record());
   config_->randomSeed = 1;
+  config_->bucketCount = settings.buckets;
   config_->readCondition.anyMask = readBit;
   config_->writeCondition.anyMask = writeBit;
   config_->minQueueSize = settings.minQueueSize;

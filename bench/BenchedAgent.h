@@ -25,6 +25,7 @@ class BenchedAgent {
     uint32_t maxQueueSize = 4096;  ///< and so many at most
     uint32_t xferBlocks = 8;       ///< of every command
     uint64_t rangeBlocks = 65536;  ///< size of the drive
+    uint32_t buckets = 65536;      ///< sectors in the pool
   };
 
   /// Throws std::runtime_error when the agent does not start.

@@ -1,49 +1,74 @@
 #include "AtomicContext.h"
 
-#include <deque>
+#include <algorithm>
 
 #include "vdl/Status.h"
 
 namespace vdl {
 
-AtomicContext::Node::~Node() {
-  while (history != nullptr) {
-    Event* older = history->next;
-    delete history;
-    history = older;
-  }
-}
+namespace {
+
+bool isBelow(const AtomicContext::Node& node, uint64_t lba) { return node.lba < lba; }
+
+}  // namespace
 
 void AtomicContext::copyHistory(uint64_t lba, const Event* first) {
   if (first == nullptr) {
     return;
   }
-  auto node = std::make_shared<Node>();
-  Event** tail = &node->history;
+  if (state_ == nullptr) {
+    state_ = std::make_shared<State>();
+  }
+  Node node;
+  node.lba = lba;
+  Event** tail = &node.history;
   for (const Event* event = first; event != nullptr; event = event->next) {
-    *tail = new Event(*event);
-    (*tail)->next = nullptr;
+    *tail = state_->events.copy(*event);
     tail = &(*tail)->next;
   }
-  nodes_[lba] = std::move(node);
+  std::vector<Node>& nodes = state_->nodes;
+  const auto place = std::lower_bound(nodes.begin(), nodes.end(), lba, isBelow);
+  if (place != nodes.end() && place->lba == lba) {
+    *place = node;
+  } else {
+    nodes.insert(place, node);
+  }
+}
+
+void AtomicContext::clear() {
+  if (state_.use_count() > 1) {
+    state_.reset();
+  } else if (state_ != nullptr) {
+    state_->nodes.clear();
+    state_->events.clear();
+  }
+}
+
+AtomicContext::Node* AtomicContext::find(uint64_t lba) const {
+  if (state_ == nullptr) {
+    return nullptr;
+  }
+  std::vector<Node>& nodes = state_->nodes;
+  const auto node = std::lower_bound(nodes.begin(), nodes.end(), lba, isBelow);
+  return node == nodes.end() || node->lba != lba ? nullptr : &*node;
 }
 
 PeekResult AtomicContext::peek(uint64_t lba) const {
-  const auto node = nodes_.find(lba);
-  if (node == nodes_.end()) {
+  const Node* node = find(lba);
+  if (node == nullptr) {
     PeekResult missing;
     missing.status = status::notInContext;
     return missing;
   }
-  return Event::peek(node->second->history, node->second->observed, false);
+  return Event::peek(node->history, node->observed, false);
 }
 
 int32_t AtomicContext::observe(uint64_t lba, ObserveData observed, LazyHasher& hasher) const {
-  const auto found = nodes_.find(lba);
-  if (found == nodes_.end()) {
+  Node* found = find(lba);
+  if (found == nullptr) {
     return status::notInContext;
   }
-  Node& node = *found->second;
+  Node& node = *found;
   for (const Event* event = node.history; event != nullptr; event = event->next) {
     if (observed == *event) {
       node.observed = event;
@@ -95,18 +120,22 @@ class OpenSegments {
   }
 
  private:
-  std::deque<AtomicContext::Segment> stack_;
+  std::vector<AtomicContext::Segment> stack_;
 };
 
 }  // namespace
 
 bool AtomicContext::atomicValid(uint64_t& failedLba) const {
+  if (state_ == nullptr) {
+    return true;
+  }
+  const std::vector<Node>& nodes = state_->nodes;
   OpenSegments forward;
   uint32_t position = 0;
-  for (const auto& [lba, node] : nodes_) {
-    const Event* event = node->observed;
+  for (const Node& node : nodes) {
+    const Event* event = node.observed;
     if (event != nullptr && !forward.pass(position, *event, event->segment.length - event->segment.offset - 1)) {
-      failedLba = lba;
+      failedLba = node.lba;
       return false;
     }
     ++position;
@@ -114,10 +143,10 @@ bool AtomicContext::atomicValid(uint64_t& failedLba) const {
 
   OpenSegments backward;
   position = 0;
-  for (auto entry = nodes_.rbegin(); entry != nodes_.rend(); ++entry) {
-    const Event* event = entry->second->observed;
+  for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+    const Event* event = node->observed;
     if (event != nullptr && !backward.pass(position, *event, event->segment.offset)) {
-      failedLba = entry->first;
+      failedLba = node->lba;
       return false;
     }
     ++position;

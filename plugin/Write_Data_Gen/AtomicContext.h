@@ -1,11 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Event.h"
+#include "EventArena.h"
 #include "LazyHasher.h"
 
 namespace vdl {
@@ -13,18 +14,15 @@ namespace vdl {
 /// The histories of the blocks that one read covered, as they stood when the read was issued, and the judgement of
 /// what the read saw: each block on its own (`observe`), then all of them together (`atomicValid`).
 ///
-/// For one read: `AtomicHash::getContext`, then `observe` for every block, then `atomicValid`.
+/// For one read: `AtomicHash::getContext`, then `observe` for every block, then `atomicValid`. A copy is another name
+/// for the same context, until one of them is cleared.
 class AtomicContext {
  public:
   /// One block: its own copy of the events, and the one that the read's data matched.
   struct Node {
-    Node() = default;
-    Node(const Node&) = delete;
-    Node& operator=(const Node&) = delete;
-    ~Node();
-
+    uint64_t lba = 0;
+    Event* history = nullptr;         ///< newest first, in the context's arena
     const Event* observed = nullptr;  ///< an event of `history`; null until `observe` matched one
-    Event* history = nullptr;         ///< newest first, owned
   };
 
   /// An atomic write whose blocks are being walked by `atomicValid`.
@@ -57,11 +55,22 @@ class AtomicContext {
   /// A block's history as a table for people; empty for a block that is not in the context.
   std::string getHistory(uint64_t lba) const;
 
-  bool empty() const { return nodes_.empty(); }
-  std::size_t size() const { return nodes_.size(); }
+  /// Forgets everything and keeps the memory for the next read.
+  void clear();
+
+  bool empty() const { return size() == 0; }
+  std::size_t size() const { return state_ == nullptr ? 0 : state_->nodes.size(); }
 
  private:
-  std::map<uint64_t, std::shared_ptr<Node>> nodes_;
+  struct State {
+    std::vector<Node> nodes;  ///< ascending by LBA
+    EventArena events;
+  };
+
+  /// Null for a block that is not in the context.
+  Node* find(uint64_t lba) const;
+
+  std::shared_ptr<State> state_;  ///< null while nothing was ever copied into it
 };
 
 }  // namespace vdl

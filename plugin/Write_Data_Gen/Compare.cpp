@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <list>
 #include <string>
 #include <vector>
 
 #include "BlockStamp.h"
+#include "JudgeInPlace.h"
 #include "LazyHasher.h"
 #include "Miscompare.h"
 #include "SectorBuckets.h"
@@ -155,8 +157,7 @@ int32_t dataCompare(Step& step, const ComparableReadData& read) {
     return status::bufferTooLarge;
   }
   const uint64_t sector = sectorBytes(step.thread);
-  const bool withTrailer = read.data.size == read.xferLength * (sector + e2eBytes);
-  const uint64_t stride = withTrailer ? sector + e2eBytes : sector;
+  const uint64_t stride = blockStride(read, sector);
   bool atomicSeen = false;
   for (uint32_t i = 0; i < read.blockCount; ++i) {
     const uint64_t offset = i * stride;
@@ -173,20 +174,33 @@ int32_t dataCompare(Step& step, const ComparableReadData& read) {
   return atomicSeen ? checkAtomicOrder(step, read) : static_cast<int32_t>(status::ok);
 }
 
-int32_t judgeRead(Step& step, ComparableReadData& read) {
-  if (read.blockCount == 0) {
-    return status::ok;
-  }
-  AtomicHash& table = step.data.atomicHash;
+/// The same as the table's getContext, into memory that is there: the blocks on which the read waits, the one behind
+/// its end included.
+void fillContext(const AtomicHash& table, ComparableReadData& read) {
   const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
-  read.context = table.getContext(read.lba, end, read.cmdId);
+  read.context.clear();
+  for (uint64_t blocks = end < read.lba ? 0 : end - read.lba + 1, i = 0; i < blocks; ++i) {
+    read.context.copyHistory(read.lba + i, table.awaitedEvent(read.cmdId, read.lba + i));
+  }
+}
+
+/// Ends the read in the table, up to the first refusal.
+int32_t finishRead(AtomicHash& table, const ComparableReadData& read) {
+  const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
   for (uint64_t lba = read.lba; lba < end; lba += read.lbaStep) {
     const int32_t result = table.readFinished(read.cmdId, lba, false).status;
     if (result != status::ok) {
       return result;
     }
   }
-  return dataCompare(step, read);
+  return status::ok;
+}
+
+int32_t judgeRead(Step& step, ComparableReadData& read) {
+  if (rightInPlace(step, read)) {
+    return finishRead(step.data.atomicHash, read);
+  }
+  return judgeByHistory(step, read);
 }
 
 /// Ids of the outstanding writes, ascending; empty when no read waits for any, which is the rule.
@@ -211,10 +225,36 @@ bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight)
   return !read.pendingWrites.empty();
 }
 
+/// What is still to be compared when a step ends outlives the host's memory.
+class KeepTheRest {
+ public:
+  explicit KeepTheRest(std::list<ComparableReadData>& reads) : reads_(reads) {}
+  KeepTheRest(const KeepTheRest&) = delete;
+  KeepTheRest& operator=(const KeepTheRest&) = delete;
+  ~KeepTheRest() {
+    for (ComparableReadData& read : reads_) {
+      read.keep();
+    }
+  }
+
+ private:
+  std::list<ComparableReadData>& reads_;
+};
+
 }  // namespace
+
+int32_t judgeByHistory(Step& step, ComparableReadData& read) {
+  if (read.blockCount == 0) {
+    return status::ok;
+  }
+  fillContext(step.data.atomicHash, read);
+  const int32_t result = finishRead(step.data.atomicHash, read);
+  return result == status::ok ? dataCompare(step, read) : result;
+}
 
 int32_t doCompares(Step& step) {
   DriveData& data = step.data;
+  const KeepTheRest keepTheRest(data.comparableReads);
   const std::vector<uint64_t> inFlight = writesInFlight(data);
   for (auto read = data.comparableReads.begin(); read != data.comparableReads.end();) {
     if (stillWaits(*read, inFlight)) {
@@ -223,7 +263,8 @@ int32_t doCompares(Step& step) {
     }
     const int32_t result = judgeRead(step, *read);
     const auto done = read++;
-    done->context = {};
+    done->context.clear();
+    done->forget();
     data.spareReads.splice(data.spareReads.begin(), data.comparableReads, done);
     if (result != status::ok) {
       return logFailure(step, "doCompares", result);

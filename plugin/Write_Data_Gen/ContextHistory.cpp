@@ -95,15 +95,15 @@ void writeEvent(std::ostream& out, const Event& event, bool observed) {
 }  // namespace
 
 std::string AtomicContext::getHistory(uint64_t lba) const {
-  const auto node = nodes_.find(lba);
-  if (node == nodes_.end()) {
+  const Node* node = find(lba);
+  if (node == nullptr) {
     return {};
   }
   std::ostringstream out;
   out << std::hex << std::left;
   writeHeading(out, lba);
-  for (const Event* event = node->second->history; event != nullptr; event = event->next) {
-    writeEvent(out, *event, event == node->second->observed);
+  for (const Event* event = node->history; event != nullptr; event = event->next) {
+    writeEvent(out, *event, event == node->observed);
   }
   return out.str();
 }

@@ -2,10 +2,9 @@
 
 #include <cstdint>
 
-namespace vdl {
+#include "BlockHash.h"
 
-/// The 64-bit hash of a block's bytes; 0 for no bytes.
-uint64_t blockHash(const uint8_t* begin, const uint8_t* end);
+namespace vdl {
 
 /// The hash of one block, computed on the first request and at most once.
 struct LazyHasher {

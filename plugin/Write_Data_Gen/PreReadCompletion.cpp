@@ -1,7 +1,10 @@
+#include <algorithm>
+#include <array>
+
+#include "BlockHash.h"
 #include "Completion.h"
 #include "FindByTag.h"
 #include "HardError.h"
-#include "LazyHasher.h"
 #include "LbaSpan.h"
 
 namespace vdl::agent {
@@ -13,14 +16,21 @@ namespace {
 /// @return blocks whose hash was kept
 uint32_t saveHashes(Step& step, const PreRead& preRead, const LbaSpan& span, const uint8_t* bytes, uint64_t size) {
   const uint32_t sector = sectorBytes(step.thread);
-  uint64_t offset = 0;
+  const uint64_t wanted = span.first < span.end ? (span.end - span.first - 1) / span.step + 1 : 0;
+  const uint64_t blocks = std::min(wanted, size / sector);
+  std::array<uint64_t, 64> hashes;
   uint32_t saved = 0;
-  for (uint64_t lba = span.first; lba < span.end && offset + sector <= size; lba += span.step) {
-    const uint64_t hash = blockHash(bytes + offset, bytes + offset + sector);
+  for (uint64_t i = 0; i < blocks; ++i) {
+    const uint64_t place = i % hashes.size();
+    if (place == 0) {
+      const auto count = static_cast<uint32_t>(std::min<uint64_t>(blocks - i, hashes.size()));
+      blockHashes(bytes + i * sector, sector, sector, count, hashes.data());
+    }
+    const uint64_t lba = span.first + i * span.step;
     // A pre-read that an atomic write claimed in flight holds no reference: that write holds one.
-    const bool kept = step.data.atomicHash.saveHash(preRead.cmdId, lba, hash, preRead.readCmdId == 0) == status::ok;
-    offset += sector;
-    saved += kept ? 1 : 0;
+    const bool addRef = preRead.readCmdId == 0;
+    const int32_t kept = step.data.atomicHash.saveHash(preRead.cmdId, lba, hashes[place], addRef);
+    saved += kept == status::ok ? 1 : 0;
   }
   return saved;
 }

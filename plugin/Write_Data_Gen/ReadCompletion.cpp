@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstring>
 #include <list>
 #include <vector>
 
@@ -65,22 +64,19 @@ void overtakenWrites(Step& step, const FinishedCommand& finished, const ReadSent
   }
 }
 
-/// The host's memory is only valid during this call.
-int32_t copyReadData(Step& step, uint32_t tag, Buffer& copy) {
+/// A read that waits for no write is compared before the step ends, where the host has put it.
+int32_t takeReadData(Step& step, uint32_t tag, ComparableReadData& kept) {
   uint64_t size = 0;
-  const uint8_t* bytes = step.data.readDataPtr == nullptr ? nullptr : step.data.readDataPtr->getData(tag, &size);
+  uint8_t* bytes = step.data.readDataPtr == nullptr ? nullptr : step.data.readDataPtr->getData(tag, &size);
   if (bytes == nullptr) {
     step.log().logf(2, "Read Buffer == NULL");
     return status::bufferTooLarge;
   }
-  if (copy.data == nullptr || copy.capacity < size) {
-    if (const int32_t result = copy.reserve(size); result != status::ok) {
-      return result;
-    }
+  const int32_t result = kept.view(bytes, size);
+  if (result == status::ok && !kept.pendingWrites.empty()) {
+    kept.keep();
   }
-  std::memcpy(copy.data, bytes, size);
-  copy.size = size;
-  return status::ok;
+  return result;
 }
 
 /// Keeps the read's data for the compare. Blocks from a reported failing LBA on are not compared, so they end here.
@@ -101,7 +97,7 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
   kept.lbaStep = static_cast<uint8_t>(span.step);
   kept.blockCount = 0;
   overtakenWrites(step, finished, read, span, kept.pendingWrites);
-  int32_t result = copyReadData(step, finished.tag, kept.data);
+  int32_t result = takeReadData(step, finished.tag, kept);
 
   const uint64_t limit = sense.informationValid != 0 ? sense.information : span.end;
   for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
@@ -118,6 +114,7 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
   if (result == status::ok) {
     data.comparableReads.splice(data.comparableReads.end(), entry);
   } else {
+    kept.forget();
     data.spareReads.splice(data.spareReads.begin(), entry);
   }
   return result;

@@ -11,7 +11,7 @@ target_include_directories(corvane_scarce_memory PUBLIC ${CMAKE_CURRENT_SOURCE_D
 
 set(CORVANE_COMPLETION corvane_agent_objects corvane_completion_bench vendrel ostra)
 
-foreach(unit WriteCompletion PreReadCompletion VerifyCompletion ReadCompletion Compare CompareAtomic Miscompare
+foreach(unit WriteCompletion PreReadCompletion VerifyCompletion ReadCompletion Compare CompareAtomic JudgeInPlace Miscompare
              LostCommands StopTest)
   corvane_test(${unit}Test SOURCES ${unit}Test.cpp LIBRARIES ${CORVANE_COMPLETION})
 endforeach()

@@ -342,5 +342,37 @@ TEST_F(ReadCompletion, KeptDataAreACopy) {
   EXPECT_THAT(kept.pendingWrites, ElementsAre(overlapping));
 }
 
+TEST_F(ReadCompletion, DataBehindAReadThatFailsAreACopy) {
+  bench.finishedWrite(lba, length, 1);
+  bench.finishedWrite(300, 2, 5);
+  bench.write(lba, 1, 2);
+  bench.readBack(4);
+  const uint64_t behind = bench.readBack(6);
+  Bytes wrong = bench.media(lba, length);
+  wrong[5 * 512] ^= 1;
+  EXPECT_EQ(bench.completeRead(4, wrong), 0);
+  ASSERT_EQ(bench.data().comparableReads.size(), 1U);
+  // It waits for nothing any more, and fails in the step in which the next read finishes.
+  bench.data().comparableReads.front().pendingWrites.clear();
+  const Bytes bytes = bench.media(300, 2);
+  EXPECT_EQ(bench.completeRead(6, bytes), -1046);
+  bench.setReadData(6, Bytes(size_t{2} * 512, 0xEE));
+  ASSERT_EQ(bench.data().comparableReads.size(), 1U);
+  const auto& kept = bench.data().comparableReads.front();
+  EXPECT_EQ(kept.cmdId, behind);
+  EXPECT_TRUE(kept.data.owned);
+  EXPECT_EQ(Bytes(kept.data.data, kept.data.data + kept.data.size), bytes);
+  EXPECT_EQ(bench.idle(), 0);
+  EXPECT_THAT(bench.data().comparableReads, IsEmpty());
+}
+
+TEST_F(ReadCompletion, ComparedDataAreForgotten) {
+  bench.finishedWrite(lba, length, 1);
+  bench.readBack(4);
+  EXPECT_EQ(bench.completeRead(4), 0);
+  ASSERT_EQ(bench.data().spareReads.size(), 1U);
+  EXPECT_EQ(bench.data().spareReads.front().data.data, nullptr);
+}
+
 }  // namespace
 }  // namespace benchtest
