@@ -1,5 +1,7 @@
 #include "SectorBuckets.h"
 
+#include <endian.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -21,14 +23,14 @@ uint32_t deriveSeed(uint32_t optionSeed) {
 
 void fillRandomPool(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes,
                     RandomNumberGenerator<unsigned long>& rng) {
-  for (uint64_t offset = 0; offset < poolBytes;) {
-    uint64_t draw = rng();
-    const uint64_t bytes = std::min<uint64_t>(8, poolBytes - offset);
-    for (uint64_t i = 0; i < bytes; ++i) {
-      pool[offset + i] = static_cast<uint8_t>(draw);
-      draw >>= 8;
-    }
-    offset += bytes;
+  uint64_t offset = 0;
+  for (; poolBytes - offset >= 8; offset += 8) {
+    const uint64_t draw = htole64(rng());
+    std::memcpy(pool + offset, &draw, 8);
+  }
+  if (offset < poolBytes) {
+    const uint64_t draw = htole64(rng());
+    std::memcpy(pool + offset, &draw, poolBytes - offset);
   }
   numberBuckets(pool, poolBytes, bucketBytes);
 }
