@@ -27,6 +27,18 @@ class MersenneTwister {
     return outputs_[next_++];
   }
 
+  /// Two outputs, the first one as the low half.
+  uint64_t pair() {
+    if (words - next_ < 2) {
+      const uint64_t low = (*this)();
+      return low | uint64_t{(*this)()} << 32;
+    }
+    const uint64_t low = outputs_[next_];
+    const uint64_t high = outputs_[next_ + 1];
+    next_ += 2;
+    return low | high << 32;
+  }
+
   static constexpr result_type min() { return 0; }
   static constexpr result_type max() { return std::numeric_limits<result_type>::max(); }
 

@@ -30,9 +30,7 @@ class RandomNumberGenerator {
   T operator()() {
     if (everyNumber_) {
       // What the distribution makes of a range without gaps, without its loops and divisions.
-      const uint64_t low = engine_();
-      const uint64_t high = engine_();
-      return static_cast<T>(low | high << 32);
+      return static_cast<T>(engine_.pair());
     }
     return range_(engine_);
   }
