@@ -1,5 +1,9 @@
 #include "MersenneTwister.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
 namespace vdl {
 
 namespace {
@@ -68,6 +72,20 @@ void MersenneTwister::seed(uint32_t seed) {
     state_[i] = 1812433253U * (before ^ (before >> 30)) + static_cast<uint32_t>(i);
   }
   next_ = words;
+}
+
+void MersenneTwister::copy(uint8_t* out, uint64_t count) {
+  static_assert(std::endian::native == std::endian::little, "outputs are copied as they are kept");
+  while (count > 0) {
+    if (next_ == words) {
+      refill();
+    }
+    const uint64_t part = std::min<uint64_t>(count, words - next_);
+    std::memcpy(out, outputs_.data() + next_, part * sizeof(result_type));
+    next_ += part;
+    out += part * sizeof(result_type);
+    count -= part;
+  }
 }
 
 void MersenneTwister::refill() {

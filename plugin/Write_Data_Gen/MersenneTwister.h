@@ -39,6 +39,9 @@ class MersenneTwister {
     return low | high << 32;
   }
 
+  /// The next `count` outputs, each least significant byte first.
+  void copy(uint8_t* out, uint64_t count);
+
   static constexpr result_type min() { return 0; }
   static constexpr result_type max() { return std::numeric_limits<result_type>::max(); }
 

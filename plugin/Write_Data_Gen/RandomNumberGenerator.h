@@ -2,6 +2,7 @@
 
 #include <boost/random/uniform_int_distribution.hpp>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 
 #include "MersenneTwister.h"
@@ -33,6 +34,18 @@ class RandomNumberGenerator {
       return static_cast<T>(engine_.pair());
     }
     return range_(engine_);
+  }
+
+  /// What as many draws would give, each least significant byte first: `draws` * sizeof(T) bytes.
+  void copy(uint8_t* out, uint64_t draws) {
+    if (everyNumber_) {
+      engine_.copy(out, 2 * draws);
+      return;
+    }
+    for (uint64_t i = 0; i < draws; ++i) {
+      const T draw = (*this)();
+      std::memcpy(out + i * sizeof(T), &draw, sizeof(T));
+    }
   }
 
   /// Whether `init` was called.

@@ -1,7 +1,5 @@
 #include "SectorBuckets.h"
 
-#include <endian.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -23,14 +21,11 @@ uint32_t deriveSeed(uint32_t optionSeed) {
 
 void fillRandomPool(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes,
                     RandomNumberGenerator<unsigned long>& rng) {
-  uint64_t offset = 0;
-  for (; poolBytes - offset >= 8; offset += 8) {
-    const uint64_t draw = htole64(rng());
-    std::memcpy(pool + offset, &draw, 8);
-  }
-  if (offset < poolBytes) {
-    const uint64_t draw = htole64(rng());
-    std::memcpy(pool + offset, &draw, poolBytes - offset);
+  rng.copy(pool, poolBytes / 8);
+  if (const uint64_t rest = poolBytes % 8; rest != 0) {
+    uint8_t last[8];
+    rng.copy(last, 1);
+    std::memcpy(pool + poolBytes - rest, last, rest);
   }
   numberBuckets(pool, poolBytes, bucketBytes);
 }

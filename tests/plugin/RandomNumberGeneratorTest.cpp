@@ -4,7 +4,9 @@
 
 #include <boost/random/mersenne_twister.hpp>
 #include <boost/random/uniform_int_distribution.hpp>
+#include <cstring>
 #include <random>
+#include <vector>
 
 namespace vdl {
 namespace {
@@ -99,6 +101,37 @@ TEST(RandomNumberGenerator, SourcesThatAreDrawnInTurnsDoNotDisturbEachOther) {
     ASSERT_EQ(first(), expectedFirst());
     for (int more = 0; more < i % 3; ++more) {
       ASSERT_EQ(second(), expectedSecond());
+    }
+  }
+}
+
+TEST(RandomNumberGenerator, CopiesAreTheDrawsOfTheirTurn) {
+  for (const unsigned long max : {noLimit, 1000UL}) {
+    RandomNumberGenerator<unsigned long> rng;
+    rng.init(9, 0, max);
+    DrawsOfBoost expected(9, 0, max);
+    for (uint64_t draws = 0; draws < 700; draws += 13) {
+      std::vector<uint8_t> bytes(draws * 8);
+      rng.copy(bytes.data(), draws);
+      for (uint64_t i = 0; i < draws; ++i) {
+        unsigned long draw = 0;
+        std::memcpy(&draw, bytes.data() + i * 8, 8);
+        ASSERT_EQ(draw, expected()) << draws << " " << i;
+      }
+      ASSERT_EQ(rng(), expected());
+    }
+  }
+}
+
+/// A range that takes one output a draw leaves an odd place in the engine's batch.
+TEST(RandomNumberGenerator, PairsOfOutputsMayStandAcrossTwoBatches) {
+  MersenneTwister engine(5);
+  std::mt19937 expected(5);
+  for (int round = 0; round < 1000; ++round) {
+    ASSERT_EQ(engine(), expected());
+    for (int i = 0; i < 400; ++i) {
+      const uint64_t low = expected();
+      ASSERT_EQ(engine.pair(), low | uint64_t{expected()} << 32);
     }
   }
 }
