@@ -2,6 +2,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstring>
+
 #include "WriteData.h"
 #include "bench/BenchedAgent.h"
 
@@ -26,11 +28,38 @@ void writeData(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * blocks * blockSize);
 }
 
+/// The least that write data can cost: the same sectors, drawn from the pool alike, copied into the tag's buffer.
+void copyOfTheSectors(benchmark::State& state) {
+  const auto blocks = static_cast<uint32_t>(state.range(0));
+  const auto blockSize = static_cast<uint32_t>(state.range(1));
+  BenchedAgent agent({.blockSize = blockSize, .queueDepth = 1, .xferBlocks = blocks, .rangeBlocks = 4096});
+  agent.cycle();
+  vdl::agent::Step step = agent.step();
+  for (auto _ : state) {
+    const vdl::BlockNum bucket = vdl::agent::chooseBucket(step, blocks);
+    std::memcpy(step.data.tagBuffers[0], step.data.buckets + uint64_t{bucket} * blockSize,
+                uint64_t{blocks} * blockSize);
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * blocks);
+  state.SetBytesProcessed(state.iterations() * blocks * blockSize);
+}
+
+BENCHMARK(copyOfTheSectors)
+    ->ArgNames({"blocks", "blockSize"})
+    ->Args({1, 512})
+    ->Args({8, 512})
+    ->Args({64, 512})
+    ->Args({256, 512})
+    ->Args({1, 4096})
+    ->Args({64, 4096});
+
 BENCHMARK(writeData)
     ->ArgNames({"blocks", "blockSize", "stamped"})
     ->Args({1, 512, 1})
     ->Args({8, 512, 1})
     ->Args({64, 512, 1})
+    ->Args({256, 512, 1})
     ->Args({64, 512, 0})
     ->Args({1, 4096, 1})
     ->Args({8, 4096, 1})

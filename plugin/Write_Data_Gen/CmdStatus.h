@@ -8,7 +8,7 @@ namespace vdl {
 
 /// Records of commands in flight and of finished writes that still have to be read back.
 ///
-/// They live by value in the lists of `DriveData`, are found by a walk from the front, and are erased by the
+/// They live by value in the queues of `DriveData`, are found by a walk from the front, and are erased by the
 /// handler that consumes them. `lba` is the first block, `xferLength` counts blocks; with skip commands the blocks
 /// are every other LBA.
 struct Corvane::CmdStatus {

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <list>
 
 #include "CallbackGuard.h"
 #include "LostCommands.h"
@@ -40,11 +39,10 @@ void requeueReads(Step& step) {
   DriveData& data = step.data;
   while (!data.readSent.empty()) {
     const ReadSent& lost = data.readSent.front();
-    std::list<WriteFinished> again{WriteFinished{0, lost.lba, lost.xferLength, lost.spliceCheck, 0}};
+    data.writeFinished.push_front(WriteFinished{0, lost.lba, lost.xferLength, lost.spliceCheck, 0});
     commandLost(data, step.config, lost);
     std::printf("re-queuing read cmd_id:%lu:%lx\n", static_cast<unsigned long>(lost.cmdId),
                 static_cast<unsigned long>(lost.cmdId));
-    data.writeFinished.splice(data.writeFinished.begin(), again);
     data.readSent.pop_front();
   }
 }
@@ -53,16 +51,14 @@ void requeueWrites(Step& step) {
   DriveData& data = step.data;
   while (!data.writeSent.empty()) {
     const WriteSent& lost = data.writeSent.front();
-    std::list<WriteFinished> again;
-    if (lost.readBackOnError != 0) {
-      again.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 0, 0});
-    } else if (step.config.writeSpliceDetection) {
-      again.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, 1, 0});
+    const bool again = lost.readBackOnError != 0 || step.config.writeSpliceDetection;
+    if (again) {
+      const uint8_t spliceCheck = lost.readBackOnError != 0 ? 0 : 1;
+      data.writeFinished.push_back(WriteFinished{lost.cmdId, lost.lba, lost.xferLength, spliceCheck, 0});
     }
     commandLost(data, step.config, lost);
     // A read against this write may have paid its references off already.
-    data.referencesBalanced = data.referencesBalanced && lost.readCmdId == 0 && !again.empty();
-    data.writeFinished.splice(data.writeFinished.end(), again);
+    data.referencesBalanced = data.referencesBalanced && lost.readCmdId == 0 && again;
     data.writeSent.pop_front();
   }
 }

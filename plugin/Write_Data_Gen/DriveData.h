@@ -12,6 +12,7 @@
 #include "ConfigData.h"
 #include "Corvane.h"
 #include "RandomNumberGenerator.h"
+#include "RecordQueue.h"
 #include "vdl/DriveThread.h"
 
 namespace vdl {
@@ -56,13 +57,13 @@ struct Corvane::DriveData {
   bool skipGenOnList = true;         ///< taking a command's LBA from a list also sets "SkipGen"
   std::vector<uint8_t*> tagBuffers;  ///< write data of each tag
 
-  std::list<CmdStatus::PreRead> preReadRequeue;
-  std::list<CmdStatus::PreRead> preReadFinished;
-  std::list<CmdStatus::PreRead> preReadSent;
-  std::list<CmdStatus::ReadSent> readSent;
-  std::list<CmdStatus::VerifySent> verifySent;
-  std::list<CmdStatus::WriteSent> writeSent;
-  std::list<CmdStatus::WriteFinished> writeFinished;
+  RecordQueue<CmdStatus::PreRead> preReadRequeue;
+  RecordQueue<CmdStatus::PreRead> preReadFinished;
+  RecordQueue<CmdStatus::PreRead> preReadSent;
+  RecordQueue<CmdStatus::ReadSent> readSent;
+  RecordQueue<CmdStatus::VerifySent> verifySent;
+  RecordQueue<CmdStatus::WriteSent> writeSent;
+  RecordQueue<CmdStatus::WriteFinished> writeFinished;
   std::list<ComparableReadData> comparableReads;
   std::list<ComparableReadData> spareReads;  ///< compared ones, whose memory the next reads use
 

@@ -1,14 +1,16 @@
 #pragma once
 
 #include <algorithm>
-#include <list>
+#include <cstdint>
 #include <optional>
+
+#include "RecordQueue.h"
 
 namespace vdl::agent {
 
-/// Takes the first record of a tag out of its list; nothing when the tag has none.
+/// Takes the first record of a tag out of its queue; nothing when the tag has none.
 template <typename Record>
-std::optional<Record> takeByTag(std::list<Record>& records, uint32_t tag) {
+std::optional<Record> takeByTag(RecordQueue<Record>& records, uint32_t tag) {
   const auto found =
       std::find_if(records.begin(), records.end(), [tag](const Record& record) { return record.tagId == tag; });
   if (found == records.end()) {

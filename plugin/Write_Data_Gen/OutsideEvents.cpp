@@ -30,19 +30,18 @@ bool concerns(const LbaSpan& span, const LBARange& reset) {
 /// The content of a reset zone is nobody's expectation any more: pending read-backs over it are not issued.
 void dropReadBacks(Step& step, const LBARange& reset) {
   DriveData& data = step.data;
-  for (auto write = data.writeFinished.begin(); write != data.writeFinished.end();) {
-    const LbaSpan span = spanOf(write->lba, write->xferLength, step.config.useSkipCommands);
-    if (write->spliceCheck != 0 || !concerns(span, reset)) {
-      ++write;
-      continue;
+  data.writeFinished.eraseIf([&](const WriteFinished& write) {
+    const LbaSpan span = spanOf(write.lba, write.xferLength, step.config.useSkipCommands);
+    if (write.spliceCheck != 0 || !concerns(span, reset)) {
+      return false;
     }
     std::printf("<W> Clearing out Read LBA Range 0x%016lX thru 0x%016lX\n", static_cast<unsigned long>(span.first),
                 static_cast<unsigned long>(span.end));
     for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
       data.atomicHash.readSkip(lba);
     }
-    write = data.writeFinished.erase(write);
-  }
+    return true;
+  });
 }
 
 void absorbZoneReset(Step& step, const LBARange& reset) {

@@ -20,7 +20,7 @@ void publishRange(DriveData& data, const PreRead& preRead) {
   *data.atomicBound = preRead.writeParam;
 }
 
-std::list<PreRead>::iterator firstUnclaimed(std::list<PreRead>& preReads) {
+RecordQueue<PreRead>::iterator firstUnclaimed(RecordQueue<PreRead>& preReads) {
   return std::find_if(preReads.begin(), preReads.end(), [](const PreRead& preRead) { return preRead.readCmdId == 0; });
 }
 

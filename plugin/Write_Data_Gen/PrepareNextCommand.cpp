@@ -47,26 +47,44 @@ uint64_t awaitingReadBack(const DriveData& data) {
   return count;
 }
 
-/// The emptier the queue, the likelier a write.
-bool drawWrite(Step& step, uint64_t count) {
-  const auto draw = static_cast<uint8_t>(step.data.rng());
-  const uint64_t percent = count * 100 / step.config.maxQueueSize;
-  if (percent <= 24) {
-    return draw > 63;
+/// How many writes await their read-back, as far as it decides between a write and a read.
+enum class Backlog { tooSmall, small, medium, large, full };
+
+Backlog backlogOf(const ConfigData& config, uint64_t count) {
+  if (count < config.minQueueSize) {
+    return Backlog::tooSmall;
   }
-  return percent <= 75 ? draw > 127 : draw > 191;
+  if (count >= config.maxQueueSize) {
+    return Backlog::full;
+  }
+  const uint64_t percent = count * 100 / config.maxQueueSize;
+  return percent <= 24 ? Backlog::small : percent <= 75 ? Backlog::medium : Backlog::large;
+}
+
+/// The writes in flight are only looked at when they could make a difference.
+Backlog backlog(const Step& step) {
+  const uint64_t finished = step.data.writeFinished.size();
+  const Backlog least = backlogOf(step.config, finished);
+  const Backlog most = backlogOf(step.config, finished + step.data.writeSent.size());
+  return least == most ? least : backlogOf(step.config, awaitingReadBack(step.data));
+}
+
+/// The emptier the queue, the likelier a write.
+bool drawWrite(Step& step, Backlog waiting) {
+  const auto draw = static_cast<uint8_t>(step.data.rng());
+  return draw > (waiting == Backlog::small ? 63 : waiting == Backlog::medium ? 127 : 191);
 }
 
 /// Keeps the distance between writes and their read-backs between the two queue sizes.
 bool chooseWrite(Step& step) {
-  const uint64_t count = awaitingReadBack(step.data);
+  const Backlog waiting = backlog(step);
   bool& readPhase = step.data.readPhase;
-  if (count < step.config.minQueueSize) {
+  if (waiting == Backlog::tooSmall) {
     readPhase = false;
-  } else if (count >= step.config.maxQueueSize) {
+  } else if (waiting == Backlog::full) {
     readPhase = true;
   } else if (step.config.randomSelection) {
-    readPhase = !drawWrite(step, count);
+    readPhase = !drawWrite(step, waiting);
   }
   return !readPhase;
 }

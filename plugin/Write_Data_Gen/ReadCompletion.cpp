@@ -49,9 +49,12 @@ void overtakenWrites(Step& step, const FinishedCommand& finished, const ReadSent
   DriveData& data = step.data;
   pending.clear();
   for (const WriteSent& write : data.writeSent) {
+    if (write.cmdId > read.cmdId) {
+      break;  // they stand in the order of issue
+    }
     const LbaSpan written = spanOf(write.lba, write.xferLength, step.config.useSkipCommands);
     const bool sameBlocks = span.step == 1 || ((written.first ^ span.first) & 1) == 0;
-    if (write.cmdId < read.cmdId && sameBlocks && span.overlaps(written.first, written.end)) {
+    if (sameBlocks && span.overlaps(written.first, written.end)) {
       pending.push_back(write.cmdId);
       data.trace->traceRecvOutOfOrder(write.cmdId, finished.tag, read.cmdId);
     }

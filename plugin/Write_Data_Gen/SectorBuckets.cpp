@@ -21,14 +21,11 @@ uint32_t deriveSeed(uint32_t optionSeed) {
 
 void fillRandomPool(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes,
                     RandomNumberGenerator<unsigned long>& rng) {
-  for (uint64_t offset = 0; offset < poolBytes;) {
-    uint64_t draw = rng();
-    const uint64_t bytes = std::min<uint64_t>(8, poolBytes - offset);
-    for (uint64_t i = 0; i < bytes; ++i) {
-      pool[offset + i] = static_cast<uint8_t>(draw);
-      draw >>= 8;
-    }
-    offset += bytes;
+  rng.copy(pool, poolBytes / 8);
+  if (const uint64_t rest = poolBytes % 8; rest != 0) {
+    uint8_t last[8];
+    rng.copy(last, 1);
+    std::memcpy(pool + poolBytes - rest, last, rest);
   }
   numberBuckets(pool, poolBytes, bucketBytes);
 }

@@ -1,3 +1,5 @@
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <atomic>
 #include <limits>
@@ -88,6 +90,18 @@ void createTrace(Step& step, Findings& findings) {
   }));
 }
 
+/// Every command takes its data from another place of the pool, which small pages make a walk through page tables.
+/// A kernel without large pages gives small ones.
+void preferLargePages(uint8_t* memory, uint64_t bytes) {
+  constexpr uintptr_t page = uintptr_t{2} << 20;
+  const auto address = reinterpret_cast<uintptr_t>(memory);
+  const uintptr_t first = (address + page - 1) / page * page;
+  const uintptr_t end = (address + bytes) / page * page;
+  if (memory != nullptr && first < end) {
+    madvise(memory + (first - address), end - first, MADV_HUGEPAGE);
+  }
+}
+
 /// Pool memory, or the finding that it cannot be had. The product is the option's in 32 bits; one that does not fit
 /// but leaves a rest would give fewer buckets than their numbers promise, so it counts as memory that is not there.
 void allocatePool(Step& step, Findings& findings) {
@@ -98,6 +112,7 @@ void allocatePool(Step& step, Findings& findings) {
   }
   if (bytes <= std::numeric_limits<uint32_t>::max()) {
     step.data.buckets = new (std::nothrow) uint8_t[bytes];
+    preferLargePages(step.data.buckets, bytes);
   }
   if (step.data.buckets == nullptr) {
     findings.fail(status::outOfMemory, "Could not allocate sector buckets");

@@ -46,12 +46,16 @@ int32_t assembleWriteData(Step& step, const WriteBlocks& blocks) {
     return status::outOfMemory;
   }
   const uint8_t* bucket = step.data.buckets + uint64_t{blocks.firstBucket} * sector;
-  for (uint64_t i = 0; i < count; ++i) {
-    uint8_t* block = buffer + i * unit;
-    std::memcpy(block, bucket + i * sector, sector);
-    if (blocks.embed) {
-      stampBlock(block, blocks.lba + i, blocks.cmdId);
+  if (unit == sector) {
+    // The buckets of a command are neighbours in the pool, and so are its blocks.
+    std::memcpy(buffer, bucket, total);
+  } else {
+    for (uint64_t i = 0; i < count; ++i) {
+      std::memcpy(buffer + i * unit, bucket + i * sector, sector);
     }
+  }
+  if (blocks.embed) {
+    stampBlocks(buffer, count, unit, blocks.lba, blocks.cmdId);
   }
   step.data.writeData->view(buffer, total);
   return status::ok;

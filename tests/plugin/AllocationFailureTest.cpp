@@ -110,6 +110,13 @@ void finishWriteAndFree(SchedulingBench& bench, uint32_t xferLength = 8) {
   bench.freeTag(3);
 }
 
+/// The next record that awaits its read-back needs memory.
+void fillFinishedWrites(SchedulingBench& bench) {
+  for (uint64_t lba = 200; bench.data().writeFinished.size() < bench.data().writeFinished.capacity(); ++lba) {
+    bench.finishedWrite(lba, 1, 5);
+  }
+}
+
 void selectAtomicWrite(SchedulingBench& bench) {
   bench.config().writeAtomicCondition = onBit(bit::atomic);
   bench.thread().conditions = bit::atomic;
@@ -266,6 +273,7 @@ TEST(AllocationFailure, PowerCutWithALostRead) {
     bench.start();
     bench.finishedWrite(100, 8, 1);
     bench.readBack(2);
+    fillFinishedWrites(bench);
     bench.config().powerToggleCondition = onBit(bit::power);
     bench.config().powerToggleFreq = 0;
     bench.freeTag(3);
@@ -278,6 +286,7 @@ TEST(AllocationFailure, RequestedResetWithALostRead) {
     bench.start();
     bench.finishedWrite(100, 8, 1);
     bench.readBack(2);
+    fillFinishedWrites(bench);
     *bench.data().deviceReset = true;
     bench.freeTag(3);
   });

@@ -57,6 +57,24 @@ TEST(BlockStamp, IdLengthGrowsAtEveryByteBoundary) {
   }
 }
 
+TEST(BlockStamp, BlocksOfACommandAreStampedLikeEachAlone) {
+  constexpr std::size_t stride = 520;
+  constexpr std::size_t blocks = 5;
+  for (uint32_t bits = 0; bits <= 64; ++bits) {
+    const uint64_t id = bits == 0 ? 0 : ~uint64_t{0} >> (64 - bits);
+    Bytes expected(blocks * stride);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+      expected[i] = static_cast<uint8_t>(i * 7 + i / 256);
+    }
+    Bytes run = expected;
+    for (std::size_t i = 0; i < blocks; ++i) {
+      stampBlock(expected.data() + i * stride, 0xFFFFFFFFFE + i, id);
+    }
+    stampBlocks(run.data(), blocks, stride, 0xFFFFFFFFFE, id);
+    EXPECT_EQ(run, expected) << id;
+  }
+}
+
 TEST(BlockStamp, TheIdAloneLeavesTheLbaBytes) {
   Bytes block(512, 0xAA);
   stampCommandId(block.data(), 0x100);

@@ -15,7 +15,7 @@ foreach(unit WriteCompletion PreReadCompletion VerifyCompletion ReadCompletion C
              LostCommands StopTest)
   corvane_test(${unit}Test SOURCES ${unit}Test.cpp LIBRARIES ${CORVANE_COMPLETION})
 endforeach()
-foreach(unit DeviceReset ReferenceAudit)
+foreach(unit DeviceReset RecordQueue ReferenceAudit)
   corvane_test(${unit}Test SOURCES ${unit}Test.cpp LIBRARIES ${CORVANE_COMPLETION} corvane_scarce_memory)
 endforeach()
 corvane_test(StartTestTest SOURCES StartTestTest.cpp LIBRARIES ${CORVANE_COMPLETION} corvane_scarce_memory

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "support/SchedulingBench.h"
@@ -125,7 +126,7 @@ TEST_F(PrepareRead, SlidBackwardKeepsTheClaimsOfOtherWritesBeside) {
   finishWrite(90, 6);
   bench.config().maxQueueSize = 100;
   bench.finishedWrite(100, 8, 1);
-  bench.data().writeFinished.reverse();
+  std::reverse(bench.data().writeFinished.begin(), bench.data().writeFinished.end());
   bench.takeTrace();
   bench.shareRange(0, 8);
   slideTo(94, 93, 15);

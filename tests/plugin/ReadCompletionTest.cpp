@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <stdexcept>
 
@@ -263,7 +264,7 @@ TEST_F(ReadCompletion, OvertakenWritesAreSortedById) {
   bench.write(lba, 1, 2);
   bench.write(lba + 1, 1, 3);
   id = bench.readBack(4);
-  bench.data().writeSent.reverse();
+  std::reverse(bench.data().writeSent.begin(), bench.data().writeSent.end());
   bench.takeLog();
   EXPECT_EQ(bench.completeRead(4), 0);
   EXPECT_THAT(bench.data().comparableReads.front().pendingWrites, ElementsAre(2U, 3U));
