@@ -1,3 +1,4 @@
+#include "host/base/CpuList.h"
 #include "host/cli/FlagValues.h"
 #include "host/cli/TestKey.h"
 #include "host/cli/TestKeyHelpers.h"
@@ -97,6 +98,23 @@ void addPlaces(std::vector<TestKey>& keys) {
                       }});
 }
 
+/// It is kept with the others, though a replay elsewhere may have to leave it out: it says how the figures came about.
+TestKey pinKey() {
+  return {.name = "pin",
+          .value = "CPUS",
+          .group = group,
+          .help =
+              "Processors for the drives' threads, such as 0,2-5: the first drive's thread runs on the first of "
+              "them only, and so on, in turn when there are more drives. Threads that work for a drive beside its "
+              "own are not pinned. Default: wherever the system puts them.",
+          .take = [](RunSettings& settings, const std::string& where,
+                     const std::string& text) { settings.test.pinnedCpus = parseCpus(where, text); },
+          .texts =
+              [](const RunSettings& settings) {
+                return textIf(!settings.test.pinnedCpus.empty(), cpuListText(settings.test.pinnedCpus));
+              }};
+}
+
 }  // namespace
 
 void addLimitKeys(std::vector<TestKey>& keys) {
@@ -112,6 +130,7 @@ void addLimitKeys(std::vector<TestKey>& keys) {
        .take = [](RunSettings& settings, const std::string& where,
                   const std::string& text) { settings.test.seed = parseNumber(where, text); },
        .texts = [](const RunSettings& settings) { return SettingTexts{std::to_string(settings.test.seed)}; }});
+  keys.push_back(pinKey());
 }
 
 }  // namespace corvane::host

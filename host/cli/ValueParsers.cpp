@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 
+#include "host/base/CpuList.h"
 #include "host/base/NearestName.h"
 #include "host/cli/UsageError.h"
 #include "host/drive/DriveAddress.h"
@@ -336,6 +337,15 @@ std::string commandMixText(const CommandMix& mix) {
     }
   }
   return text;
+}
+
+std::vector<uint32_t> parseCpus(std::string_view flag, std::string_view text) {
+  const std::optional<std::vector<uint32_t>> cpus = parseCpuList(text);
+  if (!cpus) {
+    refuse(flag, text, "is no list of processors",
+           "give their numbers, each below " + std::to_string(mostCpus) + " and once, such as 0,2-5");
+  }
+  return *cpus;
 }
 
 uint32_t parsePercent(std::string_view flag, std::string_view text) {

@@ -67,6 +67,9 @@ CommandMix parseCommandMix(std::string_view flag, std::string_view text);
 /// The text that `parseCommandMix` reads as this mix.
 std::string commandMixText(const CommandMix& mix);
 
+/// "0,2-5": numbers of processors.
+std::vector<uint32_t> parseCpus(std::string_view flag, std::string_view text);
+
 /// "0" to "100", with or without '%'.
 uint32_t parsePercent(std::string_view flag, std::string_view text);
 

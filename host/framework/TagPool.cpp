@@ -26,14 +26,15 @@ struct vdl::FreeTagQueue::Impl {
   uint32_t front() const { return freeCount == 0 ? corvane::host::TagPool::none : ring[head]; }
 
   void pushBack(uint32_t tag) {
-    ring[(head + freeCount) % tags] = tag;
+    const uint32_t at = head + freeCount;
+    ring[at < tags ? at : at - tags] = tag;
     ++freeCount;
     state[tag] = TagState::free;
   }
 
   uint32_t popFront() {
     const uint32_t tag = ring[head];
-    head = (head + 1) % tags;
+    head = head + 1 < tags ? head + 1 : 0;
     --freeCount;
     return tag;
   }

@@ -8,78 +8,93 @@ constexpr uint32_t wordBits = 64;
 
 }  // namespace
 
-static_assert(sizeof(AwaitedBlock) == 16);
+static_assert(sizeof(AwaitedPiece) == 32);
 
-AwaitedBlocks::AwaitedBlocks() : slots_(size_t{1} << firstBits), shift_(wordBits - firstBits) {}
+AwaitedBlocks::AwaitedBlocks() : heads_(size_t{1} << firstBits, none), shift_(wordBits - firstBits) {}
 
-AwaitedBlocks::Page* AwaitedBlocks::addPage(uint64_t number) {
-  if (2 * (used_ + 1) > slots_.size()) {
-    grow();
-  }
-  if (free_.empty()) {
-    chunks_.push_back(std::make_unique<std::array<Page, chunkPages>>());
-    free_.reserve(capacity());
-    for (Page& page : *chunks_.back()) {
-      free_.push_back(&page);
+const AwaitedBlock* AwaitedBlocks::find(uint64_t lba) const {
+  const uint64_t group = lba / groupBlocks;
+  for (uint32_t index = heads_[home(group)]; index != none; index = at(index).next) {
+    const AwaitedPiece& piece = at(index);
+    if (piece.group == group && (piece.mask >> (lba % groupBlocks) & 1) != 0) {
+      return &piece.block;
     }
   }
-  Page* page = free_.back();
-  free_.pop_back();
-  page->number = number;
-  insert(page);
-  ++used_;
-  recent_ = page;
-  return page;
+  return nullptr;
 }
 
-void AwaitedBlocks::insert(Page* page) {
-  size_t at = home(page->number);
-  while (slots_[at].page != nullptr) {
-    at = (at + 1) & (slots_.size() - 1);
-  }
-  slots_[at] = {.number = page->number, .page = page};
+AwaitedPiece& AwaitedBlocks::add(uint64_t group, uint16_t mask) {
+  const uint32_t index = takeFree();
+  uint32_t& head = heads_[home(group)];
+  at(index) = {.group = group, .block = {}, .next = head, .mask = mask};
+  head = index;
+  return at(index);
 }
 
-void AwaitedBlocks::removePage(Page* page) {
-  const size_t mask = slots_.size() - 1;
-  size_t hole = home(page->number);
-  while (slots_[hole].page != page) {
-    hole = (hole + 1) & mask;
-  }
-  // Whoever stands behind the hole moves up, unless that is before his home.
-  for (size_t at = (hole + 1) & mask; slots_[at].page != nullptr; at = (at + 1) & mask) {
-    if (((at - home(slots_[at].number)) & mask) >= ((at - hole) & mask)) {
-      slots_[hole] = slots_[at];
-      hole = at;
-    }
-  }
-  slots_[hole] = {};
+AwaitedPiece& AwaitedBlocks::cutOff(uint32_t& link, uint16_t mask) {
+  const uint32_t index = takeFree();
+  AwaitedPiece& rest = at(link);
+  AwaitedPiece& own = at(index);
+  own = {.group = rest.group, .block = rest.block, .next = link, .mask = mask};
+  rest.mask = static_cast<uint16_t>(rest.mask & ~mask);
+  link = index;
+  return own;
+}
+
+void AwaitedBlocks::drop(uint32_t& link) {
+  const uint32_t index = link;
+  AwaitedPiece& piece = at(index);
+  link = piece.next;
+  piece.next = free_;
+  free_ = index;
   --used_;
-  free_.push_back(page);
-  recent_ = nullptr;
+}
+
+uint32_t AwaitedBlocks::takeFree() {
+  if (free_ == none) {
+    addChunk();
+  }
+  const uint32_t index = free_;
+  free_ = at(index).next;
+  ++used_;
+  return index;
+}
+
+void AwaitedBlocks::addChunk() {
+  const auto first = static_cast<uint32_t>(chunks_.size() * chunkPieces);
+  chunks_.push_back(std::make_unique<Chunk>());
+  for (uint32_t i = chunkPieces; i != 0; --i) {
+    at(first + i - 1).next = free_;
+    free_ = first + i - 1;
+  }
 }
 
 void AwaitedBlocks::grow() {
-  std::vector<Slot> old(slots_.size() * 2);
-  old.swap(slots_);
+  std::vector<uint32_t> old(heads_.size() * 2, none);
+  old.swap(heads_);
   --shift_;
-  for (const Slot& slot : old) {
-    if (slot.page != nullptr) {
-      insert(slot.page);
+  for (const uint32_t head : old) {
+    for (uint32_t index = head; index != none;) {
+      AwaitedPiece& piece = at(index);
+      const uint32_t next = piece.next;
+      uint32_t& newHead = heads_[home(piece.group)];
+      piece.next = newHead;
+      newHead = index;
+      index = next;
     }
   }
 }
 
 void AwaitedBlocks::clear() {
-  for (Slot& slot : slots_) {
-    if (slot.page != nullptr) {
-      *slot.page = {};
-      free_.push_back(slot.page);
-      slot = {};
-    }
-  }
+  heads_.assign(heads_.size(), none);
+  chunks_.clear();
+  free_ = none;
   used_ = 0;
-  recent_ = nullptr;
+}
+
+size_t AwaitedBlocks::memoryBytes() const {
+  return heads_.capacity() * sizeof(uint32_t) + chunks_.size() * sizeof(Chunk) +
+         chunks_.capacity() * sizeof(std::unique_ptr<Chunk>);
 }
 
 }  // namespace corvane::host

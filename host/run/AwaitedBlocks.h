@@ -2,11 +2,23 @@
 
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
 namespace corvane::host {
+
+/// The blocks of a command.
+struct BlockSpan {
+  uint64_t first = 0;
+  uint64_t end = 0;   ///< excluded; with a step of 2 even the block left out behind the last one is before it
+  uint32_t step = 1;  ///< 1 or 2
+
+  bool contains(uint64_t lba) const { return lba >= first && lba < end; }
+  bool overlaps(const BlockSpan& other) const { return first < other.end && other.first < end; }
+  friend bool operator==(const BlockSpan&, const BlockSpan&) = default;
+};
 
 /// What is known of one block while somebody waits for it.
 struct AwaitedBlock {
@@ -30,106 +42,145 @@ struct AwaitedBlock {
   uint8_t hashedUnderReaders : 1 = 0;  ///< some of the readers look past the hash at what was there before it
 };
 
-/// A sparse table of blocks, by LBA, in pages of 64 neighbours.
+/// Some of 16 neighbours that are known alike.
+struct AwaitedPiece {
+  static constexpr uint64_t groupBlocks = 16;
+
+  uint64_t group = 0;  ///< LBA / 16
+  AwaitedBlock block;
+  uint32_t next = 0;  ///< behind it in its chain
+  uint16_t mask = 0;  ///< which blocks of the group
+
+  uint64_t firstLba() const { return group * groupBlocks + static_cast<uint64_t>(std::countr_zero(mask)); }
+  uint64_t blocks() const { return static_cast<uint64_t>(std::popcount(mask)); }
+  /// Calls `act` with each LBA, the lowest first.
+  template <typename Act>
+  void ofEach(Act act) const {
+    for (uint32_t bits = mask; bits != 0; bits &= bits - 1) {
+      act(group * groupBlocks + static_cast<uint64_t>(std::countr_zero(bits)));
+    }
+  }
+};
+
+/// A sparse table of blocks, by LBA, in pieces of neighbours that are known alike.
 ///
-/// Memory is needed only for pages with a block that is awaited; it is kept for the next ones when they empty. One
-/// thread.
+/// A command over many blocks that are alike so costs a look for each 16 of them. A piece is cut where a command ends
+/// inside it, and not joined again. It takes 32 bytes and some 3 to 7 of the index, whether it is of one block or of
+/// 16; the memory of those that are forgotten is kept for the next ones. One thread.
 class AwaitedBlocks {
  public:
   AwaitedBlocks();
 
-  /// The block, or null when nobody waits for it. Valid until the next block is made or erased.
-  AwaitedBlock* find(uint64_t lba) {
-    Page* page = pageOf(lba / pageBlocks);
-    return page != nullptr && (page->present >> (lba % pageBlocks) & 1) != 0 ? &page->blocks[lba % pageBlocks]
-                                                                             : nullptr;
+  /// Calls `act(AwaitedPiece&)` for the pieces of which the awaited blocks of a span are made, group by group; those
+  /// for which it returns true are forgotten.
+  ///
+  /// @return how many blocks of the span are not awaited
+  template <typename Act>
+  uint64_t ofSpan(const BlockSpan& span, Act act) {
+    return walk(span, act, [](uint64_t, uint16_t missing) { return std::popcount(missing); });
   }
 
-  /// The block; a new one is as AwaitedBlock says, and awaited since `now`.
-  AwaitedBlock& make(uint64_t lba, uint64_t now) {
-    Page* page = pageOf(lba / pageBlocks);
-    if (page == nullptr) {
-      page = addPage(lba / pageBlocks);
-    }
-    const uint64_t bit = uint64_t{1} << (lba % pageBlocks);
-    AwaitedBlock& block = page->blocks[lba % pageBlocks];
-    if ((page->present & bit) == 0) {
-      page->present |= bit;
-      block.since = now;
-    }
-    return block;
+  /// Calls `act(AwaitedPiece&)` for all blocks of a span. Those that are not there are made before: as AwaitedBlock
+  /// says, and awaited since `now`.
+  template <typename Act>
+  void makeSpan(const BlockSpan& span, uint64_t now, Act act) {
+    const auto keep = [&act](AwaitedPiece& piece) {
+      act(piece);
+      return false;
+    };
+    walk(span, keep, [&](uint64_t group, uint16_t missing) {
+      if (missing != 0) {
+        AwaitedPiece& piece = add(group, missing);
+        piece.block.since = now;
+        act(piece);
+      }
+      return 0;
+    });
   }
 
-  /// Forgets a block that is there.
-  void erase(uint64_t lba) {
-    Page* page = pageOf(lba / pageBlocks);
-    page->blocks[lba % pageBlocks] = {};
-    page->present &= ~(uint64_t{1} << (lba % pageBlocks));
-    if (page->present == 0) {
-      removePage(page);
-    }
-  }
+  /// The block, or null when nobody waits for it. Valid until the next walk.
+  const AwaitedBlock* find(uint64_t lba) const;
 
   void clear();
 
-  /// Calls `act` for every block that is there from `first` to `last`, both included. It may not make or erase any.
-  template <typename Act>
-  void ofRange(uint64_t first, uint64_t last, Act act) {
-    for (uint64_t number = first / pageBlocks; number <= last / pageBlocks; ++number) {
-      Page* page = pageOf(number);
-      for (uint64_t bits = page == nullptr ? 0 : page->present; bits != 0; bits &= bits - 1) {
-        const uint64_t lba = number * pageBlocks + static_cast<uint64_t>(std::countr_zero(bits));
-        if (lba >= first && lba <= last) {
-          act(page->blocks[lba % pageBlocks]);
-        }
-      }
-    }
-  }
-
-  /// Pages in use.
-  size_t pages() const { return used_; }
-  /// Pages that there is memory for.
-  size_t capacity() const { return chunks_.size() * chunkPages; }
+  bool empty() const { return used_ == 0; }
+  /// Pieces in use.
+  size_t pieces() const { return used_; }
+  /// Bytes of memory for all pieces there ever were at once.
+  size_t memoryBytes() const;
 
  private:
-  static constexpr uint64_t pageBlocks = 64;
-  static constexpr size_t chunkPages = 64;
-  struct Page {
-    uint64_t number = 0;
-    uint64_t present = 0;  ///< a bit for each block
-    std::array<AwaitedBlock, pageBlocks> blocks{};
-  };
-  struct Slot {
-    uint64_t number = 0;
-    Page* page = nullptr;
-  };
+  static constexpr uint32_t none = UINT32_MAX;
+  static constexpr size_t chunkPieces = 1024;
+  static constexpr uint64_t groupBlocks = AwaitedPiece::groupBlocks;
+  using Chunk = std::array<AwaitedPiece, chunkPieces>;
 
-  size_t home(uint64_t number) const { return (number * 0x9E3779B97F4A7C15U) >> shift_; }
+  AwaitedPiece& at(uint32_t index) { return (*chunks_[index / chunkPieces])[index % chunkPieces]; }
+  const AwaitedPiece& at(uint32_t index) const { return (*chunks_[index / chunkPieces])[index % chunkPieces]; }
+  size_t home(uint64_t group) const { return (group * 0x9E3779B97F4A7C15U) >> shift_; }
 
-  Page* pageOf(uint64_t number) {
-    if (recent_ != nullptr && recent_->number == number) {
-      return recent_;
+  /// The blocks of a span that lie in a group with some.
+  static uint16_t maskOf(const BlockSpan& span, uint64_t group) {
+    const uint64_t begin = group * groupBlocks;
+    const uint32_t from = span.first > begin ? static_cast<uint32_t>(span.first - begin) : 0;
+    const uint32_t to = span.end - begin < groupBlocks ? static_cast<uint32_t>(span.end - begin) : groupBlocks;
+    uint32_t mask = (uint32_t{0xFFFF} << from) & ~(uint32_t{0xFFFF} << to);
+    if (span.step == 2) {
+      mask &= (span.first & 1) == 0 ? 0x5555U : 0xAAAAU;
     }
-    for (size_t at = home(number); slots_[at].page != nullptr; at = (at + 1) & (slots_.size() - 1)) {
-      if (slots_[at].number == number) {
-        recent_ = slots_[at].page;
-        return recent_;
-      }
-    }
-    return nullptr;
+    return static_cast<uint16_t>(mask);
   }
 
-  Page* addPage(uint64_t number);
-  void removePage(Page* page);
-  void insert(Page* page);
+  template <typename Act, typename Missing>
+  uint64_t walk(const BlockSpan& span, Act& act, Missing missing) {
+    if (span.first >= span.end) {
+      return 0;
+    }
+    if (used_ > heads_.size() + heads_.size() / 4) {
+      grow();
+    }
+    int count = 0;
+    for (uint64_t group = span.first / groupBlocks; group <= (span.end - 1) / groupBlocks; ++group) {
+      count += missing(group, walkGroup(group, maskOf(span, group), act));
+    }
+    return static_cast<uint64_t>(count);
+  }
+
+  /// @return the blocks of the mask that are not there
+  template <typename Act>
+  uint16_t walkGroup(uint64_t group, uint16_t mask, Act& act) {
+    uint32_t* link = &heads_[home(group)];
+    while (mask != 0 && *link != none) {
+      AwaitedPiece& piece = at(*link);
+      const auto met = static_cast<uint16_t>(piece.group == group ? piece.mask & mask : 0);
+      if (met == 0) {
+        link = &piece.next;
+        continue;
+      }
+      mask = static_cast<uint16_t>(mask & ~met);
+      AwaitedPiece& own = met == piece.mask ? piece : cutOff(*link, met);
+      if (act(own)) {
+        drop(*link);
+      } else {
+        link = &own.next;
+      }
+    }
+    return mask;
+  }
+
+  AwaitedPiece& add(uint64_t group, uint16_t mask);
+  /// Gives some of the blocks of the piece at a link a piece of their own, which comes to stand there before the rest.
+  AwaitedPiece& cutOff(uint32_t& link, uint16_t mask);
+  void drop(uint32_t& link);
+  uint32_t takeFree();
+  void addChunk();
   void grow();
 
-  std::vector<Slot> slots_;  ///< a power of two of them, at most half of them used
+  std::vector<uint32_t> heads_;  ///< of the chains, by the hash of the group; a power of two of them
   uint32_t shift_;
   size_t used_ = 0;
-  Page* recent_ = nullptr;  ///< where the last look was
-  std::vector<std::unique_ptr<std::array<Page, chunkPages>>> chunks_;
-  std::vector<Page*> free_;
+  uint32_t free_ = none;  ///< a chain
+  std::vector<std::unique_ptr<Chunk>> chunks_;
 };
 
 }  // namespace corvane::host

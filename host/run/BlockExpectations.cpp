@@ -25,14 +25,20 @@ Uncheckable reasonOf(AwaitedBlock::Content content) {
   return Uncheckable::notAwaited;
 }
 
+/// The blocks of a span from one LBA to before another.
+BlockSpan partOf(const BlockSpan& span, uint64_t from, uint64_t to) {
+  const uint64_t first = std::max(from, span.first);
+  return {.first = first + (span.step == 2 ? (first ^ span.first) & 1 : 0),
+          .end = std::min(to, span.end),
+          .step = span.step};
+}
+
 }  // namespace
 
-// Called for every block, so that a call of its own would be felt.
-
-inline BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedBlock& block, uint64_t lba,
-                                                              uint64_t issued) const {
+BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedPiece& piece, uint64_t issued) const {
+  const AwaitedBlock& block = piece.block;
   if (block.hashedUnderReaders != 0) {
-    const UnderHash& under = underHash_.at(lba);
+    const UnderHash& under = underHash_.at(piece.firstLba());
     if (issued < under.since) {
       return under.layers;
     }
@@ -40,11 +46,7 @@ inline BlockExpectations::Layers BlockExpectations::layersFor(const AwaitedBlock
   return {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics};
 }
 
-inline BlockWorth BlockExpectations::worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const {
-  if (block.content == Content::written && block.unfinishedAtomics == 0 && block.hashedUnderReaders == 0) {
-    return {.outcomes = 1};
-  }
-  const Layers layers = layersFor(block, lba, issued);
+BlockWorth BlockExpectations::worthOf(const Layers& layers) {
   if (layers.content == Content::written || layers.content == Content::hashed) {
     return {.outcomes = std::min<uint8_t>(layers.unfinishedAtomics + 1, CheckedBlocks::mostOutcomes)};
   }
@@ -52,183 +54,161 @@ inline BlockWorth BlockExpectations::worthOf(const AwaitedBlock& block, uint64_t
   return {.reason = partly ? Uncheckable::atomicOverUnknown : reasonOf(layers.content)};
 }
 
-inline void BlockExpectations::forgetUnderHash(AwaitedBlock& block, uint64_t lba) {
-  if (block.hashedUnderReaders != 0) {
-    underHash_.erase(lba);
-    block.hashedUnderReaders = 0;
-  }
+void BlockExpectations::eraseUnderHash(AwaitedPiece& piece) {
+  piece.ofEach([this](uint64_t lba) { underHash_.erase(lba); });
+  piece.block.hashedUnderReaders = 0;
 }
 
-inline void BlockExpectations::settle(AwaitedBlock& block, uint64_t lba, Content content) {
-  block.content = content;
-  block.unfinishedAtomics = 0;
-  forgetUnderHash(block, lba);
-}
-
-inline void BlockExpectations::eraseIfDone(AwaitedBlock& block, uint64_t lba) {
-  if (block.readers != 0) {
-    return;
-  }
-  forgetUnderHash(block, lba);
-  if (block.claims == 0) {
-    blocks_.erase(lba);
-  }
+inline void BlockExpectations::settle(AwaitedPiece& piece, Content content) {
+  piece.block.content = content;
+  piece.block.unfinishedAtomics = 0;
+  forgetUnderHash(piece);
 }
 
 void BlockExpectations::writeIssued(const BlockSpan& span, bool certain, uint64_t now) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    AwaitedBlock& block = blocks_.make(lba, now);
-    ++block.claims;
+  blocks_.makeSpan(span, now, [certain](AwaitedPiece& piece) {
+    ++piece.block.claims;
     if (certain) {
-      block.knownWhenIssued = 1;
+      piece.block.knownWhenIssued = 1;
     }
-  }
+  });
 }
 
 bool BlockExpectations::readBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now) {
-  const uint64_t end = std::max(read.end, write.end);
-  for (uint64_t lba = std::min(read.first, write.first); lba < end; lba += read.step) {
-    const bool claimed = write.contains(lba);
-    if (!read.contains(lba)) {
-      if (!giveUp(lba)) {
-        return false;
-      }
-      continue;
-    }
-    AwaitedBlock* block = claimed ? blocks_.find(lba) : &blocks_.make(lba, now);
-    if (block == nullptr || (claimed && block->claims == 0)) {
-      return false;
-    }
-    block->claims -= claimed ? 1U : 0U;
-    ++block->readers;
+  const BlockSpan both{
+      .first = std::min(read.first, write.first), .end = std::max(read.end, write.end), .step = read.step};
+  const BlockSpan common = partOf(both, std::max(read.first, write.first), std::min(read.end, write.end));
+  bool claimed = true;
+  const uint64_t missing = blocks_.ofSpan(common, [&claimed](AwaitedPiece& piece) {
+    claimed &= piece.block.claims != 0;
+    piece.block.claims -= piece.block.claims != 0 ? 1U : 0U;
+    ++piece.block.readers;
+    return false;
+  });
+  if (!claimed || missing != 0) {
+    return false;
   }
-  return true;
+  if (read == write) {
+    return true;
+  }
+  const auto readToo = [](AwaitedPiece& piece) { ++piece.block.readers; };
+  blocks_.makeSpan(partOf(both, read.first, std::min(read.end, write.first)), now, readToo);
+  blocks_.makeSpan(partOf(both, std::max(read.first, write.end), read.end), now, readToo);
+  return giveUp(partOf(both, both.first, read.first)) && giveUp(partOf(both, read.end, both.end));
 }
 
 void BlockExpectations::writeEnded(const BlockSpan& span, uint64_t issued, std::optional<uint64_t> failedFrom) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    AwaitedBlock* block = blocks_.find(lba);
-    // A block that was given up and is awaited again since knows nothing of this write.
-    if (block != nullptr && block->since <= issued) {
-      settle(*block, lba, failedFrom && lba >= *failedFrom ? Content::writeFailed : Content::written);
-    }
+  const auto settleAs = [&](const BlockSpan& part, Content content) {
+    blocks_.ofSpan(part, [&](AwaitedPiece& piece) {
+      // A block that was given up and is awaited again since knows nothing of this write.
+      if (piece.block.since <= issued) {
+        settle(piece, content);
+      }
+      return false;
+    });
+  };
+  if (!failedFrom) {
+    settleAs(span, Content::written);
+    return;
   }
+  settleAs(partOf(span, span.first, *failedFrom), Content::written);
+  settleAs(partOf(span, *failedFrom, span.end), Content::writeFailed);
 }
 
 void BlockExpectations::atomicWriteEnded(const BlockSpan& span, uint64_t issued, bool good) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    AwaitedBlock* block = blocks_.find(lba);
-    if (block == nullptr || block->since > issued) {
-      continue;
+  blocks_.ofSpan(span, [&](AwaitedPiece& piece) {
+    if (piece.block.since > issued) {
+      return false;
     }
     // Whoever reads now was issued behind this write, and so looks at every hash of before it.
-    forgetUnderHash(*block, lba);
+    forgetUnderHash(piece);
     if (good) {
-      settle(*block, lba, Content::written);
-      block->knownWhenIssued = 1;
-    } else if (block->unfinishedAtomics < mostAtomics) {
-      ++block->unfinishedAtomics;
+      settle(piece, Content::written);
+      piece.block.knownWhenIssued = 1;
+    } else if (piece.block.unfinishedAtomics < mostAtomics) {
+      ++piece.block.unfinishedAtomics;
     }
-  }
+    return false;
+  });
 }
 
 void BlockExpectations::hashed(const BlockSpan& span, bool claim, uint64_t now) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    AwaitedBlock& block = blocks_.make(lba, now);
+  blocks_.makeSpan(span, now, [&](AwaitedPiece& piece) {
+    AwaitedBlock& block = piece.block;
     block.claims += claim ? 1U : 0U;
     if (block.readers != 0 && block.hashedUnderReaders == 0) {
-      underHash_[lba] = {.since = now,
-                         .layers = {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics}};
+      const UnderHash under{.since = now,
+                            .layers = {.content = block.content, .unfinishedAtomics = block.unfinishedAtomics}};
+      piece.ofEach([&](uint64_t lba) { underHash_[lba] = under; });
       block.hashedUnderReaders = 1;
     }
     block.content = Content::hashed;
     block.unfinishedAtomics = 0;
     block.knownWhenIssued = 1;
-  }
+  });
 }
 
 bool BlockExpectations::giveUp(const BlockSpan& span) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    if (!giveUp(lba)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool BlockExpectations::giveUp(uint64_t lba) {
-  AwaitedBlock* block = blocks_.find(lba);
-  if (block == nullptr) {
-    return false;
-  }
-  block->claims -= block->claims != 0 ? 1U : 0U;
-  eraseIfDone(*block, lba);
-  return true;
+  const uint64_t missing = blocks_.ofSpan(span, [this](AwaitedPiece& piece) {
+    piece.block.claims -= piece.block.claims != 0 ? 1U : 0U;
+    return isDone(piece);
+  });
+  return missing == 0;
 }
 
 bool BlockExpectations::isCertain(const BlockSpan& span, uint64_t issued) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    const AwaitedBlock* block = blocks_.find(lba);
-    if (block == nullptr) {
-      return false;
-    }
-    const Layers layers = layersFor(*block, lba, issued);
-    if (layers.content != Content::written || layers.unfinishedAtomics != 0) {
-      return false;
-    }
-  }
-  return true;
+  bool certain = true;
+  const uint64_t missing = blocks_.ofSpan(span, [&](AwaitedPiece& piece) {
+    const Layers layers = layersFor(piece, issued);
+    certain &= layers.content == Content::written && layers.unfinishedAtomics == 0;
+    return false;
+  });
+  return certain && missing == 0;
 }
 
 BlockWorth BlockExpectations::readEnded(uint64_t lba, uint64_t issued, bool again) {
-  AwaitedBlock* block = blocks_.find(lba);
-  if (block == nullptr || block->readers == 0) {
-    return {.reason = Uncheckable::untold};
-  }
-  const BlockWorth worth = worthOf(*block, lba, issued);
-  --block->readers;
-  block->claims += again ? 1U : 0U;
-  eraseIfDone(*block, lba);
-  return worth;
+  BlockWorth ofBlock;
+  readEnded({.first = lba, .end = lba + 1}, issued, again, [&](BlockWorth worth, uint64_t) { ofBlock = worth; });
+  return ofBlock;
 }
 
 void BlockExpectations::zonesReset(uint64_t first, uint64_t end) {
-  blocks_.ofRange(first, end, [](AwaitedBlock& block) {
-    block.content = Content::zoneReset;
-    block.unfinishedAtomics = 0;
-    block.knownWhenIssued = 0;
+  blocks_.ofSpan({.first = first, .end = end + 1}, [](AwaitedPiece& piece) {
+    piece.block.content = Content::zoneReset;
+    piece.block.unfinishedAtomics = 0;
+    piece.block.knownWhenIssued = 0;
+    return false;
   });
 }
 
 void BlockExpectations::invalidated(uint64_t first, uint64_t end) {
-  blocks_.ofRange(first, end - 1, [](AwaitedBlock& block) {
-    if (block.content == Content::written) {
-      block.content = Content::invalidated;
+  blocks_.ofSpan({.first = first, .end = end}, [](AwaitedPiece& piece) {
+    if (piece.block.content == Content::written) {
+      piece.block.content = Content::invalidated;
     }
-    block.unfinishedAtomics = 0;
-    block.knownWhenIssued = 0;
+    piece.block.unfinishedAtomics = 0;
+    piece.block.knownWhenIssued = 0;
+    return false;
   });
 }
 
 void BlockExpectations::confuse(const BlockSpan& span) {
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    if (AwaitedBlock* block = blocks_.find(lba); block != nullptr) {
-      settle(*block, lba, Content::untold);
-    }
-  }
+  blocks_.ofSpan(span, [this](AwaitedPiece& piece) {
+    settle(piece, Content::untold);
+    return false;
+  });
 }
 
 bool BlockExpectations::isKnownForAtomicWrite(uint64_t first, uint64_t end) {
   if (blocks_.find(end) == nullptr) {
     return false;  // the block behind has to be awaited, too
   }
-  for (uint64_t lba = first; lba < end; ++lba) {
-    const AwaitedBlock* block = blocks_.find(lba);
-    if (block == nullptr || block->knownWhenIssued == 0) {
-      return false;
-    }
-  }
-  return true;
+  bool known = true;
+  const uint64_t missing = blocks_.ofSpan({.first = first, .end = end}, [&known](AwaitedPiece& piece) {
+    known &= piece.block.knownWhenIssued != 0;
+    return false;
+  });
+  return known && missing == 0;
 }
 
 void BlockExpectations::clear() {

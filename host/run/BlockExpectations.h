@@ -9,17 +9,6 @@
 
 namespace corvane::host {
 
-/// The blocks of a command.
-struct BlockSpan {
-  uint64_t first = 0;
-  uint64_t end = 0;  ///< excluded; with a step of 2 even the block left out behind the last one is before it
-  uint32_t step = 1;
-
-  bool contains(uint64_t lba) const { return lba >= first && lba < end; }
-  bool overlaps(const BlockSpan& other) const { return first < other.end && other.first < end; }
-  friend bool operator==(const BlockSpan&, const BlockSpan&) = default;
-};
-
 /// What somebody who reads back what he wrote expects of each block, from what commands were issued and how they ended.
 ///
 /// A block is remembered from a write over it until every read that was to come for it has ended. Ends of commands that
@@ -61,6 +50,21 @@ class BlockExpectations {
   ///
   /// @return what the look was worth, if data came
   BlockWorth readEnded(uint64_t lba, uint64_t issued, bool again);
+  /// The same for a whole read: calls `count(BlockWorth, uint64_t blocks)`, which together name each block once.
+  template <typename Count>
+  void readEnded(const BlockSpan& span, uint64_t issued, bool again, Count count) {
+    const uint64_t missing = blocks_.ofSpan(span, [&](AwaitedPiece& piece) {
+      if (piece.block.readers == 0) {
+        count(BlockWorth{.reason = Uncheckable::untold}, piece.blocks());
+        return false;
+      }
+      count(worthOf(piece, issued), piece.blocks());
+      return endReader(piece, again);
+    });
+    if (missing != 0) {
+      count(BlockWorth{.reason = Uncheckable::untold}, missing);
+    }
+  }
 
   /// Content of zones is gone; so is the block behind them.
   void zonesReset(uint64_t first, uint64_t end);
@@ -77,9 +81,9 @@ class BlockExpectations {
 
   void clear();
 
-  bool awaits(uint64_t lba) { return blocks_.find(lba) != nullptr; }
+  bool awaits(uint64_t lba) const { return blocks_.find(lba) != nullptr; }
   /// Nobody waits for any block.
-  bool empty() const { return blocks_.pages() == 0; }
+  bool empty() const { return blocks_.empty(); }
 
  private:
   using Content = AwaitedBlock::Content;
@@ -93,15 +97,39 @@ class BlockExpectations {
     Layers layers;
   };
 
-  bool giveUp(uint64_t lba);
-  BlockWorth worthOf(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
-  Layers layersFor(const AwaitedBlock& block, uint64_t lba, uint64_t issued) const;
-  void settle(AwaitedBlock& block, uint64_t lba, Content content);
-  void forgetUnderHash(AwaitedBlock& block, uint64_t lba);
-  void eraseIfDone(AwaitedBlock& block, uint64_t lba);
+  BlockWorth worthOf(const AwaitedPiece& piece, uint64_t issued) const {
+    const AwaitedBlock& block = piece.block;
+    if (block.content == Content::written && block.unfinishedAtomics == 0 && block.hashedUnderReaders == 0) {
+      return {.outcomes = 1};
+    }
+    return worthOf(layersFor(piece, issued));
+  }
+  /// @return whether the piece can be forgotten
+  bool endReader(AwaitedPiece& piece, bool again) {
+    --piece.block.readers;
+    piece.block.claims += again ? 1U : 0U;
+    return isDone(piece);
+  }
+  bool isDone(AwaitedPiece& piece) {
+    if (piece.block.readers != 0) {
+      return false;
+    }
+    forgetUnderHash(piece);
+    return piece.block.claims == 0;
+  }
+  void forgetUnderHash(AwaitedPiece& piece) {
+    if (piece.block.hashedUnderReaders != 0) {
+      eraseUnderHash(piece);
+    }
+  }
+
+  static BlockWorth worthOf(const Layers& layers);
+  Layers layersFor(const AwaitedPiece& piece, uint64_t issued) const;
+  void settle(AwaitedPiece& piece, Content content);
+  void eraseUnderHash(AwaitedPiece& piece);
 
   AwaitedBlocks blocks_;
-  std::unordered_map<uint64_t, UnderHash> underHash_;
+  std::unordered_map<uint64_t, UnderHash> underHash_;  ///< by LBA; the same for all blocks of a piece
 };
 
 }  // namespace corvane::host

@@ -13,15 +13,15 @@ BlockSpan CheckAccount::spanOf(uint64_t lba, uint32_t blocks) const {
   return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
 }
 
-inline void CheckAccount::count(const DriveCommand& command, uint64_t lba, BlockWorth worth) {
-  if (rules_.listener) {
-    rules_.listener(command, lba, worth);
+void CheckAccount::tellListener(const DriveCommand& command, BlockWorth worth) const {
+  for (uint32_t block = 0; block < command.blocks && rules_.listener; ++block) {
+    rules_.listener(command, command.lbaOf(block), worth);
   }
-  if (pending_ != 0 && !(worth == pendingWorth_)) {
-    flushCount();
-  }
-  pendingWorth_ = worth;
-  ++pending_;
+}
+
+void CheckAccount::countAll(const DriveCommand& command, BlockWorth worth) {
+  tellListener(command, worth);
+  counters_.add(worth, command.blocks);
 }
 
 void CheckAccount::loseTrack() {
@@ -249,7 +249,7 @@ void CheckAccount::completed(const DriveCommand& command, const DriveCompletion&
   const bool brings = command.kind == CommandKind::read || command.kind == CommandKind::verify;
   if (!onTrack_) {
     if (brings && !own.preRead) {
-      countAll(command, Uncheckable::untold);
+      countAll(command, {.reason = Uncheckable::untold});
     }
     return;
   }
@@ -322,51 +322,44 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
   } else if (!dataDelivered) {
     ofAll = Uncheckable::noData;
   }
-  for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-    BlockWorth worth = expectations_.readEnded(lba, own.issued, false);
-    if (ofAll) {
-      worth = {.reason = *ofAll};
-    } else if (doubt_ && (doubt_->preRead.contains(lba) || doubt_->readBack.contains(lba))) {
-      worth = {.reason = Uncheckable::untold};
-    }
-    count(command, lba, worth);
+  if (ofAll) {
+    expectations_.readEnded(own.span, own.issued, false, [](BlockWorth, uint64_t) {});
+    countAll(command, {.reason = *ofAll});
+  } else if (rules_.listener || doubt_) {
+    countEach(command, own);
+  } else {
+    expectations_.readEnded(own.span, own.issued, false,
+                            [this](BlockWorth worth, uint64_t blocks) { counters_.add(worth, blocks); });
   }
-  flushCount();
   if (ending.aborted && own.readBack.probe && !own.readBack.repeated) {
     readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = true, .repeated = true});
   }
 }
 
+void CheckAccount::countEach(const DriveCommand& command, const Outstanding& own) {
+  for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
+    BlockWorth worth = expectations_.readEnded(lba, own.issued, false);
+    if (doubt_ && (doubt_->preRead.contains(lba) || doubt_->readBack.contains(lba))) {
+      worth = {.reason = Uncheckable::untold};
+    }
+    if (rules_.listener) {
+      rules_.listener(command, lba, worth);
+    }
+    counters_.add(worth, 1);
+  }
+}
+
 void CheckAccount::endVerify(const DriveCommand& command, const Outstanding& own, const CommandEnding& ending) {
   if (!ending.good() && !ending.verifyMiscompare) {
-    countAll(command, Uncheckable::commandFailed);
+    countAll(command, {.reason = Uncheckable::commandFailed});
   } else if (doubt_ && (doubt_->preRead.overlaps(own.span) || doubt_->readBack.overlaps(own.span))) {
-    countAll(command, Uncheckable::untold);
+    countAll(command, {.reason = Uncheckable::untold});
   } else if (!expectations_.isCertain(own.span, own.issued)) {
-    countAll(command, Uncheckable::verifyMayDiffer);
+    countAll(command, {.reason = Uncheckable::verifyMayDiffer});
   } else {
-    for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-      count(command, lba, {.outcomes = 1});
-    }
-    flushCount();
+    countAll(command, {.outcomes = 1});
   }
-  for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-    expectations_.readEnded(lba, own.issued, false);
-  }
-}
-
-void CheckAccount::countAll(const DriveCommand& command, Uncheckable reason) {
-  for (uint32_t block = 0; block < command.blocks; ++block) {
-    count(command, command.lbaOf(block), {.reason = reason});
-  }
-  flushCount();
-}
-
-void CheckAccount::flushCount() {
-  if (pending_ != 0) {
-    counters_.add(pendingWorth_, pending_);
-    pending_ = 0;
-  }
+  expectations_.readEnded(own.span, own.issued, false, [](BlockWorth, uint64_t) {});
 }
 
 std::vector<uint32_t> CheckAccount::lostInOrder() const {
@@ -407,9 +400,7 @@ void CheckAccount::allLost() {
     }
     // Reads are repeated, those lost last come first; verifies are not.
     const bool again = own.kind == CommandKind::read;
-    for (uint64_t lba = own.span.first; lba < own.span.end; lba += own.span.step) {
-      expectations_.readEnded(lba, own.issued, again);
-    }
+    expectations_.readEnded(own.span, own.issued, again, [](BlockWorth, uint64_t) {});
     if (again) {
       readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = own.readBack.probe});
     }

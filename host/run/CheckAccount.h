@@ -120,9 +120,10 @@ class CheckAccount {
   void endPreRead(const Outstanding& own, const CommandEnding& ending);
   void endRead(const DriveCommand& command, const Outstanding& own, const CommandEnding& ending, bool dataDelivered);
   void endVerify(const DriveCommand& command, const Outstanding& own, const CommandEnding& ending);
-  void count(const DriveCommand& command, uint64_t lba, BlockWorth worth);
-  void countAll(const DriveCommand& command, Uncheckable reason);
-  void flushCount();
+  void tellListener(const DriveCommand& command, BlockWorth worth) const;
+  /// Every block of a command was worth the same.
+  void countAll(const DriveCommand& command, BlockWorth worth);
+  void countEach(const DriveCommand& command, const Outstanding& own);
   std::vector<uint32_t> lostInOrder() const;
   void dropDoubt(const std::vector<uint32_t>& lost);
 
@@ -138,8 +139,6 @@ class CheckAccount {
   bool readsNext_ = false;
   bool onTrack_ = true;
   uint64_t now_ = 0;
-  BlockWorth pendingWorth_;  ///< equal ones are counted together
-  uint64_t pending_ = 0;
 };
 
 }  // namespace corvane::host

@@ -1,16 +1,22 @@
 #include "host/run/CommandJournal.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace corvane::host {
 
 CommandJournal::CommandJournal(size_t depth, uint32_t tags, HostClock& clock)
-    : clock_(clock), beganUs_(clock.steadyUs()), ring_(depth), slots_(tags) {
+    : clock_(clock),
+      beganUs_(clock.steadyUs()),
+      everyLookCounts_(!clock.runsByItself()),
+      ring_(depth),
+      mask_(std::has_single_bit(depth) ? depth - 1 : 0),
+      slots_(tags) {
   incidents_.reserve(keptIncidents);
 }
 
 void CommandJournal::issued(const DriveCommand& command, uint32_t bucket, bool preRead) {
-  const uint64_t us = nowUs();
+  const uint64_t us = look();
   JournalEntry& entry = at(++count_);
   entry = {.number = count_,
            // The agent counts every command but its cache flushes.
@@ -27,12 +33,12 @@ void CommandJournal::issued(const DriveCommand& command, uint32_t bucket, bool p
   slots_.at(command.tag) = {.number = count_, .issuedUs = us, .kind = command.kind};
 }
 
-void CommandJournal::finished(uint32_t tag, uint32_t status) {
+void CommandJournal::finished(uint32_t tag, uint32_t status, bool rightAfterIssue) {
   Slot& slot = slots_.at(tag);
   if (slot.number == 0) {
     return;
   }
-  const uint64_t us = nowUs();
+  const uint64_t us = rightAfterIssue && !everyLookCounts_ ? latestUs_ : look();
   latencies_[static_cast<size_t>(slot.kind)].add(us - slot.issuedUs);
   if (slot.number >= oldestNumber()) {
     JournalEntry& entry = at(slot.number);
@@ -66,7 +72,7 @@ void CommandJournal::happened(Incident::What what, uint64_t firstLba, uint64_t e
 }
 
 const JournalEntry* CommandJournal::byNumber(uint64_t number) const {
-  return number == 0 || number > count_ || number < oldestNumber() ? nullptr : &ring_[(number - 1) % ring_.size()];
+  return number == 0 || number > count_ || number < oldestNumber() ? nullptr : &ring_[place(number)];
 }
 
 const JournalEntry* CommandJournal::byCommandId(uint64_t commandId) const {

@@ -65,13 +65,21 @@ class CommandJournal {
   /// @param bucket of a write, see JournalEntry
   void issued(const DriveCommand& command, uint32_t bucket, bool preRead);
   /// The completion of the command that was issued on a tag last.
-  void finished(uint32_t tag, uint32_t status);
+  ///
+  /// @param rightAfterIssue another command was issued a moment before and nobody looked at the clock since: its time
+  /// is
+  ///                        this one's, too. A look at the clock costs as much as the rest of an entry.
+  void finished(uint32_t tag, uint32_t status, bool rightAfterIssue = false);
   /// Every outstanding command was lost.
   void lostAll();
   void happened(Incident::What what, uint64_t firstLba = 0, uint64_t endLba = 0);
 
   /// Microseconds since the journal began.
   uint64_t nowUs() const { return clock_.steadyUs() - beganUs_; }
+  uint64_t beganUs() const { return beganUs_; }
+  /// When the clock was looked at last, for a command, and how often it was.
+  uint64_t latestUs() const { return latestUs_; }
+  uint64_t looks() const { return looks_; }
   /// Commands issued so far.
   uint64_t issuedCount() const { return count_; }
   /// The kept command with a number; null when it is too old, or not issued yet.
@@ -87,19 +95,28 @@ class CommandJournal {
   const std::array<LatencyHistogram, latencyKinds>& latencies() const { return latencies_; }
 
  private:
-  JournalEntry& at(uint64_t number) { return ring_[(number - 1) % ring_.size()]; }
+  uint64_t look() {
+    ++looks_;
+    return latestUs_ = nowUs();
+  }
+  JournalEntry& at(uint64_t number) { return ring_[place(number)]; }
+  size_t place(uint64_t number) const { return mask_ != 0 ? (number - 1) & mask_ : (number - 1) % ring_.size(); }
 
   static constexpr size_t keptIncidents = 256;
 
   HostClock& clock_;
   const uint64_t beganUs_;
+  const bool everyLookCounts_;
   std::vector<JournalEntry> ring_;
+  const size_t mask_;  ///< of a ring that is a power of two long; else 0
   struct Slot {
     uint64_t number = 0;  ///< 0: nothing is outstanding
     uint64_t issuedUs = 0;
     CommandKind kind = CommandKind::read;
   };
   std::vector<Slot> slots_;  ///< by tag
+  uint64_t latestUs_ = 0;
+  uint64_t looks_ = 0;
   uint64_t count_ = 0;
   uint64_t nextId_ = 1;
   std::vector<Incident> incidents_;  ///< a ring

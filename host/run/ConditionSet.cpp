@@ -1,6 +1,7 @@
 #include "host/run/ConditionSet.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <stdexcept>
 
@@ -97,6 +98,26 @@ ConditionSet::ConditionSet(const ConditionPlan& plan) : names_(plan.names), bits
       appliedBits_ |= choosingBits(condition);
     }
   }
+  findPrivateSteps();
+}
+
+void ConditionSet::findPrivateSteps() {
+  uint64_t others = 0;  // bits of more than one step
+  uint64_t seen = 0;
+  for (uint32_t step = 0; step < agentSteps; ++step) {
+    const vdl::Condition& condition = conditions_[step];
+    const uint64_t choosing = choosingBits(condition);
+    if (!isAppliedStep(static_cast<ConditionedStep>(step)) || (choosing | condition.noneMask) == 0) {
+      continue;
+    }
+    if (!std::has_single_bit(choosing) || condition.noneMask != 0) {
+      return;
+    }
+    others |= seen & choosing;
+    seen |= choosing;
+    stepOfBit_[static_cast<size_t>(std::countr_zero(choosing))] = static_cast<ConditionedStep>(step);
+  }
+  privateBits_ = seen & ~others;
 }
 
 ConditionSet::ConditionSet(const TestDefinition& test) : ConditionSet(test.conditions) {
@@ -133,8 +154,12 @@ bool ConditionSet::allows(ConditionedStep hostStep, uint64_t state) const {
 }
 
 std::optional<ConditionedStep> ConditionSet::stepToRun(uint64_t state) const {
-  if ((state & appliedBits_) == 0) {
+  const uint64_t applied = state & appliedBits_;
+  if (applied == 0) {
     return std::nullopt;
+  }
+  if (std::has_single_bit(applied) && (applied & privateBits_) != 0) {
+    return stepOfBit_[static_cast<size_t>(std::countr_zero(applied))];
   }
   std::optional<ConditionedStep> found;
   for (uint32_t step = 0; step < agentSteps; ++step) {

@@ -90,11 +90,16 @@ class ConditionSet {
 
  private:
   bool usesE2e(const TestDefinition& test) const;
+  void findPrivateSteps();
 
   ConditionNames names_;
   std::array<vdl::Condition, conditionedSteps> conditions_{};
   std::array<bool, conditionedSteps> uses_{};
   uint64_t appliedBits_ = 0;
+  /// Bits each of which makes one step run, whatever else is set; none when some step of the agent takes more than
+  /// that.
+  uint64_t privateBits_ = 0;
+  std::array<ConditionedStep, mostConditions> stepOfBit_{};  ///< of the private bits
   uint64_t bits_ = 0;
   std::vector<std::pair<std::string_view, vdl::Condition>> options_;
 };

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/base/CpuList.h"
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
@@ -57,6 +58,7 @@ void DriveRun::run() noexcept {
   beganUs_ = context_.clock.steadyUs();
   setCurrentDeviceIndex(index_);
   try {
+    pin();
     runTest();
   } catch (const DriveError& error) {
     failed(RunStatus::drive, error.what());
@@ -71,6 +73,15 @@ void DriveRun::run() noexcept {
     context_.observer->onFinding(index_, *finding);
   }
   context_.observer->onDriveEnd(index_, result_);
+}
+
+void DriveRun::pin() const {
+  const std::vector<uint32_t>& cpus = context_.test.pinnedCpus;
+  if (!cpus.empty() && !pinThisThread(cpus[index_ % cpus.size()])) {
+    throw ConfigurationError("the drive's thread cannot be pinned to CPU " +
+                             std::to_string(cpus[index_ % cpus.size()]) +
+                             " any more; look whether it is still online, or leave pinning out");
+  }
 }
 
 void DriveRun::conclude() {
@@ -273,11 +284,11 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
       break;
     }
     if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
-      const uint64_t elapsedUs = context_.clock.steadyUs() - beganUs;
-      if (test.timeLimitMs != 0 && elapsedUs >= test.timeLimitMs * 1000) {
+      const uint64_t elapsed = elapsedUs(beganUs);
+      if (test.timeLimitMs != 0 && elapsed >= test.timeLimitMs * 1000) {
         break;
       }
-      if (mustWait(loop, elapsedUs)) {
+      if (mustWait(loop, elapsed)) {
         continue;
       }
     }
@@ -287,6 +298,16 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
     }
   }
   return 0;
+}
+
+uint64_t DriveRun::elapsedUs(uint64_t beganUs) {
+  // The journal looked at the clock in the last step, if anything happened there.
+  if (journal_ != nullptr && context_.clock.runsByItself() && journal_->looks() != looksSeen_) {
+    looksSeen_ = journal_->looks();
+    const uint64_t nowUs = journal_->beganUs() + journal_->latestUs();
+    return nowUs - std::min(nowUs, beganUs);
+  }
+  return context_.clock.steadyUs() - beganUs;
 }
 
 bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {

@@ -59,6 +59,8 @@ class DriveRun {
   const TestRange& range() const { return range_; }
 
  private:
+  /// Keeps the calling thread on the CPU that the test gives the drive, if it gives one.
+  void pin() const;
   DriveThreadHost::Settings threadSettings();
   StepSettings stepSettings() const;
   CheckRules checkRules() const;
@@ -75,6 +77,8 @@ class DriveRun {
   std::optional<uint64_t> findingLba() const;
   /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
   void gatherEvidence(DriveThreadHost& host, StepLoop& loop);
+  /// How long the test of the drive has taken so far, at most a step ago.
+  uint64_t elapsedUs(uint64_t beganUs);
   /// Waits until the rate allows another command, but not for long at a time.
   bool mustWait(const StepLoop& loop, uint64_t elapsedUs);
   /// Remembers when the agent ended the test.
@@ -95,6 +99,7 @@ class DriveRun {
   uint64_t foundUs_ = 0;
   uint64_t beganUs_ = 0;
   uint64_t steps_ = 0;
+  uint64_t looksSeen_ = 0;  ///< of the journal at the clock
   DriveResult result_;
   std::atomic<bool> ended_{false};
 };

@@ -14,6 +14,8 @@ class HostClock {
   /// Microseconds since the epoch.
   virtual uint64_t wallUs();
   virtual void pause(uint64_t microseconds);
+  /// Whether time goes on while nobody looks. Else every look counts, and none may be spared.
+  virtual bool runsByItself() const { return true; }
 
   /// The machine's clock.
   static HostClock& real();

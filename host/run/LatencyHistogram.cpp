@@ -1,6 +1,8 @@
 #include "host/run/LatencyHistogram.h"
 
 #include <algorithm>
+#include <array>
+#include <boost/histogram.hpp>
 #include <cmath>
 
 namespace corvane::host {
@@ -10,15 +12,36 @@ constexpr double shortestUs = 1;
 constexpr double longestUs = 1e9;
 constexpr double classWidth = 1.02;
 
-unsigned classes() { return static_cast<unsigned>(std::ceil(std::log(longestUs / shortestUs) / std::log(classWidth))); }
+constexpr uint64_t tabledUs = 4096;  ///< the classes of shorter times come from a table, not from a logarithm
+
+using Axis = boost::histogram::axis::regular<double, boost::histogram::axis::transform::log>;
+
+const Axis& axis() {
+  static const Axis all(static_cast<unsigned>(std::ceil(std::log(longestUs / shortestUs) / std::log(classWidth))),
+                        shortestUs, longestUs);
+  return all;
+}
+
+std::array<uint16_t, tabledUs> classesOfShortTimes() {
+  std::array<uint16_t, tabledUs> classes{};
+  for (uint64_t us = 0; us < tabledUs; ++us) {
+    // Nothing takes no time at all; the clock is too coarse to say so.
+    classes[us] = static_cast<uint16_t>(axis().index(static_cast<double>(std::max<uint64_t>(us, 1))));
+  }
+  return classes;
+}
+
+size_t classOf(uint64_t us) {
+  static const std::array<uint16_t, tabledUs> shortTimes = classesOfShortTimes();
+  return us < tabledUs ? shortTimes[us] : static_cast<size_t>(axis().index(static_cast<double>(us)));
+}
 
 }  // namespace
 
-LatencyHistogram::LatencyHistogram() : histogram_(std::make_tuple(Axis(classes(), shortestUs, longestUs))) {}
+LatencyHistogram::LatencyHistogram() : commands_(static_cast<size_t>(axis().size()) + 1) {}
 
 void LatencyHistogram::add(uint64_t us) {
-  // Nothing takes no time at all; the clock is too coarse to say so.
-  histogram_(static_cast<double>(std::max<uint64_t>(us, 1)));
+  ++commands_[classOf(us)];
   minUs_ = count_ == 0 ? us : std::min(minUs_, us);
   maxUs_ = std::max(maxUs_, us);
   sumUs_ += us;
@@ -30,7 +53,7 @@ double LatencyHistogram::meanUs() const {
 }
 
 uint64_t LatencyHistogram::upperBoundUs(int bucket) const {
-  const double bound = std::ceil(histogram_.axis().value(bucket + 1));
+  const double bound = std::ceil(axis().value(bucket + 1));
   return std::isfinite(bound) ? std::min(maxUs_, static_cast<uint64_t>(bound)) : maxUs_;
 }
 
@@ -48,12 +71,12 @@ uint64_t LatencyHistogram::percentileUs(double percent) const {
 
 std::vector<std::pair<uint64_t, uint64_t>> LatencyHistogram::buckets() const {
   std::vector<std::pair<uint64_t, uint64_t>> filled;
-  for (int bucket = 0; bucket <= histogram_.axis().size(); ++bucket) {  // the last one is the overflow
-    const auto commands = static_cast<uint64_t>(histogram_.at(bucket));
+  for (size_t bucket = 0; bucket < commands_.size(); ++bucket) {
+    const uint64_t commands = commands_[bucket];
     if (commands == 0) {
       continue;
     }
-    const uint64_t bound = upperBoundUs(bucket);
+    const uint64_t bound = upperBoundUs(static_cast<int>(bucket));
     if (!filled.empty() && filled.back().first == bound) {
       filled.back().second += commands;
     } else {

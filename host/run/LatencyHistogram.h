@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <boost/histogram.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -13,7 +12,7 @@ inline constexpr size_t latencyKinds = 7;  ///< those of an agent's commands
 
 /// How long commands took, in classes that are 2 % wide, from one microsecond to 1000 seconds.
 ///
-/// Memory is taken by the first command. One thread.
+/// Memory is taken by the constructor. One thread.
 class LatencyHistogram {
  public:
   LatencyHistogram();
@@ -31,12 +30,9 @@ class LatencyHistogram {
   std::vector<std::pair<uint64_t, uint64_t>> buckets() const;
 
  private:
-  using Axis = boost::histogram::axis::regular<double, boost::histogram::axis::transform::log>;
-  using Histogram = boost::histogram::histogram<std::tuple<Axis>, boost::histogram::dense_storage<uint64_t>>;
-
   uint64_t upperBoundUs(int bucket) const;
 
-  Histogram histogram_;
+  std::vector<uint64_t> commands_;  ///< by class; the last one is for all that is longer
   uint64_t count_ = 0;
   uint64_t sumUs_ = 0;
   uint64_t minUs_ = 0;

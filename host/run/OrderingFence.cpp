@@ -57,7 +57,8 @@ OrderingFence::OrderingFence(Drive& drive, uint32_t tags, DriveCounters& counter
       first_(tags),
       end_(tags),
       tag_(tags),
-      writes_(tags) {
+      writes_(tags),
+      regions_(tags) {
   if (tags == 0 || tags > TagPool::maxTags) {
     throw std::invalid_argument("an ordering fence has 1 to 1024 tags");
   }
@@ -79,13 +80,8 @@ void OrderingFence::submit(const DriveCommand& command) {
   node.command = command;
   node.waitsFor = 0;
   node.attempts = 0;
-  node.successors = {};
-  for (uint32_t i = 0; i < count_; ++i) {
-    const bool overlaps = first_[i] < end && first < end_[i] && (writes_[i] | writes) != 0;
-    if (overlaps || (inZoneOrder && isUnsentWriteTo(first / zoneBlocks_, nodes_[tag_[i]]))) {
-      nodes_[tag_[i]].successors[command.tag / 64] |= uint64_t{1} << (command.tag % 64);
-      ++node.waitsFor;
-    }
+  if (enterRegions(first, end) || inZoneOrder) {
+    holdBehindConflicting(node, first, end, writes);
   }
   node.outstanding = true;
   node.position = count_;
@@ -100,6 +96,30 @@ void OrderingFence::submit(const DriveCommand& command) {
   } else {
     ++held_;
     counters_.heldBack.add(1);
+  }
+}
+
+bool OrderingFence::enterRegions(uint64_t first, uint64_t end) {
+  if (regions_.isTooLong(first, end)) {
+    regions_.restart(first, end);
+    for (uint32_t i = 0; i < count_; ++i) {
+      regions_.add(first_[i], end_[i]);
+    }
+  }
+  return regions_.add(first, end);
+}
+
+void OrderingFence::holdBehindConflicting(Node& node, uint64_t first, uint64_t end, uint8_t writes) {
+  const uint32_t tag = node.command.tag;
+  const bool inZoneOrder = zoneBlocks_ != 0 && node.command.kind == CommandKind::write;
+  for (uint32_t i = 0; i < count_; ++i) {
+    const bool overlaps = first_[i] < end && first < end_[i] && (writes_[i] | writes) != 0;
+    if (overlaps || (inZoneOrder && isUnsentWriteTo(first / zoneBlocks_, nodes_[tag_[i]]))) {
+      Node& before = nodes_[tag_[i]];
+      before.successors[tag / 64] |= uint64_t{1} << (tag % 64);
+      before.hasSuccessors = true;
+      ++node.waitsFor;
+    }
   }
 }
 
@@ -131,19 +151,23 @@ bool OrderingFence::poll(DriveCompletion& out) {
   if (lost_) {
     throw DriveConnectionLost(*lost_);
   }
-  sendAgain();
+  if (!toRetry_.empty()) {
+    sendAgain();
+  }
   while (drive_.poll(out, false)) {
     Node* node = out.tag < nodes_.size() ? &nodes_[out.tag] : nullptr;
     if (node == nullptr || !node->outstanding || node->command.id != out.id || node->waitsFor != 0) {
       counters_.stray.add(1);
       continue;
     }
-    if (refusal(out) != nullptr) {
+    if (out.status != scsi_status::good && refusal(out) != nullptr) {
       keepForRetry(*node, out);
       continue;
     }
     remove(out.tag);
-    releaseSuccessors(*node);
+    if (node->hasSuccessors) {
+      releaseSuccessors(*node);
+    }
     return true;
   }
   return false;
@@ -162,9 +186,6 @@ void OrderingFence::keepForRetry(Node& node, const DriveCompletion& completion) 
 }
 
 void OrderingFence::sendAgain() {
-  if (toRetry_.empty()) {
-    return;
-  }
   const bool pause = std::any_of(toRetry_.begin(), toRetry_.end(),
                                  [this](uint32_t tag) { return nodes_[tag].attempts > patientAttempts; });
   if (pause) {
@@ -180,6 +201,7 @@ void OrderingFence::remove(uint32_t tag) {
   Node& node = nodes_[tag];
   const uint32_t last = --count_;
   const uint32_t hole = node.position;
+  regions_.remove(first_[hole], end_[hole]);
   first_[hole] = first_[last];
   end_[hole] = end_[last];
   tag_[hole] = tag_[last];
@@ -199,6 +221,8 @@ void OrderingFence::releaseSuccessors(Node& node) {
       }
     }
   }
+  node.successors = {};
+  node.hasSuccessors = false;
   if (toSend_.size() > 1) {
     std::sort(toSend_.begin(), toSend_.end(),
               [this](uint32_t a, uint32_t b) { return nodes_[a].command.id < nodes_[b].command.id; });
@@ -224,8 +248,12 @@ void OrderingFence::sendReleased() {
 
 void OrderingFence::forgetAll() {
   for (uint32_t i = 0; i < count_; ++i) {
-    nodes_[tag_[i]].outstanding = false;
+    Node& node = nodes_[tag_[i]];
+    node.outstanding = false;
+    node.successors = {};
+    node.hasSuccessors = false;
   }
+  regions_.clear();
   toRetry_.clear();
   lost_.reset();
   count_ = 0;

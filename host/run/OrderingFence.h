@@ -10,6 +10,7 @@
 #include "host/framework/TagPool.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/HostClock.h"
+#include "host/run/RegionCounts.h"
 
 namespace corvane::host {
 
@@ -78,13 +79,17 @@ class OrderingFence {
   using TagSet = std::array<uint64_t, TagPool::maxTags / 64>;
   struct Node {
     DriveCommand command;
-    TagSet successors{};    ///< held commands that wait for this one
+    TagSet successors{};    ///< held commands that wait for this one; empty unless `hasSuccessors`
     uint32_t waitsFor = 0;  ///< conflicting predecessors that are still outstanding
     uint32_t position = 0;  ///< in the dense arrays
     uint32_t attempts = 0;
     bool outstanding = false;
+    bool hasSuccessors = false;
   };
 
+  void holdBehindConflicting(Node& node, uint64_t first, uint64_t end, uint8_t writes);
+  /// Whether somebody in the way is possible at all.
+  bool enterRegions(uint64_t first, uint64_t end);
   bool isUnsentWriteTo(uint64_t zone, const Node& node) const;
   void pass(Node& node);
   void send(Node& node);
@@ -105,6 +110,7 @@ class OrderingFence {
   std::vector<uint64_t> end_;
   std::vector<uint32_t> tag_;
   std::vector<uint8_t> writes_;
+  RegionCounts regions_;  ///< of the outstanding commands
   uint32_t count_ = 0;
   uint32_t held_ = 0;
   uint64_t nextId_ = 1;

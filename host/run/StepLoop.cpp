@@ -12,8 +12,9 @@ namespace corvane::host {
 namespace {
 
 constexpr uint32_t e2eBytes = 8;
-constexpr uint8_t protectWithE2e = 1;   ///< transfer and check
-constexpr uint8_t protectVerbatim = 3;  ///< transfer, do not check
+constexpr uint64_t shortTransfer = 4096;  ///< bytes; to submit so many takes no time that a clock of microseconds shows
+constexpr uint8_t protectWithE2e = 1;     ///< transfer and check
+constexpr uint8_t protectVerbatim = 3;    ///< transfer, do not check
 
 bool carriesWriteData(CommandKind kind) {
   return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
@@ -106,6 +107,7 @@ int32_t StepLoop::step() {
 }
 
 int32_t StepLoop::makeStep() {
+  justIssued_ = TagPool::none;
   thread_.conditions &= ~conditions_.bits();
   publishChoice();
   selected_ = selector_.select(commandsIssued_);
@@ -311,6 +313,7 @@ void StepLoop::issue(CommandKind kind, uint32_t peekedTag) {
   if (settings_.journal != nullptr) {
     settings_.journal->issued(command, bucketIndex_, perTag_[tag].preRead);
   }
+  justIssued_ = command.dataBytes <= shortTransfer ? tag : TagPool::none;
   queue_.submit(command);
   counters_.outstanding.set(queue_.outstanding());
   counters_.maxOutstanding.set(std::max<uint64_t>(counters_.maxOutstanding.get(), queue_.outstanding()));
@@ -430,15 +433,17 @@ void StepLoop::getStatus(bool wait) {
     return;
   }
   DriveCompletion completion;
-  if (wait) {
-    queue_.wait(completion);
-  } else if (!queue_.poll(completion)) {
+  const bool waits = !queue_.poll(completion);
+  if (waits && !wait) {
     return;
   }
-  publishCompletion(completion);
+  if (waits) {
+    queue_.wait(completion);
+  }
+  publishCompletion(completion, !waits && justIssued_ != TagPool::none && justIssued_ != completion.tag);
 }
 
-void StepLoop::publishCompletion(const DriveCompletion& completion) {
+void StepLoop::publishCompletion(const DriveCompletion& completion, bool rightAfterIssue) {
   const uint32_t tag = completion.tag;
   const DriveCommand& command = queue_.command(tag);
   PerTag& own = perTag_[tag];
@@ -453,7 +458,9 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
   own.recvCdb = own.cdb;
   recvCdb_.set(tag, own.recvCdb.data(), own.recvCdb.size());
   lastErrSenseData_.size = std::min<uint64_t>(completion.senseBytes, completion.sense.size());
-  std::memcpy(lastErrSenseData_.data, completion.sense.data(), lastErrSenseData_.size);
+  if (lastErrSenseData_.size != 0) {
+    std::memcpy(lastErrSenseData_.data, completion.sense.data(), lastErrSenseData_.size);
+  }
   lastTagId_ = tag;
   lastStatusByte_ = completion.status;
   publishedTag_ = tag;
@@ -464,7 +471,7 @@ void StepLoop::publishCompletion(const DriveCompletion& completion) {
   if (zoneWriter_ && command.kind == CommandKind::write && completion.status != scsi_status::good) {
     zoneWriter_->closeZoneOf(command.lba);
   }
-  countCompletion(command, completion);
+  countCompletion(command, completion, rightAfterIssue);
   if (command.kind == CommandKind::verify) {
     lastVerify_ = command;
   } else {
@@ -481,11 +488,11 @@ void StepLoop::noteIncident(Incident::What what) {
   }
 }
 
-void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletion& completion) {
+void StepLoop::countCompletion(const DriveCommand& command, const DriveCompletion& completion, bool rightAfterIssue) {
   counters_.outstanding.set(queue_.outstanding());
   counters_.completed[static_cast<size_t>(command.kind)].add(1);
   if (settings_.journal != nullptr) {
-    settings_.journal->finished(command.tag, completion.status);
+    settings_.journal->finished(command.tag, completion.status, rightAfterIssue);
   }
   if (completion.status != scsi_status::good) {
     counters_.failed.add(1);

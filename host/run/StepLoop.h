@@ -130,9 +130,10 @@ class StepLoop {
   void publishZonePosition();
   void absorbZonePosition();
   void publishNone();
-  void publishCompletion(const DriveCompletion& completion);
+  /// @param rightAfterIssue see CommandJournal::finished
+  void publishCompletion(const DriveCompletion& completion, bool rightAfterIssue = false);
   void noteIncident(Incident::What what);
-  void countCompletion(const DriveCommand& command, const DriveCompletion& completion);
+  void countCompletion(const DriveCommand& command, const DriveCompletion& completion, bool rightAfterIssue);
   void absorbTakenBackTags();
   void runConditionedStep(uint32_t peekedTag);
   void issue(CommandKind kind, uint32_t peekedTag);
@@ -220,6 +221,7 @@ class StepLoop {
   uint32_t syncTag_ = TagPool::none;  ///< outstanding cache flush
   std::optional<uint32_t> lostSync_;  ///< a flush that a reset took away and nobody was told of
   uint32_t publishedTag_ = TagPool::none;
+  uint32_t justIssued_ = TagPool::none;  ///< tag of the short command that this step issued
   DriveCommand lastVerify_;  ///< when the completion that was published last was a verify's; else without data
   uint64_t commandsIssued_ = 0;
   uint32_t lossesSinceCompletion_ = 0;

@@ -91,6 +91,8 @@ struct TestDefinition {
   uint64_t commandLimit = 0;  ///< commands per drive; 0: none. Without any limit the test runs until it is stopped
   uint64_t stepLimit = 0;     ///< steps of the test's loop per drive, each of which issues at most one command; 0: none
   uint64_t commandsPerSecond = 0;  ///< upper limit per drive; 0: none
+  /// Processors for the drives' threads: drive i runs on number i of them, in turn. Empty: wherever the system puts it.
+  std::vector<uint32_t> pinnedCpus;
   uint64_t watchdogMs = 60'000;    ///< a drive that completes nothing for so long has failed
 
   /// The agent's own options by name, in the order in which they are set. "Random Seed" and "Miscompare Output Path"

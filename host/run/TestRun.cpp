@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "host/base/CpuList.h"
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
@@ -54,6 +55,7 @@ struct TestRun::State {
     options = AgentOptionValues::of(config->options());
     judge(checkTest(test, options));
     checkLbaAgentName();
+    checkPinnedCpus();
     context.emplace(RunContext{.test = test,
                                .options = options,
                                .agent = agent,
@@ -70,6 +72,17 @@ struct TestRun::State {
   void checkLbaAgentName() const {
     if (lbaAgentHelp(test.lbaAgent).empty()) {
       makeLbaAgent(test.lbaAgent, {.endLba = 1}, 0);
+    }
+  }
+
+  void checkPinnedCpus() const {
+    const std::vector<uint32_t> allowed = test.pinnedCpus.empty() ? std::vector<uint32_t>() : allowedCpus();
+    for (const uint32_t cpu : test.pinnedCpus) {
+      if (std::find(allowed.begin(), allowed.end(), cpu) == allowed.end()) {
+        throw ConfigurationError("no thread can be pinned to CPU " + std::to_string(cpu) +
+                                 ", because this process may run on " + cpuListText(allowed) +
+                                 " only; choose among these, or start it with a wider CPU affinity");
+      }
     }
   }
 

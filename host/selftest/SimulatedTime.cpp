@@ -41,6 +41,8 @@ uint64_t SimulatedTime::steadyUs() { return simulatedUs == 0 ? real().steadyUs()
 
 uint64_t SimulatedTime::wallUs() { return simulatedUs == 0 ? real().wallUs() : look(); }
 
+bool SimulatedTime::runsByItself() const { return simulatedUs == 0; }
+
 void SimulatedTime::pause(uint64_t microseconds) {
   if (simulatedUs == 0) {
     real().pause(microseconds);

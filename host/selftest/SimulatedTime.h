@@ -21,6 +21,7 @@ class SimulatedTime : public HostClock {
   uint64_t wallUs() override;
   /// Moves the time on and returns at once.
   void pause(uint64_t microseconds) override;
+  bool runsByItself() const override;
 };
 
 }  // namespace corvane::host

@@ -43,6 +43,7 @@ TEST(HelpTest, explainsEveryFlagOfRunWithItsDefault) {
                            "--time TIME",
                            "--commands N",
                            "--seed N",
+                           "--pin CPUS",
                            "--queue-depth N",
                            "--xfer MIN..MAX",
                            "--lba-agent NAME",

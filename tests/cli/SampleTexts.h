@@ -19,6 +19,7 @@ inline const std::map<std::string, std::vector<std::string>>& sampleTexts() {
       {"range", {"64.."}},
       {"size", {"12.5%"}},
       {"seed", {"18446744073709551615"}},
+      {"pin", {"0,2-5"}},
       {"commands-of", {"write=3,trim,read"}},
       {"queue-depth", {"7"}},
       {"xfer", {"2..9"}},

@@ -3,87 +3,169 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <vector>
 
 #include "host/base/Random.h"
 
 namespace corvane::host {
 namespace {
 
+constexpr BlockSpan one(uint64_t lba) { return {.first = lba, .end = lba + 1}; }
+
+/// Sets the claims of each block of a span, which is awaited since `now` if it was not before.
+void claim(AwaitedBlocks& blocks, const BlockSpan& span, uint64_t now, uint32_t claims) {
+  blocks.makeSpan(span, now, [claims](AwaitedPiece& piece) { piece.block.claims = claims; });
+}
+
+uint64_t forget(AwaitedBlocks& blocks, const BlockSpan& span) {
+  return blocks.ofSpan(span, [](AwaitedPiece&) { return true; });
+}
+
 TEST(AwaitedBlocksTest, aNewBlockIsAwaitedByNobody) {
   AwaitedBlocks blocks;
   EXPECT_EQ(blocks.find(100), nullptr);
-  const AwaitedBlock& block = blocks.make(100, 5);
-  EXPECT_EQ(block.since, 5U);
-  EXPECT_EQ(block.claims, 0U);
-  EXPECT_EQ(block.readers, 0U);
-  EXPECT_EQ(block.content, AwaitedBlock::Content::unknown);
-  EXPECT_EQ(&blocks.make(100, 6), &block);
-  EXPECT_EQ(block.since, 5U);
+  blocks.makeSpan(one(100), 5, [](AwaitedPiece&) {});
+  const AwaitedBlock* block = blocks.find(100);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(block->since, 5U);
+  EXPECT_EQ(block->claims, 0U);
+  EXPECT_EQ(block->readers, 0U);
+  EXPECT_EQ(block->content, AwaitedBlock::Content::unknown);
+  blocks.makeSpan(one(100), 6, [](AwaitedPiece&) {});
+  EXPECT_EQ(blocks.find(100)->since, 5U);
+  EXPECT_EQ(blocks.pieces(), 1U);
   EXPECT_EQ(blocks.find(99), nullptr);
   EXPECT_EQ(blocks.find(101), nullptr);
 }
 
-TEST(AwaitedBlocksTest, aBlockThatWasErasedIsNewAgain) {
+TEST(AwaitedBlocksTest, aBlockThatWasForgottenIsNewAgain) {
   AwaitedBlocks blocks;
-  blocks.make(64, 1).claims = 3;
-  blocks.make(65, 1);
-  blocks.erase(64);
+  claim(blocks, {.first = 64, .end = 66}, 1, 3);
+  EXPECT_EQ(forget(blocks, one(64)), 0U);
   EXPECT_EQ(blocks.find(64), nullptr);
-  EXPECT_EQ(blocks.make(64, 9).claims, 0U);
+  EXPECT_EQ(blocks.find(65)->claims, 3U);
+  blocks.makeSpan(one(64), 9, [](AwaitedPiece&) {});
+  EXPECT_EQ(blocks.find(64)->claims, 0U);
   EXPECT_EQ(blocks.find(64)->since, 9U);
 }
 
-TEST(AwaitedBlocksTest, remembersWhatAMapRemembers) {
+TEST(AwaitedBlocksTest, remembersOfEverySpanWhatAMapOfBlocksRemembers) {
+  struct Known {
+    uint64_t since = 0;
+    uint32_t claims = 0;
+  };
   Random random(3);
   AwaitedBlocks blocks;
-  std::map<uint64_t, uint32_t> model;
-  // Few and far between, so that pages come and go and collide in the table.
-  const auto draw = [&random] { return random.below(300) * 40 + random.below(3) * (uint64_t{1} << 60); };
-  for (uint32_t i = 1; i < 60'000; ++i) {
-    const uint64_t lba = draw();
-    if (random.below(100) < 45 + (i / 10'000 % 2) * 10) {
-      blocks.make(lba, i).claims = i;
-      model[lba] = i;
-    } else if (model.erase(lba) != 0) {
-      blocks.erase(lba);
+  std::map<uint64_t, Known> model;
+  for (uint32_t i = 1; i < 30'000; ++i) {
+    BlockSpan span;
+    span.step = random.below(4) == 0 ? 2 : 1;
+    span.first = random.below(400) + random.below(3) * (uint64_t{1} << 60);
+    span.end = span.first + random.between(1, 40) * span.step;
+    const uint64_t action = random.below(100);
+    uint64_t missing = 0;
+    uint64_t expectedMissing = 0;
+    if (action < 40 + (i / 5'000 % 2) * 20) {
+      claim(blocks, span, i, i);
+    } else if (action < 70) {
+      missing = forget(blocks, span);
+    } else {
+      missing = blocks.ofSpan(span, [](AwaitedPiece& piece) {
+        ++piece.block.claims;
+        return false;
+      });
     }
-    const uint64_t looked = draw();
-    const AwaitedBlock* block = blocks.find(looked);
-    const auto expected = model.find(looked);
-    ASSERT_EQ(block != nullptr, expected != model.end()) << looked;
-    if (block != nullptr) {
-      ASSERT_EQ(block->claims, expected->second);
+    for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
+      const auto found = model.find(lba);
+      if (action < 40 + (i / 5'000 % 2) * 20) {
+        model.try_emplace(lba, Known{.since = i}).first->second.claims = i;
+      } else if (found == model.end()) {
+        ++expectedMissing;
+      } else if (action < 70) {
+        model.erase(found);
+      } else {
+        ++found->second.claims;
+      }
+    }
+    ASSERT_EQ(missing, expectedMissing);
+    for (uint64_t lba = span.first - span.first % 64; lba < span.end + 20; ++lba) {
+      const AwaitedBlock* block = blocks.find(lba);
+      const auto expected = model.find(lba);
+      ASSERT_EQ(block != nullptr, expected != model.end()) << lba;
+      if (block != nullptr) {
+        ASSERT_EQ(block->claims, expected->second.claims);
+        ASSERT_EQ(block->since, expected->second.since);
+      }
     }
   }
-  for (const auto& [lba, claims] : model) {
-    ASSERT_NE(blocks.find(lba), nullptr);
-    blocks.erase(lba);
+  for (const auto& [lba, known] : model) {
+    ASSERT_EQ(forget(blocks, one(lba)), 0U);
   }
-  EXPECT_EQ(blocks.pages(), 0U);
+  EXPECT_TRUE(blocks.empty());
 }
 
 TEST(AwaitedBlocksTest, needsMemoryOnlyForWhatIsAwaitedAtOnce) {
   AwaitedBlocks blocks;
   constexpr uint64_t awaited = 100;
   for (uint64_t i = 0; i < 100'000; ++i) {
-    blocks.make(i * 1000, 1);
-    if (i >= awaited) {
-      blocks.erase((i - awaited) * 1000);
+    claim(blocks, one(i * 1000), 1, 1);
+    if (i == 1000) {
+      EXPECT_EQ(blocks.pieces(), awaited);
+    }
+    if (i >= awaited - 1) {
+      forget(blocks, one((i + 1 - awaited) * 1000));
     }
   }
-  EXPECT_EQ(blocks.pages(), awaited);
-  EXPECT_LE(blocks.capacity(), 2 * awaited);
+  EXPECT_EQ(blocks.pieces(), awaited - 1);
+  AwaitedBlocks few;
+  claim(few, one(1), 1, 1);
+  EXPECT_LE(blocks.memoryBytes(), 2 * few.memoryBytes());
 }
 
-TEST(AwaitedBlocksTest, walksARangeWithBothItsEnds) {
+TEST(AwaitedBlocksTest, takesAtMostFortyBytesOfABlockWhereverItIs) {
+  constexpr uint64_t most = 400'000;
+  Random random(5);
+  AwaitedBlocks scattered;
+  AwaitedBlocks inRuns;
+  uint64_t singles = 0;
+  for (uint64_t blocks = 8; blocks <= most; blocks += 8) {
+    for (uint64_t i = 0; i < 8; ++i) {
+      claim(scattered, one(random.next() / 2), 1, 1);
+      ++singles;
+    }
+    claim(inRuns, {.first = blocks * 1000 + blocks / 8 % 16, .end = blocks * 1000 + blocks / 8 % 16 + 8}, 1, 1);
+    if (blocks % 10'000 == 0) {
+      ASSERT_LE(scattered.memoryBytes(), 40 * singles) << singles;
+      ASSERT_LE(inRuns.memoryBytes(), 40 * blocks) << blocks;
+    }
+  }
+}
+
+TEST(AwaitedBlocksTest, aRunOfBlocksThatAreAlikeIsTheFewPiecesOfItsGroups) {
+  AwaitedBlocks blocks;
+  claim(blocks, {.first = 1000, .end = 1256}, 1, 1);
+  EXPECT_EQ(blocks.pieces(), 17U);
+  uint64_t told = 0;
+  blocks.ofSpan({.first = 1000, .end = 1256}, [&told](AwaitedPiece& piece) {
+    told += piece.blocks();
+    return true;
+  });
+  EXPECT_EQ(told, 256U);
+  EXPECT_TRUE(blocks.empty());
+}
+
+TEST(AwaitedBlocksTest, walksASpanWithoutItsEnd) {
   AwaitedBlocks blocks;
   for (const uint64_t lba : {9U, 10U, 63U, 64U, 200U, 201U}) {
-    blocks.make(lba, 0);
+    claim(blocks, one(lba), 0, 1);
   }
-  blocks.ofRange(10, 200, [](AwaitedBlock& block) { block.claims = 1; });
+  blocks.ofSpan({.first = 10, .end = 201}, [](AwaitedPiece& piece) {
+    piece.block.claims = 2;
+    return false;
+  });
   std::vector<uint64_t> touched;
   for (uint64_t lba = 0; lba < 300; ++lba) {
-    if (blocks.find(lba) != nullptr && blocks.find(lba)->claims != 0) {
+    if (blocks.find(lba) != nullptr && blocks.find(lba)->claims == 2) {
       touched.push_back(lba);
     }
   }
@@ -92,12 +174,13 @@ TEST(AwaitedBlocksTest, walksARangeWithBothItsEnds) {
 
 TEST(AwaitedBlocksTest, forgetsAllAtOnce) {
   AwaitedBlocks blocks;
-  blocks.make(5, 1).claims = 1;
-  blocks.make(500, 1).claims = 1;
+  claim(blocks, one(5), 1, 1);
+  claim(blocks, one(500), 1, 1);
   blocks.clear();
-  EXPECT_EQ(blocks.pages(), 0U);
+  EXPECT_TRUE(blocks.empty());
   EXPECT_EQ(blocks.find(5), nullptr);
-  EXPECT_EQ(blocks.make(500, 2).claims, 0U);
+  blocks.makeSpan(one(500), 2, [](AwaitedPiece&) {});
+  EXPECT_EQ(blocks.find(500)->claims, 0U);
 }
 
 }  // namespace

@@ -41,6 +41,33 @@ TEST_F(CommandJournalTest, NumbersCommandsAndCountsTheAgentsIdsWithoutFlushes) {
   EXPECT_EQ(journal.byNumber(4), nullptr);
 }
 
+TEST_F(CommandJournalTest, TakesTheTimeOfAnIssueForAnEndThatCameRightAfterIt) {
+  issue(CommandKind::write, 0);
+  issue(CommandKind::write, 1);
+  EXPECT_EQ(journal.looks(), 2U);
+  journal.finished(0, scsi_status::good, true);
+  EXPECT_EQ(journal.looks(), 2U);
+  EXPECT_EQ(journal.byNumber(1)->finishedUs, 10U);
+  journal.finished(1, scsi_status::good);
+  EXPECT_EQ(journal.looks(), 3U);
+  EXPECT_EQ(journal.byNumber(2)->finishedUs, 20U);
+  EXPECT_EQ(journal.latestUs(), 20U);
+}
+
+TEST_F(CommandJournalTest, SparesNoLookAtAClockThatRunsByTheLook) {
+  struct CountedClock final : HostClock {
+    uint64_t steadyUs() override { return ++us; }
+    bool runsByItself() const override { return false; }
+    uint64_t us = 0;
+  } counted;
+  CommandJournal other(4, 8, counted);
+  DriveCommand command;
+  other.issued(command, 0, false);
+  other.finished(0, scsi_status::good, true);
+  EXPECT_EQ(other.looks(), 2U);
+  EXPECT_EQ(other.byNumber(1)->finishedUs, 2U);
+}
+
 TEST_F(CommandJournalTest, KeepsTimesAndEndings) {
   issue(CommandKind::write, 0);
   issue(CommandKind::read, 1);

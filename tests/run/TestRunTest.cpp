@@ -2,15 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "host/base/CpuList.h"
 #include "host/drive/DriveError.h"
 #include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
@@ -332,6 +335,46 @@ TEST_F(TestRunTest, TheTimeLimitEndsTheTest) {
   EXPECT_FALSE(result.stopped);
   EXPECT_EQ(result.totals().commandsIssued(), 300U);
   EXPECT_GE(result.elapsedMs, 300U);
+}
+
+TEST_F(TestRunTest, PinsTheThreadsOfTheDrivesInTurn) {
+  const std::vector<uint32_t> mayUse = allowedCpus();
+  test.pinnedCpus = {mayUse.back(), mayUse.front()};
+  if (mayUse.size() == 1) {
+    test.pinnedCpus.pop_back();
+  }
+  test.driveAddresses = {"fake:a", "fake:b", "fake:c"};
+  std::mutex mutex;
+  std::map<std::string, std::set<uint32_t>> ranOn;
+  std::map<std::string, std::vector<uint32_t>> allowed;
+  agent.onExecute = [&](vdl::DriveThread& thread) {
+    {
+      const std::lock_guard lock(mutex);
+      ranOn[thread.name].insert(static_cast<uint32_t>(sched_getcpu()));
+      allowed[thread.name] = allowedCpus();
+    }
+    return readEverything(thread);
+  };
+  EXPECT_EQ(runIt().status, RunStatus::clean);
+  ASSERT_EQ(ranOn.size(), 3U);
+  for (size_t drive = 0; drive < 3; ++drive) {
+    const std::string name(1, static_cast<char>('a' + drive));
+    const uint32_t cpu = test.pinnedCpus[drive % test.pinnedCpus.size()];
+    EXPECT_EQ(ranOn[name], std::set<uint32_t>{cpu}) << name;
+    EXPECT_EQ(allowed[name], std::vector<uint32_t>{cpu}) << name;
+  }
+  EXPECT_EQ(allowedCpus(), mayUse) << "the test's own thread is free";
+}
+
+TEST_F(TestRunTest, RefusesACpuThatTheProcessMayNotUse) {
+  test.pinnedCpus = {mostCpus - 1};
+  try {
+    runIt();
+    FAIL();
+  } catch (const ConfigurationError& error) {
+    EXPECT_NE(std::string(error.what()).find("CPU 8191"), std::string::npos) << error.what();
+    EXPECT_NE(std::string(error.what()).find(cpuListText(allowedCpus())), std::string::npos) << error.what();
+  }
 }
 
 TEST_F(TestRunTest, TheRateLimitSpacesTheCommands) {
