@@ -20,10 +20,16 @@ constexpr std::chrono::seconds memoryPatience{30};
 
 std::string textOf(int error) { return std::generic_category().message(error); }
 
+void failUnlessInterrupted(int error) {
+  if (error != 0 && error != -EINTR) {
+    throw DriveError("waiting for the kernel's ring failed: " + textOf(-error) + "; use engine=threads");
+  }
+}
+
 }  // namespace
 
 KernelRing::KernelRing(uint32_t depth, unsigned flags)
-    : error_(-io_uring_queue_init(std::bit_ceil(depth), &ring_, flags)) {}
+    : error_(-io_uring_queue_init(std::bit_ceil(depth), &ring_, flags)), mostUnsent_(std::max(depth / 2, 1U)) {}
 
 KernelRing::~KernelRing() {
   if (error_ != 0) {
@@ -73,17 +79,23 @@ void KernelRing::queue(io_uring_sqe* entry, uint32_t slot) {
 }
 
 void KernelRing::send() {
-  while (unsent_ != 0) {
-    const int sent = io_uring_submit(&ring_);
-    if (sent > 0) {
-      atKernel_ += static_cast<uint32_t>(sent);
-      unsent_ -= static_cast<uint32_t>(sent);
-    } else if (sent == 0 || sent == -EAGAIN || sent == -EBUSY) {
-      return;  // for want of memory; answers that are taken now make room
-    } else if (sent != -EINTR) {
-      throw DriveError("the kernel's ring takes no requests: " + textOf(-sent) + "; use engine=threads");
-    }
+  while (unsent_ != 0 && wereTaken(io_uring_submit(&ring_))) {
   }
+}
+
+bool KernelRing::wereTaken(int sent) {
+  if (sent > 0) {
+    atKernel_ += static_cast<uint32_t>(sent);
+    unsent_ -= static_cast<uint32_t>(sent);
+    return true;
+  }
+  if (sent == 0 || sent == -EAGAIN || sent == -EBUSY) {
+    return false;
+  }
+  if (sent != -EINTR) {
+    throw DriveError("the kernel's ring takes no requests: " + textOf(-sent) + "; use engine=threads");
+  }
+  return true;
 }
 
 void KernelRing::sendOneAtLeast() {
@@ -98,26 +110,40 @@ void KernelRing::sendOneAtLeast() {
 }
 
 bool KernelRing::poll(Answer& out, bool wait) {
-  send();
-  if (wait && atKernel_ == 0) {
-    sendOneAtLeast();
+  // Before anything is taken, so that no answer is lost when the kernel takes nothing any more.
+  const unsigned ready = io_uring_cq_ready(&ring_);
+  if (ready == 0 && wait) {
+    waitForAnswer();
+  } else if (ready <= 1 || unsent_ >= mostUnsent_) {
+    send();
   }
+  return take(out);
+}
+
+bool KernelRing::take(Answer& out) {
   io_uring_cqe* answer = nullptr;
-  int error = wait ? io_uring_wait_cqe(&ring_, &answer) : io_uring_peek_cqe(&ring_, &answer);
-  while (error == -EINTR) {
-    error = io_uring_wait_cqe(&ring_, &answer);
-  }
-  if (error == -EAGAIN) {
+  if (const int error = io_uring_peek_cqe(&ring_, &answer); error != 0) {
+    failUnlessInterrupted(error == -EAGAIN ? 0 : error);
     return false;
-  }
-  if (error != 0) {
-    throw DriveError("waiting for the kernel's ring failed: " + textOf(-error) + "; use engine=threads");
   }
   out.slot = static_cast<uint32_t>(io_uring_cqe_get_data64(answer));
   out.result = answer->res;
   io_uring_cqe_seen(&ring_, answer);
   --atKernel_;
   return true;
+}
+
+void KernelRing::waitForAnswer() {
+  while (io_uring_cq_ready(&ring_) == 0) {
+    if (unsent_ != 0 && wereTaken(io_uring_submit_and_wait(&ring_, 1))) {
+      continue;
+    }
+    if (atKernel_ == 0) {
+      sendOneAtLeast();
+    }
+    io_uring_cqe* answer = nullptr;
+    failUnlessInterrupted(io_uring_wait_cqe(&ring_, &answer));
+  }
 }
 
 }  // namespace corvane::host

@@ -44,17 +44,29 @@ class KernelRing {
   /// Throws DriveError.
   void send();
 
-  /// Sends what is queued and takes an answer. Throws DriveError, also when the kernel has no memory for a request for
-  /// a long time.
+  /// Takes an answer. Throws DriveError, also when the kernel has no memory for a request for a long time.
+  ///
+  /// As long as answers lie ready, what is queued waits for company, so that one system call sends it all: until no
+  /// further answer is ready, or `mostUnsent()` are queued. Nothing stays unsent once there is nothing to be taken.
   ///
   /// @param wait until there is one; the caller has a request outstanding
   bool poll(Answer& out, bool wait);
 
+  /// The most requests that a poll leaves unsent: half the depth, so that the drive has the other half to work on.
+  uint32_t mostUnsent() const { return mostUnsent_; }
+
  private:
+  /// Takes note of what an attempt to send gave: `sent` requests, or a negated errno. False when nothing could be taken
+  /// for want of memory, which answers that are taken make.
+  bool wereTaken(int sent);
   void sendOneAtLeast();
+  bool take(Answer& out);
+  /// Sends and waits in one call.
+  void waitForAnswer();
 
   io_uring ring_{};
   int error_ = 0;
+  uint32_t mostUnsent_ = 0;
   uint32_t unsent_ = 0;
   uint32_t atKernel_ = 0;  ///< sent and not answered yet
 };

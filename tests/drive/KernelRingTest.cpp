@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -33,6 +35,25 @@ class KernelRingTest : public testing::Test {
     io_uring_sqe* entry = ring.entry();
     io_uring_prep_read(entry, ends[0], &arrived, 1, ~uint64_t{0});
     ring.queue(entry, slot);
+  }
+  /// Requests that end as soon as the kernel has them.
+  static void queueNothing(KernelRing& ring, uint32_t count) {
+    for (uint32_t slot = 0; slot < count; ++slot) {
+      io_uring_sqe* entry = ring.entry();
+      io_uring_prep_nop(entry);
+      ring.queue(entry, slot);
+    }
+  }
+  /// Requests whose being carried out shows at the pipe.
+  void queueWrite(KernelRing& ring) const {
+    io_uring_sqe* entry = ring.entry();
+    io_uring_prep_write(entry, ends[1], "x", 1, ~uint64_t{0});
+    ring.queue(entry, 99);
+  }
+  int bytesInPipe() const {
+    int bytes = -1;
+    EXPECT_EQ(ioctl(ends[0], FIONREAD, &bytes), 0);
+    return bytes;
   }
   void give(char sign) const { EXPECT_EQ(write(ends[1], &sign, 1), 1); }
 
@@ -77,6 +98,67 @@ TEST_F(KernelRingTest, ItsEndDropsWhatWasNotSent) {
     queueRead(ring, 1);
   }
   EXPECT_EQ(arrived, 0);
+}
+
+TEST_F(KernelRingTest, WhatIsQueuedWaitsWhileAnswersLieReadyAndGoesBeforeTheLastIsTaken) {
+  KernelRing ring(16, 0);
+  queueNothing(ring, 4);
+  KernelRing::Answer answer;
+  ASSERT_TRUE(ring.poll(answer, false));
+  for (uint32_t written = 1; written <= 2; ++written) {
+    queueWrite(ring);
+    ASSERT_TRUE(ring.poll(answer, false));
+    EXPECT_EQ(bytesInPipe(), 0);
+  }
+  ASSERT_TRUE(ring.poll(answer, false));
+  EXPECT_EQ(bytesInPipe(), 2);
+  EXPECT_EQ(answer.slot, 3U);
+}
+
+TEST_F(KernelRingTest, HalfOfItsDepthIsNotKeptWaiting) {
+  KernelRing ring(6, 0);
+  EXPECT_EQ(ring.mostUnsent(), 3U);
+  queueNothing(ring, 6);
+  KernelRing::Answer answer;
+  ASSERT_TRUE(ring.poll(answer, false));
+  for (const int sent : {0, 0, 3}) {
+    queueWrite(ring);
+    ASSERT_TRUE(ring.poll(answer, false));
+    EXPECT_EQ(bytesInPipe(), sent);
+  }
+}
+
+TEST_F(KernelRingTest, WaitingSendsWhatIsQueued) {
+  KernelRing ring(1, 0);
+  KernelRing::Answer answer;
+  for (int written = 1; written <= 3; ++written) {
+    queueWrite(ring);
+    ASSERT_TRUE(ring.poll(answer, true));
+    EXPECT_EQ(bytesInPipe(), written);
+    EXPECT_FALSE(ring.poll(answer, false));
+  }
+}
+
+TEST_F(KernelRingTest, ASignalDoesNotEndTheWaiting) {
+  KernelRing ring(4, 0);
+  queueRead(ring, 7);
+  struct sigaction interrupt {};
+  struct sigaction before {};
+  interrupt.sa_handler = [](int) {};
+  ASSERT_EQ(sigaction(SIGUSR1, &interrupt, &before), 0);
+  std::thread giver([this, waiting = pthread_self()] {
+    for (int i = 0; i < 5; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      pthread_kill(waiting, SIGUSR1);
+    }
+    give('x');
+  });
+  KernelRing::Answer answer;
+  EXPECT_TRUE(ring.poll(answer, true));
+  EXPECT_EQ(answer.slot, 7U);
+  EXPECT_EQ(arrived, 'x');
+  giver.join();
+  sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(KernelRingTest, MoreThanItsDepthIsRefused) {
