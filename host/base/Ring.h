@@ -18,8 +18,8 @@ class Ring {
   size_t size() const { return count_; }
 
   /// The element at a place counted from the front, which must be there.
-  T& operator[](size_t place) { return slots_[(first_ + place) % slots_.size()]; }
-  const T& operator[](size_t place) const { return slots_[(first_ + place) % slots_.size()]; }
+  T& operator[](size_t place) { return slots_[wrapped(first_ + place)]; }
+  const T& operator[](size_t place) const { return slots_[wrapped(first_ + place)]; }
   T& front() { return (*this)[0]; }
   const T& front() const { return (*this)[0]; }
 
@@ -31,13 +31,13 @@ class Ring {
 
   void pushFront(const T& element) {
     makeRoom();
-    first_ = (first_ + slots_.size() - 1) % slots_.size();
+    first_ = wrapped(first_ + slots_.size() - 1);
     ++count_;
     front() = element;
   }
 
   void popFront() {
-    first_ = (first_ + 1) % slots_.size();
+    first_ = wrapped(first_ + 1);
     --count_;
   }
 
@@ -56,6 +56,9 @@ class Ring {
   void clear() { count_ = 0; }
 
  private:
+  /// Without a division, which costs more than the rest together.
+  size_t wrapped(size_t index) const { return index < slots_.size() ? index : index - slots_.size(); }
+
   void makeRoom() {
     if (count_ == slots_.size()) {
       std::rotate(slots_.begin(), slots_.begin() + static_cast<std::ptrdiff_t>(first_), slots_.end());

@@ -103,6 +103,9 @@ struct DriveCommand {
 };
 
 /// How a command ended.
+///
+/// A drive sets every member but the sense data, of which it sets the first `senseBytes`; what stands behind them means
+/// nothing and may be another command's.
 struct DriveCompletion {
   uint32_t tag = 0;
   uint64_t id = 0;
