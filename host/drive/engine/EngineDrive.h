@@ -41,6 +41,7 @@ class EngineDrive : public Drive {
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override { dropEverything(); }
   void powerCycle() override { dropEverything(); }
+  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { engine_->useMemory(data, bytes); }
 
  private:
   /// A command in work: the runs of its plan, one after the other.
