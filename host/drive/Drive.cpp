@@ -33,6 +33,8 @@ bool changesMedium(CommandKind kind) {
          kind == CommandKind::trim || kind == CommandKind::zoneReset || kind == CommandKind::invalidate;
 }
 
+void Drive::useMemory(uint8_t*, uint64_t) noexcept {}
+
 int Drive::sendVendorRequest(const uint8_t*, uint32_t) { return VendorDevice::unsupported; }
 
 }  // namespace corvane::host

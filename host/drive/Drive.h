@@ -103,6 +103,9 @@ struct DriveCommand {
 };
 
 /// How a command ended.
+///
+/// A drive sets every member but the sense data, of which it sets the first `senseBytes`; what stands behind them means
+/// nothing and may be another command's.
 struct DriveCompletion {
   uint32_t tag = 0;
   uint64_t id = 0;
@@ -145,6 +148,15 @@ class Drive {
 
   /// Cuts and restores power: as `reset`, and a volatile cache is lost.
   virtual void powerCycle() = 0;
+
+  /// Tells the drive where most reads will put their data, so that a transport can settle with the kernel once what it
+  /// would settle for every command. A drive may do nothing about it, and what it cannot have it goes without. Only for
+  /// memory that stays what it is: not for what an allocator may give back to the system and get again at the same
+  /// address, with other pages behind it.
+  ///
+  /// @param data  begins on a page and stays mapped until the next call; null: no memory any more
+  /// @param bytes a whole number of pages; 0 with null
+  virtual void useMemory(uint8_t* data, uint64_t bytes) noexcept;
 
   /// Passes a request block of the device interface on to the drive and waits for its answer. Commands may be
   /// outstanding.

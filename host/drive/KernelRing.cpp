@@ -46,6 +46,10 @@ KernelRing::~KernelRing() {
       break;
     }
   }
+  // The end of the rings gives a registered file up some time later only: until then it would stay open and locked.
+  if (hasFile_) {
+    io_uring_unregister_files(&ring_);
+  }
   io_uring_queue_exit(&ring_);
 }
 
@@ -63,6 +67,20 @@ bool KernelRing::knows(std::initializer_list<int> operations) {
 int KernelRing::limitWorkers(unsigned most) {
   std::array<unsigned, 2> kinds{most, most};  // for regular files, and for everything else
   return -io_uring_register_iowq_max_workers(&ring_, kinds.data());
+}
+
+bool KernelRing::registerFile(int fd) {
+  hasFile_ = io_uring_register_files(&ring_, &fd, 1) == 0;
+  return hasFile_;
+}
+
+bool KernelRing::registerMemory(uint8_t* data, uint64_t bytes) {
+  if (hasMemory_) {
+    io_uring_unregister_buffers(&ring_);
+  }
+  const iovec memory{data, bytes};
+  hasMemory_ = bytes != 0 && io_uring_register_buffers(&ring_, &memory, 1) == 0;
+  return hasMemory_;
 }
 
 io_uring_sqe* KernelRing::entry() {

@@ -34,6 +34,15 @@ class KernelRing {
   /// Has the kernel start what it cannot start at once on so many threads at most, of either kind; an errno, or 0.
   int limitWorkers(unsigned most);
 
+  /// Has the kernel hold the file from now on, as number 0 of requests with IOSQE_FIXED_FILE, so that it does not look
+  /// it up for each. False when it does not.
+  bool registerFile(int fd);
+
+  /// Has the kernel hold the pages of the memory, as number 0 of requests on fixed buffers, so that it does not pin
+  /// them for each. What was registered before is given up. False when the kernel does not, for want of locked memory
+  /// or because it cannot.
+  bool registerMemory(uint8_t* data, uint64_t bytes);
+
   /// An entry that the caller prepares and then queues. Throws std::logic_error when more are queued than `depth`.
   io_uring_sqe* entry();
 
@@ -66,6 +75,8 @@ class KernelRing {
 
   io_uring ring_{};
   int error_ = 0;
+  bool hasFile_ = false;
+  bool hasMemory_ = false;
   uint32_t mostUnsent_ = 0;
   uint32_t unsent_ = 0;
   uint32_t atKernel_ = 0;  ///< sent and not answered yet

@@ -55,7 +55,8 @@ void TransferPlan::cut(uint64_t blocks) {
 }
 
 bool TransferPlan::movable() const {
-  return command_.trailerBytes == 0 && reinterpret_cast<uintptr_t>(command_.data) % limits_.memoryAlignment == 0;
+  return command_.trailerBytes == 0 &&
+         (reinterpret_cast<uintptr_t>(command_.data) & (limits_.memoryAlignment - 1)) == 0;
 }
 
 void TransferPlan::planWrite() {

@@ -10,7 +10,7 @@ namespace corvane::host {
 /// What one operation of a transport can do.
 struct TransferLimits {
   uint64_t mostBlocks = 0;            ///< of one operation; 0: any number
-  uint64_t memoryAlignment = 1;       ///< of the address of its data, bytes
+  uint64_t memoryAlignment = 1;       ///< of the address of its data, bytes; a power of two
   bool splitsAtomicSegments = false;  ///< each segment of an atomic write is an operation of its own
   bool repeatsBlock = false;          ///< a write-same is sent one block and repeats it itself
   bool comparesData = false;          ///< a verify is sent the data and compares them itself

@@ -50,6 +50,7 @@ class FaultyDrive : public Drive {
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override;
   void powerCycle() override;
+  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { inner_->useMemory(data, bytes); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return inner_->sendVendorRequest(block, bytes);
   }

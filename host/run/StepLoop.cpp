@@ -67,6 +67,7 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
       readMemory_(tags_.size(), uint64_t{settings.maxBlocks} * host.sectorBytes()),
       perTag_(tags_.size()),
       nextReset_(settings.resetEveryCommands) {
+  readMemory_.lendTo(drive);
   host.variables().u32("TestMaxXferLength") = settings.maxBlocks;
   host.variables().u64("MinLBA") = settings.minLba;
   host.variables().u64("MaxLBA") = settings.maxLba;

@@ -21,6 +21,16 @@ TagMemory::TagMemory(uint32_t tags, uint64_t bytesPerTag) {
   base_ = static_cast<uint8_t*>(base);
 }
 
-TagMemory::~TagMemory() { munmap(base_, bytes_); }
+TagMemory::~TagMemory() {
+  if (drive_ != nullptr) {
+    drive_->useMemory(nullptr, 0);
+  }
+  munmap(base_, bytes_);
+}
+
+void TagMemory::lendTo(Drive& drive) {
+  drive_ = &drive;
+  drive.useMemory(base_, bytes_);
+}
 
 }  // namespace corvane::host

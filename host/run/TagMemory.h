@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "host/drive/Drive.h"
+
 namespace corvane::host {
 
 /// Destination memory of reads, one piece for each queue tag.
@@ -15,6 +17,9 @@ class TagMemory {
   TagMemory(const TagMemory&) = delete;
   TagMemory& operator=(const TagMemory&) = delete;
 
+  /// Tells a drive of the memory, until the end of the object. The drive outlives it.
+  void lendTo(Drive& drive);
+
   /// `bytesPerTag` bytes that live as long as the object.
   uint8_t* of(uint32_t tag) { return base_ + tag * stride_; }
 
@@ -22,6 +27,7 @@ class TagMemory {
   uint64_t stride_ = 0;
   uint64_t bytes_ = 0;
   uint8_t* base_ = nullptr;
+  Drive* drive_ = nullptr;  ///< that was told; may be null
 };
 
 }  // namespace corvane::host

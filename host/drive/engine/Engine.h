@@ -39,6 +39,9 @@ class Engine {
   /// "io_uring", "thread pool" or "synchronous calls".
   virtual std::string name() const = 0;
 
+  /// As Drive::useMemory.
+  virtual void useMemory(uint8_t* /*data*/, uint64_t /*bytes*/) noexcept {}
+
   /// Never more requests at once than the engine was made for.
   virtual void submit(const EngineRequest& request) = 0;
 

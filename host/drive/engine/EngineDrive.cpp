@@ -26,6 +26,9 @@ EngineDrive::EngineDrive(std::unique_ptr<EngineTarget> target, uint32_t depth, s
       slots_(depth),
       engine_(std::move(engine)) {
   freeSlots_.reserve(depth);
+  for (uint32_t i = 0; i < depth; ++i) {
+    slots_[i].rest.slot = i;
+  }
   for (uint32_t i = depth; i-- > 0;) {
     freeSlots_.push_back(i);
   }
@@ -83,10 +86,11 @@ void EngineDrive::submit(const DriveCommand& command) {
   const uint32_t index = freeSlots_.back();
   Slot& slot = slots_[index];
   slot.plan.make(command, geometry_, limits_);
-  slot.operation = operationOf(command.kind);
+  slot.rest.operation = operationOf(command.kind);
+  slot.rest.dataSync = command.forceUnitAccess && slot.rest.operation == EngineRequest::Operation::write;
+  slot.rest.atomic = command.kind == CommandKind::writeAtomic && limits_.splitsAtomicSegments;
   slot.run = 0;
-  slot.runDone = 0;
-  submitRest(index);
+  submitRun(slot);
   // Only now, so that a command that could not be started has taken nothing.
   freeSlots_.pop_back();
   ++running_;
@@ -98,18 +102,12 @@ void EngineDrive::answerAtOnce(const DriveCommand& command, DriveCompletion comp
   ready_.push_back(completion);
 }
 
-void EngineDrive::submitRest(uint32_t index) {
-  const Slot& slot = slots_[index];
+void EngineDrive::submitRun(Slot& slot) {
   const TransferPlan::Run run = slot.plan.run(slot.run);
-  EngineRequest request;
-  request.operation = slot.operation;
-  request.dataSync = slot.plan.command().forceUnitAccess && slot.operation == EngineRequest::Operation::write;
-  request.atomic = slot.plan.command().kind == CommandKind::writeAtomic && limits_.splitsAtomicSegments;
-  request.slot = index;
-  request.offset = run.lba * geometry_.sectorBytes() + slot.runDone;
-  request.bytes = (run.data == nullptr ? run.blocks * geometry_.sectorBytes() : run.bytes) - slot.runDone;
-  request.data = run.data == nullptr ? nullptr : run.data + slot.runDone;
-  engine_->submit(request);
+  slot.rest.offset = run.lba * geometry_.sectorBytes();
+  slot.rest.bytes = run.data == nullptr ? run.blocks * geometry_.sectorBytes() : run.bytes;
+  slot.rest.data = run.data;
+  engine_->submit(slot.rest);
 }
 
 bool EngineDrive::poll(DriveCompletion& out, bool wait) {
@@ -128,25 +126,27 @@ bool EngineDrive::poll(DriveCompletion& out, bool wait) {
 }
 
 bool EngineDrive::runEnded(const EngineReply& reply) {
-  Slot& slot = slots_[reply.slot];
-  if (reply.result <= 0 || !isTransfer(slot.operation)) {
+  EngineRequest& rest = slots_[reply.slot].rest;
+  if (reply.result <= 0 || !isTransfer(rest.operation)) {
     return true;
   }
-  slot.runDone += static_cast<uint64_t>(reply.result);
-  return slot.runDone >= slot.plan.run(slot.run).bytes;
+  const auto moved = static_cast<uint64_t>(reply.result);
+  rest.offset += moved;
+  rest.bytes -= moved;
+  rest.data += moved;
+  return rest.bytes == 0;
 }
 
 bool EngineDrive::advance(const EngineReply& reply, DriveCompletion& out) {
+  Slot& slot = slots_[reply.slot];
   if (!runEnded(reply)) {
-    submitRest(reply.slot);
+    engine_->submit(slot.rest);
     return false;
   }
-  Slot& slot = slots_[reply.slot];
-  const bool moved = reply.result > 0 || (reply.result == 0 && !isTransfer(slot.operation));
+  const bool moved = reply.result > 0 || (reply.result == 0 && !isTransfer(slot.rest.operation));
   if (moved && slot.run + 1 < slot.plan.runs()) {
     ++slot.run;
-    slot.runDone = 0;
-    submitRest(reply.slot);
+    submitRun(slot);
     return false;
   }
   // Given back before anything is thrown: a reset that follows waits for what is still running.
@@ -165,9 +165,9 @@ bool EngineDrive::advance(const EngineReply& reply, DriveCompletion& out) {
 void EngineDrive::failed(const Slot& slot, int error, DriveCompletion& out) const {
   const TransferPlan::Run run = slot.plan.run(slot.run);
   FailedOperation failure;
-  failure.operation = slot.operation;
+  failure.operation = slot.rest.operation;
   failure.command = slot.plan.command().kind;
-  failure.lba = run.lba + slot.runDone / geometry_.sectorBytes();
+  failure.lba = slot.rest.offset / geometry_.sectorBytes();
   failure.endLba = run.lba + run.blocks;
   failure.error = error;
   out.bytesTransferred = 0;
@@ -180,7 +180,7 @@ void EngineDrive::dropEverything() {
   while (running_ != 0 && engine_->poll(reply, true)) {
     // What the kernel cut in two is finished, where all or nothing is promised.
     if (!runEnded(reply) && slots_[reply.slot].plan.command().kind == CommandKind::writeAtomic) {
-      submitRest(reply.slot);
+      engine_->submit(slots_[reply.slot].rest);
       continue;
     }
     --running_;

@@ -41,20 +41,20 @@ class EngineDrive : public Drive {
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override { dropEverything(); }
   void powerCycle() override { dropEverything(); }
+  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { engine_->useMemory(data, bytes); }
 
  private:
   /// A command in work: the runs of its plan, one after the other.
   struct Slot {
     TransferPlan plan;
-    EngineRequest::Operation operation = EngineRequest::Operation::read;
-    uint32_t run = 0;      ///< the one that is moved
-    uint64_t runDone = 0;  ///< bytes of it that are moved
+    EngineRequest rest;  ///< what is not moved yet of the run that the engine has
+    uint32_t run = 0;    ///< that one
   };
 
   EngineRequest::Operation operationOf(CommandKind kind) const;
   void dropEverything();
-  /// Hands what is left of the slot's run to the engine.
-  void submitRest(uint32_t index);
+  /// Hands the slot's run to the engine.
+  void submitRun(Slot& slot);
   /// Takes note of what was moved; true when the run needs no more of it.
   bool runEnded(const EngineReply& reply);
   /// Takes in what the engine answered; true when the command has ended and `out` says how.

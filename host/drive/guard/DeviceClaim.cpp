@@ -24,6 +24,7 @@ class ClaimedDrive : public Drive {
   bool poll(DriveCompletion& out, bool wait) override { return drive_->poll(out, wait); }
   void reset() override { drive_->reset(); }
   void powerCycle() override { drive_->powerCycle(); }
+  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { drive_->useMemory(data, bytes); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return drive_->sendVendorRequest(block, bytes);
   }

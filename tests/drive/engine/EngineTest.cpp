@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <set>
@@ -113,6 +116,102 @@ TEST_P(EngineTest, ManyAtOnceAreAnsweredOnceEach) {
     data.fill(0);
   }
 }
+
+/// Pages of its own, which stay where they are.
+class Pages {
+ public:
+  explicit Pages(uint64_t bytes) : bytes_(bytes), data_(map(nullptr, 0)) {}
+  ~Pages() { munmap(data_, bytes_); }
+  Pages(const Pages&) = delete;
+  Pages& operator=(const Pages&) = delete;
+
+  uint8_t* data() const { return data_; }
+  /// Other pages at the same place.
+  void replace() { map(data_, MAP_FIXED); }
+
+ private:
+  uint8_t* map(void* at, int flags) const {
+    return static_cast<uint8_t*>(
+        mmap(at, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | flags, -1, 0));
+  }
+  uint64_t bytes_;
+  uint8_t* data_;
+};
+
+constexpr uint64_t page = 4096;
+
+TEST_P(EngineTest, ReadsArriveInsideAcrossAndOutsideOfTheMemoryThatItWasToldOf) {
+  const Pages pages(4 * page);
+  engine->useMemory(pages.data(), 2 * page);
+  for (const uint64_t place : {uint64_t{0}, 2 * page - 512, 2 * page - 100, 3 * page}) {
+    uint8_t* data = pages.data() + place;
+    engine->submit({.slot = 1, .offset = 512, .bytes = 512, .data = data});
+    EngineReply reply;
+    ASSERT_TRUE(engine->poll(reply, true));
+    EXPECT_EQ(reply.result, 512);
+    EXPECT_EQ(std::count(data, data + 512, 'x'), 512) << "at " << place;
+    std::fill(data, data + 512, uint8_t{0});
+  }
+}
+
+TEST_P(EngineTest, MemoryThatIsGivenUpMayGetOtherPages) {
+  Pages pages(page);
+  for (int round = 0; round < 3; ++round) {
+    engine->useMemory(pages.data(), page);
+    engine->useMemory(nullptr, 0);
+    pages.replace();
+    engine->submit({.slot = 1, .offset = 0, .bytes = 512, .data = pages.data()});
+    EngineReply reply;
+    ASSERT_TRUE(engine->poll(reply, true));
+    EXPECT_EQ(pages.data()[511], 'x');
+  }
+}
+
+TEST_P(EngineTest, MemoryThatCannotBeHeldIsReadToAllTheSame) {
+  constexpr uint64_t tooMuch = uint64_t{65} << 20;
+  const Pages large(tooMuch);
+  auto* const nowhere = reinterpret_cast<uint8_t*>(page);  // which no program is given
+  for (const bool isThere : {true, false}) {
+    engine->useMemory(isThere ? large.data() : nowhere, isThere ? tooMuch : page);
+    engine->submit({.slot = 1, .offset = 0, .bytes = 512, .data = large.data()});
+    EngineReply reply;
+    ASSERT_TRUE(engine->poll(reply, true));
+    EXPECT_EQ(large.data()[511], 'x');
+    large.data()[511] = 0;
+  }
+}
+
+TEST_P(EngineTest, ItsEndLeavesTheFileToOthersAtOnce) {
+  ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+  EXPECT_EQ(run(Operation::read, 0, 512), 512);
+  engine.reset();
+  close(fd);
+  fd = open((folder / "x").c_str(), O_RDWR | O_CLOEXEC);
+  EXPECT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+}
+
+/// The engine of the kernel's rings.
+class UringEngineTest : public EngineTest {
+ protected:
+  /// Memory that the kernel may not move nor give away, as it tells it of this process.
+  static uint64_t pinnedKiB() {
+    const std::string status = tests::readFile("/proc/self/status");
+    return std::stoull(status.substr(status.find("VmPin:") + 6));
+  }
+};
+
+TEST_P(UringEngineTest, HoldsThePagesThatItWasToldOfUntilTheyAreGivenUp) {
+  const Pages pages(4 * page);
+  const uint64_t before = pinnedKiB();
+  engine->useMemory(pages.data(), 4 * page);
+  EXPECT_EQ(pinnedKiB(), before + 16);
+  engine->useMemory(pages.data(), 2 * page);
+  EXPECT_EQ(pinnedKiB(), before + 8);
+  engine->useMemory(nullptr, 0);
+  EXPECT_EQ(pinnedKiB(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, UringEngineTest, testing::Values("Uring"));
 
 /// The engine without any helper in the background.
 class SyncEngineTest : public EngineTest {};
