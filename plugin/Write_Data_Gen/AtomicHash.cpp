@@ -55,8 +55,8 @@ bool holds(const RecordPage* page, const RunPiece& piece) {
   return page != nullptr && (piece.blocks & ~page->present()) == 0;
 }
 
-/// Calls `visit(block, record)` for each block of the piece, all of which are on record, in ascending order until it
-/// answers false. `block` is a mask of one bit.
+/// Calls `visit(block, record)` for each block of the piece, which has one at least and all of which are on record, in
+/// ascending order until it answers false. `block` is a mask of one bit.
 template <typename Visit>
 void visitBlocks(RecordPage& page, const RunPiece& piece, Visit visit) {
   const uint64_t first = lowestOf(piece.blocks);
@@ -177,6 +177,9 @@ void AtomicHash::finishWrites(const RunPiece& piece, uint64_t cmd_id) {
     return;
   }
   const RunPiece onRecord{piece.page, piece.blocks & page->present()};
+  if (onRecord.blocks == 0) {
+    return;
+  }
   visitBlocks(*page, onRecord, [&](uint64_t, LBARecord& record) {
     Event* event = findEvent(record.events, cmd_id);
     if (event != nullptr && event->block_type == BlockType::Atomic) {

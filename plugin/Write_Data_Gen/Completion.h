@@ -14,7 +14,8 @@ int32_t recvWrite(Step& step, const FinishedCommand& finished);
 int32_t recvPreRead(Step& step, const FinishedCommand& finished);
 int32_t recvVerify(Step& step, const FinishedCommand& finished);
 
-/// An ordinary good read is not judged here but kept as a `ComparableReadData`.
+/// An ordinary good read is not judged here but noted as a `ComparableReadData`. Its data stay in the host's memory
+/// when the compare of the same step judges them, and are copied when the read waits for a write that it overtook.
 int32_t recvRead(Step& step, const FinishedCommand& finished);
 
 }  // namespace vdl::agent

@@ -13,8 +13,7 @@ namespace vdl::agent {
 /// failed, so there is no order among blocks to check either.
 ///
 /// @return true: the read is right, and every wait of it can be ended in the table. False: not decided; the judgement
-/// by
-///         the histories must be made from the start
+///         by the histories must be made from the start
 bool rightInPlace(const Step& step, const ComparableReadData& read);
 
 }  // namespace vdl::agent

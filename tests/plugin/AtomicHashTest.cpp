@@ -398,6 +398,14 @@ TEST_F(AtomicHashTest, WriteFinishedSettlesAnAtomicWriteAndNothingElse) {
   EXPECT_EQ(references(9), 3U);
 }
 
+TEST_F(AtomicHashTest, AWriteWhoseBlocksAreForgottenFinishesBesideAnAtomicOne) {
+  table.atomicWriteIssued(2, 9, 6, {}, {0, 1, 0});
+  table.writeFinished(2, 10);
+  table.writeFinished(2, BlockRun{10, 90});
+  EXPECT_EQ(table.records().size(), 1U);
+  EXPECT_EQ(event(9, 0).block_type, BlockType::Atomic);
+}
+
 TEST_F(AtomicHashTest, OnlyTheFirstEventOfTheIdIsSettled) {
   table.atomicWriteIssued(2, 9, 6, {}, {0, 1, 0});
   table.atomicWriteIssued(2, 9, 7, {}, {0, 1, 0});

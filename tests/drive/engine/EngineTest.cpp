@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -190,6 +193,36 @@ TEST_P(EngineTest, ItsEndLeavesTheFileToOthersAtOnce) {
   EXPECT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
 }
 
+/// This thread without the right to lock more memory than its limit says, as a user who is not root; what that user may
+/// lock can be taken away for a while, too.
+class LimitedMemory {
+ public:
+  LimitedMemory() {
+    getrlimit(RLIMIT_MEMLOCK, &limit_);
+    syscall(SYS_capget, &header_, rights_.data());
+    Rights fewer = rights_;
+    fewer[CAP_TO_INDEX(CAP_IPC_LOCK)].effective &= ~CAP_TO_MASK(CAP_IPC_LOCK);
+    syscall(SYS_capset, &header_, fewer.data());
+  }
+  ~LimitedMemory() {
+    setrlimit(RLIMIT_MEMLOCK, &limit_);
+    syscall(SYS_capset, &header_, rights_.data());
+  }
+  LimitedMemory(const LimitedMemory&) = delete;
+  LimitedMemory& operator=(const LimitedMemory&) = delete;
+
+  void allow(uint64_t bytes) const {
+    const rlimit limit{std::min<rlim_t>(bytes, limit_.rlim_max), limit_.rlim_max};
+    setrlimit(RLIMIT_MEMLOCK, &limit);
+  }
+
+ private:
+  using Rights = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+  __user_cap_header_struct header_{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  Rights rights_{};
+  rlimit limit_{};
+};
+
 /// The engine of the kernel's rings.
 class UringEngineTest : public EngineTest {
  protected:
@@ -209,6 +242,28 @@ TEST_P(UringEngineTest, HoldsThePagesThatItWasToldOfUntilTheyAreGivenUp) {
   EXPECT_EQ(pinnedKiB(), before + 8);
   engine->useMemory(nullptr, 0);
   EXPECT_EQ(pinnedKiB(), before);
+}
+
+TEST_P(UringEngineTest, ReadsAllTheSameWhenItsUserMayNotLockSoMuch) {
+  engine.reset();
+  const LimitedMemory limited;
+  std::string refusal;
+  // Made without the right: the kernel asks for it then, and goes by the limit from there on.
+  engine = make("Uring", refusal);
+  ASSERT_NE(engine, nullptr) << refusal;
+  const Pages pages(4 * page);
+  const uint64_t before = pinnedKiB();
+  for (const bool isAllowed : {true, false}) {
+    limited.allow(isAllowed ? RLIM_INFINITY : 0);
+    engine->useMemory(pages.data(), 4 * page);
+    EXPECT_EQ(pinnedKiB(), before + (isAllowed ? 16 : 0));
+    engine->submit({.slot = 1, .offset = 0, .bytes = 512, .data = pages.data()});
+    EngineReply reply;
+    ASSERT_TRUE(engine->poll(reply, true));
+    EXPECT_EQ(reply.result, 512);
+    EXPECT_EQ(std::count(pages.data(), pages.data() + 512, 'x'), 512);
+    std::fill(pages.data(), pages.data() + 512, uint8_t{0});
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, UringEngineTest, testing::Values("Uring"));

@@ -8,11 +8,15 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "host/drive/DriveError.h"
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/guard/FakeSystem.h"
+#include "tests/run/FakeDrive.h"
 #include "tests/support/LoopDevice.h"
 #include "tests/support/ShellCommand.h"
 #include "tests/support/TempFolder.h"
@@ -128,6 +132,23 @@ TEST_F(DeviceClaimTest, isRefusedByWhomTheDeviceBelongsTo) {
                                 loop->path() +
                                 "'; free it, name another drive, or give --overwrite to test it all the same");
   }
+}
+
+/// A drive that notes which memory it is told of.
+class ToldDrive : public testing::FakeDrive {
+ public:
+  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { told.emplace_back(data, bytes); }
+  std::vector<std::pair<uint8_t*, uint64_t>> told;
+};
+
+TEST_F(DeviceClaimTest, passesOnWhichMemoryItsDriveIsLent) {
+  auto told = std::make_unique<ToldDrive>();
+  const ToldDrive& inner = *told;
+  const std::unique_ptr<Drive> drive = withClaim(std::move(told), DeviceClaim("one", loop->path()));
+  uint8_t data = 0;
+  drive->useMemory(&data, 1);
+  drive->useMemory(nullptr, 0);
+  EXPECT_EQ(inner.told, (decltype(inner.told){{&data, 1}, {nullptr, 0}}));
 }
 
 TEST_F(DeviceClaimTest, endsOnceAlthoughItIsHandedOn) {
