@@ -26,9 +26,10 @@ const AwaitedBlock* AwaitedBlocks::find(uint64_t lba) const {
 AwaitedPiece& AwaitedBlocks::add(uint64_t group, uint16_t mask) {
   const uint32_t index = takeFree();
   uint32_t& head = heads_[home(group)];
-  at(index) = {.group = group, .block = {}, .next = head, .mask = mask};
+  AwaitedPiece& piece = at(index);
+  piece = {.group = group, .block = {}, .next = head, .mask = mask};
   head = index;
-  return at(index);
+  return piece;
 }
 
 AwaitedPiece& AwaitedBlocks::cutOff(uint32_t& link, uint16_t mask) {

@@ -52,7 +52,11 @@ struct AwaitedPiece {
   uint16_t mask = 0;  ///< which blocks of the group
 
   uint64_t firstLba() const { return group * groupBlocks + static_cast<uint64_t>(std::countr_zero(mask)); }
-  uint64_t blocks() const { return static_cast<uint64_t>(std::popcount(mask)); }
+  uint64_t blocks() const { return countOf(mask); }
+  /// Without counting where there is nothing to count: not every processor counts bits by itself.
+  static uint64_t countOf(uint32_t mask) {
+    return (mask & (mask - 1)) == 0 ? uint64_t{mask != 0} : static_cast<uint64_t>(std::popcount(mask));
+  }
   /// Calls `act` with each LBA, the lowest first.
   template <typename Act>
   void ofEach(Act act) const {
@@ -77,7 +81,7 @@ class AwaitedBlocks {
   /// @return how many blocks of the span are not awaited
   template <typename Act>
   uint64_t ofSpan(const BlockSpan& span, Act act) {
-    return walk(span, act, [](uint64_t, uint16_t missing) { return std::popcount(missing); });
+    return walk(span, act, [](uint64_t, uint16_t missing) { return AwaitedPiece::countOf(missing); });
   }
 
   /// Calls `act(AwaitedPiece&)` for all blocks of a span. Those that are not there are made before: as AwaitedBlock
@@ -94,7 +98,7 @@ class AwaitedBlocks {
         piece.block.since = now;
         act(piece);
       }
-      return 0;
+      return uint64_t{0};
     });
   }
 
@@ -139,11 +143,11 @@ class AwaitedBlocks {
     if (used_ > heads_.size() + heads_.size() / 4) {
       grow();
     }
-    int count = 0;
+    uint64_t count = 0;
     for (uint64_t group = span.first / groupBlocks; group <= (span.end - 1) / groupBlocks; ++group) {
       count += missing(group, walkGroup(group, maskOf(span, group), act));
     }
-    return static_cast<uint64_t>(count);
+    return count;
   }
 
   /// @return the blocks of the mask that are not there

@@ -123,6 +123,13 @@ class BlockExpectations {
     }
   }
 
+  /// A read-back of these blocks was issued.
+  ///
+  /// @return false when one of them does not wait for any
+  bool claimForReader(const BlockSpan& span);
+  /// The read-back of a write that is not of the same blocks.
+  bool otherReadBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now);
+
   static BlockWorth worthOf(const Layers& layers);
   Layers layersFor(const AwaitedPiece& piece, uint64_t issued) const;
   void settle(AwaitedPiece& piece, Content content);

@@ -87,8 +87,9 @@ class CheckAccount {
     bool wantsReadBack = false;   ///< a write
     uint32_t linkedRead = noTag;  ///< the tag of the read-back that did not wait for the write's end
     bool preRead = false;
-    bool claimed = false;  ///< a pre-read: its atomic write has been issued
-    ReadBack readBack;     ///< of a read that is none
+    bool claimed = false;   ///< a pre-read: its atomic write has been issued
+    bool probe = false;     ///< of a read that is none, as of the read-back that it is
+    bool repeated = false;  ///< likewise
   };
   /// A read that was taken for a pre-read but could have been the read-back that stood next.
   struct Doubt {

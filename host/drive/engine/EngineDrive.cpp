@@ -73,14 +73,7 @@ void EngineDrive::submit(const DriveCommand& command) {
   if (freeSlots_.empty()) {
     throw std::logic_error("more commands than the drive takes at once");
   }
-  if (const std::optional<Sense> refusal = refuse(command, geometry_, capabilities_)) {
-    DriveCompletion completion;
-    setSense(completion, *refusal);
-    answerAtOnce(command, completion);
-    return;
-  }
-  if (command.blocks == 0 && command.kind != CommandKind::syncCache) {
-    answerAtOnce(command, {});
+  if (!isPlainTransfer(command, geometry_) && answerWithoutTarget(command)) {
     return;
   }
   const uint32_t index = freeSlots_.back();
@@ -94,6 +87,17 @@ void EngineDrive::submit(const DriveCommand& command) {
   // Only now, so that a command that could not be started has taken nothing.
   freeSlots_.pop_back();
   ++running_;
+}
+
+bool EngineDrive::answerWithoutTarget(const DriveCommand& command) {
+  DriveCompletion completion;
+  if (const std::optional<Sense> refusal = refuse(command, geometry_, capabilities_)) {
+    setSense(completion, *refusal);
+  } else if (command.blocks != 0 || command.kind == CommandKind::syncCache) {
+    return false;
+  }
+  answerAtOnce(command, completion);
+  return true;
 }
 
 void EngineDrive::answerAtOnce(const DriveCommand& command, DriveCompletion completion) {

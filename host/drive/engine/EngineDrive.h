@@ -60,6 +60,8 @@ class EngineDrive : public Drive {
   /// Takes in what the engine answered; true when the command has ended and `out` says how.
   bool advance(const EngineReply& reply, DriveCompletion& out);
   void failed(const Slot& slot, int error, DriveCompletion& out) const;
+  /// Answers a command that is refused, or that has nothing to do; false when it is neither.
+  bool answerWithoutTarget(const DriveCommand& command);
   void answerAtOnce(const DriveCommand& command, DriveCompletion completion);
 
   std::unique_ptr<EngineTarget> target_;
