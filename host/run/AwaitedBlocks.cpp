@@ -5,18 +5,23 @@ namespace {
 
 constexpr uint32_t firstBits = 6;
 constexpr uint32_t wordBits = 64;
+constexpr uint64_t mostGroupBlocks = AwaitedPiece::mostGroupBlocks;
 
 }  // namespace
 
 static_assert(sizeof(AwaitedPiece) == 32);
 
-AwaitedBlocks::AwaitedBlocks() : heads_(size_t{1} << firstBits, none), shift_(wordBits - firstBits) {}
+AwaitedBlocks::AwaitedBlocks(uint64_t longestSpan)
+    : groupBlocks_(longestSpan == 0 || longestSpan > mostGroupBlocks ? mostGroupBlocks : std::bit_ceil(longestSpan)),
+      groupShift_(static_cast<uint32_t>(std::countr_zero(groupBlocks_))),
+      heads_(size_t{1} << firstBits, none),
+      shift_(wordBits - firstBits) {}
 
 const AwaitedBlock* AwaitedBlocks::find(uint64_t lba) const {
-  const uint64_t group = lba / groupBlocks;
+  const uint64_t group = groupOf(lba);
   for (uint32_t index = heads_[home(group)]; index != none; index = at(index).next) {
     const AwaitedPiece& piece = at(index);
-    if (piece.group == group && (piece.mask >> (lba % groupBlocks) & 1) != 0) {
+    if (piece.group == group && (piece.mask >> (lba - group) & 1) != 0) {
       return &piece.block;
     }
   }

@@ -18,6 +18,9 @@ namespace corvane::host {
 /// One thread. Allocates only while more is remembered than ever before.
 class BlockExpectations {
  public:
+  /// @param longestSpan of the commands; 0: nobody knows
+  explicit BlockExpectations(uint64_t longestSpan = 0) : blocks_(longestSpan) {}
+
   /// @param certain whether it leaves its data when it ends well and an unknown content otherwise; an atomic write may
   ///                then have left everything as it was
   void writeIssued(const BlockSpan& span, bool certain, uint64_t now);

@@ -6,12 +6,7 @@
 namespace corvane::host {
 
 CheckAccount::CheckAccount(CheckRules rules, uint32_t tags, CheckCounters& counters)
-    : rules_(std::move(rules)), counters_(counters), outstanding_(tags) {}
-
-BlockSpan CheckAccount::spanOf(uint64_t lba, uint32_t blocks) const {
-  const uint32_t step = rules_.skipCommands ? 2 : 1;
-  return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
-}
+    : rules_(std::move(rules)), counters_(counters), expectations_(rules_.longestSpan), outstanding_(tags) {}
 
 void CheckAccount::tellListener(const DriveCommand& command, BlockWorth worth) const {
   for (uint32_t block = 0; block < command.blocks && rules_.listener; ++block) {

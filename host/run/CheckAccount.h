@@ -25,6 +25,7 @@ struct CheckRules {
   uint32_t minQueueSize = 0;
   uint32_t maxQueueSize = 0;
   bool readsSense = true;       ///< whether the agent looks at sense data
+  uint64_t longestSpan = 0;     ///< of a command or zone, blocks from first to last; 0: nobody knows. For speed only
   WorthListener listener = {};  ///< null: nobody wants to know
 };
 
@@ -99,7 +100,10 @@ class CheckAccount {
   };
   enum class Choice : uint8_t { write, read, either };
 
-  BlockSpan spanOf(uint64_t lba, uint32_t blocks) const;
+  BlockSpan spanOf(uint64_t lba, uint32_t blocks) const {
+    const uint32_t step = rules_.skipCommands ? 2 : 1;
+    return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
+  }
   Outstanding& begin(const DriveCommand& command);
   Choice nextChoice();
   void loseTrack();
