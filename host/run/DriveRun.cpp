@@ -321,6 +321,7 @@ bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {
   if (dueUs <= elapsedUs) {
     return false;
   }
+  drive_->sendQueued();
   context_.clock.pause(std::min(dueUs - elapsedUs, longestRatePauseUs));
   return true;
 }

@@ -81,7 +81,7 @@ void OrderingFence::submit(const DriveCommand& command) {
   node.command = command;
   node.waitsFor = 0;
   node.attempts = 0;
-  if (mayConflict(first, end) || inZoneOrder) {
+  if ((count_ != 0 && mayConflict(first, end)) || inZoneOrder) {
     holdBehindConflicting(node, first, end, writes);
   }
   node.outstanding = true;
@@ -103,9 +103,9 @@ void OrderingFence::submit(const DriveCommand& command) {
 bool OrderingFence::mayConflict(uint64_t first, uint64_t end) {
   if (!countsRegions_) {
     if (count_ < fewCommands) {
-      return count_ != 0;
+      return true;
     }
-    // Nothing is counted yet: `remove` and `forgetAll` stop the counting only when nothing is left.
+    // No region holds an old count: `remove` and `forgetAll` stop the counting only when nothing is left.
     countsRegions_ = true;
     for (uint32_t i = 0; i < count_; ++i) {
       enterRegions(first_[i], end_[i], i);

@@ -88,7 +88,8 @@ class OrderingFence {
   };
 
   void holdBehindConflicting(Node& node, uint64_t first, uint64_t end, uint8_t writes);
-  /// Whether somebody in the way of a new command is possible at all. Counts it in its regions, if they are counted.
+  /// Whether an outstanding command may be in the way of a new one; there is at least one. Counts the new one in its
+  /// regions, if they are counted.
   bool mayConflict(uint64_t first, uint64_t end);
   /// @param others of the outstanding commands so many are counted
   bool enterRegions(uint64_t first, uint64_t end, uint32_t others);
