@@ -110,7 +110,7 @@ void playOnTableAndMap(uint64_t longestSpan) {
 TEST(AwaitedBlocksTest, remembersOfEverySpanWhatAMapOfBlocksRemembers) { playOnTableAndMap(0); }
 
 TEST(AwaitedBlocksTest, remembersTheSameInGroupsOfAnyLength) {
-  for (const uint64_t longestSpan : {1, 2, 3, 8, 16, 1000}) {
+  for (const uint64_t longestSpan : {1U, 2U, 3U, 8U, 16U, 1000U}) {
     playOnTableAndMap(longestSpan);
   }
 }
