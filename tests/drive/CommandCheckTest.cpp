@@ -95,8 +95,8 @@ TEST_F(CommandCheck, APlainTransferIsOneThatHasBlocksAndIsNotRefused) {
             command.dataBytes = bytes;
             command.data = memory;
             EXPECT_EQ(isPlainTransfer(command, geometry), ofTheKind() && blocks != 0 && check() == std::nullopt);
-            plain += isPlainTransfer(command, geometry) ? 1 : 0;
-            refused += check() != std::nullopt ? 1 : 0;
+            plain += isPlainTransfer(command, geometry) ? 1U : 0U;
+            refused += check() != std::nullopt ? 1U : 0U;
           }
         }
       }
