@@ -28,12 +28,9 @@ const char* commandKindName(CommandKind kind) {
   return "unknown";
 }
 
-bool changesMedium(CommandKind kind) {
-  return kind == CommandKind::write || kind == CommandKind::writeAtomic || kind == CommandKind::writeSame ||
-         kind == CommandKind::trim || kind == CommandKind::zoneReset || kind == CommandKind::invalidate;
-}
-
 void Drive::useMemory(uint8_t*, uint64_t) noexcept {}
+
+void Drive::sendQueued() {}
 
 int Drive::sendVendorRequest(const uint8_t*, uint32_t) { return VendorDevice::unsupported; }
 

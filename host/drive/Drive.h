@@ -34,7 +34,9 @@ enum class CommandKind : uint8_t {
 const char* commandKindName(CommandKind kind);
 
 /// Whether the command changes the medium.
-bool changesMedium(CommandKind kind);
+inline bool changesMedium(CommandKind kind) {
+  return kind != CommandKind::read && kind != CommandKind::verify && kind != CommandKind::syncCache;
+}
 
 /// What a drive is, in the units of its commands.
 struct DriveGeometry {
@@ -157,6 +159,10 @@ class Drive {
   /// @param data  begins on a page and stays mapped until the next call; null: no memory any more
   /// @param bytes a whole number of pages; 0 with null
   virtual void useMemory(uint8_t* data, uint64_t bytes) noexcept;
+
+  /// Hands over what was submitted and still waits to be sent together with more. For a caller that will not poll for a
+  /// while: a poll that finds nothing to take leaves nothing unsent. Throws DriveError.
+  virtual void sendQueued();
 
   /// Passes a request block of the device interface on to the drive and waits for its answer. Commands may be
   /// outstanding.

@@ -99,18 +99,6 @@ void TransferPlan::planRead() {
   memory_ = intoPlace ? command_.data : own_.atLeast(allBlocks_ * sectorBytes_);
 }
 
-TransferPlan::Run TransferPlan::run(uint32_t index) const {
-  Run run;
-  run.lba = command_.lba + index * runLbas_;
-  run.blocks = std::min(runBlocks_, allBlocks_ - index * runBlocks_);
-  if (moves_ == Moves::nothing) {
-    return run;
-  }
-  run.data = sameMemory_ ? memory_ : memory_ + index * runBlocks_ * sectorBytes_;
-  run.bytes = sameMemory_ && limits_.repeatsBlock ? sectorBytes_ : run.blocks * sectorBytes_;
-  return run;
-}
-
 void TransferPlan::finish(DriveCompletion& out) const {
   out.status = scsi_status::good;
   out.senseBytes = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "host/base/AlignedMemory.h"
@@ -43,7 +44,16 @@ class TransferPlan {
   /// At least one.
   uint32_t runs() const { return runs_; }
   /// @param index below `runs()`
-  Run run(uint32_t index) const;
+  Run run(uint32_t index) const {
+    const uint64_t blocks = std::min(runBlocks_, allBlocks_ - index * runBlocks_);
+    if (moves_ == Moves::nothing) {
+      return {.lba = command_.lba + index * runLbas_, .blocks = blocks};
+    }
+    return {.lba = command_.lba + index * runLbas_,
+            .blocks = blocks,
+            .data = sameMemory_ ? memory_ : memory_ + index * runBlocks_ * sectorBytes_,
+            .bytes = sameMemory_ && limits_.repeatsBlock ? sectorBytes_ : blocks * sectorBytes_};
+  }
 
   /// Completes a command whose runs all ended well: a read's data come to the command's memory, a verify is judged.
   /// Sets everything in `out` but tag and id.

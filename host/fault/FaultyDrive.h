@@ -51,6 +51,7 @@ class FaultyDrive : public Drive {
   void reset() override;
   void powerCycle() override;
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { inner_->useMemory(data, bytes); }
+  void sendQueued() override { inner_->sendQueued(); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return inner_->sendVendorRequest(block, bytes);
   }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/framework/TaggedBufferImpl.h"
 #include "vdl/Buffer.h"
 #include "vdl/LBARangeQueue.h"
 #include "vdl/TaggedBuffer.h"
@@ -24,8 +25,10 @@ class TaggedViews {
   /// Lets `getData(tag)` answer these bytes until the next `set` or `clear` of the tag, or an `unlock`.
   ///
   /// @param bytes the exact size that agents see, not the capacity
-  void set(uint32_t tag, uint8_t* data, uint64_t bytes);
-  void clear(uint32_t tag);
+  ///
+  /// Inline, as a host does it several times for each command.
+  void set(uint32_t tag, uint8_t* data, uint64_t bytes) { views_->views.at(tag) = {data, bytes}; }
+  void clear(uint32_t tag) { views_->views.at(tag) = {}; }
 
   vdl::TaggedBuffer& platform();
 

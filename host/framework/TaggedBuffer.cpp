@@ -30,10 +30,6 @@ TaggedViews::TaggedViews(uint32_t tags) : views_(new vdl::TaggedBuffer::Impl) {
 
 TaggedViews::~TaggedViews() { delete views_; }
 
-void TaggedViews::set(uint32_t tag, uint8_t* data, uint64_t bytes) { views_->views.at(tag) = {data, bytes}; }
-
-void TaggedViews::clear(uint32_t tag) { views_->views.at(tag) = {}; }
-
 vdl::TaggedBuffer& TaggedViews::platform() { return platform_; }
 
 }  // namespace corvane::host

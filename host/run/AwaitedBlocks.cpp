@@ -5,18 +5,23 @@ namespace {
 
 constexpr uint32_t firstBits = 6;
 constexpr uint32_t wordBits = 64;
+constexpr uint64_t mostGroupBlocks = AwaitedPiece::mostGroupBlocks;
 
 }  // namespace
 
 static_assert(sizeof(AwaitedPiece) == 32);
 
-AwaitedBlocks::AwaitedBlocks() : heads_(size_t{1} << firstBits, none), shift_(wordBits - firstBits) {}
+AwaitedBlocks::AwaitedBlocks(uint64_t longestSpan)
+    : groupBlocks_(longestSpan == 0 || longestSpan > mostGroupBlocks ? mostGroupBlocks : std::bit_ceil(longestSpan)),
+      groupShift_(static_cast<uint32_t>(std::countr_zero(groupBlocks_))),
+      heads_(size_t{1} << firstBits, none),
+      shift_(wordBits - firstBits) {}
 
 const AwaitedBlock* AwaitedBlocks::find(uint64_t lba) const {
-  const uint64_t group = lba / groupBlocks;
+  const uint64_t group = groupOf(lba);
   for (uint32_t index = heads_[home(group)]; index != none; index = at(index).next) {
     const AwaitedPiece& piece = at(index);
-    if (piece.group == group && (piece.mask >> (lba % groupBlocks) & 1) != 0) {
+    if (piece.group == group && (piece.mask >> (lba - group) & 1) != 0) {
       return &piece.block;
     }
   }
@@ -26,9 +31,10 @@ const AwaitedBlock* AwaitedBlocks::find(uint64_t lba) const {
 AwaitedPiece& AwaitedBlocks::add(uint64_t group, uint16_t mask) {
   const uint32_t index = takeFree();
   uint32_t& head = heads_[home(group)];
-  at(index) = {.group = group, .block = {}, .next = head, .mask = mask};
+  AwaitedPiece& piece = at(index);
+  piece = {.group = group, .block = {}, .next = head, .mask = mask};
   head = index;
-  return at(index);
+  return piece;
 }
 
 AwaitedPiece& AwaitedBlocks::cutOff(uint32_t& link, uint16_t mask) {

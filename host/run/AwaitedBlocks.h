@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -42,34 +43,40 @@ struct AwaitedBlock {
   uint8_t hashedUnderReaders : 1 = 0;  ///< some of the readers look past the hash at what was there before it
 };
 
-/// Some of 16 neighbours that are known alike.
+/// Some of a group of neighbours that are known alike.
 struct AwaitedPiece {
-  static constexpr uint64_t groupBlocks = 16;
+  static constexpr uint32_t mostGroupBlocks = 16;
 
-  uint64_t group = 0;  ///< LBA / 16
+  uint64_t group = 0;  ///< its first LBA
   AwaitedBlock block;
   uint32_t next = 0;  ///< behind it in its chain
   uint16_t mask = 0;  ///< which blocks of the group
 
-  uint64_t firstLba() const { return group * groupBlocks + static_cast<uint64_t>(std::countr_zero(mask)); }
-  uint64_t blocks() const { return static_cast<uint64_t>(std::popcount(mask)); }
+  uint64_t firstLba() const { return group + static_cast<uint64_t>(std::countr_zero(mask)); }
+  uint64_t blocks() const { return countOf(mask); }
+  /// Without counting where there is nothing to count: not every processor counts bits by itself.
+  static uint64_t countOf(uint32_t mask) {
+    return (mask & (mask - 1)) == 0 ? uint64_t{mask != 0} : static_cast<uint64_t>(std::popcount(mask));
+  }
   /// Calls `act` with each LBA, the lowest first.
   template <typename Act>
   void ofEach(Act act) const {
     for (uint32_t bits = mask; bits != 0; bits &= bits - 1) {
-      act(group * groupBlocks + static_cast<uint64_t>(std::countr_zero(bits)));
+      act(group + static_cast<uint64_t>(std::countr_zero(bits)));
     }
   }
 };
 
 /// A sparse table of blocks, by LBA, in pieces of neighbours that are known alike.
 ///
-/// A command over many blocks that are alike so costs a look for each 16 of them. A piece is cut where a command ends
-/// inside it, and not joined again. It takes 32 bytes and some 3 to 7 of the index, whether it is of one block or of
-/// 16; the memory of those that are forgotten is kept for the next ones. One thread.
+/// A command over many blocks that are alike so costs a look for each group of up to 16. A piece is cut where a command
+/// ends inside it, and not joined again. It takes 32 bytes and some 3 to 7 of the index, whether it is of one block or
+/// of 16; the memory of those that are forgotten is kept for the next ones. One thread.
 class AwaitedBlocks {
  public:
-  AwaitedBlocks();
+  /// @param longestSpan no span will be much longer; 0: nobody knows. All pieces of a group are met on the way to one
+  ///                    of them, so that groups are no longer than the spans that make them.
+  explicit AwaitedBlocks(uint64_t longestSpan = 0);
 
   /// Calls `act(AwaitedPiece&)` for the pieces of which the awaited blocks of a span are made, group by group; those
   /// for which it returns true are forgotten.
@@ -77,7 +84,7 @@ class AwaitedBlocks {
   /// @return how many blocks of the span are not awaited
   template <typename Act>
   uint64_t ofSpan(const BlockSpan& span, Act act) {
-    return walk(span, act, [](uint64_t, uint16_t missing) { return std::popcount(missing); });
+    return walk(span, act, [](uint64_t, uint16_t missing) { return AwaitedPiece::countOf(missing); });
   }
 
   /// Calls `act(AwaitedPiece&)` for all blocks of a span. Those that are not there are made before: as AwaitedBlock
@@ -94,7 +101,7 @@ class AwaitedBlocks {
         piece.block.since = now;
         act(piece);
       }
-      return 0;
+      return uint64_t{0};
     });
   }
 
@@ -112,21 +119,20 @@ class AwaitedBlocks {
  private:
   static constexpr uint32_t none = UINT32_MAX;
   static constexpr size_t chunkPieces = 1024;
-  static constexpr uint64_t groupBlocks = AwaitedPiece::groupBlocks;
   using Chunk = std::array<AwaitedPiece, chunkPieces>;
 
   AwaitedPiece& at(uint32_t index) { return (*chunks_[index / chunkPieces])[index % chunkPieces]; }
   const AwaitedPiece& at(uint32_t index) const { return (*chunks_[index / chunkPieces])[index % chunkPieces]; }
-  size_t home(uint64_t group) const { return (group * 0x9E3779B97F4A7C15U) >> shift_; }
+  uint64_t groupOf(uint64_t lba) const { return lba & ~(groupBlocks_ - 1); }
+  size_t home(uint64_t group) const { return ((group >> groupShift_) * 0x9E3779B97F4A7C15U) >> shift_; }
 
-  /// The blocks of a span that lie in a group with some.
-  static uint16_t maskOf(const BlockSpan& span, uint64_t group) {
-    const uint64_t begin = group * groupBlocks;
-    const uint32_t from = span.first > begin ? static_cast<uint32_t>(span.first - begin) : 0;
-    const uint32_t to = span.end - begin < groupBlocks ? static_cast<uint32_t>(span.end - begin) : groupBlocks;
+  /// The blocks of a span that lie in a group.
+  uint16_t maskOf(const BlockSpan& span, uint64_t group) const {
+    const auto from = static_cast<uint32_t>(span.first > group ? span.first - group : 0);
+    const auto to = static_cast<uint32_t>(std::min(span.end - group, groupBlocks_));
     uint32_t mask = (uint32_t{0xFFFF} << from) & ~(uint32_t{0xFFFF} << to);
     if (span.step == 2) {
-      mask &= (span.first & 1) == 0 ? 0x5555U : 0xAAAAU;
+      mask &= ((span.first ^ group) & 1) == 0 ? 0x5555U : 0xAAAAU;
     }
     return static_cast<uint16_t>(mask);
   }
@@ -139,11 +145,11 @@ class AwaitedBlocks {
     if (used_ > heads_.size() + heads_.size() / 4) {
       grow();
     }
-    int count = 0;
-    for (uint64_t group = span.first / groupBlocks; group <= (span.end - 1) / groupBlocks; ++group) {
+    uint64_t count = 0;
+    for (uint64_t group = groupOf(span.first); group < span.end; group += groupBlocks_) {
       count += missing(group, walkGroup(group, maskOf(span, group), act));
     }
-    return static_cast<uint64_t>(count);
+    return count;
   }
 
   /// @return the blocks of the mask that are not there
@@ -176,6 +182,8 @@ class AwaitedBlocks {
   void addChunk();
   void grow();
 
+  const uint64_t groupBlocks_;   ///< a power of two
+  const uint32_t groupShift_;    ///< of how much
   std::vector<uint32_t> heads_;  ///< of the chains, by the hash of the group; a power of two of them
   uint32_t shift_;
   size_t used_ = 0;

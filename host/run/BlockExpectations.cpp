@@ -74,22 +74,26 @@ void BlockExpectations::writeIssued(const BlockSpan& span, bool certain, uint64_
   });
 }
 
-bool BlockExpectations::readBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now) {
-  const BlockSpan both{
-      .first = std::min(read.first, write.first), .end = std::max(read.end, write.end), .step = read.step};
-  const BlockSpan common = partOf(both, std::max(read.first, write.first), std::min(read.end, write.end));
+bool BlockExpectations::claimForReader(const BlockSpan& span) {
   bool claimed = true;
-  const uint64_t missing = blocks_.ofSpan(common, [&claimed](AwaitedPiece& piece) {
+  const uint64_t missing = blocks_.ofSpan(span, [&claimed](AwaitedPiece& piece) {
     claimed &= piece.block.claims != 0;
     piece.block.claims -= piece.block.claims != 0 ? 1U : 0U;
     ++piece.block.readers;
     return false;
   });
-  if (!claimed || missing != 0) {
+  return claimed && missing == 0;
+}
+
+bool BlockExpectations::readBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now) {
+  return read == write ? claimForReader(read) : otherReadBackIssued(read, write, now);
+}
+
+bool BlockExpectations::otherReadBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now) {
+  const BlockSpan both{
+      .first = std::min(read.first, write.first), .end = std::max(read.end, write.end), .step = read.step};
+  if (!claimForReader(partOf(both, std::max(read.first, write.first), std::min(read.end, write.end)))) {
     return false;
-  }
-  if (read == write) {
-    return true;
   }
   const auto readToo = [](AwaitedPiece& piece) { ++piece.block.readers; };
   blocks_.makeSpan(partOf(both, read.first, std::min(read.end, write.first)), now, readToo);

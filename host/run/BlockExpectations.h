@@ -18,6 +18,9 @@ namespace corvane::host {
 /// One thread. Allocates only while more is remembered than ever before.
 class BlockExpectations {
  public:
+  /// @param longestSpan of the commands; 0: nobody knows
+  explicit BlockExpectations(uint64_t longestSpan = 0) : blocks_(longestSpan) {}
+
   /// @param certain whether it leaves its data when it ends well and an unknown content otherwise; an atomic write may
   ///                then have left everything as it was
   void writeIssued(const BlockSpan& span, bool certain, uint64_t now);
@@ -122,6 +125,13 @@ class BlockExpectations {
       eraseUnderHash(piece);
     }
   }
+
+  /// A read-back of these blocks was issued.
+  ///
+  /// @return false when one of them does not wait for any
+  bool claimForReader(const BlockSpan& span);
+  /// The read-back of a write that is not of the same blocks.
+  bool otherReadBackIssued(const BlockSpan& read, const BlockSpan& write, uint64_t now);
 
   static BlockWorth worthOf(const Layers& layers);
   Layers layersFor(const AwaitedPiece& piece, uint64_t issued) const;

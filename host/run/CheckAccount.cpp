@@ -6,12 +6,7 @@
 namespace corvane::host {
 
 CheckAccount::CheckAccount(CheckRules rules, uint32_t tags, CheckCounters& counters)
-    : rules_(std::move(rules)), counters_(counters), outstanding_(tags) {}
-
-BlockSpan CheckAccount::spanOf(uint64_t lba, uint32_t blocks) const {
-  const uint32_t step = rules_.skipCommands ? 2 : 1;
-  return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
-}
+    : rules_(std::move(rules)), counters_(counters), expectations_(rules_.longestSpan), outstanding_(tags) {}
 
 void CheckAccount::tellListener(const DriveCommand& command, BlockWorth worth) const {
   for (uint32_t block = 0; block < command.blocks && rules_.listener; ++block) {
@@ -201,7 +196,8 @@ bool CheckAccount::issueReadBack(uint32_t tag) {
   if (!write || !fits(own, *write)) {
     return false;
   }
-  own.readBack = *write;
+  own.probe = write->probe;
+  own.repeated = write->repeated;
   if (!readBacks_.empty()) {
     readBacks_.popFront();
   } else {
@@ -289,7 +285,7 @@ void CheckAccount::followUp(const Outstanding& own, const CommandEnding& ending)
   }
   if (own.linkedRead != noTag) {
     if (probe) {
-      outstanding_[own.linkedRead].readBack.probe = true;
+      outstanding_[own.linkedRead].probe = true;
     }
     return;
   }
@@ -317,7 +313,7 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
   std::optional<Uncheckable> ofAll;
   if (!ending.good()) {
     ofAll = Uncheckable::commandFailed;
-  } else if (own.readBack.probe) {
+  } else if (own.probe) {
     ofAll = Uncheckable::probe;
   } else if (!dataDelivered) {
     ofAll = Uncheckable::noData;
@@ -331,7 +327,7 @@ void CheckAccount::endRead(const DriveCommand& command, const Outstanding& own, 
     expectations_.readEnded(own.span, own.issued, false,
                             [this](BlockWorth worth, uint64_t blocks) { counters_.add(worth, blocks); });
   }
-  if (ending.aborted && own.readBack.probe && !own.readBack.repeated) {
+  if (ending.aborted && own.probe && !own.repeated) {
     readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = true, .repeated = true});
   }
 }
@@ -402,7 +398,7 @@ void CheckAccount::allLost() {
     const bool again = own.kind == CommandKind::read;
     expectations_.readEnded(own.span, own.issued, again, [](BlockWorth, uint64_t) {});
     if (again) {
-      readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = own.readBack.probe});
+      readBacks_.pushFront({.lba = own.span.first, .blocks = own.blocks, .probe = own.probe});
     }
   }
   unclaimedPreReads_ = 0;

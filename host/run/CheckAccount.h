@@ -25,6 +25,7 @@ struct CheckRules {
   uint32_t minQueueSize = 0;
   uint32_t maxQueueSize = 0;
   bool readsSense = true;       ///< whether the agent looks at sense data
+  uint64_t longestSpan = 0;     ///< of a command or zone, blocks from first to last; 0: nobody knows. For speed only
   WorthListener listener = {};  ///< null: nobody wants to know
 };
 
@@ -87,8 +88,9 @@ class CheckAccount {
     bool wantsReadBack = false;   ///< a write
     uint32_t linkedRead = noTag;  ///< the tag of the read-back that did not wait for the write's end
     bool preRead = false;
-    bool claimed = false;  ///< a pre-read: its atomic write has been issued
-    ReadBack readBack;     ///< of a read that is none
+    bool claimed = false;   ///< a pre-read: its atomic write has been issued
+    bool probe = false;     ///< of a read that is none, as of the read-back that it is
+    bool repeated = false;  ///< likewise
   };
   /// A read that was taken for a pre-read but could have been the read-back that stood next.
   struct Doubt {
@@ -98,7 +100,10 @@ class CheckAccount {
   };
   enum class Choice : uint8_t { write, read, either };
 
-  BlockSpan spanOf(uint64_t lba, uint32_t blocks) const;
+  BlockSpan spanOf(uint64_t lba, uint32_t blocks) const {
+    const uint32_t step = rules_.skipCommands ? 2 : 1;
+    return {.first = lba, .end = lba + uint64_t{blocks} * step, .step = step};
+  }
   Outstanding& begin(const DriveCommand& command);
   Choice nextChoice();
   void loseTrack();

@@ -27,11 +27,8 @@ std::optional<uint64_t> informationOf(const uint8_t* sense) {
 
 }  // namespace
 
-CommandEnding endingOf(const DriveCompletion& completion, bool readsSense) {
+CommandEnding badEndingOf(const DriveCompletion& completion, bool readsSense) {
   CommandEnding ending;
-  if (completion.status == scsi_status::good) {
-    return ending;
-  }
   if (completion.status == scsi_status::aborted) {
     ending.aborted = true;
     return ending;

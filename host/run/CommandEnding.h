@@ -18,8 +18,13 @@ struct CommandEnding {
   bool good() const { return !aborted && !failed; }
 };
 
+/// The ending of a command that did not end with the status good.
+CommandEnding badEndingOf(const DriveCompletion& completion, bool readsSense);
+
 /// @param readsSense whether the reader understands sense data; without it every status other than good and aborted is
 ///                   a failure
-CommandEnding endingOf(const DriveCompletion& completion, bool readsSense);
+inline CommandEnding endingOf(const DriveCompletion& completion, bool readsSense) {
+  return completion.status == scsi_status::good ? CommandEnding{} : badEndingOf(completion, readsSense);
+}
 
 }  // namespace corvane::host

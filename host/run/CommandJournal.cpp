@@ -30,11 +30,11 @@ void CommandJournal::issued(const DriveCommand& command, uint32_t bucket, bool p
            .kind = command.kind,
            .lbaStep = static_cast<uint8_t>(command.lbaStep),
            .preRead = preRead};
-  slots_.at(command.tag) = {.number = count_, .issuedUs = us, .kind = command.kind};
+  slots_[command.tag] = {.number = count_, .issuedUs = us, .kind = command.kind};
 }
 
 void CommandJournal::finished(uint32_t tag, uint32_t status, bool rightAfterIssue) {
-  Slot& slot = slots_.at(tag);
+  Slot& slot = slots_[tag];
   if (slot.number == 0) {
     return;
   }

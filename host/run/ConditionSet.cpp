@@ -153,13 +153,9 @@ bool ConditionSet::allows(ConditionedStep hostStep, uint64_t state) const {
   return (choosingBits(condition) | condition.noneMask) == 0 || holds(condition, state);
 }
 
-std::optional<ConditionedStep> ConditionSet::stepToRun(uint64_t state) const {
-  const uint64_t applied = state & appliedBits_;
-  if (applied == 0) {
+std::optional<ConditionedStep> ConditionSet::stepHeldIn(uint64_t state) const {
+  if ((state & appliedBits_) == 0) {
     return std::nullopt;
-  }
-  if (std::has_single_bit(applied) && (applied & privateBits_) != 0) {
-    return stepOfBit_[static_cast<size_t>(std::countr_zero(applied))];
   }
   std::optional<ConditionedStep> found;
   for (uint32_t step = 0; step < agentSteps; ++step) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -75,7 +77,12 @@ class ConditionSet {
 
   /// The step that runs after the agent has applied its condition, if it has. Throws std::logic_error when more than
   /// one would, and when bits are left that no step runs on.
-  std::optional<ConditionedStep> stepToRun(uint64_t state) const;
+  std::optional<ConditionedStep> stepToRun(uint64_t state) const {
+    const uint64_t applied = state & appliedBits_;
+    const bool single = (applied & (applied - 1)) == 0;  // or none; not every processor counts bits by itself
+    return single && (applied & privateBits_) != 0 ? stepOfBit_[static_cast<size_t>(std::countr_zero(applied))]
+                                                   : stepHeldIn(state);
+  }
 
   /// Whether a command carries end-to-end bytes.
   ///
@@ -91,6 +98,8 @@ class ConditionSet {
  private:
   bool usesE2e(const TestDefinition& test) const;
   void findPrivateSteps();
+  /// As `stepToRun`, from the conditions themselves.
+  std::optional<ConditionedStep> stepHeldIn(uint64_t state) const;
 
   ConditionNames names_;
   std::array<vdl::Condition, conditionedSteps> conditions_{};

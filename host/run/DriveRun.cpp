@@ -140,14 +140,16 @@ StepSettings DriveRun::stepSettings() const {
 
 CheckRules DriveRun::checkRules() const {
   const AgentOptionValues& options = context_.options;
-  return {.skipCommands = options.skipCommands,
-          .slideReads = options.slideReads,
-          .spliceDetection = options.spliceDetection,
-          .randomSelection = options.randomSelection,
-          .minQueueSize = options.minQueueSize,
-          .maxQueueSize = options.maxQueueSize,
-          .readsSense = context_.test.deviceInterface == 0,
-          .listener = context_.worthListener};
+  return {
+      .skipCommands = options.skipCommands,
+      .slideReads = options.slideReads,
+      .spliceDetection = options.spliceDetection,
+      .randomSelection = options.randomSelection,
+      .minQueueSize = options.minQueueSize,
+      .maxQueueSize = options.maxQueueSize,
+      .readsSense = context_.test.deviceInterface == 0,
+      .longestSpan = rangeSettings().any() ? 0 : uint64_t{context_.test.maxBlocks} * (options.skipCommands ? 2U : 1U),
+      .listener = context_.worthListener};
 }
 
 RangeSettings DriveRun::rangeSettings() const {
@@ -320,6 +322,7 @@ bool DriveRun::mustWait(const StepLoop& loop, uint64_t elapsedUs) {
   if (dueUs <= elapsedUs) {
     return false;
   }
+  drive_->sendQueued();
   context_.clock.pause(std::min(dueUs - elapsedUs, longestRatePauseUs));
   return true;
 }

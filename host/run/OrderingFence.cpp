@@ -12,6 +12,7 @@
 namespace corvane::host {
 namespace {
 
+constexpr uint32_t fewCommands = 8;      ///< to look at so many costs less than to count one in its regions
 constexpr uint32_t patientAttempts = 8;  ///< after these a pause comes before each further attempt
 constexpr uint64_t retryPauseUs = 1000;
 constexpr uint64_t noAttempt = 0;  ///< instead of an id, while the drive does not have the command
@@ -80,7 +81,7 @@ void OrderingFence::submit(const DriveCommand& command) {
   node.command = command;
   node.waitsFor = 0;
   node.attempts = 0;
-  if (enterRegions(first, end) || inZoneOrder) {
+  if ((count_ != 0 && mayConflict(first, end)) || inZoneOrder) {
     holdBehindConflicting(node, first, end, writes);
   }
   node.outstanding = true;
@@ -99,10 +100,24 @@ void OrderingFence::submit(const DriveCommand& command) {
   }
 }
 
-bool OrderingFence::enterRegions(uint64_t first, uint64_t end) {
+bool OrderingFence::mayConflict(uint64_t first, uint64_t end) {
+  if (!countsRegions_) {
+    if (count_ < fewCommands) {
+      return true;
+    }
+    // No region holds an old count: `remove` and `forgetAll` stop the counting only when nothing is left.
+    countsRegions_ = true;
+    for (uint32_t i = 0; i < count_; ++i) {
+      enterRegions(first_[i], end_[i], i);
+    }
+  }
+  return enterRegions(first, end, count_);
+}
+
+bool OrderingFence::enterRegions(uint64_t first, uint64_t end, uint32_t others) {
   if (regions_.isTooLong(first, end)) {
     regions_.restart(first, end);
-    for (uint32_t i = 0; i < count_; ++i) {
+    for (uint32_t i = 0; i < others; ++i) {
       regions_.add(first_[i], end_[i]);
     }
   }
@@ -201,7 +216,10 @@ void OrderingFence::remove(uint32_t tag) {
   Node& node = nodes_[tag];
   const uint32_t last = --count_;
   const uint32_t hole = node.position;
-  regions_.remove(first_[hole], end_[hole]);
+  if (countsRegions_) {
+    regions_.remove(first_[hole], end_[hole]);
+    countsRegions_ = last != 0;
+  }
   first_[hole] = first_[last];
   end_[hole] = end_[last];
   tag_[hole] = tag_[last];
@@ -254,6 +272,7 @@ void OrderingFence::forgetAll() {
     node.hasSuccessors = false;
   }
   regions_.clear();
+  countsRegions_ = false;
   toRetry_.clear();
   lost_.reset();
   count_ = 0;

@@ -88,8 +88,11 @@ class OrderingFence {
   };
 
   void holdBehindConflicting(Node& node, uint64_t first, uint64_t end, uint8_t writes);
-  /// Whether somebody in the way is possible at all.
-  bool enterRegions(uint64_t first, uint64_t end);
+  /// Whether an outstanding command may be in the way of a new one; there is at least one. Counts the new one in its
+  /// regions, if they are counted.
+  bool mayConflict(uint64_t first, uint64_t end);
+  /// @param others of the outstanding commands so many are counted
+  bool enterRegions(uint64_t first, uint64_t end, uint32_t others);
   bool isUnsentWriteTo(uint64_t zone, const Node& node) const;
   void pass(Node& node);
   void send(Node& node);
@@ -110,7 +113,8 @@ class OrderingFence {
   std::vector<uint64_t> end_;
   std::vector<uint32_t> tag_;
   std::vector<uint8_t> writes_;
-  RegionCounts regions_;  ///< of the outstanding commands
+  RegionCounts regions_;  ///< of the outstanding commands, once there were more than a few of them at once
+  bool countsRegions_ = false;
   uint32_t count_ = 0;
   uint32_t held_ = 0;
   uint64_t nextId_ = 1;

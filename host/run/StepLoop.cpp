@@ -114,9 +114,7 @@ int32_t StepLoop::makeStep() {
   selected_ = selector_.select(commandsIssued_);
   thread_.conditions |= selected_;
 
-  const RangeGates gates{.zoneReset = conditions_.allows(ConditionedStep::zoneReset, selected_),
-                         .invalidate = conditions_.allows(ConditionedStep::invalidate, selected_)};
-  if (!ranges_.carryOutDue(commandsIssued_, publishedTag_, gates)) {
+  if (settings_.ranges.any() && !carryOutRangeOperations()) {
     return quietStep();
   }
   publishZonePosition();
@@ -137,6 +135,12 @@ int32_t StepLoop::makeStep() {
   }
   getStatus(tags_.front() == TagPool::none);
   return 0;
+}
+
+bool StepLoop::carryOutRangeOperations() {
+  const RangeGates gates{.zoneReset = conditions_.allows(ConditionedStep::zoneReset, selected_),
+                         .invalidate = conditions_.allows(ConditionedStep::invalidate, selected_)};
+  return ranges_.carryOutDue(commandsIssued_, publishedTag_, gates);
 }
 
 int32_t StepLoop::quietStep() {
@@ -433,15 +437,14 @@ void StepLoop::getStatus(bool wait) {
     publishLostSync();
     return;
   }
-  DriveCompletion completion;
-  const bool waits = !queue_.poll(completion);
+  const bool waits = !queue_.poll(completion_);
   if (waits && !wait) {
     return;
   }
   if (waits) {
-    queue_.wait(completion);
+    queue_.wait(completion_);
   }
-  publishCompletion(completion, !waits && justIssued_ != TagPool::none && justIssued_ != completion.tag);
+  publishCompletion(completion_, !waits && justIssued_ != TagPool::none && justIssued_ != completion_.tag);
 }
 
 void StepLoop::publishCompletion(const DriveCompletion& completion, bool rightAfterIssue) {

@@ -124,6 +124,8 @@ class StepLoop {
   /// A step on a drive whose connection holds.
   int32_t makeStep();
   int32_t callExecute();
+  /// @return whether the agent may issue another command
+  bool carryOutRangeOperations();
   /// A step in which the agent sees no free tag, so that it issues nothing.
   int32_t quietStep();
   void parkFreeTags();
@@ -219,6 +221,7 @@ class StepLoop {
   std::vector<PerTag> perTag_;
   std::vector<uint32_t> parkedTags_;  ///< tags that are kept from the agent for a step
 
+  DriveCompletion completion_;        ///< scratch of getStatus: to clear one costs more than to fill it
   std::optional<LbaChoice> choice_;   ///< what the LBA agent generated last
   uint64_t selected_ = 0;             ///< the condition bits that were set before the agent ran
   uint32_t syncTag_ = TagPool::none;  ///< outstanding cache flush

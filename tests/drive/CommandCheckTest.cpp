@@ -79,6 +79,36 @@ TEST_F(CommandCheck, ProtectionAndEndToEndBytesCount) {
   EXPECT_EQ(check(), std::nullopt);
 }
 
+TEST_F(CommandCheck, APlainTransferIsOneThatHasBlocksAndIsNotRefused) {
+  offers = {.atomicWrite = true, .writeSame = true, .trim = true, .verify = true, .syncCache = true};
+  const auto ofTheKind = [this] { return command.kind == CommandKind::read || command.kind == CommandKind::write; };
+  uint32_t plain = 0;
+  uint32_t refused = 0;
+  for (const CommandKind kind : {CommandKind::read, CommandKind::write, CommandKind::writeSame, CommandKind::verify}) {
+    for (const uint64_t lba : {uint64_t{0}, uint64_t{90}, uint64_t{99}, uint64_t{100}, ~uint64_t{0}}) {
+      for (const uint32_t blocks : {0U, 1U, 10U, 100U, 101U}) {
+        for (const uint64_t bytes : {uint64_t{0}, uint64_t{512}, uint64_t{blocks} * 512, uint64_t{blocks} * 520}) {
+          for (uint8_t* memory : {data.data(), static_cast<uint8_t*>(nullptr)}) {
+            command.kind = kind;
+            command.lba = lba;
+            command.blocks = blocks;
+            command.dataBytes = bytes;
+            command.data = memory;
+            EXPECT_EQ(isPlainTransfer(command, geometry), ofTheKind() && blocks != 0 && check() == std::nullopt);
+            plain += isPlainTransfer(command, geometry) ? 1U : 0U;
+            refused += check() != std::nullopt ? 1U : 0U;
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(plain, 10U);
+  EXPECT_GT(refused, 100U);
+  command = {.kind = CommandKind::read, .lba = 1, .blocks = 2, .lbaStep = 2, .data = data.data(), .dataBytes = 1024};
+  EXPECT_EQ(check(), std::nullopt);
+  EXPECT_FALSE(isPlainTransfer(command, geometry)) << "its blocks are no neighbours";
+}
+
 TEST_F(CommandCheck, AWriteSameSendsOneBlock) {
   offers.writeSame = true;
   command.kind = CommandKind::writeSame;

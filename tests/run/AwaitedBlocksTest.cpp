@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "host/base/Random.h"
@@ -49,13 +50,15 @@ TEST(AwaitedBlocksTest, aBlockThatWasForgottenIsNewAgain) {
   EXPECT_EQ(blocks.find(64)->since, 9U);
 }
 
-TEST(AwaitedBlocksTest, remembersOfEverySpanWhatAMapOfBlocksRemembers) {
+/// Plays random spans on a table for spans of some length and on a map of blocks.
+void playOnTableAndMap(uint64_t longestSpan) {
+  SCOPED_TRACE(longestSpan);
   struct Known {
     uint64_t since = 0;
     uint32_t claims = 0;
   };
   Random random(3);
-  AwaitedBlocks blocks;
+  AwaitedBlocks blocks(longestSpan);
   std::map<uint64_t, Known> model;
   for (uint32_t i = 1; i < 30'000; ++i) {
     BlockSpan span;
@@ -102,6 +105,24 @@ TEST(AwaitedBlocksTest, remembersOfEverySpanWhatAMapOfBlocksRemembers) {
     ASSERT_EQ(forget(blocks, one(lba)), 0U);
   }
   EXPECT_TRUE(blocks.empty());
+}
+
+TEST(AwaitedBlocksTest, remembersOfEverySpanWhatAMapOfBlocksRemembers) { playOnTableAndMap(0); }
+
+TEST(AwaitedBlocksTest, remembersTheSameInGroupsOfAnyLength) {
+  for (const uint64_t longestSpan : {1U, 2U, 3U, 8U, 16U, 1000U}) {
+    playOnTableAndMap(longestSpan);
+  }
+}
+
+TEST(AwaitedBlocksTest, makesGroupsNoLongerThanTheSpans) {
+  const std::vector<std::pair<uint64_t, uint64_t>> piecesOf256ByLongestSpan{
+      {0, 16}, {1, 256}, {2, 128}, {3, 64}, {8, 32}, {16, 16}, {17, 16}, {UINT64_MAX, 16}};
+  for (const auto& [longestSpan, pieces] : piecesOf256ByLongestSpan) {
+    AwaitedBlocks blocks(longestSpan);
+    claim(blocks, {.first = 512, .end = 768}, 1, 1);
+    EXPECT_EQ(blocks.pieces(), pieces) << longestSpan;
+  }
 }
 
 TEST(AwaitedBlocksTest, needsMemoryOnlyForWhatIsAwaitedAtOnce) {

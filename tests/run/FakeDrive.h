@@ -67,6 +67,12 @@ class FakeDrive : public Drive {
     waiting.clear();
   }
 
+  void sendQueued() override {
+    if (onSendQueued) {
+      onSendQueued();
+    }
+  }
+
   static bool conflict(const DriveCommand& a, const DriveCommand& b) {
     if (a.kind == CommandKind::syncCache || b.kind == CommandKind::syncCache) {
       return true;
@@ -111,6 +117,7 @@ class FakeDrive : public Drive {
   std::deque<DriveCompletion> answers;
   std::function<void(const DriveCommand&)> onSubmit;
   std::function<void()> onPoll;
+  std::function<void()> onSendQueued;
   int polls = 0;
   int resets = 0;
   int powerCycles = 0;

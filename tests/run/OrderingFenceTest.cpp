@@ -271,7 +271,9 @@ class BruteForceModel {
 };
 
 /// Random overlapping commands against a drive that executes whatever it likes of what it was given.
-void runAgainstModel(uint32_t depth, uint64_t lbas, uint64_t seed, int commands) {
+///
+/// @param burst after so many commands everything is waited for; 0: only in the end
+void runAgainstModel(uint32_t depth, uint64_t lbas, uint64_t seed, int commands, int burst = 0) {
   FakeDrive drive;
   DriveCounters counters;
   ManualClock clock;
@@ -330,6 +332,9 @@ void runAgainstModel(uint32_t depth, uint64_t lbas, uint64_t seed, int commands)
       model.issue(command, number);
       fence.submit(command);
       ++issued;
+      while (burst != 0 && issued % burst == 0 && fence.outstanding() != 0) {
+        deliver();
+      }
     }
     deliver();
   }
@@ -347,6 +352,14 @@ TEST(OrderingFenceModel, ReadsSeeEveryEarlierAndNoLaterWrite) {
     runAgainstModel(8, 12, seed, 2000);
     runAgainstModel(64, 40, seed, 3000);
     runAgainstModel(1024, 3000, seed, 4000);
+  }
+}
+
+TEST(OrderingFenceModel, OrderHoldsWhileFewBecomeManyAndFewAgain) {
+  for (uint64_t seed = 1; seed <= 12; ++seed) {
+    runAgainstModel(64, 40, seed, 2000, 7);
+    runAgainstModel(64, 40, seed, 2000, 30);
+    runAgainstModel(64, 1000, seed, 2000, 60);
   }
 }
 

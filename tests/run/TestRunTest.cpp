@@ -386,6 +386,24 @@ TEST_F(TestRunTest, TheRateLimitSpacesTheCommands) {
   EXPECT_LE(result.totals().commandsIssued(), 201U);
 }
 
+TEST_F(TestRunTest, NothingLiesQueuedWhileTheRateLimitPauses) {
+  std::vector<uint64_t> unsent;
+  std::vector<uint64_t> unsentInPauses;
+  clock.onPause = [&] { unsentInPauses.insert(unsentInPauses.end(), unsent.begin(), unsent.end()); };
+  adapt = [&](FakeDrive& drive) {
+    drive.onSubmit = [&, answer = drive.onSubmit](const DriveCommand& command) {
+      unsent.push_back(command.id);
+      answer(command);
+    };
+    drive.onSendQueued = [&] { unsent.clear(); };
+  };
+  test.commandsPerSecond = 100;
+  const RunResult result = runIt();
+  EXPECT_EQ(result.totals().commandsIssued(), 50U);
+  EXPECT_GT(clock.pauses, 40);
+  EXPECT_THAT(unsentInPauses, IsEmpty());
+}
+
 TEST_F(TestRunTest, ASeedRepeatsEveryCommand) {
   test.mix = {.write = 1, .writeAtomic = 1, .read = 1, .verify = 1};
   test.e2ePercent = 30;

@@ -42,6 +42,9 @@ class Engine {
   /// As Drive::useMemory.
   virtual void useMemory(uint8_t* /*data*/, uint64_t /*bytes*/) noexcept {}
 
+  /// As Drive::sendQueued.
+  virtual void sendQueued() {}
+
   /// Never more requests at once than the engine was made for.
   virtual void submit(const EngineRequest& request) = 0;
 

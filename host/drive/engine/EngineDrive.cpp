@@ -73,14 +73,7 @@ void EngineDrive::submit(const DriveCommand& command) {
   if (freeSlots_.empty()) {
     throw std::logic_error("more commands than the drive takes at once");
   }
-  if (const std::optional<Sense> refusal = refuse(command, geometry_, capabilities_)) {
-    DriveCompletion completion;
-    setSense(completion, *refusal);
-    answerAtOnce(command, completion);
-    return;
-  }
-  if (command.blocks == 0 && command.kind != CommandKind::syncCache) {
-    answerAtOnce(command, {});
+  if (!isPlainTransfer(command, geometry_) && answerWithoutTarget(command)) {
     return;
   }
   const uint32_t index = freeSlots_.back();
@@ -94,6 +87,17 @@ void EngineDrive::submit(const DriveCommand& command) {
   // Only now, so that a command that could not be started has taken nothing.
   freeSlots_.pop_back();
   ++running_;
+}
+
+bool EngineDrive::answerWithoutTarget(const DriveCommand& command) {
+  DriveCompletion completion;
+  if (const std::optional<Sense> refusal = refuse(command, geometry_, capabilities_)) {
+    setSense(completion, *refusal);
+  } else if (command.blocks != 0 || command.kind == CommandKind::syncCache) {
+    return false;
+  }
+  answerAtOnce(command, completion);
+  return true;
 }
 
 void EngineDrive::answerAtOnce(const DriveCommand& command, DriveCompletion completion) {
@@ -125,12 +129,11 @@ bool EngineDrive::poll(DriveCompletion& out, bool wait) {
   return false;
 }
 
-bool EngineDrive::runEnded(const EngineReply& reply) {
-  EngineRequest& rest = slots_[reply.slot].rest;
-  if (reply.result <= 0 || !isTransfer(rest.operation)) {
+inline bool EngineDrive::runEnded(EngineRequest& rest, int64_t result) {
+  if (result <= 0 || !isTransfer(rest.operation)) {
     return true;
   }
-  const auto moved = static_cast<uint64_t>(reply.result);
+  const auto moved = static_cast<uint64_t>(result);
   rest.offset += moved;
   rest.bytes -= moved;
   rest.data += moved;
@@ -139,7 +142,7 @@ bool EngineDrive::runEnded(const EngineReply& reply) {
 
 bool EngineDrive::advance(const EngineReply& reply, DriveCompletion& out) {
   Slot& slot = slots_[reply.slot];
-  if (!runEnded(reply)) {
+  if (!runEnded(slot.rest, reply.result)) {
     engine_->submit(slot.rest);
     return false;
   }
@@ -179,8 +182,9 @@ void EngineDrive::dropEverything() {
   EngineReply reply;
   while (running_ != 0 && engine_->poll(reply, true)) {
     // What the kernel cut in two is finished, where all or nothing is promised.
-    if (!runEnded(reply) && slots_[reply.slot].plan.command().kind == CommandKind::writeAtomic) {
-      engine_->submit(slots_[reply.slot].rest);
+    Slot& slot = slots_[reply.slot];
+    if (!runEnded(slot.rest, reply.result) && slot.plan.command().kind == CommandKind::writeAtomic) {
+      engine_->submit(slot.rest);
       continue;
     }
     --running_;

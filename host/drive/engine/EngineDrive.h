@@ -42,6 +42,7 @@ class EngineDrive : public Drive {
   void reset() override { dropEverything(); }
   void powerCycle() override { dropEverything(); }
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { engine_->useMemory(data, bytes); }
+  void sendQueued() override { engine_->sendQueued(); }
 
  private:
   /// A command in work: the runs of its plan, one after the other.
@@ -55,11 +56,13 @@ class EngineDrive : public Drive {
   void dropEverything();
   /// Hands the slot's run to the engine.
   void submitRun(Slot& slot);
-  /// Takes note of what was moved; true when the run needs no more of it.
-  bool runEnded(const EngineReply& reply);
+  /// Takes note of what an operation moved; true when its run needs no more of it.
+  static bool runEnded(EngineRequest& rest, int64_t result);
   /// Takes in what the engine answered; true when the command has ended and `out` says how.
   bool advance(const EngineReply& reply, DriveCompletion& out);
   void failed(const Slot& slot, int error, DriveCompletion& out) const;
+  /// Answers a command that is refused, or that has nothing to do; false when it is neither.
+  bool answerWithoutTarget(const DriveCommand& command);
   void answerAtOnce(const DriveCommand& command, DriveCompletion completion);
 
   std::unique_ptr<EngineTarget> target_;

@@ -82,6 +82,8 @@ class UringEngine : public Engine {
     pinnedBytes_ = pinned ? bytes : 0;
   }
 
+  void sendQueued() override { ring_.send(); }
+
   bool poll(EngineReply& out, bool wait) override {
     KernelRing::Answer answer;
     if (!ring_.poll(answer, wait)) {

@@ -25,6 +25,7 @@ class ClaimedDrive : public Drive {
   void reset() override { drive_->reset(); }
   void powerCycle() override { drive_->powerCycle(); }
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { drive_->useMemory(data, bytes); }
+  void sendQueued() override { drive_->sendQueued(); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return drive_->sendVendorRequest(block, bytes);
   }

@@ -38,6 +38,9 @@ class NvmePassthrough {
   /// Why `reset` cannot work; empty when it can.
   virtual std::string whyNoReset() const = 0;
 
+  /// As Drive::sendQueued.
+  virtual void sendQueued() {}
+
   /// Never more requests at once than it was made for.
   virtual void submit(const NvmeRequest& request) = 0;
 

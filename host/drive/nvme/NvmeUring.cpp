@@ -30,6 +30,8 @@ class NvmeUring : public NvmePassthrough {
 
   void submit(const NvmeRequest& request) override { prepare(NVME_URING_CMD_IO, request); }
 
+  void sendQueued() override { ring_.send(); }
+
   bool poll(NvmeReply& out, bool wait) override {
     KernelRing::Answer answer;
     if (!ring_.poll(answer, wait)) {

@@ -12,7 +12,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <set>
+#include <thread>
 
 #include "host/base/AlignedMemory.h"
 #include "tests/support/TempFolder.h"
@@ -91,6 +93,25 @@ TEST_P(EngineTest, AHoleIsPunchedOverTheRangeAlone) {
 TEST_P(EngineTest, AFileCannotBeDiscarded) {
   EXPECT_LT(run(Operation::discard, 0, 4096), 0);
   EXPECT_EQ(tests::readFile(folder / "x"), std::string(fileBytes, 'x'));
+}
+
+TEST_P(EngineTest, WhatIsQueuedIsCarriedOutOnceItIsSent) {
+  std::array<uint8_t, depth> data{'a', 'b', 'c', 'd'};
+  for (uint32_t slot = 0; slot < depth; ++slot) {
+    engine->submit({.operation = Operation::write, .slot = slot, .offset = slot, .bytes = 1, .data = &data[slot]});
+  }
+  engine->sendQueued();
+  // Nobody asks the engine for an answer meanwhile.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (tests::readFile(folder / "x").substr(0, depth) != "abcd" && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(tests::readFile(folder / "x").substr(0, depth), "abcd");
+  EngineReply reply;
+  for (uint32_t slot = 0; slot < depth; ++slot) {
+    ASSERT_TRUE(engine->poll(reply, true));
+    EXPECT_EQ(reply.result, 1);
+  }
 }
 
 TEST_P(EngineTest, AnAtomicWriteIsRefusedWhereNobodyPromisesIt) {
