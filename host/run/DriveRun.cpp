@@ -229,6 +229,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
     failure = std::current_exception();
     recorder_.forgetDrive();
     drive_.reset();
+    loop.driveIsGone();
   }
   context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);
   if (failure != nullptr) {

@@ -99,6 +99,9 @@ class StepLoop {
   /// with the connection is given up.
   void abandon();
 
+  /// The drive was destroyed, to have it done with the memory of its commands. Nothing may be called any more.
+  void driveIsGone() { readMemory_.forgetDrive(); }
+
   /// Reads blocks as they are now, past the agent. For after the test: nothing is outstanding.
   ///
   /// @param blocks at most the longest transfer

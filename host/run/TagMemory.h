@@ -17,8 +17,10 @@ class TagMemory {
   TagMemory(const TagMemory&) = delete;
   TagMemory& operator=(const TagMemory&) = delete;
 
-  /// Tells a drive of the memory, until the end of the object. The drive outlives it.
+  /// Tells a drive of the memory, until the end of the object. The drive outlives it, or `forgetDrive` is called.
   void lendTo(Drive& drive);
+  /// The drive is gone.
+  void forgetDrive() { drive_ = nullptr; }
 
   /// `bytesPerTag` bytes that live as long as the object.
   uint8_t* of(uint32_t tag) { return base_ + tag * stride_; }
