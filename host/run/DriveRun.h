@@ -86,13 +86,13 @@ class DriveRun {
   void agentEnded(const char* callback, int32_t status);
   void failed(RunStatus status, const std::string& error);
 
+  DriveCounters counters_;  // first, as it begins a cache line
   const RunContext context_;
   const uint32_t index_;
   std::unique_ptr<FaultLedger> ledger_;  // outlives the drive that writes it
   std::unique_ptr<Drive> drive_;
   const DriveGeometry geometry_;
   const TestRange range_;
-  DriveCounters counters_;
   AgentLog log_;
   MiscompareRecorder recorder_;              // detached before its drive goes
   std::shared_ptr<CommandJournal> journal_;  ///< null: nobody asked for it

@@ -215,7 +215,7 @@ void AtomicHash::hardWriteError(uint64_t cmd_id, uint64_t lba) {
   }
 }
 
-bool AtomicHash::isStateKnown(Records::const_iterator record) const {
+bool AtomicHash::isStateKnown(const Records::const_iterator& record) const {
   const Event* event = record->second.events;
   while (event != nullptr && event->isTransparent()) {
     event = event->next;
@@ -480,7 +480,7 @@ void AtomicHash::hashClean(uint64_t lba) {
   }
 }
 
-void AtomicHash::hashClean(Records::const_iterator record) {
+void AtomicHash::hashClean(const Records::const_iterator& record) {
   if (record != records_.end()) {
     hashClean(record->first);
   }

@@ -65,7 +65,7 @@ class AtomicHash {
   void hardWriteError(uint64_t cmd_id, uint64_t lba);
 
   /// Whether the newest event that is not transparent is known.
-  bool isStateKnown(Records::const_iterator record) const;
+  bool isStateKnown(const Records::const_iterator& record) const;
   /// Whether every block from `first` below `end` is known. A record at `end` itself is required, too.
   bool isStateKnown(uint64_t first, uint64_t end) const;
 
@@ -100,7 +100,7 @@ class AtomicHash {
   int32_t dropHash(uint64_t cmd_id, uint64_t lba);
 
   /// Removes the record when nobody has a claim on it.
-  void hashClean(Records::const_iterator record);
+  void hashClean(const Records::const_iterator& record);
   void hashClean(uint64_t lba);
 
   /// The histories from `first` to `last`, both included, of the blocks on which the read waits.

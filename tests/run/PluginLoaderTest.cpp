@@ -48,8 +48,7 @@ TEST(PluginLoader, AFileThatIsNotThereIsNamed) {
 }
 
 TEST(PluginLoader, ALibraryWithoutEntryIsNoAgent) {
-  EXPECT_THAT(complaintAbout(PLUGIN_NoEntry),
-              HasSubstr(std::string("'") + PLUGIN_NoEntry + "' has no initAgent entry"));
+  EXPECT_THAT(complaintAbout(PLUGIN_NoEntry), HasSubstr("'" PLUGIN_NoEntry "' has no initAgent entry"));
   EXPECT_FALSE(isLoaded(PLUGIN_NoEntry));
 }
 

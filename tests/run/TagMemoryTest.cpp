@@ -39,6 +39,18 @@ TEST(TagMemoryTest, ADriveIsToldOfAllOfItUntilItsEnd) {
   EXPECT_EQ(told, (Told{{first, 6 * page}, {nullptr, 0}}));
 }
 
+TEST(TagMemoryTest, ADriveThatIsGoneIsToldNothingMore) {
+  Told told;
+  {
+    ToldDrive drive(told);
+    TagMemory memory(1, 1);
+    memory.lendTo(drive);
+    told.clear();
+    memory.forgetDrive();
+  }
+  EXPECT_TRUE(told.empty());
+}
+
 TEST(TagMemoryTest, AFaultyDrivePassesItOn) {
   Told told;
   FaultLedger ledger(0);

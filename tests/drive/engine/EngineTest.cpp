@@ -194,9 +194,10 @@ TEST_P(EngineTest, MemoryThatIsGivenUpMayGetOtherPages) {
 TEST_P(EngineTest, MemoryThatCannotBeHeldIsReadToAllTheSame) {
   constexpr uint64_t tooMuch = uint64_t{65} << 20;
   const Pages large(tooMuch);
-  auto* const nowhere = reinterpret_cast<uint8_t*>(page);  // which no program is given
-  for (const bool isThere : {true, false}) {
-    engine->useMemory(isThere ? large.data() : nowhere, isThere ? tooMuch : page);
+  const Pages closed(page);
+  ASSERT_EQ(mprotect(closed.data(), page, PROT_NONE), 0);
+  for (const bool isOpen : {true, false}) {
+    engine->useMemory(isOpen ? large.data() : closed.data(), isOpen ? tooMuch : page);
     engine->submit({.slot = 1, .offset = 0, .bytes = 512, .data = large.data()});
     EngineReply reply;
     ASSERT_TRUE(engine->poll(reply, true));
