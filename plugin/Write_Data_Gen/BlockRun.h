@@ -10,6 +10,8 @@ struct BlockRun {
   uint64_t first;
   uint64_t end;
   uint32_t step = 1;
+
+  uint64_t count() const { return first < end ? (end - first - 1) / step + 1 : 0; }
 };
 
 /// The blocks of a run that lie within 64 neighbouring LBAs, whose first one is a multiple of 64.
@@ -21,8 +23,7 @@ struct RunPiece {
 /// Cuts a run into its pieces, in ascending order. Nothing wraps, whatever the run's LBAs are.
 class RunPieces {
  public:
-  explicit RunPieces(const BlockRun& run)
-      : next_(run.first), step_(run.step), left_(run.first < run.end ? (run.end - run.first - 1) / run.step + 1 : 0) {}
+  explicit RunPieces(const BlockRun& run) : next_(run.first), step_(run.step), left_(run.count()) {}
 
   bool more() const { return left_ != 0; }
 

@@ -26,12 +26,20 @@ class ChunkPool {
 
   /// A default object, or null without memory. It goes back through `give`.
   T* take() noexcept {
+    T* object = takeUnset();
+    if (object != nullptr) {
+      *object = T{};
+    }
+    return object;
+  }
+
+  /// The same for those who set all of it: it holds what it held when it went back.
+  T* takeUnset() noexcept {
     if (free_ == nullptr && !grow()) {
       return nullptr;
     }
     T* object = free_;
     free_ = object->next;
-    *object = T{};
     return object;
   }
 
@@ -40,6 +48,31 @@ class ChunkPool {
     object->next = free_;
     free_ = object;
   }
+
+  /// Lists of objects that go back together when this ends. They are taken again in the order in which they came
+  /// here, so that what is walked together once lies together ever after. The pool must be left alone meanwhile.
+  class Returns {
+   public:
+    explicit Returns(ChunkPool& pool) : pool_(pool) {}
+    Returns(const Returns&) = delete;
+    Returns& operator=(const Returns&) = delete;
+    ~Returns() {
+      *end_ = pool_.free_;
+      pool_.free_ = first_;
+    }
+
+    void add(T* object) { addList(object, object); }
+    /// `first` and what follows it, up to `last`.
+    void addList(T* first, T* last) {
+      *end_ = first;
+      end_ = &last->next;
+    }
+
+   private:
+    ChunkPool& pool_;
+    T* first_ = nullptr;
+    T** end_ = &first_;
+  };
 
   /// What the chunks take, bytes.
   std::size_t bytes() const { return chunkCount_ * sizeof(Chunk); }

@@ -103,16 +103,12 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
   int32_t result = takeReadData(step, finished.tag, kept);
 
   const uint64_t limit = sense.informationValid != 0 ? sense.information : span.end;
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    if (lba < limit) {
-      ++kept.blockCount;
-      continue;
-    }
-    const int32_t refused = data.atomicHash.readFinished(read.cmdId, lba, false).status;
-    if (refused != status::ok) {
-      result = refused;
-      break;
-    }
+  const BlockRun compared{span.first, std::min(limit, span.end), span.step};
+  kept.blockCount = static_cast<uint32_t>(compared.count());
+  if (limit < span.end) {
+    const BlockRun rest{span.first + compared.count() * span.step, span.end, span.step};
+    const int32_t refused = data.atomicHash.readFinished(read.cmdId, rest, false);
+    result = refused == status::ok ? result : refused;
   }
   if (result == status::ok) {
     data.comparableReads.splice(data.comparableReads.end(), entry);
