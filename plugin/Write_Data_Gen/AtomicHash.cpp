@@ -158,12 +158,6 @@ PeekResult AtomicHash::peek(uint64_t lba) const {
   return record == nullptr ? PeekResult{} : Event::peek(record->events, nullptr, true);
 }
 
-void AtomicHash::noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed) {
-  if (Event* event = newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed)) {
-    insert(record, *event);
-  }
-}
-
 int32_t AtomicHash::writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed) {
   LBARecord* record = getRecord(lba);
   if (record == nullptr) {
@@ -171,15 +165,15 @@ int32_t AtomicHash::writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, E
   }
   ++record->ref_count;
   ++references_;
-  noteWrite(*record, cmd_id, block, embed);
+  insertEvent(record, newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed));
   return status::ok;
 }
 
 int32_t AtomicHash::writeIssued(uint64_t cmd_id, const BlockRun& run, const WrittenContent& content) {
+  const Event first{EventType::Write, cmd_id, BlockType::Normal, content.block, 0, content.embed, {}, nullptr};
   BlockNum bucket = content.block;
   const BlockNum nextBucket = content.nextBucketEach ? 1 : 0;
-  EmbedData embed = content.embed;
-  embed.lba = content.ownLbaEach ? run.first : embed.lba;
+  uint64_t lba = content.ownLbaEach ? run.first : content.embed.lba;
   const uint64_t nextLba = content.ownLbaEach ? run.step : 0;
   for (RunPieces pieces(run); pieces.more();) {
     const RunPiece piece = pieces.take();
@@ -190,9 +184,14 @@ int32_t AtomicHash::writeIssued(uint64_t cmd_id, const BlockRun& run, const Writ
     references_ += static_cast<uint64_t>(std::popcount(piece.blocks));
     visitBlocks(*page, piece, [&](uint64_t, LBARecord& record) {
       ++record.ref_count;
-      noteWrite(record, cmd_id, bucket, embed);
+      if (Event* event = events_.takeUnset()) {
+        *event = first;
+        event->block_num = bucket;
+        event->embed.lba = lba;
+        insert(record, *event);
+      }
       bucket += nextBucket;
-      embed.lba += nextLba;
+      lba += nextLba;
       return true;
     });
   }

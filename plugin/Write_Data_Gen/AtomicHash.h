@@ -116,8 +116,6 @@ class AtomicHash {
  private:
   LBARecord* getRecord(uint64_t lba);
   Event* newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed);
-  /// Adds the event of a normal write.
-  void noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed);
   int32_t noteRead(LBARecord& record, uint64_t cmd_id, uint64_t lba, bool expect);
   /// Gives the events of a record back if nobody has a claim on it.
   /// @return whether the record is to be removed

@@ -219,6 +219,9 @@ std::vector<uint64_t> writesInFlight(const DriveData& data) {
 
 /// Forgets the writes that are no longer in flight; true while one is left.
 bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight) {
+  if (read.pendingWrites.empty()) {
+    return false;
+  }
   std::erase_if(read.pendingWrites,
                 [&inFlight](uint64_t id) { return !std::binary_search(inFlight.begin(), inFlight.end(), id); });
   return !read.pendingWrites.empty();

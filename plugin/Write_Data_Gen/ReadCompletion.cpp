@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <list>
 #include <vector>
 
 #include "Completion.h"
@@ -86,14 +85,11 @@ int32_t takeReadData(Step& step, uint32_t tag, ComparableReadData& kept) {
 int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
                        const SenseResult& sense) {
   DriveData& data = step.data;
-  // A list of one: its node moves between the lists, and its memory with it.
-  std::list<ComparableReadData> entry;
   if (data.spareReads.empty()) {
-    entry.emplace_back();
-  } else {
-    entry.splice(entry.begin(), data.spareReads, data.spareReads.begin());
+    data.spareReads.emplace_back();
   }
-  ComparableReadData& kept = entry.front();
+  // Its node moves between the lists, and its memory with it.
+  ComparableReadData& kept = data.spareReads.front();
   kept.cmdId = read.cmdId;
   kept.xferLength = read.xferLength;
   kept.lba = read.lba;
@@ -111,10 +107,9 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
     result = refused == status::ok ? result : refused;
   }
   if (result == status::ok) {
-    data.comparableReads.splice(data.comparableReads.end(), entry);
+    data.comparableReads.splice(data.comparableReads.end(), data.spareReads, data.spareReads.begin());
   } else {
     kept.forget();
-    data.spareReads.splice(data.spareReads.begin(), entry);
   }
   return result;
 }
