@@ -1,7 +1,5 @@
 #include "AlignedMemory.h"
 
-#include <sys/mman.h>
-
 #include <cstring>
 #include <new>
 
@@ -10,7 +8,6 @@ namespace vdl {
 namespace {
 
 constexpr std::align_val_t page{4096};
-constexpr std::align_val_t hugePage{hugeBlockBytes};
 
 }  // namespace
 
@@ -23,16 +20,5 @@ uint8_t* newPageAligned(uint64_t bytes) noexcept {
 }
 
 void deletePageAligned(uint8_t* memory) noexcept { ::operator delete(memory, page); }
-
-void* newHugeBlock() noexcept {
-  void* memory = ::operator new(hugeBlockBytes, hugePage, std::nothrow);
-  if (memory != nullptr) {
-    // A kernel that refuses maps small pages, which is slower and nothing else.
-    madvise(memory, hugeBlockBytes, MADV_HUGEPAGE);
-  }
-  return memory;
-}
-
-void deleteHugeBlock(void* memory) noexcept { ::operator delete(memory, hugePage); }
 
 }  // namespace vdl

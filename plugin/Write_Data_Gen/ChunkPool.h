@@ -4,12 +4,9 @@
 #include <new>
 #include <type_traits>
 
-#include "AlignedMemory.h"
-
 namespace vdl {
 
-/// Objects linked through their own `next`, carved out of chunks of one mebibyte that stay until the pool goes. When
-/// there are some chunks already, they come two at once, in one large page.
+/// Objects linked through their own `next`, carved out of chunks of one mebibyte that stay until the pool goes.
 ///
 /// Nothing here throws: a chunk that cannot be had makes `take` answer null.
 template <typename T>
@@ -23,10 +20,10 @@ class ChunkPool {
   ChunkPool(const ChunkPool&) = delete;
   ChunkPool& operator=(const ChunkPool&) = delete;
   ~ChunkPool() {
-    while (blocks_ != nullptr) {
-      Block* older = blocks_->older;
-      blocks_->huge ? deleteHugeBlock(blocks_) : ::operator delete(blocks_);
-      blocks_ = older;
+    while (chunks_ != nullptr) {
+      Chunk* older = chunks_->older;
+      ::operator delete(chunks_);
+      chunks_ = older;
     }
   }
 
@@ -84,20 +81,12 @@ class ChunkPool {
   std::size_t bytes() const { return chunkCount_ * chunkBytes; }
 
  private:
-  /// Stands before the objects of one or two chunks.
-  struct Block {
-    Block* older;
-    bool huge;
+  /// Stands before a chunk's objects.
+  struct Chunk {
+    Chunk* older;
   };
-  static constexpr std::size_t blockBytes(std::size_t chunks) {
-    return sizeof(Block) + chunks * objectsPerChunk * sizeof(T);
-  }
-  static constexpr std::size_t chunkBytes = blockBytes(1);
-  static constexpr std::size_t chunksPerHugeBlock = 2;
-  static_assert(blockBytes(chunksPerHugeBlock) <= hugeBlockBytes);
-  static_assert(alignof(T) <= sizeof(Block));
-  /// Chunks that come one by one: a small test needs no more than it always did.
-  static constexpr std::size_t loneChunks = 4;
+  static_assert(alignof(T) <= sizeof(Chunk));
+  static constexpr std::size_t chunkBytes = sizeof(Chunk) + objectsPerChunk * sizeof(T);
 
   /// An object that was never taken before.
   [[gnu::noinline]] T* carve() noexcept {
@@ -108,23 +97,21 @@ class ChunkPool {
   }
 
   bool grow() noexcept {
-    const bool huge = chunkCount_ >= loneChunks;
-    const std::size_t chunks = huge ? chunksPerHugeBlock : 1;
-    void* memory = huge ? newHugeBlock() : ::operator new(blockBytes(1), std::nothrow);
+    void* memory = ::operator new(chunkBytes, std::nothrow);
     if (memory == nullptr) {
       return false;
     }
-    blocks_ = new (memory) Block{blocks_, huge};
-    chunkCount_ += chunks;
-    fresh_ = reinterpret_cast<T*>(blocks_ + 1);
-    freshEnd_ = fresh_ + chunks * objectsPerChunk;
+    chunks_ = new (memory) Chunk{chunks_};
+    ++chunkCount_;
+    fresh_ = reinterpret_cast<T*>(chunks_ + 1);
+    freshEnd_ = fresh_ + objectsPerChunk;
     return true;
   }
 
   T* free_ = nullptr;
-  T* fresh_ = nullptr;  ///< of the newest chunks, what nobody has taken yet
+  T* fresh_ = nullptr;  ///< of the newest chunk, what nobody has taken yet
   T* freshEnd_ = nullptr;
-  Block* blocks_ = nullptr;
+  Chunk* chunks_ = nullptr;
   std::size_t chunkCount_ = 0;
 };
 
