@@ -24,6 +24,10 @@ void complain(const char* text, uint64_t lba, uint64_t cmd_id) {
   std::cerr << text << std::hex << lba << " cmd_id:" << cmd_id << '\n';
 }
 
+void complainNoWait(uint64_t lba, uint64_t cmd_id) {
+  complain("<E> readFinished couldn't find wait_read lba:", lba, cmd_id);
+}
+
 Event* findEvent(Event* head, uint64_t cmd_id) {
   Event* event = head;
   while (event != nullptr && event->cmd_id != cmd_id) {
@@ -83,12 +87,54 @@ int32_t visitLbas(const RunPiece& piece, Visit visit) {
   return result;
 }
 
+/// Takes the wait of a read off its record; null when there is none.
+WaitRead* unlinkWait(LBARecord& record, uint64_t cmd_id) {
+  WaitRead** link = &record.wait_read;
+  while (*link != nullptr && (*link)->cmd_id != cmd_id) {
+    link = &(*link)->next;
+  }
+  WaitRead* wait = *link;
+  if (wait != nullptr) {
+    *link = wait->next;
+  }
+  return wait;
+}
+
+/// Whether somebody still needs the record.
+bool isClaimed(const LBARecord& record) { return record.ref_count != 0 || record.wait_read != nullptr; }
+
 /// Whether a peek at the history finds anything.
 bool hasContent(const Event* event) {
   while (event != nullptr && event->type == EventType::InvalidateMarker) {
     event = event->next;
   }
   return event != nullptr;
+}
+
+/// Adds all events of a record.
+void addEvents(ChunkPool<Event>::Returns& returns, LBARecord& record) {
+  Event* last = record.events;
+  if (last == nullptr) {
+    return;
+  }
+  while (last->next != nullptr) {
+    last = last->next;
+  }
+  returns.addList(record.events, last);
+}
+
+void insert(LBARecord& record, Event& event) {
+  Event* current = record.events;
+  if (current == nullptr || event.cmd_id == 0 || event.cmd_id > current->cmd_id) {
+    event.next = current;
+    record.events = &event;
+    return;
+  }
+  while (current->next != nullptr && current->next->cmd_id > event.cmd_id) {
+    current = current->next;
+  }
+  event.next = current->next;
+  current->next = &event;
 }
 
 }  // namespace
@@ -100,13 +146,9 @@ LBARecord* AtomicHash::getRecord(uint64_t lba) {
 }
 
 Event* AtomicHash::newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed) {
-  Event* event = events_.take();
+  Event* event = events_.takeUnset();
   if (event != nullptr) {
-    event->type = type;
-    event->cmd_id = cmd_id;
-    event->block_type = blockType;
-    event->block_num = block;
-    event->embed = embed;
+    *event = {type, cmd_id, blockType, block, 0, embed, {}, nullptr};
   }
   return event;
 }
@@ -116,36 +158,40 @@ PeekResult AtomicHash::peek(uint64_t lba) const {
   return record == nullptr ? PeekResult{} : Event::peek(record->events, nullptr, true);
 }
 
-void AtomicHash::noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed) {
-  ++record.ref_count;
-  ++references_;
-  insertEvent(&record, newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed));
-}
-
 int32_t AtomicHash::writeIssued(uint64_t cmd_id, uint64_t lba, BlockNum block, EmbedData embed) {
   LBARecord* record = getRecord(lba);
   if (record == nullptr) {
     return status::outOfMemory;
   }
-  noteWrite(*record, cmd_id, block, embed);
+  ++record->ref_count;
+  ++references_;
+  insertEvent(record, newEvent(EventType::Write, cmd_id, BlockType::Normal, block, embed));
   return status::ok;
 }
 
 int32_t AtomicHash::writeIssued(uint64_t cmd_id, const BlockRun& run, const WrittenContent& content) {
+  const Event first{EventType::Write, cmd_id, BlockType::Normal, content.block, 0, content.embed, {}, nullptr};
   BlockNum bucket = content.block;
-  EmbedData embed = content.embed;
+  const BlockNum nextBucket = content.nextBucketEach ? 1 : 0;
+  uint64_t lba = content.ownLbaEach ? run.first : content.embed.lba;
+  const uint64_t nextLba = content.ownLbaEach ? run.step : 0;
   for (RunPieces pieces(run); pieces.more();) {
     const RunPiece piece = pieces.take();
     RecordPage* page = records_.reserve(piece.page, piece.blocks);
     if (page == nullptr) {
       return status::outOfMemory;
     }
-    visitBlocks(*page, piece, [&](uint64_t block, LBARecord& record) {
-      if (content.ownLbaEach) {
-        embed.lba = lbaOf(piece, block);
+    references_ += static_cast<uint64_t>(std::popcount(piece.blocks));
+    visitBlocks(*page, piece, [&](uint64_t, LBARecord& record) {
+      ++record.ref_count;
+      if (Event* event = events_.takeUnset()) {
+        *event = first;
+        event->block_num = bucket;
+        event->embed.lba = lba;
+        insert(record, *event);
       }
-      noteWrite(record, cmd_id, bucket, embed);
-      bucket += content.nextBucketEach ? 1U : 0U;
+      bucket += nextBucket;
+      lba += nextLba;
       return true;
     });
   }
@@ -238,20 +284,9 @@ bool AtomicHash::isStateKnown(uint64_t first, uint64_t end) const {
 }
 
 void AtomicHash::insertEvent(LBARecord* record, Event* event) {
-  if (record == nullptr || event == nullptr) {
-    return;
+  if (record != nullptr && event != nullptr) {
+    insert(*record, *event);
   }
-  Event* current = record->events;
-  if (current == nullptr || event->cmd_id == 0 || event->cmd_id > current->cmd_id) {
-    event->next = current;
-    record->events = event;
-    return;
-  }
-  while (current->next != nullptr && current->next->cmd_id > event->cmd_id) {
-    current = current->next;
-  }
-  event->next = current->next;
-  current->next = event;
 }
 
 void AtomicHash::invalidate(uint64_t first, uint64_t last, InvalidationMethod method) {
@@ -271,13 +306,11 @@ int32_t AtomicHash::noteRead(LBARecord& record, uint64_t cmd_id, uint64_t lba, b
     --record.ref_count;
     --references_;
   }
-  WaitRead* wait = waits_.take();
+  WaitRead* wait = waits_.takeUnset();
   if (wait == nullptr) {
     return status::outOfMemory;
   }
-  wait->cmd_id = cmd_id;
-  wait->event = record.events;
-  wait->next = record.wait_read;
+  *wait = {cmd_id, record.events, record.wait_read};
   record.wait_read = wait;
   return status::ok;
 }
@@ -322,42 +355,23 @@ const Event* AtomicHash::awaitedEvent(uint64_t cmd_id, uint64_t lba) const {
   return wait == nullptr ? nullptr : wait->event;
 }
 
-WaitRead* AtomicHash::takeWait(LBARecord& record, uint64_t cmd_id, uint64_t lba) {
-  WaitRead** link = &record.wait_read;
-  while (*link != nullptr && (*link)->cmd_id != cmd_id) {
-    link = &(*link)->next;
-  }
-  WaitRead* wait = *link;
-  if (wait == nullptr) {
-    complain("<E> readFinished couldn't find wait_read lba:", lba, cmd_id);
-    return nullptr;
-  }
-  *link = wait->next;
-  return wait;
-}
-
-bool AtomicHash::endWait(LBARecord& record, WaitRead* wait, bool keep) {
-  waits_.give(wait);
-  if (keep) {
-    ++record.ref_count;
-    ++references_;
-    return false;
-  }
-  return forget(record);
-}
-
 PeekResult AtomicHash::readFinished(uint64_t cmd_id, uint64_t lba, bool keep) {
   LBARecord* record = records_.record(lba);
   if (record == nullptr) {
     complain("<E> readFinished couldn't find record lba:", lba, cmd_id);
     return PeekResult{};
   }
-  WaitRead* wait = takeWait(*record, cmd_id, lba);
+  WaitRead* wait = unlinkWait(*record, cmd_id);
   if (wait == nullptr) {
+    complainNoWait(lba, cmd_id);
     return PeekResult{};
   }
   const PeekResult result = Event::peek(wait->event, nullptr, true);
-  if (endWait(*record, wait, keep)) {
+  waits_.give(wait);
+  if (keep) {
+    ++record->ref_count;
+    ++references_;
+  } else if (forget(*record)) {
     const RunPiece piece = pieceOf(lba);
     records_.remove(piece.page, piece.blocks);
   }
@@ -366,18 +380,28 @@ PeekResult AtomicHash::readFinished(uint64_t cmd_id, uint64_t lba, bool keep) {
 
 int32_t AtomicHash::finishReads(RecordPage& page, const RunPiece& piece, uint64_t cmd_id, bool keep, uint64_t& gone) {
   int32_t result = status::ok;
+  uint64_t kept = 0;
+  ChunkPool<Event>::Returns events(events_);
+  ChunkPool<WaitRead>::Returns waits(waits_);
   visitBlocks(page, piece, [&](uint64_t block, LBARecord& record) {
-    WaitRead* wait = takeWait(record, cmd_id, lbaOf(piece, block));
+    WaitRead* wait = unlinkWait(record, cmd_id);
     if (wait == nullptr) {
+      complainNoWait(lbaOf(piece, block), cmd_id);
       result = status::notFound;
       return false;
     }
     result = hasContent(wait->event) ? status::ok : status::notFound;
-    if (endWait(record, wait, keep)) {
+    waits.add(wait);
+    if (keep) {
+      ++record.ref_count;
+      ++kept;
+    } else if (!isClaimed(record)) {
+      addEvents(events, record);
       gone |= block;
     }
     return result == status::ok;
   });
+  references_ += kept;
   return result;
 }
 
@@ -460,14 +484,11 @@ int32_t AtomicHash::dropHash(uint64_t cmd_id, uint64_t lba) {
 }
 
 bool AtomicHash::forget(LBARecord& record) {
-  if (record.ref_count != 0 || record.wait_read != nullptr) {
+  if (isClaimed(record)) {
     return false;
   }
-  for (Event* event = record.events; event != nullptr;) {
-    Event* older = event->next;
-    events_.give(event);
-    event = older;
-  }
+  ChunkPool<Event>::Returns events(events_);
+  addEvents(events, record);
   record.events = nullptr;
   return true;
 }
@@ -505,22 +526,6 @@ void AwaitedEvents::enterPage() {
   if (present_ != 0) {
     record_ = page->record(static_cast<uint32_t>(std::countr_zero(present_)));
   }
-}
-
-const Event* AwaitedEvents::next() {
-  if (left_ == 0) {
-    enterPage();
-  }
-  const uint64_t block = lowestOf(left_);
-  left_ &= ~block;
-  for (; (present_ & (block - 1)) != 0; present_ &= present_ - 1) {
-    ++record_;
-  }
-  if ((present_ & block) == 0) {
-    return nullptr;
-  }
-  const WaitRead* wait = findWait(record_->wait_read, cmd_id_);
-  return wait == nullptr ? nullptr : wait->event;
 }
 
 }  // namespace vdl

@@ -116,18 +116,12 @@ class AtomicHash {
  private:
   LBARecord* getRecord(uint64_t lba);
   Event* newEvent(EventType type, uint64_t cmd_id, BlockType blockType, BlockNum block, EmbedData embed);
-  void noteWrite(LBARecord& record, uint64_t cmd_id, BlockNum block, const EmbedData& embed);
   int32_t noteRead(LBARecord& record, uint64_t cmd_id, uint64_t lba, bool expect);
-  /// Takes the wait of a read off its record; null, and a line, when there is none.
-  WaitRead* takeWait(LBARecord& record, uint64_t cmd_id, uint64_t lba);
-  /// Gives a wait back, and either a reference to the record or its events if nobody has a claim on it any more.
-  /// @return whether the record is to be removed
-  bool endWait(LBARecord& record, WaitRead* wait, bool keep);
   /// Gives the events of a record back if nobody has a claim on it.
   /// @return whether the record is to be removed
   bool forget(LBARecord& record);
-  /// Ends the read on blocks that are all on record; those that must go are added to `gone`.
   void finishWrites(const RunPiece& piece, uint64_t cmd_id);
+  /// Ends the read on blocks that are all on record; those that must go are added to `gone`.
   int32_t finishReads(RecordPage& page, const RunPiece& piece, uint64_t cmd_id, bool keep, uint64_t& gone);
 
   Records records_;
@@ -145,9 +139,27 @@ class AwaitedEvents {
       : records_(table.records()), cmd_id_(cmd_id), pieces_(run) {}
 
   /// The next block's event, or null; as many calls as the run has blocks.
-  const Event* next();
+  const Event* next() {
+    if (left_ == 0) {
+      enterPage();
+    }
+    const uint64_t block = left_ & -left_;
+    left_ &= ~block;
+    for (; (present_ & (block - 1)) != 0; present_ &= present_ - 1) {
+      ++record_;
+    }
+    return (present_ & block) == 0 ? nullptr : awaited(*record_);
+  }
 
  private:
+  const Event* awaited(const LBARecord& record) const {
+    const WaitRead* wait = record.wait_read;
+    while (wait != nullptr && wait->cmd_id != cmd_id_) {
+      wait = wait->next;
+    }
+    return wait == nullptr ? nullptr : wait->event;
+  }
+
   void enterPage();
 
   const RecordTable& records_;

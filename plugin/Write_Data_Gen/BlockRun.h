@@ -10,6 +10,13 @@ struct BlockRun {
   uint64_t first;
   uint64_t end;
   uint32_t step = 1;
+
+  uint64_t count() const {
+    if (first >= end) {
+      return 0;
+    }
+    return step == 1 ? end - first : (end - first - 1) / step + 1;  // dividing is slow, and most steps are 1
+  }
 };
 
 /// The blocks of a run that lie within 64 neighbouring LBAs, whose first one is a multiple of 64.
@@ -21,14 +28,19 @@ struct RunPiece {
 /// Cuts a run into its pieces, in ascending order. Nothing wraps, whatever the run's LBAs are.
 class RunPieces {
  public:
-  explicit RunPieces(const BlockRun& run)
-      : next_(run.first), step_(run.step), left_(run.first < run.end ? (run.end - run.first - 1) / run.step + 1 : 0) {}
+  explicit RunPieces(const BlockRun& run) : next_(run.first), step_(run.step), left_(run.count()) {}
 
   bool more() const { return left_ != 0; }
 
   RunPiece take() {
     const uint64_t offset = next_ % 64;
     const uint64_t page = next_ / 64;
+    if (step_ == 1) {
+      const uint64_t count = std::min(left_, 64 - offset);
+      left_ -= count;
+      next_ += count;
+      return {page, ~uint64_t{0} >> (64 - count) << offset};
+    }
     const uint64_t count = std::min(left_, (63 - offset) / step_ + 1);
     left_ -= count;
     next_ += count * step_;
@@ -37,9 +49,6 @@ class RunPieces {
 
  private:
   uint64_t everyStepth(uint64_t count) const {
-    if (step_ == 1) {
-      return ~uint64_t{0} >> (64 - count);
-    }
     uint64_t bits = 1;
     for (uint64_t i = 1; i < count; ++i) {
       bits = bits << step_ | 1;

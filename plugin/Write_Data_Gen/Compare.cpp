@@ -179,21 +179,20 @@ int32_t dataCompare(Step& step, const ComparableReadData& read) {
 void fillContext(const AtomicHash& table, ComparableReadData& read) {
   const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
   read.context.clear();
-  for (uint64_t blocks = end < read.lba ? 0 : end - read.lba + 1, i = 0; i < blocks; ++i) {
-    read.context.copyHistory(read.lba + i, table.awaitedEvent(read.cmdId, read.lba + i));
+  if (end < read.lba) {
+    return;
   }
+  AwaitedEvents awaited(table, read.cmdId, BlockRun{read.lba, end});
+  for (uint64_t lba = read.lba; lba < end; ++lba) {
+    read.context.copyHistory(lba, awaited.next());
+  }
+  read.context.copyHistory(end, table.awaitedEvent(read.cmdId, end));
 }
 
 /// Ends the read in the table, up to the first refusal.
 int32_t finishRead(AtomicHash& table, const ComparableReadData& read) {
   const uint64_t end = read.lba + uint64_t{read.blockCount} * read.lbaStep;
-  for (uint64_t lba = read.lba; lba < end; lba += read.lbaStep) {
-    const int32_t result = table.readFinished(read.cmdId, lba, false).status;
-    if (result != status::ok) {
-      return result;
-    }
-  }
-  return status::ok;
+  return table.readFinished(read.cmdId, BlockRun{read.lba, end, read.lbaStep}, false);
 }
 
 int32_t judgeRead(Step& step, ComparableReadData& read) {
@@ -220,6 +219,9 @@ std::vector<uint64_t> writesInFlight(const DriveData& data) {
 
 /// Forgets the writes that are no longer in flight; true while one is left.
 bool stillWaits(ComparableReadData& read, const std::vector<uint64_t>& inFlight) {
+  if (read.pendingWrites.empty()) {
+    return false;
+  }
   std::erase_if(read.pendingWrites,
                 [&inFlight](uint64_t id) { return !std::binary_search(inFlight.begin(), inFlight.end(), id); });
   return !read.pendingWrites.empty();

@@ -4,7 +4,7 @@ namespace vdl::agent {
 
 void disableCommandConditions(DriveThread& thread, const Corvane::ConfigData& config, ActiveConditions& active) {
   const uint64_t state = thread.conditions;
-  // All flags first: conditions may share bits.
+  // All flags before any bit goes: conditions may share bits.
   active.read = selected(config.readCondition, state);
   active.verify = selected(config.verifyCondition, state);
   active.write = selected(config.writeCondition, state);
@@ -12,12 +12,11 @@ void disableCommandConditions(DriveThread& thread, const Corvane::ConfigData& co
   active.writeSame = selected(config.writeSameCondition, state);
   active.trim = selected(config.trimCondition, state);
 
-  const Condition* const commands[] = {&config.readCondition,        &config.verifyCondition,    &config.writeCondition,
-                                       &config.writeAtomicCondition, &config.writeSameCondition, &config.trimCondition,
-                                       &config.powerToggleCondition, &config.syncCacheCondition};
-  for (const Condition* condition : commands) {
-    thread.conditions &= ~(condition->anyMask | condition->allMask);
-  }
+  const uint64_t bits = bitsOf(config.readCondition) | bitsOf(config.verifyCondition) | bitsOf(config.writeCondition) |
+                        bitsOf(config.writeAtomicCondition) | bitsOf(config.writeSameCondition) |
+                        bitsOf(config.trimCondition) | bitsOf(config.powerToggleCondition) |
+                        bitsOf(config.syncCacheCondition);
+  thread.conditions = state & ~bits;
 }
 
 }  // namespace vdl::agent

@@ -39,10 +39,11 @@ inline void apply(const Condition& condition, DriveThread& thread) {
   thread.conditions = applied(condition, thread.conditions);
 }
 
+/// The bits that make a condition hold.
+inline uint64_t bitsOf(const Condition& condition) { return condition.anyMask | condition.allMask; }
+
 /// Deliberately weaker than `holds`: one bit of the any-mask or the all-mask is enough.
-inline bool selected(const Condition& condition, uint64_t state) {
-  return (state & (condition.anyMask | condition.allMask)) != 0;
-}
+inline bool selected(const Condition& condition, uint64_t state) { return (state & bitsOf(condition)) != 0; }
 
 /// Takes down which command kinds the test selected, then clears the bits of all command conditions and of the power
 /// toggle and the cache flush, so that only what this step applies will run.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "AlignedMemory.h"
 #include "Conditions.h"
 #include "Step.h"
 #include "vdl/Status.h"
@@ -75,7 +76,7 @@ void Corvane::freeDriveData(void* driveData) noexcept {
   delete data->referenceCompareData;
   delete data->driveCompareData;
   for (uint8_t* buffer : data->tagBuffers) {
-    delete[] buffer;
+    deletePageAligned(buffer);
   }
   delete data;
 }
@@ -88,14 +89,14 @@ int agent::firstExecuteInit(DriveThread* drive, Corvane::DriveData* data, const 
     data->writeData->release();
   }
   for (uint8_t* buffer : data->tagBuffers) {
-    delete[] buffer;
+    deletePageAligned(buffer);
   }
   data->tagBuffers.assign(drive->queueDepth, nullptr);
   data->tagBufferBytes.assign(drive->queueDepth, 0);
   bool complete = true;
   for (uint32_t tag = 0; tag < drive->queueDepth; ++tag) {
     // Zeroed: the end-to-end bytes behind each sector are the command's, not left-over memory.
-    data->tagBuffers[tag] = new (std::nothrow) uint8_t[bytes]();
+    data->tagBuffers[tag] = newPageAligned(bytes);
     if (data->tagBuffers[tag] == nullptr) {
       complete = false;
     } else {

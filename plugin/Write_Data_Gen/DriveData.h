@@ -55,7 +55,7 @@ struct Corvane::DriveData {
   uint8_t* embedBuffer = nullptr;    ///< scratch for one maximum transfer
   uint8_t* zeroBlock = nullptr;      ///< one sector of zeros
   bool skipGenOnList = true;         ///< taking a command's LBA from a list also sets "SkipGen"
-  std::vector<uint8_t*> tagBuffers;  ///< write data of each tag
+  std::vector<uint8_t*> tagBuffers;  ///< write data of each tag, from `newPageAligned`
 
   RecordQueue<CmdStatus::PreRead> preReadRequeue;
   RecordQueue<CmdStatus::PreRead> preReadFinished;

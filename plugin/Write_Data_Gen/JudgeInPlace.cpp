@@ -22,6 +22,7 @@ constexpr uint32_t headBytes = 24;
 struct Batch {
   uint32_t count = 0;
   uint32_t sector = 0;
+  bool hashes = false;  ///< some events are hashes
   uint64_t stride = 0;
   const uint8_t* bytes = nullptr;                   ///< of the first block
   std::array<const Event*, batchBlocks> events;     ///< at which the read waits
@@ -30,18 +31,16 @@ struct Batch {
   const uint8_t* block(uint32_t i) const { return bytes + i * stride; }
 };
 
-const uint8_t* unstampedSector(const Step& step, BlockNum block) { return expectedSector(step, block, EmbedData{}); }
-
 /// @return false when an event is missing, or is not the only one that may explain its block
-bool lookUp(const Step& step, const ComparableReadData& read, uint32_t firstBlock, Batch& batch) {
-  const AtomicHash& table = step.data.atomicHash;
+bool lookUp(const Step& step, AwaitedEvents& awaited, Batch& batch) {
+  batch.hashes = false;
   for (uint32_t i = 0; i < batch.count; ++i) {
-    const uint64_t lba = read.lba + uint64_t{firstBlock + i} * read.lbaStep;
-    const Event* event = table.awaitedEvent(read.cmdId, lba);
+    const Event* event = awaited.next();
     if (event == nullptr || event->isTransparent() || event->type == EventType::InvalidateMarker) {
       return false;
     }
     batch.events[i] = event;
+    batch.hashes = batch.hashes || event->block_type == BlockType::Hash;
     batch.sectors[i] = event->block_type == BlockType::Normal ? unstampedSector(step, event->block_num) : nullptr;
   }
   return true;
@@ -120,13 +119,14 @@ bool rightInPlace(const Step& step, const ComparableReadData& read) {
       (read.blockCount - 1) * stride + sector > read.data.size) {
     return false;
   }
+  AwaitedEvents awaited(step.data.atomicHash, read.cmdId, BlockRun{read.lba, end, read.lbaStep});
   Batch batch;
   batch.sector = static_cast<uint32_t>(sector);
   batch.stride = stride;
   for (uint32_t done = 0; done < read.blockCount; done += batch.count) {
     batch.count = std::min(read.blockCount - done, batchBlocks);
     batch.bytes = read.data.data + done * stride;
-    if (!lookUp(step, read, done, batch) || !contentIsRight(batch) || !hashesAreRight(batch)) {
+    if (!lookUp(step, awaited, batch) || !contentIsRight(batch) || (batch.hashes && !hashesAreRight(batch))) {
       return false;
     }
   }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <list>
 #include <vector>
 
 #include "Completion.h"
@@ -86,14 +85,11 @@ int32_t takeReadData(Step& step, uint32_t tag, ComparableReadData& kept) {
 int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSent& read, const LbaSpan& span,
                        const SenseResult& sense) {
   DriveData& data = step.data;
-  // A list of one: its node moves between the lists, and its memory with it.
-  std::list<ComparableReadData> entry;
   if (data.spareReads.empty()) {
-    entry.emplace_back();
-  } else {
-    entry.splice(entry.begin(), data.spareReads, data.spareReads.begin());
+    data.spareReads.emplace_back();
   }
-  ComparableReadData& kept = entry.front();
+  // Its node moves between the lists, and its memory with it.
+  ComparableReadData& kept = data.spareReads.front();
   kept.cmdId = read.cmdId;
   kept.xferLength = read.xferLength;
   kept.lba = read.lba;
@@ -103,22 +99,17 @@ int32_t keepForCompare(Step& step, const FinishedCommand& finished, const ReadSe
   int32_t result = takeReadData(step, finished.tag, kept);
 
   const uint64_t limit = sense.informationValid != 0 ? sense.information : span.end;
-  for (uint64_t lba = span.first; lba < span.end; lba += span.step) {
-    if (lba < limit) {
-      ++kept.blockCount;
-      continue;
-    }
-    const int32_t refused = data.atomicHash.readFinished(read.cmdId, lba, false).status;
-    if (refused != status::ok) {
-      result = refused;
-      break;
-    }
+  const BlockRun compared{span.first, std::min(limit, span.end), span.step};
+  kept.blockCount = static_cast<uint32_t>(compared.count());
+  if (limit < span.end) {
+    const BlockRun rest{span.first + compared.count() * span.step, span.end, span.step};
+    const int32_t refused = data.atomicHash.readFinished(read.cmdId, rest, false);
+    result = refused == status::ok ? result : refused;
   }
   if (result == status::ok) {
-    data.comparableReads.splice(data.comparableReads.end(), entry);
+    data.comparableReads.splice(data.comparableReads.end(), data.spareReads, data.spareReads.begin());
   } else {
     kept.forget();
-    data.spareReads.splice(data.spareReads.begin(), entry);
   }
   return result;
 }

@@ -54,17 +54,11 @@ void fillUserPool(uint8_t* pool, uint64_t poolBytes, uint64_t patternBytes, cons
 
 const uint8_t* expectedSector(const Step& step, BlockNum block, const EmbedData& embed) {
   const DriveData& data = step.data;
-  const uint32_t sector = sectorBytes(step.thread);
-  const uint8_t* source = nullptr;
-  if (block < step.config.bucketCount && block < block_num::bucketLimit) {
-    source = data.buckets == nullptr ? nullptr : data.buckets + uint64_t{block} * sector;
-  } else if (block == block_num::zero) {
-    source = data.zeroBlock;
-  }
+  const uint8_t* source = unstampedSector(step, block);
   if (source == nullptr || !embed.valid) {
     return source;
   }
-  std::memcpy(data.embedBuffer, source, sector);
+  std::memcpy(data.embedBuffer, source, sectorBytes(step.thread));
   stampBlock(data.embedBuffer, embed.lba, embed.cmd_id);
   return data.embedBuffer;
 }

@@ -22,6 +22,15 @@ void numberBuckets(uint8_t* pool, uint64_t poolBytes, uint32_t bucketBytes);
 /// @param patternBytes bytes of the longest transfer of the test
 void fillUserPool(uint8_t* pool, uint64_t poolBytes, uint64_t patternBytes, const uint8_t* user, uint64_t userBytes);
 
+/// A sector of the pool, or of zeros, as it is before it is stamped; null when the number names no known content.
+inline const uint8_t* unstampedSector(const Step& step, BlockNum block) {
+  if (block < step.config.bucketCount && block < block_num::bucketLimit) {
+    const uint8_t* buckets = step.data.buckets;
+    return buckets == nullptr ? nullptr : buckets + uint64_t{block} * sectorBytes(step.thread);
+  }
+  return block == block_num::zero ? step.data.zeroBlock : nullptr;
+}
+
 /// The content that a block must have, built from its bucket and stamp.
 ///
 /// @return one sector, valid until the next call for this drive; null when the number names no known content

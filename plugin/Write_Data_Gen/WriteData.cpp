@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
+#include "AlignedMemory.h"
 #include "BlockStamp.h"
 
 namespace vdl::agent {
@@ -13,7 +13,7 @@ uint8_t* tagBuffer(Step& step, uint32_t tag, uint64_t bytes) {
   uint8_t*& buffer = data.tagBuffers.at(tag);
   uint64_t& capacity = data.tagBufferBytes.at(tag);
   if (buffer == nullptr || capacity < bytes) {
-    auto* larger = new (std::nothrow) uint8_t[bytes]();
+    uint8_t* larger = newPageAligned(bytes);
     if (larger == nullptr) {
       return nullptr;
     }
@@ -21,7 +21,7 @@ uint8_t* tagBuffer(Step& step, uint32_t tag, uint64_t bytes) {
     if (data.writeData->data == buffer) {
       data.writeData->release();
     }
-    delete[] buffer;
+    deletePageAligned(buffer);
     buffer = larger;
     capacity = bytes;
   }

@@ -6,6 +6,7 @@
 #include <set>
 #include <vector>
 
+#include "AlignedMemory.h"
 #include "support_model/Allocations.h"
 #include "support_model/ModelFramework.h"
 
@@ -133,7 +134,7 @@ TEST_F(DriveDataTest, FreeingGivesEverythingBack) {
   record->referenceCompareData = new Buffer;
   record->driveCompareData = new Buffer;
   ASSERT_EQ(record->driveCompareData->reserve(512), 0);
-  record->tagBuffers = {new uint8_t[5], nullptr, new uint8_t[5]};
+  record->tagBuffers = {newPageAligned(5), nullptr, newPageAligned(5)};
   record->writeFinished.push_back({1, 2, 3, 0, 0});
   Corvane::freeDriveData(record.release());
   EXPECT_EQ(modeltest::liveAllocations(), before);

@@ -1,5 +1,7 @@
 #include "support/ScarceMemory.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -16,7 +18,9 @@ struct Failure {
 };
 thread_local Failure failure;
 
-void* get(benchtest::ScarceMemory::Kind kind, std::size_t bytes) noexcept {
+constexpr auto anyAlignment = static_cast<std::align_val_t>(alignof(std::max_align_t));
+
+void* get(benchtest::ScarceMemory::Kind kind, std::size_t bytes, std::align_val_t alignment) noexcept {
   if (failure.armed && failure.kind == kind && bytes >= failure.minBytes) {
     ++failure.seen;
     if (failure.seen >= failure.first && failure.seen - failure.first < failure.count) {
@@ -24,18 +28,21 @@ void* get(benchtest::ScarceMemory::Kind kind, std::size_t bytes) noexcept {
       return nullptr;
     }
   }
-  return std::malloc(bytes == 0 ? 1 : bytes);
+  const auto align = static_cast<std::size_t>(alignment);
+  return std::aligned_alloc(align, (std::max<std::size_t>(bytes, 1) + align - 1) / align * align);
 }
 
-void* getOrThrow(std::size_t bytes) {
-  void* memory = get(benchtest::ScarceMemory::Kind::throwing, bytes);
+void* getOrThrow(std::size_t bytes, std::align_val_t alignment = anyAlignment) {
+  void* memory = get(benchtest::ScarceMemory::Kind::throwing, bytes, alignment);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
   return memory;
 }
 
-void* getOrNull(std::size_t bytes) noexcept { return get(benchtest::ScarceMemory::Kind::nothrow, bytes); }
+void* getOrNull(std::size_t bytes, std::align_val_t alignment = anyAlignment) noexcept {
+  return get(benchtest::ScarceMemory::Kind::nothrow, bytes, alignment);
+}
 
 }  // namespace
 
@@ -43,6 +50,13 @@ void* operator new(std::size_t bytes) { return getOrThrow(bytes); }
 void* operator new[](std::size_t bytes) { return getOrThrow(bytes); }
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept { return getOrNull(bytes); }
 void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept { return getOrNull(bytes); }
+void* operator new(std::size_t bytes, std::align_val_t alignment) { return getOrThrow(bytes, alignment); }
+void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+  return getOrNull(bytes, alignment);
+}
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept { std::free(memory); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

@@ -1,6 +1,8 @@
 #include "support_model/Allocations.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -19,8 +21,11 @@ struct Failure {
 };
 thread_local Failure failure;
 
-void* get(std::size_t bytes) noexcept {
-  void* memory = std::malloc(bytes == 0 ? 1 : bytes);
+constexpr auto anyAlignment = static_cast<std::align_val_t>(alignof(std::max_align_t));
+
+void* get(std::size_t bytes, std::align_val_t alignment = anyAlignment) noexcept {
+  const auto align = static_cast<std::size_t>(alignment);
+  void* memory = std::aligned_alloc(align, (std::max<std::size_t>(bytes, 1) + align - 1) / align * align);
   if (memory != nullptr) {
     ++made;
     ++live;
@@ -28,15 +33,15 @@ void* get(std::size_t bytes) noexcept {
   return memory;
 }
 
-void* getOrThrow(std::size_t bytes) {
-  void* memory = get(bytes);
+void* getOrThrow(std::size_t bytes, std::align_val_t alignment = anyAlignment) {
+  void* memory = get(bytes, alignment);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
   return memory;
 }
 
-void* getUnlessArmed(std::size_t bytes) noexcept {
+void* getUnlessArmed(std::size_t bytes, std::align_val_t alignment = anyAlignment) noexcept {
   if (failure.armed && bytes >= failure.minBytes) {
     ++failure.seen;
     if (failure.seen >= failure.first && failure.seen - failure.first < failure.count) {
@@ -44,7 +49,7 @@ void* getUnlessArmed(std::size_t bytes) noexcept {
       return nullptr;
     }
   }
-  return get(bytes);
+  return get(bytes, alignment);
 }
 
 void put(void* memory) noexcept {
@@ -60,6 +65,13 @@ void* operator new(std::size_t bytes) { return getOrThrow(bytes); }
 void* operator new[](std::size_t bytes) { return getOrThrow(bytes); }
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept { return getUnlessArmed(bytes); }
 void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept { return getUnlessArmed(bytes); }
+void* operator new(std::size_t bytes, std::align_val_t alignment) { return getOrThrow(bytes, alignment); }
+void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+  return getUnlessArmed(bytes, alignment);
+}
+void operator delete(void* memory, std::align_val_t) noexcept { put(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { put(memory); }
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept { put(memory); }
 void operator delete(void* memory) noexcept { put(memory); }
 void operator delete[](void* memory) noexcept { put(memory); }
 void operator delete(void* memory, std::size_t) noexcept { put(memory); }
