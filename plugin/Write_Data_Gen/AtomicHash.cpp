@@ -1,6 +1,7 @@
 #include "AtomicHash.h"
 
 #include <bit>
+#include <algorithm>
 #include <iostream>
 #include <mutex>
 
@@ -347,6 +348,22 @@ int32_t AtomicHash::readIssued(uint64_t cmd_id, const BlockRun& run, bool expect
     });
   }
   return result;
+}
+
+void AtomicHash::prefetchEvents(uint64_t lba, uint32_t blocks) const {
+  const RecordPage* const page = records_.pageAtHome(lba);
+  const auto first = static_cast<uint32_t>(lba % RecordPage::blocksPerPage);
+  if (page == nullptr || !page->has(first)) {
+    return;
+  }
+  // The blocks behind the first ones have their events beside these, where the processor looks by itself.
+  constexpr uint32_t mostEvents = 4;
+  const uint32_t last = std::min(first + std::min(blocks, mostEvents), RecordPage::blocksPerPage);
+  for (uint32_t block = first; block < last && page->has(block); ++block) {
+    const Event* const event = page->record(block)->events;
+    __builtin_prefetch(event);
+    __builtin_prefetch(reinterpret_cast<const std::byte*>(event) + sizeof(Event) - 1);
+  }
 }
 
 const Event* AtomicHash::awaitedEvent(uint64_t cmd_id, uint64_t lba) const {

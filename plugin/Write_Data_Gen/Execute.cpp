@@ -5,6 +5,7 @@
 #include "Compare.h"
 #include "Completion.h"
 #include "OutsideEvents.h"
+#include "ReadBackPrefetch.h"
 #include "ReferenceAudit.h"
 #include "Scheduling.h"
 #include "Step.h"
@@ -66,7 +67,9 @@ int32_t work(Step& step) {
       return result;
     }
   }
-  return prepareNextCommand(step);
+  const int32_t prepared = prepareNextCommand(step);
+  prefetchReadBacks(step.data);
+  return prepared;
 }
 
 /// Debug builds check the table's balance after every step that went well.

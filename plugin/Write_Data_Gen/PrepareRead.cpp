@@ -3,6 +3,7 @@
 #include "Conditions.h"
 #include "LbaSpan.h"
 #include "ReadBack.h"
+#include "ReadBackPrefetch.h"
 #include "Scheduling.h"
 
 namespace vdl::agent {
@@ -42,6 +43,7 @@ int32_t doARead(Step& step, uint32_t tag, uint64_t cmdId, const WriteToCheck* wr
   }
   apply(step.config.readCondition, step.thread);
   const PeekResult first = data.atomicHash.peek(lba);
+  prefetchContent(step, first, xferLength);
   data.trace->traceReadIssued(lba, xferLength, cmdId, tag, first.block_num, first.invalidated);
   data.readSent.push_back(ReadSent{cmdId, lba, xferLength, tag, write->spliceCheck, write->spliceRetries});
   *data.lba = lba;

@@ -55,6 +55,21 @@ class RecordTable {
     return found == nullptr || !found->has(block) ? nullptr : found->record(block);
   }
 
+  /// Asks the processor for the slot of a block's page, without waiting for it.
+  void prefetchPlace(uint64_t lba) const noexcept { __builtin_prefetch(&slots_[homeOf(lba / blocksPerPage)]); }
+  /// Asks for a block's records. Waits for the slot, and does without when another page stands at its place.
+  void prefetchRecords(uint64_t lba) const noexcept {
+    if (const RecordPage* const found = pageAtHome(lba)) {
+      __builtin_prefetch(found);
+      __builtin_prefetch(reinterpret_cast<const std::byte*>(found) + 64);
+    }
+  }
+  /// The page of a block when it stands where it is looked for first; null otherwise.
+  const RecordPage* pageAtHome(uint64_t lba) const noexcept {
+    const Slot& slot = slots_[homeOf(lba / blocksPerPage)];
+    return slot.number == lba / blocksPerPage ? slot.page : nullptr;
+  }
+
   /// Calls `visit(lba, record)` for the blocks on record from `first` to `last`, both included, in ascending order.
   template <typename Visit>
   void visit(uint64_t first, uint64_t last, Visit visit) const;
