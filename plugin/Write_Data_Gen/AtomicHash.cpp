@@ -1,7 +1,7 @@
 #include "AtomicHash.h"
 
-#include <bit>
 #include <algorithm>
+#include <bit>
 #include <iostream>
 #include <mutex>
 

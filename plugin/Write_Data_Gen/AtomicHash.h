@@ -107,8 +107,8 @@ class AtomicHash {
   /// Throws std::bad_alloc without memory.
   AtomicContext getContext(uint64_t first, uint64_t last, uint64_t cmd_id) const;
 
-  // What an operation on blocks will read, asked for ahead of it: first the place of a block's page, some time later its
-  // records, then the events. Blocks that are not on record cost nothing and do no harm.
+  // What an operation on blocks will read, asked for ahead of it: first the place of a block's page, some time later
+  // its records, then the events. Blocks that are not on record cost nothing and do no harm.
   void prefetchPlace(uint64_t lba) const { records_.prefetchPlace(lba); }
   void prefetchRecords(uint64_t lba) const { records_.prefetchRecords(lba); }
   void prefetchEvents(uint64_t lba, uint32_t blocks) const;

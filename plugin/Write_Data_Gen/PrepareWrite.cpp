@@ -1,5 +1,6 @@
 #include "LbaSpan.h"
 #include "Scheduling.h"
+#include "SectorBuckets.h"
 #include "WriteData.h"
 
 namespace vdl::agent {
@@ -71,18 +72,6 @@ struct WriteCommand {
   BlockNum bucket;
 };
 
-int32_t assembleData(Step& step, WriteCommand& write) {
-  if (write.kind == WriteKind::trim) {
-    write.bucket = block_num::zero;
-    *step.data.bucketIndex = write.bucket;
-    return status::ok;
-  }
-  write.bucket = chooseBucket(step, write.xferLength);
-  const uint32_t blocks = write.kind == WriteKind::writeSame ? 1 : write.xferLength;
-  return assembleWriteData(
-      step, WriteBlocks{write.tag, write.lba, write.cmdId, write.bucket, blocks, write.e2e, step.config.embedData});
-}
-
 /// With skip commands the data carry consecutive LBAs while the table records every other one; hosts that mix
 /// stamps and skip commands know it.
 int32_t recordIssue(Step& step, const WriteCommand& write) {
@@ -94,6 +83,27 @@ int32_t recordIssue(Step& step, const WriteCommand& write) {
     content.embed.valid = false;
   }
   return step.data.atomicHash.writeIssued(write.cmdId, span, content);
+}
+
+/// Tells the table of the write and makes its data.
+int32_t prepareBlocks(Step& step, WriteCommand& write) {
+  if (write.kind == WriteKind::trim) {
+    write.bucket = block_num::zero;
+    *step.data.bucketIndex = write.bucket;
+    return recordIssue(step, write);
+  }
+  write.bucket = chooseBucket(step, write.xferLength);
+  const uint32_t blocks = write.kind == WriteKind::writeSame ? 1 : write.xferLength;
+  const WriteBlocks content{write.tag, write.lba, write.cmdId, write.bucket, blocks, write.e2e, step.config.embedData};
+  // The sectors are on their way while the table is told.
+  prefetchSectors(step, step.data.buckets + uint64_t{write.bucket} * sectorBytes(step.thread), blocks);
+  uint8_t* buffer = roomForWriteData(step, content);
+  if (buffer == nullptr) {
+    return status::outOfMemory;
+  }
+  const int32_t result = recordIssue(step, write);
+  fillWriteData(step, content, buffer);
+  return result;
 }
 
 void traceIssue(CommandTrace& trace, const WriteCommand& write) {
@@ -132,10 +142,7 @@ int32_t doAWrite(Step& step, uint32_t tag, const ActiveConditions& active) {
     return logFailure(step, operation, result);
   }
 
-  result = assembleData(step, write);
-  if (result == status::ok) {
-    result = recordIssue(step, write);
-  }
+  result = prepareBlocks(step, write);
   traceIssue(*data.trace, write);
   return result == status::ok ? result : logFailure(step, operation, result);
 }

@@ -1,18 +1,8 @@
 #include "ReadBackPrefetch.h"
 
-#include <algorithm>
-
 #include "SectorBuckets.h"
 
 namespace vdl::agent {
-
-namespace {
-
-constexpr uint64_t cacheLine = 64;
-/// From here on the processor sees by itself where a copy or compare goes.
-constexpr uint64_t mostContentBytes = 1024;
-
-}  // namespace
 
 void prefetchReadBacks(const DriveData& data) {
   auto write = data.writeFinished.begin();
@@ -35,12 +25,8 @@ void prefetchContent(const Step& step, const PeekResult& first, uint32_t blocks)
     return;
   }
   const uint8_t* content = unstampedSector(step, first.block_num);
-  if (content == nullptr) {
-    return;
-  }
-  const uint64_t bytes = std::min(uint64_t{blocks} * sectorBytes(step.thread), mostContentBytes);
-  for (uint64_t offset = 0; offset < bytes; offset += cacheLine) {
-    __builtin_prefetch(content + offset);
+  if (content != nullptr) {
+    prefetchSectors(step, content, blocks);
   }
 }
 

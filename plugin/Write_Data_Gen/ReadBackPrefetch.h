@@ -6,8 +6,8 @@
 
 namespace vdl::agent {
 
-/// Asks the processor for what the next read-backs will touch in the table, so that it has arrived when they are issued.
-/// With many writes outstanding nothing of it is in a cache any more. Results do not depend on it.
+/// Asks the processor for what the next read-backs will touch in the table, so that it has arrived when they are
+/// issued. With many writes outstanding nothing of it is in a cache any more. Results do not depend on it.
 ///
 /// Called once a step: what hangs on what else is asked for one step after the other, for the writes that are first,
 /// second and third in line.

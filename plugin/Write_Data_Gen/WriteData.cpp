@@ -36,15 +36,24 @@ BlockNum chooseBucket(Step& step, uint32_t xferLength) {
   return bucket;
 }
 
-int32_t assembleWriteData(Step& step, const WriteBlocks& blocks) {
+namespace {
+
+uint64_t countOf(const WriteBlocks& blocks) { return std::max<uint32_t>(blocks.count, 1); }
+uint64_t unitOf(const Step& step, const WriteBlocks& blocks) {
+  return sectorBytes(step.thread) + (blocks.e2e ? e2eBytes : 0);
+}
+
+}  // namespace
+
+uint8_t* roomForWriteData(Step& step, const WriteBlocks& blocks) {
+  return tagBuffer(step, blocks.tag, countOf(blocks) * unitOf(step, blocks));
+}
+
+void fillWriteData(Step& step, const WriteBlocks& blocks, uint8_t* buffer) {
   const uint32_t sector = sectorBytes(step.thread);
-  const uint64_t unit = sector + (blocks.e2e ? e2eBytes : 0);
-  const uint64_t count = std::max<uint32_t>(blocks.count, 1);
+  const uint64_t unit = unitOf(step, blocks);
+  const uint64_t count = countOf(blocks);
   const uint64_t total = count * unit;
-  uint8_t* buffer = tagBuffer(step, blocks.tag, total);
-  if (buffer == nullptr) {
-    return status::outOfMemory;
-  }
   const uint8_t* bucket = step.data.buckets + uint64_t{blocks.firstBucket} * sector;
   if (unit == sector) {
     // The buckets of a command are neighbours in the pool, and so are its blocks.
@@ -58,6 +67,14 @@ int32_t assembleWriteData(Step& step, const WriteBlocks& blocks) {
     stampBlocks(buffer, count, unit, blocks.lba, blocks.cmdId);
   }
   step.data.writeData->view(buffer, total);
+}
+
+int32_t assembleWriteData(Step& step, const WriteBlocks& blocks) {
+  uint8_t* buffer = roomForWriteData(step, blocks);
+  if (buffer == nullptr) {
+    return status::outOfMemory;
+  }
+  fillWriteData(step, blocks, buffer);
   return status::ok;
 }
 

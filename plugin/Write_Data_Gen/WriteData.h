@@ -27,7 +27,14 @@ struct WriteBlocks {
   bool embed;      ///< stamp every block with its LBA and the command id
 };
 
-/// Copies consecutive buckets into the tag's buffer, stamps them, and lets "WriteData" show them.
+/// The tag's buffer with room for the blocks; throws std::out_of_range for a tag that the drive does not have.
+/// @return null when the memory is not to be had
+uint8_t* roomForWriteData(Step& step, const WriteBlocks& blocks);
+
+/// Copies consecutive buckets into such a buffer, stamps them, and lets "WriteData" show them.
+void fillWriteData(Step& step, const WriteBlocks& blocks, uint8_t* buffer);
+
+/// Both, one after the other.
 ///
 /// @return 0, or -1002 when the tag has no buffer; throws std::out_of_range for a tag that the drive does not have
 int32_t assembleWriteData(Step& step, const WriteBlocks& blocks);
