@@ -55,7 +55,7 @@ void fillUserPool(uint8_t* pool, uint64_t poolBytes, uint64_t patternBytes, cons
 void prefetchSectors(const Step& step, const uint8_t* first, uint32_t blocks) {
   constexpr uint64_t cacheLine = 64;
   // From here on the processor sees by itself where a copy or compare goes.
-  constexpr uint64_t mostBytes = 1024;
+  constexpr uint64_t mostBytes = 4096;
   const uint64_t bytes = std::min(uint64_t{blocks} * sectorBytes(step.thread), mostBytes);
   for (uint64_t offset = 0; offset < bytes; offset += cacheLine) {
     __builtin_prefetch(first + offset);
