@@ -12,6 +12,8 @@ endif()
 if(CORVANE_SANITIZE)
   target_compile_options(corvane_options INTERFACE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer
                                                    -fno-sanitize-recover=all)
+  # Warnings are judged in the other builds: in instrumented code GCC 12 sees array bounds crossed that are not.
+  target_compile_options(corvane_options INTERFACE -Wno-error)
   target_link_options(corvane_options INTERFACE -fsanitize=${CORVANE_SANITIZE})
 endif()
 
