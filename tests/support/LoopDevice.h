@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/loop.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -72,6 +73,9 @@ class LoopDevice {
 
   void attach(const loop_config& config) {
     const Descriptor control("/dev/loop-control", O_RDWR);
+    // One test at a time, until this is closed: another one that was told of the same device would have it open for
+    // writing for a moment while this test's drive already looks whether somebody uses it.
+    flock(control.number, LOCK_EX);
     // Another program may be quicker to take what the kernel just called free.
     for (int attempt = 0; attempt < 100; ++attempt) {
       const int free = ioctl(control.number, LOOP_CTL_GET_FREE);
