@@ -196,7 +196,7 @@ void AgentJudge::issueWrite(const Command& command, uint8_t number) {
       break;
   }
   if (bench_->data().writeSent.size() == before || *bench_->data().lba != lba) {
-    throw std::runtime_error("the agent reads where the history says that it writes");
+    throw std::runtime_error("the agent reads where the history says that it writes" );
   }
   keepWritten(command, number);
 }
@@ -314,25 +314,30 @@ std::vector<Judgement> AgentJudge::judge(const History& history, uint8_t read, c
   return judgements;
 }
 
-History AgentJudge::withReadsAhead(const History& history, uint8_t read,
-                                   const std::function<Image(const History&, uint8_t read)>& choose) {
+std::optional<History> AgentJudge::withReadsAhead(
+    const History& history, uint8_t read, const std::function<Image(const History&, uint8_t read)>& choose) {
   History whole = history;
   setUp(history);
   for (std::size_t i = 0; i < whole.events.size(); ++i) {
     const Event event = whole.events[i];
     const Command command = whole.commands[event.command];
     const uint64_t lba = origin_ + command.first;
-    const bool unknown = !event.end && command.kind == Kind::atomicWrite && bench_->data().preReadFinished.empty() &&
+    const bool unknown = !event.end && command.kind == Kind::atomicWrite &&
                          !bench_->table().isStateKnown(lba, lba + command.blocks);
-    if (unknown) {
-      const auto ahead = static_cast<uint8_t>(whole.commands.size());
+    const auto& ahead = bench_->data().preReadFinished;
+    if (unknown && !ahead.empty() && (ahead.begin()->lba != lba || ahead.begin()->xferLength != command.blocks)) {
+      tearDown();
+      return std::nullopt;
+    }
+    if (unknown && ahead.empty()) {
+      const auto number = static_cast<uint8_t>(whole.commands.size());
       Command reading = command;
       reading.kind = Kind::readAhead;
       reading.ending = Ending::good;
       whole.commands.push_back(reading);
       const auto place = whole.events.begin() + static_cast<std::ptrdiff_t>(i);
-      whole.events.insert(place, {Event{ahead, false}, Event{ahead, true}});
-      issue(reading, ahead);
+      whole.events.insert(place, {Event{number, false}, Event{number, true}});
+      issue(reading, number);
     } else if (!event.end) {
       issue(command, event.command);
     } else {

@@ -4,6 +4,7 @@
 #include <ios>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "support/CompletionBench.h"
@@ -53,8 +54,11 @@ class AgentJudge {
   /// The history as the agent plays it: with its own reads ahead of atomic writes over content that it does not know,
   /// each of them at once before its write, and with images for all reads but the judged one. `choose` answers what such
   /// a read shows, given the history up to its end, and its number.
-  History withReadsAhead(const History& history, uint8_t read,
-                         const std::function<Image(const History&, uint8_t read)>& choose);
+  ///
+  /// @return nothing when the agent plays another history: with a read ahead left over, because its blocks became known
+  ///         by itself before the write that it was for, the next atomic write goes where that was
+  std::optional<History> withReadsAhead(const History& history, uint8_t read,
+                                        const std::function<Image(const History&, uint8_t read)>& choose);
 
  private:
   using Bytes = benchtest::Bytes;

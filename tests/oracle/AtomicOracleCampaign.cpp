@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <map>
 
 #include "tests/oracle/Histories.h"
@@ -57,7 +58,12 @@ int main(int argc, char** argv) {
   app.add_option("--seed", campaign.seed, "Of the random ones");
   CLI11_PARSE(app, argc, argv);
   campaign.bound.base = bases.at(campaign.base);
-  const oracletest::Tally tally = campaign.run();
-  std::fputs(describe(tally).c_str(), stdout);
-  return tally.unexplained.empty() ? 0 : 1;
+  try {
+    const oracletest::Tally tally = campaign.run();
+    std::fputs(describe(tally).c_str(), stdout);
+    return tally.unexplained.empty() ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 4;
+  }
 }

@@ -14,13 +14,17 @@ bool contains(const std::vector<Image>& images, Image image) {
   return std::binary_search(images.begin(), images.end(), image);
 }
 
-/// The history without its reads, but the given one and those ahead of atomic writes: for these the agent does remember
-/// what it saw.
+/// The history without its other reads. Only what a read ahead of an atomic write found is remembered, block by block,
+/// and for reads that are issued later.
 History withoutEarlierReads(const History& history, uint8_t read) {
   History part = history;
+  for (uint8_t i = 0; i < history.commands.size(); ++i) {
+    if (history.commands[i].kind == Kind::readAhead && history.issuedBefore(i, read)) {
+      part.commands[i].kind = Kind::found;
+    }
+  }
   std::erase_if(part.events, [&](const Event& event) {
-    const Kind kind = history.commands[event.command].kind;
-    return event.command != read && (kind == Kind::look || kind == Kind::readBack);
+    return event.command != read && isRead(part.commands[event.command].kind);
   });
   return part;
 }

@@ -7,7 +7,7 @@ namespace oracletest {
 
 namespace {
 
-constexpr uint32_t maxUnits = 16;
+constexpr uint32_t maxUnits = 32;
 constexpr uint8_t nobody = 0xFF;
 
 /// What a drive changes in one moment.
@@ -22,11 +22,11 @@ struct Unit {
 struct State {
   uint16_t content = 0;
   uint16_t seen = 0xFFFF;
-  uint16_t settled = 0;     ///< units that were carried out, or never will be
+  uint32_t settled = 0;     ///< units that were carried out, or never will be
   uint16_t looked = 0;      ///< four bits a slot of another read under way: the blocks that it looked at
   auto operator<=>(const State&) const = default;
   uint64_t key() const {
-    return uint64_t{content} | uint64_t{seen} << 16 | uint64_t{settled} << 32 | uint64_t{looked} << 48;
+    return (uint64_t{content} | uint64_t{seen} << 16 | uint64_t{looked} << 32) ^ settled * 0x9E3779B97F4A7C15U;
   }
 };
 
@@ -57,7 +57,7 @@ class States {
 
  private:
   uint32_t& placeOf(const State& state) {
-    std::size_t i = (state.key() * 0x9E3779B97F4A7C15U >> 20) & (table_.size() - 1);
+    std::size_t i = (state.key() * 0xD6E8FEB86659FD93U >> 32) & (table_.size() - 1);
     while (table_[i] != 0 && all_[table_[i] - 1] != state) {
       i = (i + 1) & (table_.size() - 1);
     }
@@ -114,7 +114,8 @@ class Search {
     const uint32_t atOnce = command.kind == Kind::atomicWrite ? command.bound : 1;
     for (uint32_t first = command.first; first < command.end(); first += atOnce) {
       const uint32_t end = std::min<uint32_t>(first + atOnce, command.end());
-      units_.push_back({i, static_cast<uint8_t>(first), static_cast<uint8_t>(end), history_.valueOf(i)});
+      const Value value = command.kind == Kind::found ? valueAt(history_.shown[i], first) : history_.valueOf(i);
+      units_.push_back({i, static_cast<uint8_t>(first), static_cast<uint8_t>(end), value});
     }
   }
 
@@ -217,7 +218,7 @@ class Search {
       return;
     }
     State next = state;
-    next.settled = static_cast<uint16_t>(next.settled | 1U << u);
+    next.settled = next.settled | 1U << u;
     if (order_ == Order::asIssued && history_.commands[unit.command].ending == Ending::failed) {
       now_.add(next);  // it never will be carried out, and what waits for it goes on
     }
@@ -290,7 +291,7 @@ class Search {
   State settled(State state, uint8_t command) const {
     for (std::size_t u = 0; u < units_.size(); ++u) {
       if (units_[u].command == command) {
-        state.settled = static_cast<uint16_t>(state.settled | 1U << u);
+        state.settled = state.settled | 1U << u;
       }
     }
     return state;

@@ -7,7 +7,7 @@ namespace oracletest {
 namespace {
 
 const char* nameOf(Kind kind) {
-  constexpr std::array names = {"write", "atomic", "trim", "read", "read-back", "read-ahead"};
+  constexpr std::array names = {"write", "atomic", "trim", "found", "read", "read-back", "read-ahead"};
   return names[static_cast<std::size_t>(kind)];
 }
 

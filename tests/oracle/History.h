@@ -16,6 +16,7 @@ enum class Kind : uint8_t {
   write,
   atomicWrite,
   trim,
+  found,     ///< no command: from here on each block holds what it is `shown` to hold
   look,      ///< a read that pays no write off, as the parts of a slid read beside its write
   readBack,  ///< the agent's own read of the oldest finished write that waits for it; it pays that write off
   readAhead  ///< the agent's own read of content that it does not know, ahead of an atomic write

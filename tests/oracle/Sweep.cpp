@@ -20,9 +20,11 @@ std::vector<uint8_t> earlierReads(const History& history, uint8_t judged) {
   return reads;
 }
 
-History upToEndOf(const History& history, uint8_t command) {
+/// The history up to the end of an earlier read, without the judged one, which shows nothing yet.
+History upToEndOf(const History& history, uint8_t earlier, uint8_t judged) {
   History part = history;
-  part.events.resize(history.position(command, true) + 1);
+  part.events.resize(history.position(earlier, true) + 1);
+  std::erase_if(part.events, [judged](const Event& event) { return event.command == judged; });
   return part;
 }
 
@@ -39,15 +41,15 @@ Image chooseImage(const History& part, uint8_t read, uint64_t number) {
 }
 
 /// What the earlier reads show, tried in the order of their ends.
-bool chooseShown(History& history, const std::vector<uint8_t>& reads, std::size_t next,
+bool chooseShown(History& history, uint8_t judged, const std::vector<uint8_t>& reads, std::size_t next,
                  const std::function<bool(const History&)>& judge) {
   if (next == reads.size()) {
     return judge(history);
   }
   const uint8_t read = reads[next];
-  for (const Image image : possibleImages(upToEndOf(history, read), read, Order::any)) {
+  for (const Image image : possibleImages(upToEndOf(history, read, judged), read, Order::any)) {
     history.shown[read] = image;
-    if (!chooseShown(history, reads, next + 1, judge)) {
+    if (!chooseShown(history, judged, reads, next + 1, judge)) {
       return false;
     }
   }
@@ -72,6 +74,7 @@ const Tally::Class& Tally::alone(Rule rule) const {
 
 Tally& Tally::operator+=(const Tally& other) {
   histories += other.histories;
+  notPlayed += other.notPlayed;
   reads += other.reads;
   images += other.images;
   bothAccept += other.bothAccept;
@@ -89,7 +92,8 @@ Tally& Tally::operator+=(const Tally& other) {
 }
 
 std::string describe(const Tally& tally) {
-  std::string text = std::to_string(tally.histories) + " histories, " + std::to_string(tally.reads) + " reads, " +
+  std::string text = std::to_string(tally.histories) + " histories (" +
+                     std::to_string(tally.notPlayed) + " not played), " + std::to_string(tally.reads) + " reads, " +
                      std::to_string(tally.images) + " images: both accept " + std::to_string(tally.bothAccept) +
                      ", both reject " + std::to_string(tally.bothReject) + "\n";
   for (const auto& [rules, found] : tally.classes) {
@@ -154,14 +158,14 @@ bool Sweep::judge(const History& history) {
   const auto read = static_cast<uint8_t>(history.commands.size() - 1);
   if (history.base == Base::unknown) {
     const uint64_t number = tally_.histories;
-    return judgeLast(agent_.withReadsAhead(history, read,
-                                           [number](const History& part, uint8_t earlier) {
-                                             return chooseImage(part, earlier, number);
-                                           }),
-                     read);
+    const auto played = agent_.withReadsAhead(history, read, [number, read](const History& part, uint8_t earlier) {
+      return chooseImage(upToEndOf(part, earlier, read), earlier, number);
+    });
+    tally_.notPlayed += played ? 0U : 1U;
+    return !played || judgeLast(*played, read);
   }
   History played = history;
-  return chooseShown(played, earlierReads(history, read), 0,
+  return chooseShown(played, read, earlierReads(history, read), 0,
                      [this, read](const History& whole) { return judgeLast(whole, read); });
 }
 

@@ -16,6 +16,7 @@ namespace oracletest {
 /// What came out of it.
 struct Tally {
   uint64_t histories = 0;
+  uint64_t notPlayed = 0;  ///< of these: the agent writes elsewhere, see `AgentJudge::withReadsAhead`
   uint64_t reads = 0;      ///< histories with each of the images of their earlier reads
   uint64_t images = 0;     ///< judgements
   uint64_t bothAccept = 0;
