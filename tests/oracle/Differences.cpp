@@ -97,6 +97,11 @@ bool isPaidOff(const History& history, uint8_t read, uint32_t block) {
          !writesBelow(history, read, block).empty();
 }
 
+/// Whether some of the images show this on the block.
+bool mayShow(const std::vector<Image>& images, uint32_t block, Value value) {
+  return std::any_of(images.begin(), images.end(), [=](Image image) { return valueAt(image, block) == value; });
+}
+
 /// Whether the block shows zeros, or what a read ahead of an atomic write found there.
 bool isUnstamped(const History& history, uint32_t block, Value value) {
   if (value == zeroes) {
@@ -135,7 +140,7 @@ const std::vector<Image>& Comparison::possibleWithoutEarlierReads() {
   return *forgetful_;
 }
 
-uint32_t Comparison::freeBlocks(Rule rule, Image image) const {
+uint32_t Comparison::freeBlocks(Rule rule, const std::vector<Image>& images, Image image) const {
   uint32_t blocks = 0;
   const Command& read = history_.commands[read_];
   for (uint32_t block = read.first; block < read.end(); ++block) {
@@ -143,7 +148,8 @@ uint32_t Comparison::freeBlocks(Rule rule, Image image) const {
     const bool isFree = (rule == Rule::failedWrite && failedWriteDecides(history_, read_, block, value)) ||
                         (rule == Rule::neverWritten && isNeverWritten(history_, read_, block)) ||
                         (rule == Rule::readBack && isPaidOff(history_, read_, block)) ||
-                        (rule == Rule::unstampedContent && isUnstamped(history_, block, value));
+                        (rule == Rule::unstampedContent && isUnstamped(history_, block, value) &&
+                         mayShow(images, block, value));
     blocks |= isFree ? 1U << block : 0U;
   }
   return blocks;
@@ -156,6 +162,16 @@ bool Comparison::agreesUpTo(uint32_t freeBlocks, const std::vector<Image>& image
   }
   return std::any_of(images.begin(), images.end(),
                      [&](Image other) { return ((other ^ image) & fixed) == 0; });
+}
+
+bool Comparison::isPossibleUnder(const Rules& rules, Image image) {
+  const bool forgets = rules.back() == Rule::earlierReads;
+  const std::vector<Image>& images = forgets ? possibleWithoutEarlierReads() : possible_;
+  uint32_t freed = 0;
+  for (const Rule rule : rules) {
+    freed |= freeBlocks(rule, images, image);
+  }
+  return agreesUpTo(freed, images, image);
 }
 
 Rules Comparison::explain(Image image, bool accepted) {
@@ -172,19 +188,13 @@ Rules Comparison::explain(Image image, bool accepted) {
                                  Rule::earlierReads};
   for (int size = 1; size <= static_cast<int>(looser.size()); ++size) {
     for (uint32_t chosen = 1; chosen < 1U << looser.size(); ++chosen) {
-      if (std::popcount(chosen) != size) {
-        continue;
-      }
       Rules rules;
-      uint32_t freed = 0;
       for (std::size_t i = 0; i < looser.size(); ++i) {
         if ((chosen >> i & 1) != 0) {
           rules.push_back(looser[i]);
-          freed |= freeBlocks(looser[i], image);
         }
       }
-      const bool forgets = rules.back() == Rule::earlierReads;
-      if (agreesUpTo(freed, forgets ? possibleWithoutEarlierReads() : possible_, image)) {
+      if (std::popcount(chosen) == size && isPossibleUnder(rules, image)) {
         return rules;
       }
     }

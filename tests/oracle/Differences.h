@@ -41,12 +41,12 @@ class Comparison {
   /// @throws std::domain_error when there is one that no rules explain
   Rules explain(Image image, bool accepted);
 
-  const std::vector<Image>& images() const { return possible_; }
-
  private:
   const std::vector<Image>& possibleWithoutEarlierReads();
   /// The blocks about which the rule makes every image as good as another.
-  uint32_t freeBlocks(Rule rule, Image image) const;
+  /// @param images what is possible otherwise
+  uint32_t freeBlocks(Rule rule, const std::vector<Image>& images, Image image) const;
+  bool isPossibleUnder(const Rules& rules, Image image);
   bool agreesUpTo(uint32_t freeBlocks, const std::vector<Image>& images, Image image) const;
 
   const History& history_;

@@ -205,7 +205,7 @@ class RandomHistory {
     history_.blocks = static_cast<uint8_t>(2 + below(3));
     writesLeft_ = static_cast<uint32_t>(3 + below(2));
     // More at once make more states than the oracle can walk through in a moment.
-    mostOpenWrites_ = history_.blocks == maxBlocks ? 2 : writesLeft_ == 4 ? 2 : 3;
+    mostOpenWrites_ = history_.blocks == 2 ? 3 : 2;
     readsLeft_ = static_cast<uint32_t>(below(3));
   }
 
