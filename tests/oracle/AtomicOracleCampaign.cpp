@@ -29,7 +29,7 @@ struct Campaign {
       return sweep.tally();
     }
     std::mt19937_64 generator(seed);
-    for (uint64_t i = 0; i < random && sweep.judge(randomHistory(generator)); ++i) {
+    for (uint64_t i = 0; i < random && sweep.judgeOne(randomHistory(generator)); ++i) {
     }
     return sweep.tally();
   }

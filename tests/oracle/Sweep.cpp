@@ -154,19 +154,24 @@ bool Sweep::judgeLast(const History& history, uint8_t read) {
 }
 
 bool Sweep::judge(const History& history) {
+  if (history.base == Base::unknown) {
+    return judgeOne(history);
+  }
   ++tally_.histories;
   const auto read = static_cast<uint8_t>(history.commands.size() - 1);
-  if (history.base == Base::unknown) {
-    const uint64_t number = tally_.histories;
-    const auto played = agent_.withReadsAhead(history, read, [number, read](const History& part, uint8_t earlier) {
-      return chooseImage(upToEndOf(part, earlier, read), earlier, number);
-    });
-    tally_.notPlayed += played ? 0U : 1U;
-    return !played || judgeLast(*played, read);
-  }
   History played = history;
   return chooseShown(played, read, earlierReads(history, read), 0,
                      [this, read](const History& whole) { return judgeLast(whole, read); });
+}
+
+bool Sweep::judgeOne(const History& history) {
+  const auto read = static_cast<uint8_t>(history.commands.size() - 1);
+  const uint64_t number = ++tally_.histories;
+  const auto played = agent_.withReadsAhead(history, read, [number, read](const History& part, uint8_t earlier) {
+    return chooseImage(upToEndOf(part, earlier, read), earlier, number);
+  });
+  tally_.notPlayed += played ? 0U : 1U;
+  return !played || judgeLast(*played, read);
 }
 
 }  // namespace oracletest

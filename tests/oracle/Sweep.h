@@ -42,11 +42,14 @@ std::string describe(const Tally& tally);
 /// Compares the agent with the drives over histories.
 class Sweep {
  public:
-  /// Judges every conceivable image of every last read of the history, and of those before it. The last command is the
-  /// judged read; the images of earlier ones are tried as far as drive and agent let them pass.
+  /// Judges every conceivable image of the last command, a read, after every image that a drive may return for the
+  /// reads before it and that the agent lets pass. Over unknown content, where the agent reads by itself, too, each of
+  /// the reads before it shows one image.
   ///
   /// @return false after an unexplained difference: the sweep is to end
   bool judge(const History& history);
+  /// The same with one image for each of the reads before it.
+  bool judgeOne(const History& history);
 
   const Tally& tally() const { return tally_; }
 
