@@ -196,7 +196,7 @@ void AgentJudge::issueWrite(const Command& command, uint8_t number) {
       break;
   }
   if (bench_->data().writeSent.size() == before || *bench_->data().lba != lba) {
-    throw std::runtime_error("the agent reads where the history says that it writes" );
+    throw std::runtime_error("the agent reads where the history says that it writes");
   }
   keepWritten(command, number);
 }
@@ -305,7 +305,8 @@ std::vector<Judgement> AgentJudge::judge(const History& history, uint8_t read, c
   std::vector<Judgement> judgements;
   for (uint8_t i = 0; i < history.commands.size(); ++i) {
     const Kind kind = history.commands[i].kind;
-    faultFound = faultFound || (i != read && (kind == Kind::look || kind == Kind::readBack) && verdicts_.at(ids_[i]) != 0);
+    faultFound =
+        faultFound || (i != read && (kind == Kind::look || kind == Kind::readBack) && verdicts_.at(ids_[i]) != 0);
   }
   for (std::size_t i = 0; i < images.size() && !faultFound; ++i) {
     judgements.push_back({images[i], verdicts_.at(ids[i])});
@@ -314,16 +315,16 @@ std::vector<Judgement> AgentJudge::judge(const History& history, uint8_t read, c
   return judgements;
 }
 
-std::optional<History> AgentJudge::withReadsAhead(
-    const History& history, uint8_t read, const std::function<Image(const History&, uint8_t read)>& choose) {
+std::optional<History> AgentJudge::withReadsAhead(const History& history, uint8_t read,
+                                                  const std::function<Image(const History&, uint8_t read)>& choose) {
   History whole = history;
   setUp(history);
   for (std::size_t i = 0; i < whole.events.size(); ++i) {
     const Event event = whole.events[i];
     const Command command = whole.commands[event.command];
     const uint64_t lba = origin_ + command.first;
-    const bool unknown = !event.end && command.kind == Kind::atomicWrite &&
-                         !bench_->table().isStateKnown(lba, lba + command.blocks);
+    const bool unknown =
+        !event.end && command.kind == Kind::atomicWrite && !bench_->table().isStateKnown(lba, lba + command.blocks);
     const auto& ahead = bench_->data().preReadFinished;
     if (unknown && !ahead.empty() && (ahead.begin()->lba != lba || ahead.begin()->xferLength != command.blocks)) {
       tearDown();

@@ -52,8 +52,8 @@ class AgentJudge {
   std::vector<Judgement> judge(const History& history, uint8_t read, const std::vector<Image>& images);
 
   /// The history as the agent plays it: with its own reads ahead of atomic writes over content that it does not know,
-  /// each of them at once before its write, and with images for all reads but the judged one. `choose` answers what such
-  /// a read shows, given the history up to its end, and its number.
+  /// each of them at once before its write, and with images for all reads but the judged one. `choose` answers what
+  /// such a read shows, given the history up to its end, and its number.
   ///
   /// @return nothing when the agent plays another history: with a read ahead left over, because its blocks became known
   ///         by itself before the write that it was for, the next atomic write goes where that was

@@ -1,13 +1,16 @@
 // Holds the agent's judgement of reads against what drives can do, over more histories than the tests have time for.
 //
-//   atomic_oracle [--blocks N] [--writes N] [--random N] [--seed N] ...
+//   atomic_oracle [--blocks N] [--writes N] [--base BASE] [--read-at-end] [--earlier-read] [--random N [--seed N]]
 //
-// The exit status is 0 when every difference has a rule that explains it.
+// The exit status is 0 when every difference has a rule that explains it, 1 when one has none, 4 when the agent did not
+// do what a history says.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <map>
+#include <random>
+#include <string>
 
 #include "tests/oracle/Histories.h"
 #include "tests/oracle/Sweep.h"

@@ -1,9 +1,10 @@
-// The agent's judgement of reads against what drives can do, over every history up to a bound. What the bounds are, what
-// the agent may say differently and why stands in docs/detection.md; a larger bound is the program atomic_oracle's.
+// The agent's judgement of reads against what drives can do, over every history up to a bound. What the bounds are,
+// what the agent may say differently and why stands in docs/detection.md; a larger bound is the program
+// atomic_oracle's.
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <random>
 #include <set>
 
 #include "tests/oracle/Histories.h"
@@ -56,8 +57,8 @@ TEST(AtomicOracle, EveryOneWriteAndReadOnUpToThreeBlocks) {
 
 TEST(AtomicOracle, EveryTwoWritesAndAReadAmongThemOverWrittenContent) {
   const Tally tally = sweep({.blocks = 2});
-  // 14 writes: two ranges of one block and one of two, plain or atomic, the latter also in two segments, good or aborted;
-  // 33 orders of two writes and a read that does not end before the second is issued.
+  // 14 writes: two ranges of one block and one of two, plain or atomic, the latter also in two segments, good or
+  // aborted; 33 orders of two writes and a read that does not end before the second is issued.
   EXPECT_EQ(tally.histories, 14U * 14 * 33);
   EXPECT_EQ(tally.images, 68508U);
   expectDifferences(tally, {{issueOrder}, {failedWrite}});
@@ -115,8 +116,7 @@ TEST(AtomicOracle, EveryReadBackIsJudgedAsAnyRead) {
   // 3 orders of two writes, of which 11 of 14 each are read back, in a history for every read-back.
   EXPECT_EQ(tally.histories, 3U * (14 * 11 * 2));
   tally += sweep({.base = Base::unknown, .blocks = 2, .readBacks = true, .readBackIsLast = true});
-  expectDifferences(
-      tally, {{issueOrder}, {failedWrite}, {unstamped}, {earlierReads}, {unstamped, earlierReads}});
+  expectDifferences(tally, {{issueOrder}, {failedWrite}, {unstamped}, {earlierReads}, {unstamped, earlierReads}});
 }
 
 TEST(AtomicOracle, NothingIsExpectedAnyMoreOfWhatWasReadBack) {

@@ -23,9 +23,8 @@ History withoutEarlierReads(const History& history, uint8_t read) {
       part.commands[i].kind = Kind::found;
     }
   }
-  std::erase_if(part.events, [&](const Event& event) {
-    return event.command != read && isRead(part.commands[event.command].kind);
-  });
+  std::erase_if(part.events,
+                [&](const Event& event) { return event.command != read && isRead(part.commands[event.command].kind); });
   return part;
 }
 
@@ -145,11 +144,11 @@ uint32_t Comparison::freeBlocks(Rule rule, const std::vector<Image>& images, Ima
   const Command& read = history_.commands[read_];
   for (uint32_t block = read.first; block < read.end(); ++block) {
     const Value value = valueAt(image, block);
-    const bool isFree = (rule == Rule::failedWrite && failedWriteDecides(history_, read_, block, value)) ||
-                        (rule == Rule::neverWritten && isNeverWritten(history_, read_, block)) ||
-                        (rule == Rule::readBack && isPaidOff(history_, read_, block)) ||
-                        (rule == Rule::unstampedContent && isUnstamped(history_, block, value) &&
-                         mayShow(images, block, value));
+    const bool isFree =
+        (rule == Rule::failedWrite && failedWriteDecides(history_, read_, block, value)) ||
+        (rule == Rule::neverWritten && isNeverWritten(history_, read_, block)) ||
+        (rule == Rule::readBack && isPaidOff(history_, read_, block)) ||
+        (rule == Rule::unstampedContent && isUnstamped(history_, block, value) && mayShow(images, block, value));
     blocks |= isFree ? 1U << block : 0U;
   }
   return blocks;
@@ -160,8 +159,7 @@ bool Comparison::agreesUpTo(uint32_t freeBlocks, const std::vector<Image>& image
   for (uint32_t block = 0; block < maxBlocks; ++block) {
     fixed = (freeBlocks >> block & 1) != 0 ? fixed : withValue(fixed, block, 15);
   }
-  return std::any_of(images.begin(), images.end(),
-                     [&](Image other) { return ((other ^ image) & fixed) == 0; });
+  return std::any_of(images.begin(), images.end(), [&](Image other) { return ((other ^ image) & fixed) == 0; });
 }
 
 bool Comparison::isPossibleUnder(const Rules& rules, Image image) {

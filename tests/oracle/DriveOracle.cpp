@@ -22,8 +22,8 @@ struct Unit {
 struct State {
   uint16_t content = 0;
   uint16_t seen = 0xFFFF;
-  uint32_t settled = 0;     ///< units that were carried out, or never will be
-  uint16_t looked = 0;      ///< four bits a slot of another read under way: the blocks that it looked at
+  uint32_t settled = 0;  ///< units that were carried out, or never will be
+  uint16_t looked = 0;   ///< four bits a slot of another read under way: the blocks that it looked at
   auto operator<=>(const State&) const = default;
   uint64_t key() const {
     return (uint64_t{content} | uint64_t{seen} << 16 | uint64_t{looked} << 32) ^ settled * 0x9E3779B97F4A7C15U;
@@ -121,8 +121,9 @@ class Search {
 
   /// Whether a read ends after this event. When none does, nothing that follows can tell any more what was possible.
   bool readsToCome(const Event& event) const {
-    return std::any_of(history_.events.begin() + (&event - history_.events.data()) + 1, history_.events.end(),
-                       [this](const Event& later) { return later.end && isRead(history_.commands[later.command].kind); });
+    return std::any_of(
+        history_.events.begin() + (&event - history_.events.data()) + 1, history_.events.end(),
+        [this](const Event& later) { return later.end && isRead(history_.commands[later.command].kind); });
   }
 
   bool isOpen(uint8_t command) const { return std::find(open_.begin(), open_.end(), command) != open_.end(); }
@@ -316,7 +317,7 @@ class Search {
   uint8_t judged_;
   Order order_;
   std::vector<Unit> units_;
-  std::vector<uint8_t> open_;  ///< outstanding commands in the order of issue
+  std::vector<uint8_t> open_;                                        ///< outstanding commands in the order of issue
   std::array<uint8_t, 4> slots_ = {nobody, nobody, nobody, nobody};  ///< other reads under way
   States now_;
   States then_;

@@ -272,9 +272,8 @@ class RandomHistory {
   }
 
   uint32_t openWrites() const {
-    return static_cast<uint32_t>(std::count_if(open_.begin(), open_.end(), [this](uint8_t number) {
-      return !isRead(history_.commands[number].kind);
-    }));
+    return static_cast<uint32_t>(std::count_if(
+        open_.begin(), open_.end(), [this](uint8_t number) { return !isRead(history_.commands[number].kind); }));
   }
 
   Command write() {

@@ -14,13 +14,13 @@ struct Bound {
   Base base = Base::written;
   uint8_t blocks = 3;
   uint8_t writes = 2;
-  bool shorterBounds = true;     ///< atomic writes in several segments, too
-  bool trims = false;            ///< the plain writes are trims
-  bool readAmongWrites = true;   ///< the last read may be issued and end among the writes; else when all have ended
-  bool partialReads = false;     ///< the last read covers any of the blocks; else all
-  bool earlierRead = false;      ///< one more read of all blocks among the writes, and the last one when all has ended
-  bool readBacks = false;        ///< the agent's own read-backs, one to all of them, ahead of the last read
-  bool readBackIsLast = false;   ///< with these: the last of them is the judged read
+  bool shorterBounds = true;    ///< atomic writes in several segments, too
+  bool trims = false;           ///< the plain writes are trims
+  bool readAmongWrites = true;  ///< the last read may be issued and end among the writes; else when all have ended
+  bool partialReads = false;    ///< the last read covers any of the blocks; else all
+  bool earlierRead = false;     ///< one more read of all blocks among the writes, and the last one when all has ended
+  bool readBacks = false;       ///< the agent's own read-backs, one to all of them, ahead of the last read
+  bool readBackIsLast = false;  ///< with these: the last of them is the judged read
 };
 
 /// Calls `judge` for each history of the bound, whose last command is the judged read, until it answers false.

@@ -1,6 +1,7 @@
 #include "tests/oracle/Sweep.h"
 
 #include <algorithm>
+#include <functional>
 #include <stdexcept>
 
 #include "tests/oracle/DriveOracle.h"
@@ -66,12 +67,6 @@ uint64_t Tally::of(Rule rule) const {
   return count;
 }
 
-const Tally::Class& Tally::alone(Rule rule) const {
-  static const Class none;
-  const auto found = classes.find(Rules{rule});
-  return found == classes.end() ? none : found->second;
-}
-
 Tally& Tally::operator+=(const Tally& other) {
   histories += other.histories;
   notPlayed += other.notPlayed;
@@ -92,10 +87,10 @@ Tally& Tally::operator+=(const Tally& other) {
 }
 
 std::string describe(const Tally& tally) {
-  std::string text = std::to_string(tally.histories) + " histories (" +
-                     std::to_string(tally.notPlayed) + " not played), " + std::to_string(tally.reads) + " reads, " +
-                     std::to_string(tally.images) + " images: both accept " + std::to_string(tally.bothAccept) +
-                     ", both reject " + std::to_string(tally.bothReject) + "\n";
+  std::string text = std::to_string(tally.histories) + " histories (" + std::to_string(tally.notPlayed) +
+                     " not played), " + std::to_string(tally.reads) + " reads, " + std::to_string(tally.images) +
+                     " images: both accept " + std::to_string(tally.bothAccept) + ", both reject " +
+                     std::to_string(tally.bothReject) + "\n";
   for (const auto& [rules, found] : tally.classes) {
     std::string names;
     for (const Rule rule : rules) {

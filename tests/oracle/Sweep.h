@@ -1,8 +1,6 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,7 +21,7 @@ struct Tally {
   uint64_t bothReject = 0;
   struct Class {
     uint64_t images = 0;
-    std::string example;          ///< with the fewest events
+    std::string example;  ///< with the fewest events
     std::size_t exampleSize = ~std::size_t{0};
   };
   std::map<Rules, Class> classes;
@@ -31,8 +29,6 @@ struct Tally {
 
   /// Differences in which the rule takes part, alone or with others.
   uint64_t of(Rule rule) const;
-  /// The smallest difference that the rule explains alone.
-  const Class& alone(Rule rule) const;
   Tally& operator+=(const Tally& other);
 };
 
