@@ -132,7 +132,7 @@ AgentJudge::Bytes AgentJudge::bytesOf(const Command& command, Image image) const
   Bytes bytes(command.blocks * sector);
   for (uint32_t block = command.first; block < command.end(); ++block) {
     std::copy_n(sectorOf(block, valueAt(image, block)), sector,
-                bytes.begin() + static_cast<std::ptrdiff_t>((block - command.first) * sector));
+                bytes.begin() + std::ptrdiff_t{block - command.first} * sector);
   }
   return bytes;
 }
@@ -303,7 +303,7 @@ std::vector<Judgement> AgentJudge::judge(const History& history, uint8_t read, c
     }
   }
   std::vector<Judgement> judgements;
-  for (uint8_t i = 0; i < history.commands.size(); ++i) {
+  for (uint8_t i = 0; i < history.count(); ++i) {
     const Kind kind = history.commands[i].kind;
     faultFound =
         faultFound || (i != read && (kind == Kind::look || kind == Kind::readBack) && verdicts_.at(ids_[i]) != 0);

@@ -18,7 +18,7 @@ bool contains(const std::vector<Image>& images, Image image) {
 /// and for reads that are issued later.
 History withoutEarlierReads(const History& history, uint8_t read) {
   History part = history;
-  for (uint8_t i = 0; i < history.commands.size(); ++i) {
+  for (uint8_t i = 0; i < history.count(); ++i) {
     if (history.commands[i].kind == Kind::readAhead && history.issuedBefore(i, read)) {
       part.commands[i].kind = Kind::found;
     }
@@ -106,7 +106,7 @@ bool isUnstamped(const History& history, uint32_t block, Value value) {
   if (value == zeroes) {
     return true;
   }
-  for (uint8_t i = 0; i < history.commands.size(); ++i) {
+  for (uint8_t i = 0; i < history.count(); ++i) {
     const Command& command = history.commands[i];
     if (command.kind == Kind::readAhead && command.covers(block) && valueAt(history.shown[i], block) == value) {
       return true;
@@ -206,7 +206,7 @@ std::vector<Image> conceivableImages(const History& history, uint8_t read) {
   std::vector<Image> withForeign;
   for (uint32_t block = judged.first; block < judged.end(); ++block) {
     std::vector<Value> values = {history.startValue()};
-    for (uint8_t i = 0; i < history.commands.size(); ++i) {
+    for (uint8_t i = 0; i < history.count(); ++i) {
       const Command& command = history.commands[i];
       const bool inTime = history.position(i, false) < history.position(read, true);
       if (!isRead(command.kind) && command.covers(block) && inTime &&

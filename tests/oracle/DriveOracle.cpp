@@ -77,7 +77,7 @@ class States {
 class Search {
  public:
   Search(const History& history, uint8_t read, Order order) : history_(history), judged_(read), order_(order) {
-    for (uint8_t i = 0; i < history.commands.size(); ++i) {
+    for (uint8_t i = 0; i < history.count(); ++i) {
       addCommand(i);
     }
     if (units_.size() > maxUnits || history.blocks > maxBlocks) {

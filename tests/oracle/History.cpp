@@ -56,7 +56,7 @@ std::string describe(const History& history) {
 
 std::string describe(const History& history, uint8_t read, Image image) {
   std::string text = describe(history);
-  for (uint8_t i = 0; i < history.commands.size(); ++i) {
+  for (uint8_t i = 0; i < history.count(); ++i) {
     const Command& command = history.commands[i];
     if (isRead(command.kind)) {
       text += " " + nameOf(i) + " showed";

@@ -73,6 +73,7 @@ struct History {
   std::vector<Event> events;
   std::array<Image, maxCommands> shown{};  ///< what each read but the judged one returned, by command
 
+  uint8_t count() const { return static_cast<uint8_t>(commands.size()); }
   /// What a block holds at the start.
   Value startValue() const { return base == Base::trimmed ? zeroes : baseValue; }
   /// What a write leaves on a block.
