@@ -57,8 +57,10 @@ class EverySequence {
     Script script;
     std::vector<Action> actions;
     std::vector<uint64_t> ready;  ///< ids of the reads that are judged now
+    std::vector<std::vector<Content>> chosen;  ///< data of the first of them
   };
 
+  void visitAll(Comparison& comparison);
   void visit(const Stage& stage);
   void goOn(const Stage& stage, const Operation& operation);
   std::vector<Operation> options(const Stage& stage) const;
@@ -66,17 +68,23 @@ class EverySequence {
   void addEnds(std::vector<Operation>& all, const Life& life) const;
   void addReturns(std::vector<Operation>& all, const Life& life) const;
 
-  void chooseData(Next& next, size_t read, std::vector<Content> data, bool& goesOn);
+  /// Plays every choice of data for the ready reads that have none yet; the next one's begin with `data`.
+  ///
+  /// @param goesOn set when a sequence went on behind a choice
+  void chooseData(Next& next, std::vector<Content> data, bool& goesOn);
   std::vector<Content> choices(const Script& script, uint64_t lba) const;
-  void setData(Next& next, ModelSubject& model, size_t read, const std::vector<Content>& data, bool judged);
-  Verdict tryData(Next& next, size_t read, const std::vector<Content>& data);
-  /// Plays one case; true when the sequence may go on behind it.
-  bool play(Next& next, ModelSubject& model);
+  static Bytes bytesOf(const Next& next, uint64_t id, const std::vector<Content>& data);
+  Verdict judgedBeginning(const Next& next, const std::vector<Content>& data) const;
+  void playChosen(Next& next, bool& goesOn);
+  void playAndGoOn(const Next& next, ModelSubject& model, bool& goesOn);
+  /// Plays one sequence; true when it may go on.
+  bool play(const Next& next, ModelSubject& model);
   void compare(const Next& next, const ModelSubject& model, const std::vector<Verdict>& verdicts);
   bool canonical() const;
 
   size_t length_;
   Comparison* comparison_ = nullptr;
+  bool comparing_ = false;
   const Medium* medium_ = nullptr;
   uint64_t base_ = 0;
   Counts counts_;
