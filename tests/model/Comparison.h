@@ -37,7 +37,7 @@ class Comparison {
   /// What is different in their tables.
   std::string compareTables(const modeltest::Model& model, uint64_t first, uint64_t last, const Script& script);
 
-  /// Plays a sequence and compares everything after every action.
+  /// Plays a sequence, compares every action, and the tables now and then and at the end.
   End play(const Sequence& sequence);
   /// Of the sequence last played.
   const std::string& difference() const { return difference_; }
