@@ -29,6 +29,9 @@ class EverySequence {
   static constexpr uint32_t lbas = 3;
   static constexpr uint32_t commands = 3;
 
+  /// Sequences of each length: what all of them are.
+  static constexpr std::array<uint64_t, mostLength + 1> howMany{0, 20, 1197, 62079, 1358434, 18553037, 0};
+
   struct Counts {
     std::array<uint64_t, mostLength + 1> sequences{};  ///< by their length
     uint64_t judgements = 0;                           ///< ended by the judgement of reads
