@@ -1,5 +1,7 @@
 #include "tests/model/AgentSubject.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -47,6 +49,9 @@ Bytes bytesOf(const vdl::Buffer& buffer) { return {buffer.data, buffer.data + bu
 }  // namespace
 
 AgentSubject::AgentSubject(Way way, StandardStreams& streams) : way_(way), streams_(streams) {
+  // A table begins with chunks of a mebibyte, and there are millions of tables: what one has freed is for the next one.
+  mallopt(M_MMAP_THRESHOLD, 1 << 25);
+  mallopt(M_TRIM_THRESHOLD, 1 << 27);
   bench_.start();
   restart();
 }
