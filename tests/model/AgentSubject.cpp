@@ -83,14 +83,19 @@ StatusLine AgentSubject::statusLine() {
 
 Verdict AgentSubject::carryOut(const Action& action) {
   Verdict verdict;
-  noteWrite(action);
-  verdict.status = tell(action);
-  if (verdict.status == 0) {
-    verdict.status = way_ == Way::ofRuns ? judgeInTheStep() : judgeByHistory();
-  }
-  std::fill(given_.begin(), given_.end(), 0xEE);
+  verdict.status = repeat(action);
   look(verdict);
   return verdict;
+}
+
+int AgentSubject::repeat(const Action& action) {
+  noteWrite(action);
+  int status = tell(action);
+  if (status == 0) {
+    status = way_ == Way::ofRuns ? judgeInTheStep() : judgeByHistory();
+  }
+  std::fill(given_.begin(), given_.end(), 0xEE);
+  return status;
 }
 
 void AgentSubject::noteWrite(const Action& action) {

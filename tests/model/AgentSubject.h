@@ -25,6 +25,8 @@ class AgentSubject : public Subject {
   void restart();
 
   Verdict carryOut(const Action& action) override;
+  /// The same without looking at what came of it, for what is known to be silent.
+  int repeat(const Action& action);
 
   vdl::AtomicHash& table() { return bench_.table(); }
   Medium medium();

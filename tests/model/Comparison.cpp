@@ -45,8 +45,8 @@ void Comparison::restart() {
 }
 
 void Comparison::repeat(const Action& action) {
-  ofRuns_.carryOut(action);
-  ofBlocks_.carryOut(action);
+  ofRuns_.repeat(action);
+  ofBlocks_.repeat(action);
 }
 
 std::string Comparison::carryOut(const Action& action, const Verdict& expected) {

@@ -29,7 +29,7 @@ class Comparison {
 
   /// The agents forget everything.
   void restart();
-  /// The agents carry an action out again that was compared before.
+  /// The agents carry an action out again that was compared before and was silent.
   void repeat(const Action& action);
   /// The agents carry an action out and must do what the model did.
   /// @return what is different; empty when nothing is

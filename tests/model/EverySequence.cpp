@@ -364,7 +364,7 @@ void EverySequence::compare(const Next& next, const ModelSubject& model, const s
     difference_ = comparison_->carryOut(next.actions[i], verdicts[i]);
   }
   if (difference_.empty()) {
-    difference_ = comparison_->compareTables(model.table(), base_, base_ + lbas, next.script);
+    difference_ = comparison_->compareTables(model.table(), base_, base_ + lbas - 1, next.script);
   }
   if (!difference_.empty()) {
     difference_ = describe(Sequence{base_, 0, operations_}) + difference_;

@@ -18,6 +18,14 @@ Bytes Medium::before(uint64_t lba) const {
   return block;
 }
 
+uint64_t Medium::hashBefore(uint64_t lba) const {
+  const auto [place, isNew] = hashesBefore_.try_emplace(lba);
+  if (isNew) {
+    place->second = hashOf(before(lba));
+  }
+  return place->second;
+}
+
 Bytes Medium::foreign(uint64_t lba) const { return written(buckets() - 1, {true, 0x7777, lba + 0x4000}); }
 
 Bytes Medium::written(uint32_t number, const vdl::EmbedData& embed) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "Event.h"
@@ -35,6 +36,7 @@ class Medium {
   uint32_t buckets() const { return static_cast<uint32_t>(pool_.size() / sector_); }
 
   Bytes before(uint64_t lba) const;
+  uint64_t hashBefore(uint64_t lba) const;
   Bytes foreign(uint64_t lba) const;
   /// A sector of the pool or the zero block, stamped if `embed` says so; empty when the number names no content.
   Bytes written(uint32_t number, const vdl::EmbedData& embed) const;
@@ -42,6 +44,7 @@ class Medium {
  private:
   Bytes pool_;
   uint32_t sector_;
+  mutable std::map<uint64_t, uint64_t> hashesBefore_;  ///< made when first asked for
 };
 
 /// What a block says of itself.

@@ -183,7 +183,8 @@ std::vector<Action> Script::keepHashes(Life& life, const Operation& operation) c
   size_t block = 0;
   for (uint64_t lba = life.run.first; lba < life.run.end; lba += life.run.step, ++block) {
     const Content content = block < operation.data.size() ? operation.data[block] : Content{};
-    action.hashes.push_back(hashOf(bytesOf(content, lba)));
+    action.hashes.push_back(content.is == Content::Is::before ? medium_->hashBefore(lba)
+                                                              : hashOf(bytesOf(content, lba)));
   }
   return {action};
 }
