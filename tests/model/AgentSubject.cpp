@@ -131,9 +131,8 @@ int AgentSubject::tellOfRuns(const Action& action) {
       table().writeFinished(action.id, action.run);
       return 0;
     case Action::What::read:
-      return eachExpectation(action, [&](const vdl::BlockRun& run, bool expects) {
-        return table().readIssued(action.id, run, expects);
-      });
+      return eachExpectation(
+          action, [&](const vdl::BlockRun& run, bool expects) { return table().readIssued(action.id, run, expects); });
     case Action::What::endRead:
       return table().readFinished(action.id, action.run, action.flag);
     case Action::What::skip:
@@ -212,9 +211,8 @@ int AgentSubject::judgeInTheStep() {
 
 int AgentSubject::judgeByHistory() {
   for (auto next = waiting_.begin(); next != waiting_.end();) {
-    std::erase_if(next->overtaken, [this](uint64_t id) {
-      return std::find(inFlight_.begin(), inFlight_.end(), id) == inFlight_.end();
-    });
+    std::erase_if(next->overtaken,
+                  [this](uint64_t id) { return std::find(inFlight_.begin(), inFlight_.end(), id) == inFlight_.end(); });
     if (!next->overtaken.empty()) {
       ++next;
       continue;
@@ -242,7 +240,8 @@ void AgentSubject::look(Verdict& verdict) {
   verdict.output = streams_.takeOutput();
   verdict.errors = streams_.takeErrors();
   for (benchtest::LogLine& line : bench_.takeLog()) {
-    verdict.log.push_back(line.level == 2 ? std::move(line.text) : "level " + std::to_string(line.level) + ": " + line.text);
+    verdict.log.push_back(line.level == 2 ? std::move(line.text)
+                                          : "level " + std::to_string(line.level) + ": " + line.text);
   }
   const vdl::agent::DriveData& data = bench_.data();
   if (bench_.trace().count() != traced_) {

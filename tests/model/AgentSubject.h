@@ -47,8 +47,8 @@ class AgentSubject : public Subject {
   StandardStreams& streams_;
   benchtest::CompletionBench bench_;
   uint64_t traced_ = 0;
-  Bytes given_;                       ///< the host's memory: valid for one step
-  std::list<ReadData> waiting_;       ///< of the way of blocks
+  Bytes given_;                  ///< the host's memory: valid for one step
+  std::list<ReadData> waiting_;  ///< of the way of blocks
   std::vector<uint64_t> inFlight_;
 };
 

@@ -350,8 +350,7 @@ bool EverySequence::play(const Next& next, ModelSubject& model) {
     }
   }
   const Act act = operations_.back().act;
-  const bool idle =
-      (act == Act::skip || act == Act::invalidate) && sameTable(next.from.model.table(), model.table());
+  const bool idle = (act == Act::skip || act == Act::invalidate) && sameTable(next.from.model.table(), model.table());
   return end == End::open && !idle;
 }
 

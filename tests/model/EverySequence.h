@@ -20,8 +20,8 @@ namespace refmodel {
 /// What is the same but for names is played once:
 /// - Commands are numbered as they are issued, and the lowest LBA touched is the first one.
 /// - The data of a read are chosen when it is judged, since nobody looks earlier; behind the first block that is found
-///   wrong they are another block's. A sequence goes on behind one choice of data that is right, because the table never
-///   learns the data.
+///   wrong they are another block's. A sequence goes on behind one choice of data that is right, because the table
+///   never learns the data.
 /// - Nothing follows a refusal or a finding, which end a test, or a step that changes nothing.
 class EverySequence {
  public:
@@ -59,7 +59,7 @@ class EverySequence {
     const Stage& from;
     Script script;
     std::vector<Action> actions;
-    std::vector<uint64_t> ready;  ///< ids of the reads that are judged now
+    std::vector<uint64_t> ready;               ///< ids of the reads that are judged now
     std::vector<std::vector<Content>> chosen;  ///< data of the first of them
   };
 

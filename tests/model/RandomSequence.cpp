@@ -88,7 +88,9 @@ class Maker {
     if (dice < 8) {
       return reset();
     }
-    return inFlight.empty() || (inFlight.size() < 6 && chance(45)) ? issue() : end(*inFlight[below(static_cast<uint32_t>(inFlight.size()))]);
+    return inFlight.empty() || (inFlight.size() < 6 && chance(45))
+               ? issue()
+               : end(*inFlight[below(static_cast<uint32_t>(inFlight.size()))]);
   }
 
   void someBlocks(Operation& operation, uint32_t longest) {
@@ -348,6 +350,41 @@ void addSimpler(std::vector<Sequence>& simpler, const Sequence& sequence, size_t
   }
 }
 
+/// The same a few blocks lower, so that the lowest one is the base.
+Sequence moved(Sequence sequence) {
+  uint64_t lowest = ~uint64_t{0};
+  for (const Operation& operation : sequence.operations) {
+    const bool hasBlocks =
+        operation.act == Act::issue || operation.act == Act::skip || operation.act == Act::invalidate;
+    lowest = hasBlocks ? std::min(lowest, operation.first) : lowest;
+  }
+  for (Operation& operation : sequence.operations) {
+    operation.first -= std::min(operation.first, lowest);
+  }
+  return sequence;
+}
+
+/// The same with commands that are numbered from 1 without gaps.
+Sequence renumbered(Sequence sequence) {
+  std::map<uint32_t, uint32_t> numbers;
+  for (const Operation& operation : sequence.operations) {
+    if (operation.act == Act::issue) {
+      numbers.try_emplace(operation.command, static_cast<uint32_t>(numbers.size()) + 1);
+    }
+  }
+  const auto renumber = [&numbers](uint32_t& command) {
+    const auto found = numbers.find(command);
+    command = found == numbers.end() ? 0 : found->second;
+  };
+  for (Operation& operation : sequence.operations) {
+    renumber(operation.command);
+    for (Content& content : operation.data) {
+      renumber(content.command);
+    }
+  }
+  return sequence;
+}
+
 rc::Seq<Sequence> shrinksOf(const Sequence& sequence) {
   const auto withOperations = [sequence](std::vector<Operation> operations) {
     return Sequence{sequence.base, sequence.idBase, std::move(operations)};
@@ -359,12 +396,16 @@ rc::Seq<Sequence> shrinksOf(const Sequence& sequence) {
   if (sequence.base != 128) {
     simpler.push_back({128, sequence.idBase, sequence.operations});
   }
+  for (const Sequence& other : {moved(sequence), renumbered(sequence)}) {
+    if (other != sequence) {
+      simpler.push_back(other);
+    }
+  }
   for (size_t place = 0; place < sequence.operations.size(); ++place) {
     addSimpler(simpler, sequence, place);
   }
-  return rc::seq::concat(
-      rc::seq::map(rc::shrink::removeChunks(sequence.operations), withOperations),
-      rc::seq::fromContainer(std::move(simpler)));
+  return rc::seq::concat(rc::seq::map(rc::shrink::removeChunks(sequence.operations), withOperations),
+                         rc::seq::fromContainer(std::move(simpler)));
 }
 
 rc::Gen<Sequence> sequences() {

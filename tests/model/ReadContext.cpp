@@ -15,7 +15,8 @@ bool matches(const vdl::ObserveData& seen, const ModelEvent& event) {
          seen.embed.lba == event.stampLba;
 }
 
-/// The places of a history that may explain a block: down to the first event that is not transparent, that one included.
+/// The places of a history that may explain a block: down to the first event that is not transparent, that one
+/// included.
 size_t reachable(const std::vector<ModelEvent>& history) {
   size_t count = 0;
   while (count < history.size() && isTransparent(history[count])) {

@@ -17,8 +17,8 @@ using modeltest::ModelPeek;
 /// One block of a read: a full copy of the history that it may show, and the event that its data matched.
 struct SeenBlock {
   uint64_t lba = 0;
-  std::vector<ModelEvent> history;    ///< newest first
-  std::optional<size_t> observed;     ///< place in `history`
+  std::vector<ModelEvent> history;  ///< newest first
+  std::optional<size_t> observed;   ///< place in `history`
 };
 
 /// What one read may legally have seen, block by block in ascending order, with plain copies of everything.

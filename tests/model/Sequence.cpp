@@ -50,12 +50,13 @@ std::string contentText(const Content& content) {
   return "?";
 }
 
-std::string dataText(const Operation& operation) {
+/// @param unsaid what blocks hold of which nothing is said
+std::string dataText(const Operation& operation, const char* unsaid) {
   std::string text;
   for (const Content& content : operation.data) {
-    text += (text.empty() ? " [" : "] [") + contentText(content);
+    text += " [" + contentText(content) + "]";
   }
-  text += text.empty() ? "" : "]";
+  text += operation.data.empty() ? unsaid : "";
   text += operation.leftOut == 0 ? "" : ", the last " + std::to_string(operation.leftOut) + " not to be compared";
   text += operation.cut == 0 ? "" : ", " + std::to_string(operation.cut) + " bytes missing";
   text += operation.trailers ? ", with protection behind each block" : "";
@@ -86,13 +87,14 @@ std::string describe(const Sequence& sequence, const Operation& operation) {
     case Operation::Act::fail:
       return command + "failed from its block " + std::to_string(operation.from) + " on";
     case Operation::Act::giveData:
-      return command + "good, with the data" + dataText(operation);
+      return command + "good, with the data" + dataText(operation, " of other blocks");
     case Operation::Act::end:
       return command + "ended without data";
     case Operation::Act::lose:
       return command + "lost, and will be repeated";
     case Operation::Act::keepHashes:
-      return command + "good, its hashes are kept" + (operation.flag ? ", with references" : "") + dataText(operation);
+      return command + "good, its hashes are kept" + (operation.flag ? ", with references" : "") +
+             dataText(operation, " of what was there before the test");
     case Operation::Act::skip:
       return "references given back: " + blocksText(sequence, operation);
     case Operation::Act::drop:
@@ -107,8 +109,8 @@ std::string describe(const Sequence& sequence, const Operation& operation) {
 }
 
 std::string describe(const Sequence& sequence) {
-  std::string text =
-      "base LBA " + std::to_string(sequence.base) + ", command n has the id " + std::to_string(sequence.idBase) + " + n\n";
+  std::string text = "base LBA " + std::to_string(sequence.base) + ", command n has the id " +
+                     std::to_string(sequence.idBase) + " + n\n";
   for (size_t i = 0; i < sequence.operations.size(); ++i) {
     text += "  " + std::to_string(i + 1) + ". " + describe(sequence, sequence.operations[i]) + "\n";
   }
