@@ -35,7 +35,7 @@ class Comparison {
   /// @return what is different; empty when nothing is
   std::string carryOut(const Action& action, const Verdict& expected);
   /// What is different in their tables.
-  std::string compareTables(const modeltest::Model& model, uint64_t first, uint64_t last, const Script& script);
+  std::string compareTables(const ModelSubject& model, uint64_t first, uint64_t last, const Script& script);
 
   /// Plays a sequence, compares every action, and the tables now and then and at the end.
   End play(const Sequence& sequence);

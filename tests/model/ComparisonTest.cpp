@@ -35,7 +35,7 @@ struct ComparisonOfAgentAndModel : ::testing::Test {
   /// The model is told of one action and the agent of another; what is noticed.
   std::string differently(const Action& model, const Action& agent) {
     const std::string verdict = comparison.carryOut(agent, table.carryOut(model));
-    return verdict.empty() ? comparison.compareTables(table.table(), lba, lba + 2, script) : verdict;
+    return verdict.empty() ? comparison.compareTables(table, lba, lba + 2, script) : verdict;
   }
   std::string both(const Action& action) { return differently(action, action); }
 

@@ -277,14 +277,14 @@ void setData(std::vector<Action>& actions, uint64_t id, const Bytes& bytes, uint
 
 }  // namespace
 
-/// What the model says of the next ready read if its data begin so; other reads are left alone.
+/// What the model says of the first blocks of the next ready read; other reads are left alone.
 Verdict EverySequence::judgedBeginning(const Next& next, const std::vector<Content>& data) const {
   ModelSubject model = next.from.model;
   std::vector<Action> actions = next.actions;
   for (size_t read = 0; read < next.ready.size(); ++read) {
     const uint64_t id = next.ready[read];
     const Bytes bytes = read == next.chosen.size() ? bytesOf(next, id, data) : Bytes{};
-    const auto blocks = bytes.empty() ? 0 : static_cast<uint32_t>(next.script.lives()[id - 1].run.count());
+    const auto blocks = bytes.empty() ? 0 : static_cast<uint32_t>(data.size());
     model.setData(id, bytes, blocks);
     setData(actions, id, bytes, blocks);
   }
@@ -363,7 +363,7 @@ void EverySequence::compare(const Next& next, const ModelSubject& model, const s
     difference_ = comparison_->carryOut(next.actions[i], verdicts[i]);
   }
   if (difference_.empty()) {
-    difference_ = comparison_->compareTables(model.table(), base_, base_ + lbas - 1, next.script);
+    difference_ = comparison_->compareTables(model, base_, base_ + lbas - 1, next.script);
   }
   if (!difference_.empty()) {
     difference_ = describe(Sequence{base_, 0, operations_}) + difference_;
