@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "support/CompletionBench.h"
 #include "support/ScarceMemory.h"
 
@@ -112,6 +114,18 @@ TEST_F(ReferenceAudit, FailedStepEndsTheAudit) {
   bench.trace().traceWriteIssued(1, 1, 1, 3, 0);
   EXPECT_EQ(bench.complete(3), -1200);
   EXPECT_FALSE(bench.data().referencesBalanced);
+  EXPECT_EQ(bench.idle(), 0);
+}
+
+TEST_F(ReferenceAudit, StepThatAnExceptionLeavesEndsTheAudit) {
+  // The step gets as far as the write's record, and finds no buffer for the tag.
+  *bench.data().xferLength = 4;
+  bench.data().tagBuffers.clear();
+  bench.host().tags().release(2);
+  EXPECT_THROW(bench.idle(), std::out_of_range);
+  EXPECT_NE(auditReferences(bench.data()), "");
+  EXPECT_FALSE(bench.data().referencesBalanced);
+  bench.holdTags();
   EXPECT_EQ(bench.idle(), 0);
 }
 
