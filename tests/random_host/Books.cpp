@@ -10,12 +10,10 @@ namespace randomhost {
 
 namespace {
 
-constexpr uint32_t noTag = 0xFFFFFFFF;
 constexpr uint32_t noStatus = 0xFFFFFFFF;
 constexpr uint32_t aborted = 64;
 constexpr uint32_t checkCondition = 2;
 constexpr uint32_t unknownBlock = 0x80001;
-constexpr uint64_t rareToggles = 1000000;  ///< seconds; nobody waits so long
 
 /// The first command of a tag, taken out of its list.
 template <typename List>
@@ -116,14 +114,14 @@ void Books::expectEnded(Type type, const Slot& slot, const Command& command, con
   slots_[offer.tag].type = type;
 }
 
-void Books::startTest(int result) {
+void Books::startTest(int result, bool traced) {
   slots_ = {};
-  started_ = result == 0;
+  hasTrace_ = traced;
   if (vdl::agent::configured(config_.writeAtomicCondition) && vdl::agent::configured(config_.writeCondition)) {
     skipGenOnList_ = false;
   }
   if (result == 0) {
-    powerIsOldNews_ = thread_.timestampUs == 0;
+    powerOn_ = thread_.timestampUs == 0 ? PowerOn::longAgo : PowerOn::inFuture;
   }
   firstExecute_ = true;
 }
@@ -152,7 +150,7 @@ std::string Books::execute(const Offer& offer, const Outcome& outcome) {
       complain("the power-on was not traced");
     }
     ++next_;
-    powerIsOldNews_ = false;
+    powerOn_ = PowerOn::justNow;
   }
   if (offer.mutexFails) {
     return outcome.systemError ? complaint_ : "the range queue's exception was swallowed";
@@ -482,7 +480,7 @@ bool Books::toggleIsDue() const {
   if (!vdl::agent::configured(config_.powerToggleCondition)) {
     return false;
   }
-  return config_.powerToggleFreq == 0 || (config_.powerToggleFreq <= rareToggles && powerIsOldNews_);
+  return powerOn_ == PowerOn::longAgo || (powerOn_ == PowerOn::justNow && config_.powerToggleFreq == 0);
 }
 
 void Books::apply(const vdl::Condition& condition) {
@@ -503,7 +501,7 @@ std::string Books::deviceReset(const std::vector<vdl::CommandTrace::TraceInfo>& 
 
 void Books::resetDevice() {
   const auto lost = [this](Type type, const Command& command) {
-    if (started_) {
+    if (hasTrace_) {
       expect(type, command.lba, command.length, command.id, command.tag);
       slots_[command.tag].type = type;
     }

@@ -62,8 +62,8 @@ class Books {
   /// The configuration must outlive this; `agent` is looked into, never changed.
   Books(const vdl::Corvane::ConfigData& config, const vdl::DriveThread& thread, const vdl::Corvane::DriveData& agent);
 
-  /// A test started with this result.
-  void startTest(int result);
+  /// A test started with this result, and with or without a trace.
+  void startTest(int result, bool traced);
   /// The callback was called between two steps; `traced` is what it traced.
   std::string deviceReset(const std::vector<vdl::CommandTrace::TraceInfo>& traced);
   /// @return an empty text, or what does not fit
@@ -108,6 +108,9 @@ class Books {
     uint8_t valid = 0;
     uint64_t information = 0;
   };
+  /// When the drive was powered on last: so long ago that any toggle is due, a moment ago, or, as a test that starts may
+  /// claim, in times to come.
+  enum class PowerOn { longAgo, justNow, inFuture };
   struct Slot {
     uint64_t lba = 0;
     uint32_t length = 0;
@@ -159,14 +162,14 @@ class Books {
   modeltest::Model table_;
   std::array<Slot, 1024> slots_{};
   uint64_t nextId_ = 1;
-  bool started_ = false;
+  bool hasTrace_ = false;
   bool skipGenOnList_ = true;
   bool readPhase_ = false;
   bool syncIssued_ = false;
   bool syncDone_ = false;
   bool miscompareSeen_ = false;
   bool failureSeen_ = false;
-  bool powerIsOldNews_ = false;  ///< the last power-on lies so far back that any toggle is due
+  PowerOn powerOn_ = PowerOn::longAgo;
   uint64_t tagBuffers_ = 0;
   bool firstExecute_ = false;
 

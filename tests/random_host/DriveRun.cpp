@@ -79,7 +79,7 @@ std::string DriveRun::startTest() {
     return "a lawful test did not start";
   }
   started_ = note_.result == 0;
-  books_->startTest(note_.result);
+  books_->startTest(note_.result, startMakesTrace(config_));
   return judgeTexts();
 }
 
@@ -297,11 +297,11 @@ std::string DriveRun::checkWriteData(const Sent& sent) const {
 }
 
 /// The drive carries a command out when it gets it; what it says of it comes later.
-void DriveRun::keepMedium(const Sent& sent) {
+void DriveRun::keepMedium(const Sent& sent, uint32_t blocks) {
   const vdl::Buffer& shown = *data().writeData;
   const bool same = sent.type == Type::WriteSameIssued;
   const uint64_t unit = shown.size / (same ? 1 : std::max<uint64_t>(sent.length, 1));
-  for (uint64_t i = 0; i < sent.length; ++i) {
+  for (uint64_t i = 0; i < blocks; ++i) {
     std::vector<uint8_t>& block = medium_[sent.lba + i * stride()];
     if (sent.type == Type::TrimIssued) {
       block.assign(sector(), 0);
@@ -334,7 +334,7 @@ std::string DriveRun::issue(const Outcome& outcome, const Offer& /*offer*/) {
   if (outcome.result != 0 || does(Misdeed::forgetsToIssue, 5)) {
     return {};
   }
-  Sent sent{last.tag, last.type, last.lba, last.xfer_len, {}, false};
+  Sent sent{last.tag, last.type, last.lba, last.xfer_len, {}};
   if (framework_.u64("LBA") != sent.lba && (last.type == Type::ReadIssued || verifies)) {
     return "the shared LBA is not the command's";
   }
@@ -344,12 +344,9 @@ std::string DriveRun::issue(const Outcome& outcome, const Offer& /*offer*/) {
     }
   }
   if (writes) {
-    // A torn write of a drive that lost power or gave up.
-    Sent done = sent;
-    done.length = does(Misdeed::tornData, 10) ? static_cast<uint32_t>(dice_.below(sent.length + 1ULL)) : sent.length;
-    if (done.length == sent.length || last.type != Type::WriteAtomicIssued) {
-      keepMedium(sent);
-    }
+    // A drive that lost power or gave up may have torn it.
+    sent.torn = does(Misdeed::tornData, 8);
+    keepMedium(sent, sent.torn ? static_cast<uint32_t>(dice_.below(sent.length + 1ULL)) : sent.length);
   } else if (verifies) {
     const vdl::Buffer& shown = *data().writeData;
     const uint64_t unit = shown.size / std::max<uint64_t>(sent.length, 1);

@@ -63,7 +63,8 @@ class DriveRun {
     uint64_t lba;
     uint32_t length;
     std::vector<uint8_t> data;  ///< what a read got
-    bool differs;               ///< a verify's data are not the drive's
+    bool differs = false;       ///< a verify's data are not the drive's
+    bool torn = false;          ///< only the first blocks of a write are on the medium
   };
 
   vdl::Corvane::DriveData& data() const { return *static_cast<vdl::Corvane::DriveData*>(framework_.state.driveData); }
@@ -88,7 +89,7 @@ class DriveRun {
 
   // What the host does with what the agent prepared.
   std::string issue(const Outcome& outcome, const Offer& offer);
-  void keepMedium(const Sent& sent);
+  void keepMedium(const Sent& sent, uint32_t blocks);
   std::vector<uint8_t> readMedium(uint64_t lba, uint32_t length);
   std::string checkWriteData(const Sent& sent) const;
   void giveTagBack(uint32_t tag);

@@ -9,6 +9,7 @@ namespace randomhost {
 
 namespace {
 
+constexpr uint32_t longestCommand = 3000;
 constexpr uint32_t none = 0xFFFFFFFF;
 constexpr uint32_t aborted = 64;
 constexpr uint32_t checkCondition = 2;
@@ -35,11 +36,11 @@ void DriveRun::offerCommand(Offer& offer) {
   if (does(Misdeed::oddLength, 6)) {
     offer.xferLength = dice_.of<uint32_t>({0, config_.bucketCount, config_.bucketCount + 1, config_.bucketCount - 1,
                                            static_cast<uint32_t>(dice_.below(2000))});
-    offer.xferLength = std::min(offer.xferLength, 3000U);
+    offer.xferLength = std::min(offer.xferLength, longestCommand);
   }
   if (does(Misdeed::oddLba, 8)) {
-    // The last command that fits below 2^64.
-    const uint64_t blocks = uint64_t{offer.xferLength} * stride();
+    // The last command that fits below 2^64; a read that slides may be as long as any other command.
+    const uint64_t blocks = std::max(config_.slideReads ? longestCommand : offer.xferLength, 1U) * stride();
     offer.lba = ~uint64_t{0} - blocks - dice_.below(8);
   }
   if (does(Misdeed::oddBound, 6)) {
@@ -134,15 +135,16 @@ std::optional<size_t> DriveRun::chooseFinished() {
   if (sent_.empty() || (!mustWait && dice_.oneIn(2))) {
     return std::nullopt;
   }
-  const size_t chosen = dice_.below(sent_.size());
+  size_t chosen = dice_.below(sent_.size());
   if (does(Misdeed::completesOutOfOrder, 2)) {
     return chosen;
   }
-  // A flush ends after everything before it and before everything behind it.
+  // The earliest that the chosen one has to wait for, if there is one. A flush waits for all and all wait for it.
   for (size_t i = 0; i < chosen; ++i) {
     const bool flush = sent_[i].type == Type::SyncIssued || sent_[chosen].type == Type::SyncIssued;
     if (flush || overlaps(sent_[i], sent_[chosen])) {
-      return i == 0 || flush ? std::optional<size_t>(0) : std::optional<size_t>(i);
+      chosen = i;
+      i = ~size_t{0};
     }
   }
   return chosen;
@@ -192,7 +194,7 @@ void DriveRun::offerFinished(Offer& offer, const Sent& sent) {
     offer.status = checkCondition;
     offer.sense = fixedSense(0x0E, 0x1D, 0);
   }
-  if ((writes && does(Misdeed::abortsWrites, 8)) || (!writes && does(Misdeed::abortsReads, 8))) {
+  if ((writes && does(Misdeed::abortsWrites, sent.torn ? 2 : 8)) || (!writes && does(Misdeed::abortsReads, 8))) {
     offer.status = aborted;
     offer.sense.clear();
   } else if (does(Misdeed::checkCondition, 6)) {

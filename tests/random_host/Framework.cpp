@@ -121,15 +121,25 @@ struct StandardStreams::Taken {
   std::streambuf* formerBuffer = std::cerr.rdbuf(&collector);
 };
 
-StandardStreams::StandardStreams() : taken_(std::make_unique<Taken>()) {}
+namespace {
+
+/// Of the object that lives; there is one at a time.
+const std::string* saidLast = nullptr;
+
+}  // namespace
+
+StandardStreams::StandardStreams() : taken_(std::make_unique<Taken>()) { saidLast = &taken_->error; }
 
 StandardStreams::~StandardStreams() {
+  saidLast = nullptr;
   std::cerr.rdbuf(taken_->formerBuffer);
   stdout = taken_->formerOutput;
   stderr = taken_->formerError;
   std::fclose(taken_->outputStream);
   std::fclose(taken_->errorStream);
 }
+
+std::string StandardStreams::untaken() { return saidLast == nullptr ? std::string() : *saidLast; }
 
 void StandardStreams::take(std::vector<Line>& lines) {
   split(Channel::standardOutput, taken_->output, lines);

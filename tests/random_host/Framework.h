@@ -144,6 +144,8 @@ class StandardStreams {
 
   /// Appends the lines since the last call.
   void take(std::vector<Line>& lines);
+  /// What was said on the standard streams and not taken yet, for a process that dies.
+  static std::string untaken();
 
  private:
   struct Taken;

@@ -40,8 +40,9 @@ void drawConditions(Dice& dice, const Plan& plan, vdl::Corvane::ConfigData& conf
     }
   };
   const bool verifies = dice.oneIn(3);
-  const uint64_t writes = 1 + dice.below(15);
-  maybe(config.readCondition, bit::read, !verifies || dice.oneIn(2));
+  const bool forgetful = !plan.lawful && dice.oneIn(60);
+  const uint64_t writes = forgetful ? dice.below(2) : 1 + dice.below(15);
+  maybe(config.readCondition, bit::read, (!verifies || dice.oneIn(2)) && !forgetful);
   maybe(config.verifyCondition, bit::verify, verifies);
   maybe(config.writeCondition, bit::write, (writes & 1) != 0);
   maybe(config.writeAtomicCondition, bit::atomic, (writes & 2) != 0);
@@ -144,9 +145,14 @@ void drawGeometry(Dice& dice, Plan& plan) {
 
 }  // namespace
 
+void redrawOptions(Dice& dice, const Plan& plan, vdl::Corvane::ConfigData& config, const std::string& folder) {
+  drawOptions(dice, config, folder);
+  drawConditions(dice, plan, config);
+}
+
 Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& folder) {
   Plan plan;
-  plan.lawful = dice.oneIn(5);
+  plan.lawful = dice.oneIn(10);
   drawGeometry(dice, plan);
   drawMisdeeds(dice, plan);
   drawOptions(dice, config, folder);
@@ -185,18 +191,27 @@ Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& f
   return plan;
 }
 
-int startResult(const Plan& plan, const vdl::Corvane::ConfigData& config) {
+namespace {
+
+/// The checks that come before anything is made.
+int settingsResult(const vdl::Corvane::ConfigData& config) {
   using vdl::agent::configured;
-  int result = 0;
-  if (config.minQueueSize > config.maxQueueSize) {
-    result = vdl::status::badQueueRange;
-  }
   const bool reads = configured(config.readCondition) || configured(config.verifyCondition);
   const bool writes = configured(config.writeCondition) || configured(config.writeAtomicCondition) ||
                       configured(config.writeSameCondition) || configured(config.trimCondition);
   if (!reads || !writes || (config.userDefinedData && config.dataBuffer.size == 0)) {
-    result = vdl::status::missingSetting;
+    return vdl::status::missingSetting;
   }
+  return config.minQueueSize > config.maxQueueSize ? static_cast<int>(vdl::status::badQueueRange) : 0;
+}
+
+}  // namespace
+
+bool startMakesTrace(const vdl::Corvane::ConfigData& config) { return settingsResult(config) == 0; }
+
+int startResult(const Plan& plan, const vdl::Corvane::ConfigData& config) {
+  using vdl::agent::configured;
+  int result = settingsResult(config);
   const uint64_t pool = uint64_t{plan.blockSize + (plan.protection ? 8U : 0U)} * config.bucketCount;
   if (result == 0 && static_cast<uint32_t>(pool) == 0) {
     result = vdl::status::missingSetting;

@@ -101,7 +101,12 @@ constexpr uint64_t sync = 256;
 /// Draws a plan and the options that go with it.
 Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& folder);
 
+/// Other options for the same drive, as between two tests.
+void redrawOptions(Dice& dice, const Plan& plan, vdl::Corvane::ConfigData& config, const std::string& folder);
+
 /// What the start of a test must return, by the options alone.
 int startResult(const Plan& plan, const vdl::Corvane::ConfigData& config);
+/// Whether the start gets as far as a trace: later refusals leave one.
+bool startMakesTrace(const vdl::Corvane::ConfigData& config);
 
 }  // namespace randomhost

@@ -8,7 +8,16 @@
 #include <filesystem>
 #include <memory>
 
-extern "C" [[gnu::weak]] void __sanitizer_set_death_callback(void (*callback)());
+extern "C" {
+
+[[gnu::weak]] void __sanitizer_set_death_callback(void (*callback)());
+
+// The framework in this program stands in for the one that a loaded agent brings along.
+const char* __asan_default_options() { return "detect_odr_violation=0"; }
+// Its reports know no callback, but a signal.
+const char* __ubsan_default_options() { return "abort_on_error=1"; }
+
+}  // extern "C"
 
 namespace randomhost {
 
@@ -47,7 +56,7 @@ std::string lastCalls() {
 
 /// The process dies inside the agent, in the call behind the last one of the list.
 void tellLastCalls() {
-  const std::string text = "\nrandom host: " + lastCalls();
+  const std::string text = StandardStreams::untaken() + "\nrandom host: " + lastCalls();
   if (write(STDERR_FILENO, text.data(), text.size()) < 0) {
     return;
   }
@@ -154,7 +163,8 @@ class Episode {
 
   bool alive() const {
     for (const auto& drive : drives_) {
-      if (drive->started() && !drive->exhausted()) {
+      // One that did not start may be reset, stopped, and started again.
+      if (!drive->exhausted()) {
         return true;
       }
     }
@@ -171,6 +181,9 @@ class Episode {
       return noted(index, drive.deviceReset());
     }
     if (plan_.does(Misdeed::restarts) && dice_.oneIn(60)) {
+      if (drives_.size() == 1 && dice_.oneIn(2)) {
+        redrawOptions(dice_, plan_, options_.record(), folder_);
+      }
       return noted(index, drive.startTest());
     }
     if (plan_.does(Misdeed::stopsInBetween) && dice_.oneIn(150)) {

@@ -22,7 +22,7 @@ struct Report {
 /// nine callbacks alone, and holds what the agent does against its own books after every call.
 ///
 /// A run is a sequence of episodes. An episode is one configuration with one to three drives at once, and a host that
-/// knows some of the misdeeds or, one time in five, none: then nothing may be found, either. Episode k of a run with seed
+/// knows some of the misdeeds or, one time in ten, none: then nothing may be found, either. Episode k of a run with seed
 /// S is the first one of a run with seed S + k, so that what failed is repeated alone.
 ///
 /// Judged after each call: the result, which must be the one that the books say and be documented; every text, on the log

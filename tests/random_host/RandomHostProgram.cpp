@@ -12,10 +12,8 @@
 #include <filesystem>
 
 #include "RandomHost.h"
+#include "Texts.h"
 #include "tests/support/TempFolder.h"
-
-// The framework in this program stands in for the one that a loaded agent brings along.
-extern "C" const char* __asan_default_options() { return "detect_odr_violation=0"; }
 
 namespace {
 
@@ -40,7 +38,10 @@ void print(const randomhost::Report& report) {
   for (const auto& [type, count] : report.issued) {
     std::printf(" %s x%llu", vdl::traceTypeName(type), static_cast<unsigned long long>(count));
   }
-  std::printf("\n");
+  std::printf("\nnever said:\n");
+  for (const std::string& format : randomhost::neverSaid()) {
+    std::printf("  %s\n", format.c_str());
+  }
 }
 
 }  // namespace

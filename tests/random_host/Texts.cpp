@@ -1,7 +1,9 @@
 #include "Texts.h"
 
+#include <array>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 
 namespace randomhost {
 
@@ -97,6 +99,8 @@ constexpr Text texts[] = {
     {Channel::standardError, "<E> SANITY_CHECK dropHash ref_count=0 lba:%lx cmd_id:%lx"},
 };
 
+std::array<bool, std::size(texts)> said;
+
 bool isDigit(char character, char conversion) {
   const auto value = static_cast<unsigned char>(character);
   if (conversion == 'X') {
@@ -149,12 +153,23 @@ bool matches(const char* format, const char* text) {
 }
 
 bool isDocumented(const Line& line) {
-  for (const Text& text : texts) {
-    if (text.channel == line.channel && matches(text.format, line.text.c_str())) {
+  for (size_t i = 0; i < std::size(texts); ++i) {
+    if (texts[i].channel == line.channel && matches(texts[i].format, line.text.c_str())) {
+      said[i] = true;
       return true;
     }
   }
   return false;
+}
+
+std::vector<std::string> neverSaid() {
+  std::vector<std::string> formats;
+  for (size_t i = 0; i < std::size(texts); ++i) {
+    if (!said[i]) {
+      formats.emplace_back(texts[i].format);
+    }
+  }
+  return formats;
 }
 
 }  // namespace randomhost
