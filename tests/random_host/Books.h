@@ -55,8 +55,9 @@ struct Outcome {
 ///
 /// It is told what the framework offered and what the agent traced, follows the same rules in its own way, and says what
 /// does not fit: a result, a trace entry, a list, a record. What only the random source decides (write or read, the
-/// bucket, where a read slides to) is taken from the trace and held against what is possible. Whether data are right is
-/// not judged here: a compare may fail or not, but no other way than the rules say.
+/// bucket, where a read slides to) is taken from the trace and held against what is possible. Data are judged where one
+/// event alone may explain each block of a read, which is the rule; unfinished atomic writes, hashes and invalidated blocks
+/// are left to tests of their own, and may be right or wrong here.
 class Books {
  public:
   /// The configuration must outlive this; `agent` is looked into, never changed.
@@ -98,9 +99,14 @@ class Books {
   struct KeptRead {
     uint64_t id;
     uint64_t lba;
+    uint32_t length;
     uint32_t count;
+    uint64_t step;
     std::vector<uint64_t> pending;
+    std::vector<uint8_t> data;
   };
+  /// What a compare must come to; none when the answer needs the whole history.
+  enum class Verdict { right, wrong, tooShort, open };
   struct Sense {
     bool hard = false;
     vdl::SenseParser::Kcq kcq;
@@ -133,6 +139,10 @@ class Books {
   int finishVerify(const Offer& offer, const Slot& slot);
   int judgeVerify(const Command& verify, bool mayMiscompare, bool expected, bool reported, int tableResult);
   int compareReads(const Outcome& outcome);
+  /// By the only event that may explain each block, with the agent's own pool.
+  Verdict judge(const KeptRead& read) const;
+  Verdict judgeBlock(const KeptRead& read, uint64_t lba, const uint8_t* block) const;
+  std::string checkVerdict(Verdict verdict, int result) const;
   int prepare(const Offer& offer, const Outcome& outcome);
   int issueWrite(const Offer& offer, const Outcome& outcome);
   int issueAtomicWrite(const Offer& offer, const Outcome& outcome);

@@ -150,6 +150,30 @@ void redrawOptions(Dice& dice, const Plan& plan, vdl::Corvane::ConfigData& confi
   drawConditions(dice, plan, config);
 }
 
+namespace {
+
+/// Few blocks, whose content is always known, under atomic writes of which some are torn and given up.
+void tearAtomicWrites(Plan& plan, vdl::Corvane::ConfigData& config) {
+  plan.misdeeds.reset();
+  plan.misdeeds.set(static_cast<size_t>(Misdeed::tornData));
+  plan.misdeeds.set(static_cast<size_t>(Misdeed::abortsWrites));
+  plan.lbas = 6;
+  plan.longest = 8;
+  config.minQueueSize = plan.queueDepth;
+  config.maxQueueSize = plan.queueDepth + 16;
+  config.bucketCount = 64;
+  config.useSkipCommands = false;
+  config.userDefinedData = false;
+  config.embedLBA = config.embedData = true;
+  config.readCondition = on(bit::read);
+  config.verifyCondition = config.writeSameCondition = config.trimCondition = vdl::Condition{};
+  config.powerToggleCondition = config.e2eCondition = vdl::Condition{};
+  config.writeCondition = on(bit::write);
+  config.writeAtomicCondition = on(bit::atomic);
+}
+
+}  // namespace
+
 Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& folder) {
   Plan plan;
   plan.lawful = dice.oneIn(10);
@@ -164,6 +188,10 @@ Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& f
     plan.lbas = std::max<uint64_t>(plan.lbas, 64);
     plan.maxLba = plan.firstLba + plan.lbas * 2 + plan.longest * 2;
     makeLawful(dice, plan, config);
+    return plan;
+  }
+  if (dice.oneIn(15)) {
+    tearAtomicWrites(plan, config);
     return plan;
   }
   if (dice.oneIn(40)) {
