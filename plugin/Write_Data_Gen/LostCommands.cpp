@@ -16,9 +16,7 @@ void trace(DriveData& data, const Lost& lost, void (CommandTrace::*operation)(ui
 
 }  // namespace
 
-void commandLost(DriveData& data, const PreRead& lost) {
-  trace(data, lost, &CommandTrace::traceReadAborted);
-}
+void commandLost(DriveData& data, const PreRead& lost) { trace(data, lost, &CommandTrace::traceReadAborted); }
 
 void commandLost(DriveData& data, const VerifySent& lost) {
   trace(data, lost, &CommandTrace::traceVerifyAborted);

@@ -41,9 +41,7 @@ void Books::complain(const std::string& text) {
   }
 }
 
-uint64_t Books::endOf(uint64_t lba, uint32_t length) const {
-  return lba + static_cast<uint32_t>(length * stride());
-}
+uint64_t Books::endOf(uint64_t lba, uint32_t length) const { return lba + static_cast<uint32_t>(length * stride()); }
 
 std::vector<uint64_t> Books::blocksOf(uint64_t lba, uint32_t length) const {
   std::vector<uint64_t> blocks;
@@ -98,8 +96,8 @@ const Books::Entry& Books::expect(Type type, uint64_t lba, uint32_t length, uint
   }
   const Entry& entry = (*traced_)[next_++];
   if (entry.type != type || entry.lba != lba || entry.xfer_len != length || entry.cmd_id != id || entry.tag != tag) {
-    complain(std::string("traced ") + vdl::traceTypeName(entry.type) + " lba " + std::to_string(entry.lba) + " length " +
-             std::to_string(entry.xfer_len) + " id " + std::to_string(entry.cmd_id) + " tag " +
+    complain(std::string("traced ") + vdl::traceTypeName(entry.type) + " lba " + std::to_string(entry.lba) +
+             " length " + std::to_string(entry.xfer_len) + " id " + std::to_string(entry.cmd_id) + " tag " +
              std::to_string(entry.tag) + " instead of " + vdl::traceTypeName(type) + " lba " + std::to_string(lba) +
              " length " + std::to_string(length) + " id " + std::to_string(id) + " tag " + std::to_string(tag));
   }
@@ -262,7 +260,8 @@ int Books::finishWrite(const Offer& offer, const Slot& slot) {
     expectEnded(Type::WriteAborted, slot, write, offer, Sense{});
   } else if (sense.hard) {
     const uint64_t first = sense.valid != 0 ? sense.information : slot.lba;
-    for (const uint64_t lba : everyBlockOf(write.lba, static_cast<uint32_t>(endOf(write.lba, write.length) - write.lba))) {
+    for (const uint64_t lba :
+         everyBlockOf(write.lba, static_cast<uint32_t>(endOf(write.lba, write.length) - write.lba))) {
       if (lba >= first && (lba - first) % stride() == 0) {
         table_.failWrite(write.id, lba);
       }
@@ -559,8 +558,7 @@ bool Books::toggleIsDue() const {
 }
 
 void Books::apply(const vdl::Condition& condition) {
-  conditions_ = (condition.anyMask | condition.allMask) |
-                (condition.replace ? 0 : conditions_ & ~condition.noneMask);
+  conditions_ = (condition.anyMask | condition.allMask) | (condition.replace ? 0 : conditions_ & ~condition.noneMask);
 }
 
 std::string Books::deviceReset(const std::vector<vdl::CommandTrace::TraceInfo>& traced) {

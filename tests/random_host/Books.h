@@ -53,11 +53,11 @@ struct Outcome {
 /// The agent's bookkeeping once more, kept beside it: which commands are in flight, which writes await their read-back,
 /// who has a claim on which block. Plain vectors, walked from end to end, and the naive model of the table.
 ///
-/// It is told what the framework offered and what the agent traced, follows the same rules in its own way, and says what
-/// does not fit: a result, a trace entry, a list, a record. What only the random source decides (write or read, the
-/// bucket, where a read slides to) is taken from the trace and held against what is possible. Data are judged where one
-/// event alone may explain each block of a read, which is the rule; unfinished atomic writes, hashes and invalidated blocks
-/// are left to tests of their own, and may be right or wrong here.
+/// It is told what the framework offered and what the agent traced, follows the same rules in its own way, and says
+/// what does not fit: a result, a trace entry, a list, a record. What only the random source decides (write or read,
+/// the bucket, where a read slides to) is taken from the trace and held against what is possible. Data are judged where
+/// one event alone may explain each block of a read, which is the rule; unfinished atomic writes, hashes and
+/// invalidated blocks are left to tests of their own, and may be right or wrong here.
 class Books {
  public:
   /// The configuration must outlive this; `agent` is looked into, never changed.
@@ -114,8 +114,8 @@ class Books {
     uint8_t valid = 0;
     uint64_t information = 0;
   };
-  /// When the drive was powered on last: so long ago that any toggle is due, a moment ago, or, as a test that starts may
-  /// claim, in times to come.
+  /// When the drive was powered on last: so long ago that any toggle is due, a moment ago, or, as a test that starts
+  /// may claim, in times to come.
   enum class PowerOn { longAgo, justNow, inFuture };
   struct Slot {
     uint64_t lba = 0;

@@ -73,8 +73,7 @@ int Books::prepare(const Offer& offer, const Outcome& outcome) {
     waiting += write.readBack && write.linked == 0 ? 1 : 0;
   }
   // A read phase that only a draw decides is the agent's own.
-  const bool drawn =
-      waiting >= config_.minQueueSize && waiting < config_.maxQueueSize && config_.randomSelection;
+  const bool drawn = waiting >= config_.minQueueSize && waiting < config_.maxQueueSize && config_.randomSelection;
   if (waiting < config_.minQueueSize) {
     readPhase_ = false;
   } else if (waiting >= config_.maxQueueSize) {

@@ -317,8 +317,8 @@ std::string DriveRun::issue(const Outcome& outcome, const Offer& /*offer*/) {
     const std::deque<uint32_t>& outstanding = framework_.tags.outstanding;
     return std::find(outstanding.begin(), outstanding.end(), sent.tag) == outstanding.end();
   });
-  const vdl::CommandTrace::TraceInfo last = outcome.traced.empty() ? vdl::CommandTrace::TraceInfo{}
-                                                                  : outcome.traced.back();
+  const vdl::CommandTrace::TraceInfo last =
+      outcome.traced.empty() ? vdl::CommandTrace::TraceInfo{} : outcome.traced.back();
   note_.issued = last.type;
   if (last.type == Type::PowerToggleOff) {
     powerCut_ = true;

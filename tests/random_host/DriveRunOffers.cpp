@@ -64,12 +64,11 @@ void DriveRun::offerConditions(Offer& offer) {
     }
     return usable.empty() ? 0 : usable[dice_.below(usable.size())];
   };
-  state |= pick({configured(config_.readCondition) ? bit::read : 0,
-                 configured(config_.verifyCondition) ? bit::verify : 0});
-  state |= pick({configured(config_.writeCondition) ? bit::write : 0,
-                 configured(config_.writeAtomicCondition) ? bit::atomic : 0,
-                 configured(config_.writeSameCondition) ? bit::same : 0,
-                 configured(config_.trimCondition) ? bit::trim : 0});
+  state |=
+      pick({configured(config_.readCondition) ? bit::read : 0, configured(config_.verifyCondition) ? bit::verify : 0});
+  state |= pick(
+      {configured(config_.writeCondition) ? bit::write : 0, configured(config_.writeAtomicCondition) ? bit::atomic : 0,
+       configured(config_.writeSameCondition) ? bit::same : 0, configured(config_.trimCondition) ? bit::trim : 0});
   state |= dice_.oneIn(3) && configured(config_.e2eCondition) ? bit::e2e : 0;
   if (does(Misdeed::oddConditions, 10)) {
     state = dice_.any();
@@ -107,8 +106,8 @@ void DriveRun::offerRanges(Offer& offer) {
           medium_[lba].assign(sector(), 0xA5);
         }
       } else {
-        range = dice_.of<vdl::LBARange>({range, range, {first, first}, {first, first - 1}, {0, ~uint64_t{0}},
-                                         {dice_.any(), dice_.any()}});
+        range = dice_.of<vdl::LBARange>(
+            {range, range, {first, first}, {first, first - 1}, {0, ~uint64_t{0}}, {dice_.any(), dice_.any()}});
       }
       queue.ranges.push_back(range);
     }
@@ -123,9 +122,8 @@ void DriveRun::offerRanges(Offer& offer) {
 
 void DriveRun::offerTag(Offer& offer) {
   framework_.tags.forced = does(Misdeed::oddTag, 8);
-  framework_.tags.forcedPeek = dice_.of<uint32_t>(
-      {none, static_cast<uint32_t>(dice_.below(plan_.queueDepth)), plan_.queueDepth, 1023,
-       static_cast<uint32_t>(dice_.below(1024))});
+  framework_.tags.forcedPeek = dice_.of<uint32_t>({none, static_cast<uint32_t>(dice_.below(plan_.queueDepth)),
+                                                   plan_.queueDepth, 1023, static_cast<uint32_t>(dice_.below(1024))});
   offer.nextTag = framework_.tagQueue.peekNextFreeTag();
 }
 
@@ -153,8 +151,8 @@ std::optional<size_t> DriveRun::chooseFinished() {
 void DriveRun::offerCompletion(Offer& offer) {
   offer.deviceInterface = plan_.does(Misdeed::sharesNoData) ? 1 : 0;
   if (does(Misdeed::completesUnknownTag, 15)) {
-    offer.tag = dice_.of<uint32_t>({static_cast<uint32_t>(dice_.below(1024)), plan_.queueDepth, 255, 1023, 1024, 70000,
-                                    0xFFFFFFFE});
+    offer.tag = dice_.of<uint32_t>(
+        {static_cast<uint32_t>(dice_.below(1024)), plan_.queueDepth, 255, 1023, 1024, 70000, 0xFFFFFFFE});
     offer.status = dice_.of<uint32_t>({0, checkCondition, aborted});
     offerSense(offer);
     return;

@@ -12,8 +12,8 @@
 
 /// A framework that lies when it is told to: every operation of the platform answers what the random host planned.
 ///
-/// It is compiled into the program, so that an agent that is linked and one that is loaded both meet it. All memory that
-/// it shows has exactly the size that it says, so that a sanitizer sees each byte read too many.
+/// It is compiled into the program, so that an agent that is linked and one that is loaded both meet it. All memory
+/// that it shows has exactly the size that it says, so that a sanitizer sees each byte read too many.
 namespace randomhost {
 
 /// Where a line was said. The first three are levels of the event log.

@@ -152,6 +152,24 @@ void redrawOptions(Dice& dice, const Plan& plan, vdl::Corvane::ConfigData& confi
 
 namespace {
 
+/// Reads that come back before the writes under them, some with too little data, so that several wait and fail
+/// together.
+void overtakeWrites(Plan& plan, vdl::Corvane::ConfigData& config) {
+  plan.misdeeds.reset();
+  plan.misdeeds.set(static_cast<size_t>(Misdeed::completesOutOfOrder));
+  plan.misdeeds.set(static_cast<size_t>(Misdeed::shortReadData));
+  plan.lbas = 4;
+  plan.longest = 4;
+  plan.queueDepth = 32;
+  config.minQueueSize = 1;
+  config.maxQueueSize = 8;
+  config.bucketCount = 64;
+  config.useSkipCommands = config.writeSpliceDetection = false;
+  config.readCondition = on(bit::read);
+  config.verifyCondition = config.writeAtomicCondition = vdl::Condition{};
+  config.powerToggleCondition = vdl::Condition{};
+}
+
 /// Few blocks, whose content is always known, under atomic writes of which some are torn and given up.
 void tearAtomicWrites(Plan& plan, vdl::Corvane::ConfigData& config) {
   plan.misdeeds.reset();
@@ -192,6 +210,10 @@ Plan drawPlan(Dice& dice, vdl::Corvane::ConfigData& config, const std::string& f
   }
   if (dice.oneIn(15)) {
     tearAtomicWrites(plan, config);
+    return plan;
+  }
+  if (dice.oneIn(15)) {
+    overtakeWrites(plan, config);
     return plan;
   }
   if (dice.oneIn(40)) {

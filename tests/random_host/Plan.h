@@ -79,7 +79,7 @@ struct Plan {
   uint64_t lbas = 64;
   uint64_t minLba = 0;
   uint64_t maxLba = 0;
-  bool powerIsDue = false;   ///< the last power-on lies far back when the test starts
+  bool powerIsDue = false;  ///< the last power-on lies far back when the test starts
   int ostraDevice = -1;
 
   bool does(Misdeed misdeed) const { return misdeeds[static_cast<size_t>(misdeed)]; }

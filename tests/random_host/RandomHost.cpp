@@ -36,11 +36,12 @@ Notes notes;
 
 std::string describe(const Note& note) {
   char text[256];
-  std::snprintf(text, sizeof text,
-                "  drive %zu %-13s finished tag %d status %d, next LBA %llu length %u on tag %d, conditions %llx: %d, %s\n",
-                note.drive, note.callback, static_cast<int>(note.tag), static_cast<int>(note.status),
-                static_cast<unsigned long long>(note.lba), note.xferLength, static_cast<int>(note.nextTag),
-                static_cast<unsigned long long>(note.conditions), note.result, vdl::traceTypeName(note.issued));
+  std::snprintf(
+      text, sizeof text,
+      "  drive %zu %-13s finished tag %d status %d, next LBA %llu length %u on tag %d, conditions %llx: %d, %s\n",
+      note.drive, note.callback, static_cast<int>(note.tag), static_cast<int>(note.status),
+      static_cast<unsigned long long>(note.lba), note.xferLength, static_cast<int>(note.nextTag),
+      static_cast<unsigned long long>(note.conditions), note.result, vdl::traceTypeName(note.issued));
   return text;
 }
 

@@ -10,9 +10,9 @@ namespace randomhost {
 
 /// What a run came to.
 struct Report {
-  uint64_t calls = 0;     ///< of execute
-  uint64_t episodes = 0;  ///< configurations
-  uint64_t lawful = 0;    ///< calls of execute by hosts that keep the contract
+  uint64_t calls = 0;               ///< of execute
+  uint64_t episodes = 0;            ///< configurations
+  uint64_t lawful = 0;              ///< calls of execute by hosts that keep the contract
   std::map<int, uint64_t> results;  ///< of execute
   std::map<vdl::TraceType, uint64_t> issued;
   std::string failure;  ///< empty, or all that a person needs to repeat what went wrong
@@ -22,12 +22,12 @@ struct Report {
 /// nine callbacks alone, and holds what the agent does against its own books after every call.
 ///
 /// A run is a sequence of episodes. An episode is one configuration with one to three drives at once, and a host that
-/// knows some of the misdeeds or, one time in ten, none: then nothing may be found, either. Episode k of a run with seed
-/// S is the first one of a run with seed S + k, so that what failed is repeated alone.
+/// knows some of the misdeeds or, one time in ten, none: then nothing may be found, either. Episode k of a run with
+/// seed S is the first one of a run with seed S + k, so that what failed is repeated alone.
 ///
-/// Judged after each call: the result, which must be the one that the books say and be documented; every text, on the log
-/// and on the standard streams; the trace; all lists; the references of the table, and in every eighth call each record
-/// with its events and waits; the conditions; "WriteData". Sanitizers judge the memory.
+/// Judged after each call: the result, which must be the one that the books say and be documented; every text, on the
+/// log and on the standard streams; the trace; all lists; the references of the table, and in every eighth call each
+/// record with its events and waits; the conditions; "WriteData". Sanitizers judge the memory.
 ///
 /// Never done, because it is undefined or ends the process by contract:
 ///  - a free tag of 1024 or more: the trace aborts the process (a test of its own shows it);

@@ -63,8 +63,7 @@ constexpr Text texts[] = {
     {Channel::error, "Data match on invalidated block at LBA 0x%016llX"},
     {Channel::error, "Miscompare Detected at LBA 0x%016llX, first_offset = %u, num_bytes = %u"},
     {Channel::error, "Could not dump CDB: cdb_size = %u"},
-    {Channel::error,
-     "Miscompare CDB: %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X"},
+    {Channel::error, "Miscompare CDB: %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X %02X"},
     {Channel::error, "Failed to issue Showstop, ostra err %i"},
     // Files.
     {Channel::error, "dumpMiscompareData(): could not open '%s' for writing"},
