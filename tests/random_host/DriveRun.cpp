@@ -339,7 +339,7 @@ std::string DriveRun::issue(const Outcome& outcome, const Offer& /*offer*/) {
     return "the shared LBA is not the command's";
   }
   if ((writes && last.type != Type::TrimIssued) || verifies) {
-    if (const std::string wrong = checkWriteData(sent); !wrong.empty()) {
+    if (std::string wrong = checkWriteData(sent); !wrong.empty()) {
       return wrong;
     }
   }

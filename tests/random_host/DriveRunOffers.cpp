@@ -253,8 +253,8 @@ std::vector<uint8_t> DriveRun::drawSense() {
     sense[7] = static_cast<uint8_t>(sense.size() - 8);
   } else {
     sense[0] = static_cast<uint8_t>(0x70 + dice_.below(2) + (dice_.oneIn(2) ? 0x80 : 0));
-    for (int byte = 0; byte < 4; ++byte) {
-      sense[static_cast<size_t>(3 + byte)] = static_cast<uint8_t>(place >> (24 - 8 * byte));
+    for (size_t byte = 0; byte < 4; ++byte) {
+      sense[3 + byte] = static_cast<uint8_t>(place >> (24 - 8 * byte));
     }
     sense[20] = static_cast<uint8_t>(unit >> 8);
     sense[21] = static_cast<uint8_t>(unit);

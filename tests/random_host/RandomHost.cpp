@@ -193,7 +193,7 @@ class Episode {
     if (!drive.started() || drive.exhausted()) {
       return {};
     }
-    const std::string wrong = noted(index, drive.execute(notes.calls % 8 == 0));
+    std::string wrong = noted(index, drive.execute(notes.calls % 8 == 0));
     ++notes.calls;
     ++report.calls;
     report.lawful += plan_.lawful ? 1 : 0;

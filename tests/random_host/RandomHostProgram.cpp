@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 
 #include "RandomHost.h"
@@ -44,18 +45,7 @@ void print(const randomhost::Report& report) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  CLI::App app("Drives the agent with random right and wrong behaviour of its host");
-  uint64_t calls = 100000;
-  uint64_t seed = 1;
-  std::string path;
-  app.add_option("--calls", calls, "calls of execute");
-  app.add_option("--seed", seed, "of the first episode");
-  app.add_option("--agent", path, "a built agent to load");
-  CLI11_PARSE(app, argc, argv);
-
+int run(const std::string& path, uint64_t calls, uint64_t seed) {
   const Entry entry = entryOf(path);
   vdl::AgentTable agent{};
   if (entry == nullptr || entry(&agent) != 0) {
@@ -65,12 +55,30 @@ int main(int argc, char** argv) {
   const corvane::tests::TempFolder folder;
   std::filesystem::current_path(folder.path());
   std::filesystem::create_directory("files");
-  randomhost::RandomHost host(agent, folder / "files");
-  const randomhost::Report report = host.run(calls, seed);
+  const randomhost::Report report = randomhost::RandomHost(agent, folder / "files").run(calls, seed);
   print(report);
   if (!report.failure.empty()) {
     std::printf("WRONG: %s", report.failure.c_str());
     return 1;
   }
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    CLI::App app("Drives the agent with random right and wrong behaviour of its host");
+    uint64_t calls = 100000;
+    uint64_t seed = 1;
+    std::string path;
+    app.add_option("--calls", calls, "calls of execute")->capture_default_str();
+    app.add_option("--seed", seed, "of the first episode")->capture_default_str();
+    app.add_option("--agent", path, "a built agent to load");
+    CLI11_PARSE(app, argc, argv);
+    return run(path.empty() ? path : std::filesystem::absolute(path).string(), calls, seed);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "random_host: %s\n", error.what());
+    return 2;
+  }
 }
