@@ -24,6 +24,8 @@ namespace randomhost {
 namespace {
 
 constexpr size_t notesKept = 24;
+/// An episode takes far less than a second; one that takes so long hangs.
+constexpr unsigned mostSeconds = 300;
 
 /// The latest calls, where a dying process finds them.
 struct Notes {
@@ -71,6 +73,7 @@ void onSignal(int number) {
 
 void watchForDeath() {
   std::signal(SIGABRT, onSignal);
+  std::signal(SIGALRM, onSignal);
   if (__sanitizer_set_death_callback != nullptr) {
     __sanitizer_set_death_callback(tellLastCalls);
   } else {
@@ -226,6 +229,7 @@ Report RandomHost::run(uint64_t calls, uint64_t seed) {
   while (report.calls < calls && report.failure.empty()) {
     notes = Notes{};
     notes.seed = seed + report.episodes;
+    alarm(mostSeconds);
     const auto episode = std::make_unique<Episode>(agent_, folder_, notes.seed);
     report.failure = episode->run(calls - report.calls, report);
     if (!report.failure.empty()) {
@@ -236,6 +240,7 @@ Report RandomHost::run(uint64_t calls, uint64_t seed) {
     }
   }
   emptyFolder(folder_);
+  alarm(0);
   std::signal(SIGABRT, SIG_DFL);
   return report;
 }
