@@ -17,6 +17,9 @@ mkdir -p "$root/out"
 # Grown instructions are a result like the others, and no reason to leave them out.
 status=0
 "$root/bench/instructions/run" --json "$root/out/instructions.json" || status=$?
-"$root/bench/vs_fio/run" --medium tmpfs --medium disk --medium disk-direct --json "$root/out/vs_fio.json" "$@"
+# On one processor, where nobody wakes a thread of the kernel on another one for every command; then wherever it likes.
+"$root/bench/vs_fio/run" --processor 0 --medium tmpfs --medium disk --medium disk-direct \
+  --json "$root/out/vs_fio.json" "$@"
+"$root/bench/vs_fio/run" --engine uring --order sequential --json "$root/out/vs_fio_anywhere.json" "$@"
 "$root/bench/growth/run" --json "$root/out/growth.json" "$@"
 exit "$status"
