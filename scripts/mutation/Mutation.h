@@ -48,12 +48,6 @@ T number(int mutant, T value) {
   return active(mutant) ? static_cast<T>(value + 1) : value;
 }
 
-/// True under the first mutant, false under the one after it.
-inline bool forced(int mutant, bool value) {
-  const bool falsely = active(mutant + 1);
-  return active(mutant) || (value && !falsely);
-}
-
 inline bool negated(int mutant, bool value) { return active(mutant) != value; }
 
 /// What is added to or taken off something: the other way round under the mutant, whatever the width.
@@ -97,7 +91,7 @@ CORVANE_MUTATED(Equal, ==, !=)
 CORVANE_MUTATED(Unequal, !=, ==)
 CORVANE_MUTATED(Plus, +, -)
 CORVANE_MUTATED(Minus, -, +)
-CORVANE_MUTATED(Times, *, +)
+CORVANE_MUTATED(Times, *, /)
 CORVANE_MUTATED(Divided, /, *)
 CORVANE_MUTATED(Rest, %, *)
 CORVANE_MUTATED(And, &, |)

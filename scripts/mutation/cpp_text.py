@@ -6,7 +6,7 @@ from dataclasses import dataclass
 TOKEN = re.compile(r"""
     (?P<skip>\s+|//[^\n]*|/\*.*?\*/)
   | (?P<text>(?:u8|[uUL])?"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+')
-  | (?P<number>(?:0[xXbB])?[0-9a-fA-F]*[0-9][0-9a-fA-F'.]*[uUlLzZ]*)
+  | (?P<number>0[xX][0-9a-fA-F']+[uUlLzZ]*|0[bB][01']+[uUlLzZ]*|[0-9][0-9'.]*(?:[eE][-+]?[0-9]+)?[uUlLzZfF]*)
   | (?P<word>[A-Za-z_][A-Za-z_0-9]*)
   | (?P<sign><<=|>>=|<=>|->\*|\.\.\.|::|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||[-+*/%&|^]=|[-+*/%&|^~!=<>?:;,.(){}\[\]])
 """, re.VERBOSE | re.DOTALL)
@@ -38,10 +38,7 @@ def tokens_of(text):
     text = without_directives(text)
     tokens, at = [], 0
     while at < len(text):
-        # A number begins with a digit; the pattern alone would take "bad0" for one.
         match = TOKEN.match(text, at)
-        if match is not None and match.lastgroup == "number" and not text[at].isdigit():
-            match = re.compile(r"(?P<word>[A-Za-z_][A-Za-z_0-9]*)").match(text, at)
         if match is None:
             raise Unreadable(f"no token at {text[at:at + 20]!r}")
         if match.lastgroup != "skip":
@@ -168,15 +165,17 @@ class Code:
         return len(self.tokens) - 1
 
     def _end_of_angle(self, index):
-        depth = 0
-        for at in range(index, len(self.tokens)):
+        depth, at = 0, index - 1
+        while (at := at + 1) < len(self.tokens):
             text = self.tokens[at].text
-            if text == "<":
+            if text in OPENERS:
+                at = self.partner[at]
+            elif text == "<":
                 depth += 1
             elif text in (">", ">>"):
                 depth -= len(text)
                 if depth <= 0:
                     return at
-            elif text in (";", "{", "}", "&&", "||"):
+            elif text in CLOSERS or text in (";", "&&", "||"):
                 return None
         return None

@@ -11,7 +11,7 @@ OPERATORS = {
     "==": ("Equal", ["!="]), "!=": ("Unequal", ["=="]),
     "<": ("Less", ["<=", ">="]), "<=": ("LessEqual", ["<", ">"]),
     ">": ("Greater", [">=", "<="]), ">=": ("GreaterEqual", [">", "<"]),
-    "+": ("Plus", ["-"]), "-": ("Minus", ["+"]), "*": ("Times", ["+"]), "/": ("Divided", ["*"]), "%": ("Rest", ["*"]),
+    "+": ("Plus", ["-"]), "-": ("Minus", ["+"]), "*": ("Times", ["/"]), "/": ("Divided", ["*"]), "%": ("Rest", ["*"]),
     "&": ("And", ["|"]), "|": ("Or", ["&"]), "<<": ("ShiftLeft", [">>"]), ">>": ("ShiftRight", ["<<"]),
 }
 ASSIGNMENTS = {"=", "+=", "-=", "*=", "/=", "%=", "&=", "|=", "^=", "<<=", ">>="}
@@ -97,8 +97,23 @@ class Finder:
     def _operator(self, index, token):
         if token.kind == "sign" and token.text in OPERATORS and self.code.spaced(index):
             name, mutated = OPERATORS[token.text]
+            if token.text == "|":
+                self._or(index)
+                return
             self._swap("operator", index, index, mutated,
                        lambda n: f"{token.text} ::mutation::{name}<{n}>{{}} {token.text}")
+
+    def _or(self, index):
+        """Becomes &, which binds more tightly, and so needs brackets around what stood on both sides."""
+        stops = ASSIGNMENTS | {"&&", "||", "return", "?", ":", ",", ";"}
+        left, right = self._extent(index, -1, stops), self._extent(index, 1, stops | {"|"})
+        if left is None or right is None:
+            return
+        sides = [self.code.source(left, index - 1), self.code.source(index + 1, right)]
+        sides = [side if re.fullmatch(r"[\w.]+", side) else f"({side})" for side in sides]
+        token = self.code.tokens[index]
+        self.sites.append(Site("operator", [(self.code.tokens[left].start, self.code.tokens[right].end, " & ".join(sides))],
+                               swap=(token.start, token.end, lambda n: f"| ::mutation::Or<{n}>{{}} |")))
 
     def _not(self, index, token):
         if token.text == "!":
@@ -113,7 +128,7 @@ class Finder:
                        lambda n: f"::mutation::number({n}, {token.text})")
 
     def _alone(self, index):
-        return all(self.code.word(at) in "(){}[],;=" for at in (index - 1, index + 1))
+        return all(self.code.word(at) in {*"(){}[],;=", "return"} for at in (index - 1, index + 1))
 
     def _extent(self, index, step, stops):
         """The last token before one of the stops, going from the operator at index; None when there is none."""
@@ -154,7 +169,7 @@ class Finder:
         declares = any(self.code.opener[at] == index + 1 and self.code.word(at) == "=" for at in range(first, last + 1))
         if not declares:
             self._wrap("condition", first, last, ["true", "false"],
-                       lambda n: f"::mutation::forced({n}, static_cast<bool>(", lambda n: "))")
+                       lambda n: f"::mutation::active({n}) || (!::mutation::active({n + 1}) && (", lambda n: "))")
 
     def _choice(self, index, token):
         if token.text != "?":
