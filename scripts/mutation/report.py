@@ -47,10 +47,13 @@ class Outcome:
     def __init__(self, results, equivalent, known, left_out):
         self.results, self.equivalent, self.known, self.left_out = results, equivalent, known, left_out
         self.noticed = [one for one in results if one["killed"]]
-        self.same = [one for one in results if not one["killed"] and one["key"] in equivalent]
-        self.survivors = [one for one in results if not one["killed"] and one["key"] not in equivalent]
+        self.same = [one for one in results if self._is_same(one)]
+        self.survivors = [one for one in results if not one["killed"] and not self._is_same(one)]
         # Somebody was wrong about these.
         self.not_equivalent = [one for one in self.noticed if one["key"] in equivalent]
+
+    def _is_same(self, one):
+        return not one["killed"] and (one["same"] or one["key"] in self.equivalent)
 
     def percent(self):
         return percent(len(self.noticed), len(self.results) - len(self.same))
@@ -64,7 +67,7 @@ class Outcome:
             row = files.setdefault(one["file"], [0, 0, 0])
             row[0] += 1
             row[1] += one["killed"]
-            row[2] += not one["killed"] and one["key"] in self.equivalent
+            row[2] += self._is_same(one)
         return [(file, *files[file]) for file in sorted(files)]
 
     def text(self):

@@ -6,8 +6,10 @@ import os
 import pathlib
 import re
 import resource
+import shlex
 import shutil
 import subprocess
+import tempfile
 import threading
 import time
 from dataclasses import dataclass
@@ -57,14 +59,30 @@ def sources(root):
 
 
 class Agent:
-    """All mutants of the agent as it stands, numbered from 1."""
+    """All mutants of the agent as it stands, numbered from 1.
 
-    def __init__(self, texts):
-        self.texts, self.mutants, self.sites = texts, [], {}
+    @param memory a file that keeps which of them do not compile as switches, so that this is found out once"""
+
+    def __init__(self, texts, memory=None):
+        self.texts, self.mutants, self.sites, self.memory = texts, [], {}, memory
         for name in sorted(texts):
             mutants, self.sites[name] = mutants_of(name, texts[name], len(self.mutants) + 1)
             self.mutants += mutants
         self.left_out = set()  # numbers of mutants whose switch does not compile
+        if memory is not None and os.path.exists(memory):
+            kept = json.loads(pathlib.Path(memory).read_text(encoding="utf-8"))
+            self.left_out = set(kept["leftOut"]) if kept["of"] == self._mark() else set()
+
+    def _mark(self):
+        """Changes with the sources and with what is made of them."""
+        header = pathlib.Path(__file__).with_name("Mutation.h").read_text(encoding="utf-8")
+        switches = [switched(self.texts[name], self.sites[name]) for name in sorted(self.texts)]
+        return hashlib.sha256("\0".join([header, *switches]).encode()).hexdigest()
+
+    def remember(self):
+        if self.memory is not None:
+            pathlib.Path(self.memory).write_text(json.dumps({"of": self._mark(), "leftOut": sorted(self.left_out)}),
+                                                 encoding="utf-8")
 
     def switched(self, name):
         return switched(self.texts[name], self.sites[name], self.left_out)
@@ -118,7 +136,7 @@ class Build:
     def configure(self):
         header = os.path.join(self.tree, "scripts/mutation/Mutation.h")
         command = ["cmake", "-S", self.tree, "-B", self.built, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                   "-DCORVANE_BENCH=OFF", "-DCORVANE_OPTIMIZE_LINKS=OFF", f"-DCMAKE_CXX_FLAGS=-w -include {header}",
+                   "-DCORVANE_BENCH=OFF", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", "-DCORVANE_OPTIMIZE_LINKS=OFF", f"-DCMAKE_CXX_FLAGS=-w -include {header}",
                    "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG"]
         if shutil.which("ccache"):
             command.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
@@ -141,8 +159,31 @@ class Build:
                 if not any(taken):
                     raise Failed("the switched sources do not compile:\n" +
                                  "\n".join(line for line in done.stdout.splitlines() if "error" in line)[:4000])
+                agent.remember()
                 self.say(f"{len(agent.left_out)} mutants do not compile as switches; building without them")
                 self.put_agent(agent)
+
+    def same_code(self, mutant, text):
+        """Whether the compiler makes the very same of a source with the mutant and without it; not known of headers."""
+        commands = json.loads(pathlib.Path(self.built, "compile_commands.json").read_text(encoding="utf-8"))
+        source = os.path.join(self.tree, AGENT, mutant.file)
+        words = next((shlex.split(one["command"]) for one in commands if one["file"] == source), None)
+        if words is None:
+            return False
+        # The headers of the tree itself: those of the copy have switches.
+        options = [word.replace(self.tree, self.root) for word in words
+                   if word.startswith(("-I", "-m", "-f", "-std"))]
+        objects = []
+        for version in (text, mutant.applied(text)):
+            with tempfile.TemporaryDirectory() as folder:
+                path = os.path.join(folder, mutant.file)
+                pathlib.Path(path).write_text(version, encoding="utf-8")
+                done = subprocess.run(["c++", "-w", "-O2", "-DNDEBUG", *options, "-c", mutant.file, "-o", "object"],
+                                      cwd=folder, capture_output=True, check=False)
+                if done.returncode != 0:
+                    return False
+                objects.append(pathlib.Path(folder, "object").read_bytes())
+        return objects[0] == objects[1]
 
     def programs(self):
         """Every test program of TESTS, told by ctest which those are."""

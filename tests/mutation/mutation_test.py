@@ -231,6 +231,20 @@ class Switching(unittest.TestCase):
         self.assertNotEqual(mutants.switched(source, sites), source)
 
 
+class Compiling(unittest.TestCase):
+    def test_a_mutant_that_the_compiler_makes_the_same_of_is_known(self):
+        with tempfile.TemporaryDirectory() as folder:
+            build = running.Build(folder, folder, 1, print)
+            os.mkdir(build.built)
+            source = os.path.join(build.tree, running.AGENT, "A.cpp")
+            with open(os.path.join(build.built, "compile_commands.json"), "w", encoding="utf-8") as file:
+                file.write('[{"file": "%s", "command": "c++ -std=c++20 -c A.cpp"}]' % source)
+            text = "unsigned f(unsigned a) {\n  return a > 0 ? a / 2 : a + 0;\n}\n"
+            found, _ = mutants.mutants_of("A.cpp", text)
+            same = [mutant.after for mutant in found if build.same_code(mutant, text)]
+        self.assertEqual(same, ["return a >= 0 ? a / 2 : a + 0;", "return a > 0 ? a / 2 : a - 0;"])
+
+
 class Running(unittest.TestCase):
     def program(self, text):
         folder = tempfile.TemporaryDirectory()
@@ -293,8 +307,8 @@ class Running(unittest.TestCase):
         self.assertEqual(len(run.drawn(many, 99, 1)), 16)
 
 
-def result(key, killed):
-    return {"key": key, "number": 1, "file": key[0], "line": 1, "killed": killed, "how": "", "cpu": 1.0, "diff": ""}
+def result(key, killed, same=False):
+    return {"key": key, "number": 1, "file": key[0], "line": 1, "killed": killed, "same": same, "how": "", "cpu": 1.0, "diff": ""}
 
 
 class Reporting(unittest.TestCase):
@@ -306,6 +320,10 @@ class Reporting(unittest.TestCase):
         self.assertRegex(outcome.text(), r"\nb +2 +0 +1 +1 +0\.0\n")
         self.assertRegex(outcome.text(), r"\nall +11 +9 +1 +1 +90\.0\n")
         self.assertEqual([one["key"] for one in outcome.survivors], ["b2"])
+
+    def test_what_compiles_to_the_same_code_does_not_count(self):
+        outcome = report.Outcome([result("a", True), result("b", False, same=True)], {}, 2, 0)
+        self.assertEqual((outcome.percent(), len(outcome.same), outcome.survivors), (100.0, 1, []))
 
     def test_one_that_is_noticed_is_not_equivalent(self):
         self.assertEqual(report.Outcome([result("a", True)], {"a": "why"}, 1, 0).status(), 1)
