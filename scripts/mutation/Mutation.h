@@ -71,20 +71,20 @@ struct Left {
   const A& value;
 };
 
-#define CORVANE_MUTATED(Name, op, mutated)                                     \
-  template <int N>                                                             \
-  struct Name {};                                                              \
-  template <typename A, int N>                                                 \
-  Left<A, Name<N>> operator op(const A& left, Name<N>) {                       \
-    return {left};                                                             \
-  }                                                                            \
-  template <typename A, int N, typename B>                                     \
-  auto operator op(Left<A, Name<N>> left, const B& right) {                    \
-    using Result = decltype(left.value op right);                              \
-    if (active(N)) {                                                           \
-      return static_cast<Result>(left.value mutated right);                    \
-    }                                                                          \
-    return static_cast<Result>(left.value op right);                           \
+#define CORVANE_MUTATED(Name, op, mutated)                  \
+  template <int N>                                          \
+  struct Name {};                                           \
+  template <typename A, int N>                              \
+  Left<A, Name<N>> operator op(const A& left, Name<N>) {    \
+    return {left};                                          \
+  }                                                         \
+  template <typename A, int N, typename B>                  \
+  auto operator op(Left<A, Name<N>> left, const B& right) { \
+    using Result = decltype(left.value op right);           \
+    if (active(N)) {                                        \
+      return static_cast<Result>(left.value mutated right); \
+    }                                                       \
+    return static_cast<Result>(left.value op right);        \
   }
 
 CORVANE_MUTATED(Equal, ==, !=)
@@ -101,20 +101,20 @@ CORVANE_MUTATED(ShiftRight, >>, <<)
 #undef CORVANE_MUTATED
 
 /// Two mutants: the bound itself counts otherwise, and the comparison is the other way round.
-#define CORVANE_COMPARED(Name, op, bound, opposite)                            \
-  template <int N>                                                             \
-  struct Name {};                                                              \
-  template <typename A, int N>                                                 \
-  Left<A, Name<N>> operator op(const A& left, Name<N>) {                       \
-    return {left};                                                             \
-  }                                                                            \
-  template <typename A, int N, typename B>                                     \
-  bool operator op(Left<A, Name<N>> left, const B& right) {                    \
-    const bool turned = active(N + 1);                                         \
-    if (active(N)) {                                                           \
-      return left.value bound right;                                           \
-    }                                                                          \
-    return turned ? left.value opposite right : left.value op right;           \
+#define CORVANE_COMPARED(Name, op, bound, opposite)                  \
+  template <int N>                                                   \
+  struct Name {};                                                    \
+  template <typename A, int N>                                       \
+  Left<A, Name<N>> operator op(const A& left, Name<N>) {             \
+    return {left};                                                   \
+  }                                                                  \
+  template <typename A, int N, typename B>                           \
+  bool operator op(Left<A, Name<N>> left, const B& right) {          \
+    const bool turned = active(N + 1);                               \
+    if (active(N)) {                                                 \
+      return left.value bound right;                                 \
+    }                                                                \
+    return turned ? left.value opposite right : left.value op right; \
   }
 
 CORVANE_COMPARED(Less, <, <=, >=)
