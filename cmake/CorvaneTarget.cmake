@@ -28,7 +28,7 @@ endfunction()
 # What runs for every command is spread over many small files; optimized across them when it is linked, a command of one
 # block takes about a sixth less time. The objects hold ordinary code, too, so that tests are linked as quickly as ever.
 set(corvane_can_optimize_links FALSE)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CORVANE_SANITIZE)
+if(CORVANE_OPTIMIZE_LINKS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CORVANE_SANITIZE)
   set(corvane_can_optimize_links TRUE)
 endif()
 

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "RecordTable.h"
 #include "support/ScarceMemory.h"
 #include "support/SchedulingBench.h"
 
@@ -303,6 +304,29 @@ TEST(AllocationFailure, CompletionOfAVerifyNeedsNoMemory) {
       [](SchedulingBench& bench) { return bench.complete(2); });
   EXPECT_THAT(done.of(Kind::throwing), IsEmpty());
   EXPECT_THAT(done.of(Kind::nothrow), IsEmpty());
+}
+
+TEST(AllocationFailure, AWalkWithoutMemoryForItsOrderShowsTheSameRecords) {
+  const std::vector<uint64_t> ascending{3, 5, 6400, uint64_t{1} << 30, uint64_t{1} << 40, ~uint64_t{0} - 1};
+  vdl::RecordTable table;
+  for (auto lba = ascending.rbegin(); lba != ascending.rend(); ++lba) {
+    ASSERT_NE(table.reserve(*lba / 64, uint64_t{1} << *lba % 64), nullptr);
+  }
+  std::vector<uint64_t> seen;
+  seen.reserve(ascending.size());
+  const auto note = [&seen](uint64_t lba, const vdl::LBARecord&) { seen.push_back(lba); };
+  {
+    const ScarceMemory none(Kind::throwing, 0, 1, ~uint64_t{0});
+    table.visit(0, ~uint64_t{0}, note);
+    EXPECT_GT(none.failed(), 0U);
+  }
+  EXPECT_EQ(seen, ascending);
+  seen.clear();
+  {
+    const ScarceMemory none(Kind::throwing, 0, 1, ~uint64_t{0});
+    table.visit(5, uint64_t{1} << 30, note);
+  }
+  EXPECT_THAT(seen, ElementsAre(5, 6400, uint64_t{1} << 30));
 }
 
 }  // namespace

@@ -77,6 +77,15 @@ TEST_F(Miscompare, AnyOtherSettingIsPutBack) {
   EXPECT_EQ(device.showstopSetting, 0xDEADBEEFU);
 }
 
+TEST_F(Miscompare, SettingThatCannotBeReadCountsAsZero) {
+  bench.config().showstopOnMiscompare = true;
+  device.settingStatus = 5;
+  device.showstopSetting = 1;
+  trigger();
+  EXPECT_THAT(device.calls,
+              ElementsAre("read setting", "write setting 1", "send", "write setting 0", "miscompare 0 at 78187493520"));
+}
+
 TEST_F(Miscompare, FailedSendPutsTheSettingBackAndIsLogged) {
   bench.config().showstopOnMiscompare = true;
   device.sendStatus = 5;

@@ -263,6 +263,20 @@ TEST_F(PrepareVerify, BlockThatTheTableDoesNotKnowFailsAfterTheTrace) {
   EXPECT_EQ(bench.thread().conditions, bit::verify);
 }
 
+TEST_F(PrepareVerify, NoReadIsNotedOnceABlockBeforeTheRunIsRefused) {
+  finishWrite();
+  forget(100, 100);
+  EXPECT_EQ(bench.table().readSkip(100), 0);
+  ASSERT_FALSE(bench.hasRecord(100));
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(verify(), -1003);
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(bench.takeLog(), ElementsAre(LogLine{2, "doAVerify(): no record or no matching event (-1003)"}));
+  expectVerify(101, 7, false);
+  EXPECT_EQ(bench.waitingReads(101), 0U);
+  EXPECT_EQ(bench.refCount(101), 1U);
+}
+
 TEST_F(PrepareVerify, SkipCommandsWalkEveryLbaAllTheSame) {
   bench.config().useSkipCommands = true;
   finishWrite(2);

@@ -37,8 +37,10 @@ void PrintTo(const Traced& traced, std::ostream* out) {
 
 int RecordingDevice::readShowstopSetting(uint32_t& value) {
   calls.emplace_back("read setting");
-  value = showstopSetting;
-  return 0;
+  if (settingStatus == 0) {
+    value = showstopSetting;
+  }
+  return settingStatus;
 }
 
 int RecordingDevice::writeShowstopSetting(uint32_t value) {

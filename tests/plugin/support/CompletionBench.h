@@ -60,6 +60,7 @@ class RecordingDevice : public corvane::host::VendorDevice {
   std::vector<std::string> calls;
   Bytes request;  ///< block of the last sendRequest
   uint32_t showstopSetting = 0;
+  int settingStatus = 0;  ///< of reading the setting, whose value is left alone when it is not 0
   int sendStatus = 0;
   uint32_t parameter = 0;
   int parameterStatus = 0;
