@@ -338,6 +338,9 @@ DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
     throw std::logic_error("the agent asked for a transfer of " + std::to_string(command.blocks) +
                            " blocks in a test of 1 to " + std::to_string(settings_.maxBlocks));
   }
+  if (changesMedium(kind)) {
+    checkRange(command);
+  }
   command.forceUnitAccess = settings_.forceUnitAccess && changesMedium(kind);
   if (kind == CommandKind::writeAtomic) {
     command.atomicBound = atomicBound_;
@@ -349,6 +352,18 @@ DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
     attachWriteData(command);
   }
   return command;
+}
+
+void StepLoop::checkRange(const DriveCommand& command) const {
+  // Without sums that may run over. What lies beside the range is somebody else's data.
+  const uint64_t behindFirst = uint64_t{command.blocks - 1} * command.lbaStep;
+  if (command.lba < settings_.minLba || command.lba > settings_.maxLba ||
+      behindFirst > settings_.maxLba - command.lba) {
+    throw std::logic_error("the agent asked for a " + std::string(commandKindName(command.kind)) + " of " +
+                           std::to_string(command.blocks) + " blocks at LBA " + std::to_string(command.lba) +
+                           " in a test of LBA " + std::to_string(settings_.minLba) + " to " +
+                           std::to_string(settings_.maxLba));
+  }
 }
 
 void StepLoop::attachWriteData(DriveCommand& command) {

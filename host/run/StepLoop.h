@@ -65,9 +65,9 @@ struct StepSettings {
 /// When the connection to the drive is lost, the loop resets the drive and goes on; the agent learns of a device reset.
 ///
 /// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
-/// without a free tag, data that do not fit the command), DriveError when the drive fails, completes nothing for the
-/// watchdog's time, cannot be reached again, or loses its connection in a test that cannot bear it. After an exception
-/// the object is of no further use.
+/// without a free tag, data that do not fit the command, a change outside the range of the test), DriveError when the
+/// drive fails, completes nothing for the watchdog's time, cannot be reached again, or loses its connection in a test
+/// that cannot bear it. After an exception the object is of no further use.
 ///
 /// One thread. The shared variables that the agent maps are ready once the constructor has returned.
 class StepLoop {
@@ -143,6 +143,7 @@ class StepLoop {
   void runConditionedStep(uint32_t peekedTag);
   void issue(CommandKind kind, uint32_t peekedTag);
   DriveCommand buildCommand(CommandKind kind, uint32_t tag);
+  void checkRange(const DriveCommand& command) const;
   void attachWriteData(DriveCommand& command);
   void checkZonePosition(const DriveCommand& command) const;
   void publishCommandBlock(const DriveCommand& command);

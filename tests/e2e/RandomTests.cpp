@@ -148,13 +148,12 @@ TestDefinition randomTestOnFile(uint64_t number, const std::string& path) {
 uint64_t driveBytesOfRandomTest(uint64_t number) { return Dice(number).driveBytes(); }
 
 std::string describe(const TestDefinition& test) {
-  std::string text = test.driveAddresses.front() + ", LBAs " + std::to_string(test.firstLba) + ".." +
-                     std::to_string(test.endLba) + ", size " + std::to_string(test.size.bytes) + " bytes or " +
-                     std::to_string(test.size.milliPercent) + " thousandths of a percent, " +
-                     std::to_string(test.minBlocks) + ".." + std::to_string(test.maxBlocks) + " blocks, " +
-                     test.lbaAgent + ", depth " + std::to_string(test.queueDepth) + ", zone resets " +
-                     std::to_string(test.zoneResetEveryCommands) + ", invalidations " +
-                     std::to_string(test.invalidateEveryCommands);
+  std::string text =
+      test.driveAddresses.front() + ", LBAs " + std::to_string(test.firstLba) + ".." + std::to_string(test.endLba) +
+      ", size " + std::to_string(test.size.bytes) + " bytes or " + std::to_string(test.size.milliPercent) +
+      " thousandths of a percent, " + std::to_string(test.minBlocks) + ".." + std::to_string(test.maxBlocks) +
+      " blocks, " + test.lbaAgent + ", depth " + std::to_string(test.queueDepth) + ", zone resets " +
+      std::to_string(test.zoneResetEveryCommands) + ", invalidations " + std::to_string(test.invalidateEveryCommands);
   for (const auto& [name, value] : test.agentOptions) {
     text += ", " + name + "=" + value;
   }

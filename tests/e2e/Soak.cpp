@@ -97,8 +97,7 @@ bool silent(const Combination& combination, const SoakSettings& settings) {
   memory.stop();
   const DriveTotals totals = result.totals();
   const AgentMessages& said = result.drives.at(0).messages;
-  const bool ok = result.status == RunStatus::clean && said.warnings + said.errors == 0 &&
-                  trespasses.text().empty();
+  const bool ok = result.status == RunStatus::clean && said.warnings + said.errors == 0 && trespasses.text().empty();
   std::fprintf(stderr,
                "%-26s %-6s %8lu commands, %8lu blocks compared, %4lu resets, %4lu power cuts, %7lu held back, "
                "%6.0f/s, memory %lu KiB at a quarter, %lu KiB at most\n",
