@@ -31,6 +31,16 @@ std::optional<uint64_t> lbaIn(const std::string& line) {
   return error == std::errc() && end != begin ? std::optional(lba) : std::nullopt;
 }
 
+bool isDriveError(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const DriveError&) {
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
 bool limitReached(uint64_t limit, uint64_t count) { return limit != 0 && count >= limit; }
 
 }  // namespace
@@ -67,6 +77,10 @@ void DriveRun::run() noexcept {
   } catch (const std::exception& error) {
     failed(RunStatus::internal, error.what());
   }
+  tellEnd();
+}
+
+void DriveRun::tellEnd() {
   conclude();
   ended_.store(true, std::memory_order_release);
   if (const std::optional<Finding> finding = findingOf(result_)) {
@@ -109,7 +123,7 @@ DriveThreadHost::Settings DriveRun::threadSettings() {
   return settings;
 }
 
-StepSettings DriveRun::stepSettings() const {
+StepSettings DriveRun::stepSettings() {
   const TestDefinition& test = context_.test;
   StepSettings settings;
   settings.mix = test.mix;
@@ -134,6 +148,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.ledger = ledger_.get();
   settings.journal = journal_.get();
   settings.observer = context_.observer;
+  settings.calls = &calls_;
   settings.driveIndex = index_;
   return settings;
 }
@@ -228,10 +243,7 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
     }
   } catch (...) {
     // Its outstanding commands point into memory that is about to be freed.
-    failure = std::current_exception();
-    recorder_.forgetDrive();
-    drive_.reset();
-    loop.driveIsGone();
+    failure = closeAfter(std::current_exception(), loop);
   }
   context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);
   if (failure != nullptr) {
@@ -240,6 +252,61 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
   if (journal_ != nullptr && statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
     gatherEvidence(host, loop);
   }
+}
+
+std::exception_ptr DriveRun::closeAfter(const std::exception_ptr& failure, StepLoop& loop) {
+  recorder_.forgetDrive();
+  std::exception_ptr goOnWith = failure;
+  hang_ = isDriveError(failure) ? loop.hangWatch().describe() : "";
+  remedy_ = loop.hangWatch().remedy();
+  if (!hang_.empty()) {
+    goOnWith = std::make_exception_ptr(DriveHung(hang_ + "; " + resetHungDrive() + "; " + remedy_));
+  }
+  {
+    const DriveCalls::Inside inside(&calls_, "the closing of the drive");
+    drive_.reset();
+  }
+  loop.driveIsGone();
+  return goOnWith;
+}
+
+std::string DriveRun::resetHungDrive() {
+  const uint64_t resetUs = context_.clock.steadyUs();
+  try {
+    const DriveCalls::Inside inside(&calls_, StepLoop::resetCall);
+    drive_->reset();
+  } catch (const std::exception& error) {
+    return "its reset failed (" + std::string(error.what()) + "), so they may still be carried out";
+  }
+  counters_.resets.add(1);
+  counters_.outstanding.set(0);
+  context_.observer->onReset(index_);
+  return "a reset of " + secondsText(context_.clock.steadyUs() - resetUs) + " took them back";
+}
+
+bool DriveRun::giveUpIfHung(std::chrono::steady_clock::time_point now) {
+  const uint64_t call = calls_.current();
+  if (call == 0 || call != seenCall_) {
+    seenCall_ = call;
+    seenAt_ = now;
+    return false;
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::microseconds>(now - seenAt_);
+  if (static_cast<uint64_t>(waited.count()) / 1000 < context_.test.watchdogMs || !calls_.giveUp(call)) {
+    return false;
+  }
+  const std::string noReturn = std::string(calls_.what()) + " has not ended for " +
+                               secondsText(static_cast<uint64_t>(waited.count())) +
+                               ", so what it was sent may still be carried out; ";
+  if (hang_.empty()) {
+    failed(RunStatus::drive,
+           "the drive hangs: " + noReturn +
+               "check the drive and its connection, or set the watchdog higher if it may take longer");
+  } else {
+    failed(RunStatus::drive, hang_ + "; " + noReturn + remedy_);
+  }
+  tellEnd();
+  return true;
 }
 
 std::optional<uint64_t> DriveRun::findingLba() const {
@@ -274,7 +341,8 @@ void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
       evidence->reread.push_back(loop.readNow(block, 1));
     }
   } catch (const DriveError&) {
-    // It has stopped answering; what was read before counts.
+    // It has stopped answering; what was read before counts. A read that is still under way has the loop's memory.
+    closeAfter(std::current_exception(), loop);
   }
   result_.evidence = std::move(evidence);
 }
@@ -288,7 +356,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
     }
     if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
       const uint64_t elapsed = elapsedUs(beganUs);
-      if (test.timeLimitMs != 0 && elapsed >= test.timeLimitMs * 1000) {
+      if (test.timeLimitMs != 0 && elapsed / 1000 >= test.timeLimitMs) {
         break;
       }
       if (mustWait(loop, elapsed)) {

@@ -58,6 +58,7 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
                                                   settings.maxBlocks, settings.zoneWriterSeed)
                       : std::nullopt),
       queue_(drive, tags_.size(), settings.ranges.any(), settings.watchdogMs, counters, clock),
+      hangWatch_(queue_, settings.watchdogMs, clock),
       checks_(settings.checks, tags_.size(), counters.checked),
       ranges_(settings.ranges, tags_, queue_, host.variables(), counters, checks_,
               zoneWriter_ ? &*zoneWriter_ : nullptr),
@@ -101,7 +102,9 @@ void StepLoop::prepareDrive() {
 int32_t StepLoop::step() {
   assert(!draining_);
   try {
-    return makeStep();
+    const int32_t status = makeStep();
+    hangWatch_.look();
+    return status;
   } catch (const DriveConnectionLost& lost) {
     return goOnAfter(lost);
   }
@@ -408,7 +411,10 @@ void StepLoop::cutPower() {
   if (tags_.outstanding() != 0) {
     throw std::logic_error("the agent cuts the power without taking the outstanding tags back");
   }
-  drive_.powerCycle();
+  {
+    const DriveCalls::Inside inside(settings_.calls, "a power cut of the drive");
+    drive_.powerCycle();
+  }
   counters_.powerCycles.add(1);
   noteIncident(Incident::What::powerCut);
   settings_.observer->onPowerCycle(settings_.driveIndex);
@@ -565,6 +571,7 @@ int32_t StepLoop::drainOnce(bool& done) {
   if (const int32_t status = executeQuietly(); status != 0) {
     return status;
   }
+  hangWatch_.look();
   done = queue_.outstanding() == 0;
   if (!done) {
     DriveCompletion completion;
