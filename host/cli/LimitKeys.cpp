@@ -84,10 +84,10 @@ TestKey watchdogKey() {
           .help =
               "How long a drive may take for one command. One that takes longer hangs: the commands that it has not "
               "answered are named, it is reset, and its test ends with exit status 3. Default: 60s.",
-          .take = [](RunSettings& settings, const std::string& where,
-                     const std::string& text) {
-            settings.test.watchdogMs = parseDurationMs(where, text, "would end every test at once", "60s");
-          },
+          .take =
+              [](RunSettings& settings, const std::string& where, const std::string& text) {
+                settings.test.watchdogMs = parseDurationMs(where, text, "would end every test at once", "60s");
+              },
           .texts =
               [](const RunSettings& settings) {
                 return textIf(settings.test.watchdogMs != usualTest().watchdogMs,

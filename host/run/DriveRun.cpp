@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -10,12 +11,18 @@
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
+#include "host/run/AgentFiles.h"
 #include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConfigurationError.h"
+#include "vdl/Status.h"
 
 namespace corvane::host {
 namespace {
 
+constexpr std::string_view outOfMemory =
+    "out of memory; free some, or lower the queue depth, the transfer length, \"Bucket Count\" or \"Max Queue Size\"";
+constexpr size_t reservedText = 256;
+static_assert(outOfMemory.size() < reservedText);
 constexpr uint64_t longestRatePauseUs = 20'000;  ///< so that a stop or a time limit is noticed soon
 
 /// The LBA that a line of the agent names, as in "Write Splice Detected at LBA 0x…".
@@ -55,6 +62,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       range_(testRange(context.test, context.options, geometry_)),
       log_(index, context.observer),
       recorder_(*drive_) {
+  result_.error.reserve(reservedText);  // what ends a test for want of memory must be said without any
   result_.name = std::move(name);
   result_.address = maskedAddress(address);
   result_.description = drive_->description();
@@ -74,6 +82,8 @@ void DriveRun::run() noexcept {
     failed(RunStatus::drive, error.what());
   } catch (const ConfigurationError& error) {
     failed(RunStatus::configuration, error.what());
+  } catch (const std::bad_alloc&) {
+    failed(RunStatus::internal, outOfMemory);
   } catch (const std::exception& error) {
     failed(RunStatus::internal, error.what());
   }
@@ -81,7 +91,11 @@ void DriveRun::run() noexcept {
 }
 
 void DriveRun::tellEnd() {
-  conclude();
+  try {
+    conclude();
+  } catch (const std::bad_alloc&) {
+    failed(RunStatus::internal, outOfMemory);
+  }
   ended_.store(true, std::memory_order_release);
   if (const std::optional<Finding> finding = findingOf(result_)) {
     context_.observer->onFinding(index_, *finding);
@@ -101,13 +115,29 @@ void DriveRun::pin() const {
 void DriveRun::conclude() {
   result_.totals = totals();
   result_.messages = log_.messages();
-  if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+  checkFiles();
+  if (foundSomething()) {
     result_.findingLba = findingLba();
   }
   if (ledger_ != nullptr) {
     result_.injections = ledger_->injections();
   }
   result_.elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000;
+}
+
+void DriveRun::checkFiles() {
+  AgentMessages& files = result_.messages;
+  const auto note = [&files](const std::string& path, const std::string& what) {
+    if (!what.empty()) {
+      files.incomplete.push_back("'" + path + "' " + what);
+    }
+  };
+  for (const std::string& report : files.reports) {
+    note(report, whatIsMissingOfReport(report));
+  }
+  for (const std::string& dump : files.dumps) {
+    note(dump, whatIsMissingOfDump(dump, geometry_.blockSize));
+  }
 }
 
 DriveThreadHost::Settings DriveRun::threadSettings() {
@@ -242,14 +272,21 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
       loop.abandon();
     }
   } catch (...) {
+    failure = std::current_exception();
+  }
+  if (failure != nullptr && !foundSomething()) {
     // Its outstanding commands point into memory that is about to be freed.
-    failure = closeAfter(std::current_exception(), loop);
+    failure = closeAfter(failure, loop);
   }
   context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);
+  if (failure != nullptr && foundSomething()) {
+    // Only now, as the agent's files about a finding must not wait for a drive that does not answer.
+    failure = closeAfter(failure, loop);
+  }
   if (failure != nullptr) {
     std::rethrow_exception(failure);
   }
-  if (journal_ != nullptr && statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+  if (journal_ != nullptr && foundSomething()) {
     gatherEvidence(host, loop);
   }
 }
@@ -408,13 +445,15 @@ void DriveRun::agentEnded(const char* callback, int32_t status) {
   }
   result_.agentStatus = status;
   std::string error = log_.firstError();
-  if (error.empty()) {
+  if (error.empty() && status == vdl::status::outOfMemory) {
+    error = outOfMemory;
+  } else if (error.empty()) {
     error = std::string("the agent's ") + callback + " returned " + std::to_string(status);
   }
   failed(statusOfAgentCode(status), error);
 }
 
-void DriveRun::failed(RunStatus status, const std::string& error) {
+void DriveRun::failed(RunStatus status, std::string_view error) {
   result_.status = worse(result_.status, status);
   if (result_.error.empty()) {
     result_.error = error;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/drive/Drive.h"
 #include "host/framework/DriveThreadHost.h"
@@ -79,6 +80,8 @@ class DriveRun {
   void runTest();
   /// Completes the result of a test that is over.
   void conclude();
+  /// Looks whether the agent's files are complete.
+  void checkFiles();
   void runAgent(DriveThreadHost& host);
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
@@ -92,6 +95,7 @@ class DriveRun {
   std::string resetHungDrive();
   /// Tells of the end.
   void tellEnd();
+  bool foundSomething() const { return statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure; }
   /// The LBA that the agent named, to the device or in its first error line.
   std::optional<uint64_t> findingLba() const;
   /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
@@ -103,7 +107,7 @@ class DriveRun {
   /// Remembers when the agent ended the test.
   void noteMoment(const StepLoop& loop);
   void agentEnded(const char* callback, int32_t status);
-  void failed(RunStatus status, const std::string& error);
+  void failed(RunStatus status, std::string_view error);
 
   DriveCounters counters_;  // first, as it begins a cache line
   const RunContext context_;

@@ -1,0 +1,50 @@
+#include "host/run/AgentFiles.h"
+
+#include <sys/statvfs.h>
+
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace corvane::host {
+namespace {
+
+/// Why it may be so, and what to do.
+std::string causeText(const std::string& path) {
+  struct statvfs space {};
+  const bool full = statvfs(path.c_str(), &space) == 0 && (space.f_bavail == 0 || space.f_favail == 0);
+  return full ? "the file system is full; make room, or name another folder"
+              : "look at the file system, or name another folder";
+}
+
+std::string missing(const std::string& path, const std::string& what) { return what + "; " + causeText(path); }
+
+char lastByteOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(-1, std::ios::end);
+  char last = '\0';
+  file.get(last);
+  return last;
+}
+
+}  // namespace
+
+std::string whatIsMissingOfDump(const std::string& path, uint64_t leastBytes) {
+  std::error_code fault;
+  const uint64_t bytes = std::filesystem::file_size(path, fault);
+  if (fault) {
+    return missing(path, "cannot be found again (" + fault.message() + ")");
+  }
+  return bytes >= leastBytes ? ""
+                             : missing(path, "is not complete: it has " + std::to_string(bytes) + " of " +
+                                                 std::to_string(leastBytes) + " bytes");
+}
+
+std::string whatIsMissingOfReport(const std::string& path) {
+  if (std::string what = whatIsMissingOfDump(path, 1); !what.empty()) {
+    return what;
+  }
+  return lastByteOf(path) == '\n' ? "" : missing(path, "is not complete: it breaks off in the middle of a line");
+}
+
+}  // namespace corvane::host
