@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "host/drive/DriveFactory.h"
+#include "tests/e2e/ClockJump.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ namespace corvane::host::e2e {
 uint64_t VirtualClock::wallUs() { return look(); }
 
 void VirtualClock::restart() { virtualUs = epochUs; }
+
+void jumpTimeOfDay(int64_t microseconds) { virtualUs.fetch_add(static_cast<uint64_t>(microseconds)); }
 
 std::string agentPath() { return CORVANE_AGENT_PATH; }
 
