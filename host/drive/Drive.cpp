@@ -32,6 +32,8 @@ void Drive::useMemory(uint8_t*, uint64_t) noexcept {}
 
 void Drive::sendQueued() {}
 
+bool Drive::waitUpTo(uint64_t /*microseconds*/) { return false; }
+
 int Drive::sendVendorRequest(const uint8_t*, uint32_t) { return VendorDevice::unsupported; }
 
 }  // namespace corvane::host

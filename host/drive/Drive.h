@@ -144,6 +144,14 @@ class Drive {
   /// @param wait block until there is one; returns false at once when nothing is outstanding
   virtual bool poll(DriveCompletion& out, bool wait) = 0;
 
+  /// Sleeps until `poll` may find something, for a caller that has a command outstanding and nothing else to do.
+  ///
+  /// It sends what is queued and may return early. Throws as `poll`.
+  ///
+  /// @param microseconds the longest sleep, which the caller uses to look after a drive that hangs
+  /// @return false at once by a drive that cannot sleep: the caller polls again, after a pause of its own
+  virtual bool waitUpTo(uint64_t microseconds);
+
   /// Resets the device: every outstanding command is dropped without a completion. Each of them may have been
   /// carried out wholly, partly (an atomic write segment by segment) or not at all.
   virtual void reset() = 0;

@@ -138,6 +138,26 @@ bool KernelRing::poll(Answer& out, bool wait) {
   return take(out);
 }
 
+bool KernelRing::waitUpTo(uint64_t microseconds) {
+  if (io_uring_cq_ready(&ring_) != 0) {
+    return true;
+  }
+  if ((ring_.features & IORING_FEAT_EXT_ARG) == 0 || atKernel_ + unsent_ == 0) {
+    return false;
+  }
+  constexpr uint64_t second = 1'000'000;
+  __kernel_timespec time{static_cast<int64_t>(microseconds / second),
+                         static_cast<long long>(microseconds % second * 1000)};
+  io_uring_cqe* answer = nullptr;
+  const int error = io_uring_submit_and_wait_timeout(&ring_, &answer, 1, &time, nullptr);
+  // What it returns says how the waiting ended; what the kernel took is what stands in the ring no more.
+  const uint32_t left = io_uring_sq_ready(&ring_);
+  atKernel_ += unsent_ - left;
+  unsent_ = left;
+  failUnlessInterrupted(error == -ETIME || error == -EAGAIN || error == -EBUSY || error > 0 ? 0 : error);
+  return atKernel_ != 0;
+}
+
 bool KernelRing::take(Answer& out) {
   io_uring_cqe* answer = nullptr;
   if (const int error = io_uring_peek_cqe(&ring_, &answer); error != 0) {

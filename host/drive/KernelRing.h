@@ -61,6 +61,11 @@ class KernelRing {
   /// @param wait until there is one; the caller has a request outstanding
   bool poll(Answer& out, bool wait);
 
+  /// Sends what is queued and sleeps until there is an answer, or so long. False at once when the kernel has nothing
+  /// that it could answer, or cannot wait for a time without a request of its own (Linux before 5.11). Throws
+  /// DriveError.
+  bool waitUpTo(uint64_t microseconds);
+
   /// The most requests that a poll leaves unsent: half the depth, so that the drive has the other half to work on.
   uint32_t mostUnsent() const { return mostUnsent_; }
 

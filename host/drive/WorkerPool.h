@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -65,6 +66,13 @@ class WorkerPool {
     }
     out = replies_.front();
     replies_.popFront();
+    return true;
+  }
+
+  /// Sleeps until a reply is there, or so long. Always true: it can.
+  bool waitUpTo(uint64_t microseconds) {
+    std::unique_lock lock(mutex_);
+    done_.wait_for(lock, std::chrono::microseconds(microseconds), [this] { return !replies_.empty(); });
     return true;
   }
 

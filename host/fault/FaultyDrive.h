@@ -52,6 +52,7 @@ class FaultyDrive : public Drive {
   void powerCycle() override;
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { inner_->useMemory(data, bytes); }
   void sendQueued() override { inner_->sendQueued(); }
+  bool waitUpTo(uint64_t microseconds) override { return inner_->waitUpTo(microseconds); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return inner_->sendVendorRequest(block, bytes);
   }

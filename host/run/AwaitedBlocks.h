@@ -8,6 +8,8 @@
 #include <memory>
 #include <vector>
 
+#include "host/base/Prefetch.h"
+
 namespace corvane::host {
 
 /// The blocks of a command.
@@ -103,6 +105,20 @@ class AwaitedBlocks {
       }
       return uint64_t{0};
     });
+  }
+
+  /// Asks the processor for where a span that will be walked is looked for, without waiting for it.
+  void prefetchPlace(const BlockSpan& span) const {
+    prefetch(&heads_[home(groupOf(span.first))]);
+    prefetch(&heads_[home(groupOf(span.end - 1))]);
+  }
+  /// Asks for the pieces that are found there. Waits for the places.
+  void prefetchPieces(const BlockSpan& span) const {
+    for (const uint64_t lba : {span.first, span.end - 1}) {
+      if (const uint32_t index = heads_[home(groupOf(lba))]; index != none) {
+        prefetch(&at(index));
+      }
+    }
   }
 
   /// The block, or null when nobody waits for it. Valid until the next walk.

@@ -84,6 +84,10 @@ class BlockExpectations {
 
   void clear();
 
+  /// As AwaitedBlocks.
+  void prefetchPlace(const BlockSpan& span) const { blocks_.prefetchPlace(span); }
+  void prefetchPieces(const BlockSpan& span) const { blocks_.prefetchPieces(span); }
+
   bool awaits(uint64_t lba) const { return blocks_.find(lba) != nullptr; }
   /// Nobody waits for any block.
   bool empty() const { return blocks_.empty(); }

@@ -50,10 +50,22 @@ CheckAccount::Choice CheckAccount::nextChoice() {
   return readsNext_ ? Choice::read : Choice::write;
 }
 
+void CheckAccount::prefetchReadBacks() const {
+  // The first one may be what is issued now.
+  const size_t waiting = readBacks_.size();
+  if (waiting > 1) {
+    expectations_.prefetchPieces(spanOf(readBacks_[1].lba, readBacks_[1].blocks));
+  }
+  if (waiting > 2) {
+    expectations_.prefetchPlace(spanOf(readBacks_[2].lba, readBacks_[2].blocks));
+  }
+}
+
 bool CheckAccount::issued(const DriveCommand& command, Origin origin) {
   if (command.kind == CommandKind::syncCache) {
     return false;
   }
+  prefetchReadBacks();
   Outstanding& own = begin(command);
   if (!onTrack_) {
     own.preRead = origin.mayBePreRead;

@@ -60,6 +60,13 @@ class CheckAccount {
   /// @param dataDelivered whether a read's data are passed on
   void completed(const DriveCommand& command, const DriveCompletion& completion, bool dataDelivered);
 
+  /// Asks the processor for what a write at these LBAs would touch.
+  void prefetchForWrite(uint64_t lba, uint32_t blocks) const {
+    if (blocks != 0) {
+      expectations_.prefetchPlace(spanOf(lba, blocks));
+    }
+  }
+
   /// A reset or power cut took every outstanding command away.
   void allLost();
 
@@ -117,6 +124,8 @@ class CheckAccount {
   bool fits(const Outstanding& own, const ReadBack& write) const;
   uint32_t oldestUnread() const;
   std::optional<ReadBack> nextReadBack() const;
+  /// Asks the processor for what the read-backs behind the next one will touch.
+  void prefetchReadBacks() const;
   /// A read that could be either was no pre-read, but the read-back that stood next.
   bool takeBackDoubt();
 

@@ -10,11 +10,34 @@
 namespace corvane::host {
 namespace {
 
-constexpr uint32_t keenPolls = 16;  ///< before waiting offers the processor to others; a drive in memory needs fewer
-constexpr uint32_t busyPolls = 64;  ///< before waiting gives the processor away for longer
+constexpr uint32_t keenPolls =
+    16;  ///< before waiting sleeps or offers the processor to others; a drive in memory needs fewer
+constexpr uint32_t briefPauses = 48;  ///< before waiting gives the processor away for longer
 constexpr uint64_t firstPauseUs = 8;
 constexpr uint64_t longestPauseUs = 1000;
-constexpr size_t namedCommands = 8;  ///< in the watchdog's message
+constexpr uint64_t longestSleepUs = 100'000;  ///< before the watchdog looks again
+constexpr size_t namedCommands = 8;           ///< in the watchdog's message
+
+/// The pauses between two polls of a drive that cannot be slept on: longer and longer.
+class Patience {
+ public:
+  explicit Patience(HostClock& clock) : clock_(clock) {}
+
+  void pause() {
+    if (pauses_ < briefPauses) {
+      ++pauses_;
+      std::this_thread::yield();
+      return;
+    }
+    clock_.pause(nextUs_);
+    nextUs_ = std::min(nextUs_ * 2, longestPauseUs);
+  }
+
+ private:
+  HostClock& clock_;
+  uint32_t pauses_ = 0;
+  uint64_t nextUs_ = firstPauseUs;
+};
 
 }  // namespace
 
@@ -70,25 +93,23 @@ void DriveQueue::keep(const DriveCompletion& completion) {
 }
 
 void DriveQueue::waitForDrive(DriveCompletion& out) {
-  // The drive is polled, not waited for, so that one that hangs is noticed.
-  for (uint32_t polls = 0; polls < busyPolls; ++polls) {
+  for (uint32_t polls = 0; polls < keenPolls; ++polls) {
     if (pollDrive(out)) {
       return;
     }
-    if (polls >= keenPolls) {
-      std::this_thread::yield();
-    }
   }
+  // Never asleep for good, so that a drive that hangs is noticed.
   const uint64_t beganUs = clock_.steadyUs();
-  uint64_t pauseUs = firstPauseUs;
+  Patience patience(clock_);
   while (!pollDrive(out)) {
     if (clock_.steadyUs() - beganUs >= watchdogMs_ * 1000) {
       throw DriveError("the drive completed nothing for " + std::to_string(watchdogMs_ / 1000) +
                        " s, outstanding are " + fence_.describeOutstanding(namedCommands) +
                        "; check the drive and its connection");
     }
-    clock_.pause(pauseUs);
-    pauseUs = std::min(pauseUs * 2, longestPauseUs);
+    if (!fence_.waitUpTo(longestSleepUs)) {
+      patience.pause();
+    }
   }
 }
 

@@ -193,6 +193,10 @@ bool OrderingFence::poll(DriveCompletion& out) {
   return false;
 }
 
+bool OrderingFence::waitUpTo(uint64_t microseconds) {
+  return lost_.has_value() || (toRetry_.empty() && drive_.waitUpTo(microseconds));
+}
+
 void OrderingFence::keepForRetry(Node& node, const DriveCompletion& completion) {
   counters_.retried.add(1);
   if (++node.attempts >= maxAttempts) {

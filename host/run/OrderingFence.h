@@ -56,6 +56,9 @@ class OrderingFence {
   /// DriveConnectionLost.
   bool poll(DriveCompletion& out);
 
+  /// As Drive::waitUpTo; false also when a command waits to be sent again, which a poll does.
+  bool waitUpTo(uint64_t microseconds);
+
   /// Forgets all outstanding commands. For after a reset or a power cut: what was held back never reaches the drive,
   /// and completions that come late are dropped.
   void forgetAll();

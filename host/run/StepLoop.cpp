@@ -208,6 +208,7 @@ void StepLoop::checkZonePosition(const DriveCommand& command) const {
 void StepLoop::publishChoice() {
   if (skipGen_ == 0 || !choice_) {
     choice_ = lbaAgent_.next();
+    checks_.prefetchForWrite(choice_->lba, choice_->blocks);
   }
   // Also when the choice was kept: the agent has written the range of its own command over it.
   skipGen_ = 0;

@@ -93,7 +93,7 @@ struct TestDefinition {
   uint64_t commandsPerSecond = 0;  ///< upper limit per drive; 0: none
   /// Processors for the drives' threads: drive i runs on number i of them, in turn. Empty: wherever the system puts it.
   std::vector<uint32_t> pinnedCpus;
-  uint64_t watchdogMs = 60'000;    ///< a drive that completes nothing for so long has failed
+  uint64_t watchdogMs = 60'000;  ///< a drive that completes nothing for so long has failed
 
   /// The agent's own options by name, in the order in which they are set. "Random Seed" and "Miscompare Output Path"
   /// are set from `seed` and `outputDirectory` unless they stand here.

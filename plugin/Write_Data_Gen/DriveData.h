@@ -72,6 +72,7 @@ struct Corvane::DriveData {
   RandomNumberGenerator<unsigned long> rng;
 
   bool readPhase = false;
+  uint8_t readShare = 127;  ///< of 256 draws between a write and a read; the last one used
   bool syncIssued = false;
   bool syncDone = false;
   bool miscompareSeen = false;

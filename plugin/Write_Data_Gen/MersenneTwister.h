@@ -39,6 +39,12 @@ class MersenneTwister {
     return low | high << 32;
   }
 
+  /// What `pair` will give after `pairs` other calls of it; nothing known of those that are not made yet: 0.
+  uint64_t foreseen(std::size_t pairs) const {
+    const std::size_t at = next_ + 2 * pairs;
+    return at + 1 < words ? outputs_[at] | uint64_t{outputs_[at + 1]} << 32 : 0;
+  }
+
   /// The next `count` outputs, each least significant byte first.
   void copy(uint8_t* out, uint64_t count);
 

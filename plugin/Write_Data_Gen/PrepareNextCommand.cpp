@@ -1,4 +1,5 @@
 #include "Scheduling.h"
+#include "WriteData.h"
 
 namespace vdl::agent {
 
@@ -71,8 +72,20 @@ Backlog backlog(const Step& step) {
 
 /// The emptier the queue, the likelier a write.
 bool drawWrite(Step& step, Backlog waiting) {
-  const auto draw = static_cast<uint8_t>(step.data.rng());
-  return draw > (waiting == Backlog::small ? 63 : waiting == Backlog::medium ? 127 : 191);
+  step.data.readShare = waiting == Backlog::small ? 63 : waiting == Backlog::medium ? 127 : 191;
+  return static_cast<uint8_t>(step.data.rng()) > step.data.readShare;
+}
+
+/// What comes after this command is drawn already, or follows from it; the write data then lie ready.
+void prefetchForNextWrite(const Step& step) {
+  const DriveData& data = step.data;
+  if (!step.config.randomSelection) {
+    if (!data.readPhase) {
+      prefetchNextBucket(step, 0, *data.xferLength);
+    }
+  } else if (static_cast<uint8_t>(data.rng.foreseen(0)) > data.readShare) {
+    prefetchNextBucket(step, 1, *data.xferLength);
+  }
 }
 
 /// Keeps the distance between writes and their read-backs between the two queue sizes.
@@ -117,10 +130,11 @@ int32_t prepareNextCommand(Step& step) {
   if (power == PowerStep::flushing) {
     return status::ok;
   }
-  if (!chooseWrite(step)) {
-    return doAReadOrVerify(step, tag, active);
-  }
-  return active.writeAtomic ? doAWriteAtomic(step, tag) : doAWrite(step, tag, active);
+  const int32_t result = !chooseWrite(step)   ? doAReadOrVerify(step, tag, active)
+                         : active.writeAtomic ? doAWriteAtomic(step, tag)
+                                              : doAWrite(step, tag, active);
+  prefetchForNextWrite(step);
+  return result;
 }
 
 int32_t checkTransferLength(const Step& step, uint32_t xferLength) {

@@ -36,6 +36,9 @@ class RandomNumberGenerator {
     return range_(engine_);
   }
 
+  /// What a draw will give after `draws` others, where that is known already; else some number. For what may be wrong.
+  T foreseen(std::size_t draws) const { return everyNumber_ ? static_cast<T>(engine_.foreseen(draws)) : T{}; }
+
   /// What as many draws would give, each least significant byte first: `draws` * sizeof(T) bytes.
   void copy(uint8_t* out, uint64_t draws) {
     if (everyNumber_) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -11,16 +12,23 @@ namespace vdl {
 
 /// The records of 64 neighbouring LBAs: a mask of the blocks on record, and their records without gaps behind it.
 ///
-/// A page has room for 1, 2, 4, … or 64 records, so that a lone block does not cost what 64 do. Its records move when
-/// one is added or removed, and nothing but a page's users of the moment may hold their addresses.
+/// A page has room for 1, 4, 16, 32 or 64 records, so that a lone block does not cost what 64 do, and a range that fills
+/// up leaves little behind in the small sizes that its pages have outgrown. Its records move when one is added or
+/// removed, and nothing but a page's users of the moment may hold their addresses.
 class RecordPage {
  public:
   static constexpr uint32_t blocksPerPage = 64;
-  static constexpr uint32_t sizeClasses = 7;
+  static constexpr uint32_t sizeClasses = 5;
 
-  static constexpr uint32_t roomOf(uint32_t sizeClass) { return uint32_t{1} << sizeClass; }
+  static constexpr uint32_t roomOf(uint32_t sizeClass) { return rooms[sizeClass]; }
   /// The smallest size class with room for `records`, 1 to 64.
-  static constexpr uint32_t classFor(uint32_t records) { return static_cast<uint32_t>(std::bit_width(records - 1)); }
+  static constexpr uint32_t classFor(uint32_t records) {
+    uint32_t sizeClass = 0;
+    while (rooms[sizeClass] < records) {
+      ++sizeClass;
+    }
+    return sizeClass;
+  }
   static constexpr std::size_t bytesOf(uint32_t sizeClass) {
     return sizeof(RecordPage) + roomOf(sizeClass) * sizeof(LBARecord);
   }
@@ -50,6 +58,8 @@ class RecordPage {
   void noteAtomic() { atomicSeen_ = true; }
 
  private:
+  static constexpr std::array<uint8_t, sizeClasses> rooms{1, 4, 16, 32, 64};
+
   LBARecord* records() { return std::launder(reinterpret_cast<LBARecord*>(this + 1)); }
   const LBARecord* records() const { return std::launder(reinterpret_cast<const LBARecord*>(this + 1)); }
 

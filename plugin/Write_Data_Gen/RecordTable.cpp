@@ -69,7 +69,10 @@ void RecordTable::remove(uint64_t number, uint64_t blocks) noexcept {
   page->remove(blocks);
   // A page that gave away three quarters of its blocks keeps room for twice the rest; without memory it stays large.
   if (page->count() * 4 <= page->room()) {
-    resize(slot, RecordPage::classFor(page->count() * 2));
+    const uint32_t smaller = RecordPage::classFor(page->count() * 2);
+    if (smaller != page->sizeClass()) {
+      resize(slot, smaller);
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include "AlignedMemory.h"
 #include "BlockStamp.h"
+#include "SectorBuckets.h"
 
 namespace vdl::agent {
 
@@ -28,12 +29,28 @@ uint8_t* tagBuffer(Step& step, uint32_t tag, uint64_t bytes) {
   return buffer;
 }
 
-BlockNum chooseBucket(Step& step, uint32_t xferLength) {
-  const auto draw = static_cast<uint32_t>(step.data.rng());
+namespace {
+
+BlockNum bucketOf(const Step& step, uint64_t draw, uint32_t xferLength) {
   const uint32_t choices = step.config.bucketCount - xferLength;
-  const BlockNum bucket = choices == 0 ? 0 : draw % choices;
+  return choices == 0 ? 0 : static_cast<uint32_t>(draw) % choices;
+}
+
+}  // namespace
+
+BlockNum chooseBucket(Step& step, uint32_t xferLength) {
+  const BlockNum bucket = bucketOf(step, step.data.rng(), xferLength);
   *step.data.bucketIndex = bucket;
   return bucket;
+}
+
+void prefetchNextBucket(const Step& step, uint32_t drawsBefore, uint32_t xferLength) {
+  const DriveData& data = step.data;
+  if (data.buckets == nullptr || xferLength >= step.config.bucketCount) {
+    return;
+  }
+  const BlockNum bucket = bucketOf(step, data.rng.foreseen(drawsBefore), xferLength);
+  prefetchSectors(step, data.buckets + uint64_t{bucket} * sectorBytes(step.thread), xferLength);
 }
 
 namespace {

@@ -16,6 +16,12 @@ uint8_t* tagBuffer(Step& step, uint32_t tag, uint64_t bytes);
 /// a transfer as long as the pool starts at bucket 0.
 BlockNum chooseBucket(Step& step, uint32_t xferLength);
 
+/// Asks the processor for the sectors that the next command will copy if it is a write as long as this one, so that they
+/// have arrived by then. Draws nothing; results do not depend on it.
+///
+/// @param drawsBefore the draws between now and that of the bucket
+void prefetchNextBucket(const Step& step, uint32_t drawsBefore, uint32_t xferLength);
+
 /// Blocks to put into a tag's buffer.
 struct WriteBlocks {
   uint32_t tag;

@@ -192,7 +192,9 @@ class Growth(unittest.TestCase):
         self.assertIn("| 1 | 65,536 | 150 ns | 75 ns | 1.50 | 7 MB | 100 |", growth.outstanding_table(rows))
 
     def test_drives_are_held_against_one(self):
-        rows = growth.with_rates([{"drives": 1, "cpu": 1000.0, "peak": 1}, {"drives": 16, "cpu": 1250.0, "peak": 2}])
+        rows = growth.with_rates([{"drives": 1, "cpu": 1000.0, "peak": 1, "copies": 60.0},
+                                  {"drives": 16, "cpu": 1250.0, "peak": 2, "copies": 80.0}])
+        self.assertEqual([row["relativeCopies"] for row in rows], [1.0, 0.75])
         self.assertAlmostEqual(rows[1]["relative"], 0.8)
         self.assertEqual(rows[0]["commandsPerCpuSecond"], 1e6)
 
@@ -235,7 +237,9 @@ class CommandLine(unittest.TestCase):
                 self.refused(name, arguments[0], *arguments)
         self.refused("vs_fio", "--folder", "--medium", "disk", "--folder", "/no-such-folder")
         self.refused("vs_fio", "memory; give another folder", "--medium", "disk", "--folder", "/dev/shm")
+        self.refused("vs_fio", "--processor", "--processor", "99999")
         self.refused("growth", "--folder", "--folder", "/no-such-folder")
+        self.refused("growth", "--target vs_fio_floor", "--corvane", "/bin/true", "--floor", "/no-such-program")
         self.refused("instructions", "--limit", "--limit", "x")
         self.refused("instructions", "--update makes it", "--table", "/no-such-table")
 

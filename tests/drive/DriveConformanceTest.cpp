@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <thread>
 
 #include "host/drive/DriveFactory.h"
 #include "tests/drive/CommandMaker.h"
@@ -229,6 +230,26 @@ TEST_P(DriveConformance, ManyCommandsAtOnceAreAnsweredOnceEach) {
   for (uint32_t i = 0; i < conformanceDepth; ++i) {
     EXPECT_EQ(commands.read(200 + 2 * i, 2), data[i]);
   }
+}
+
+TEST_P(DriveConformance, SleepingOnItLosesNothing) {
+  Bytes data = dataOf(1, 4);
+  for (uint32_t i = 0; i < 4; ++i) {
+    DriveCommand command = commands.make(i == 3 ? CommandKind::write : CommandKind::read, i * 4, 4, &data);
+    command.tag = i;
+    drive->submit(command);
+  }
+  DriveCompletion completion;
+  std::set<uint32_t> ended;
+  while (ended.size() < 4) {
+    while (drive->poll(completion, false)) {
+      EXPECT_TRUE(ended.insert(completion.tag).second);
+    }
+    if (ended.size() < 4 && !drive->waitUpTo(10'000'000)) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_FALSE(drive->waitUpTo(60'000'000)) << "nothing is under way that could end it";
 }
 
 TEST_P(DriveConformance, WithNothingOutstandingThereIsNothingToWaitFor) {

@@ -139,6 +139,46 @@ TEST_F(KernelRingTest, WaitingSendsWhatIsQueued) {
   }
 }
 
+TEST_F(KernelRingTest, ASleepSendsWhatIsQueuedAndEndsWithAnAnswer) {
+  KernelRing ring(4, 0);
+  queueRead(ring, 7);
+  std::thread giver([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    give('x');
+  });
+  EXPECT_TRUE(ring.waitUpTo(60'000'000));
+  KernelRing::Answer answer;
+  EXPECT_TRUE(ring.poll(answer, false));
+  EXPECT_EQ(answer.slot, 7U);
+  EXPECT_EQ(arrived, 'x');
+  EXPECT_FALSE(ring.poll(answer, false));
+  giver.join();
+}
+
+TEST_F(KernelRingTest, ASleepEndsWhenItsTimeIsOver) {
+  KernelRing ring(4, 0);
+  queueRead(ring, 7);
+  KernelRing::Answer answer;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(ring.waitUpTo(1000));
+    EXPECT_FALSE(ring.poll(answer, false));
+  }
+  give('x');
+  EXPECT_TRUE(ring.poll(answer, true));
+}
+
+TEST_F(KernelRingTest, WithAnAnswerReadyThereIsNoSleep) {
+  KernelRing ring(4, 0);
+  queueNothing(ring, 2);
+  KernelRing::Answer answer;
+  EXPECT_TRUE(ring.waitUpTo(60'000'000));
+  EXPECT_TRUE(ring.waitUpTo(60'000'000));
+  EXPECT_TRUE(ring.poll(answer, false));
+  EXPECT_TRUE(ring.waitUpTo(60'000'000));
+  EXPECT_TRUE(ring.poll(answer, false));
+  EXPECT_FALSE(ring.waitUpTo(60'000'000)) << "nothing is under way that could end it";
+}
+
 TEST_F(KernelRingTest, ASignalDoesNotEndTheWaiting) {
   KernelRing ring(4, 0);
   queueRead(ring, 7);

@@ -31,6 +31,23 @@ TEST(WorkerPool, CarriesOutEveryRequest) {
   EXPECT_FALSE(pool.poll(reply, false));
 }
 
+TEST(WorkerPool, ASleepEndsWithAReplyOrWhenItsTimeIsOver) {
+  std::atomic<bool> mayEnd = false;
+  Pool pool(1, 1, [&](const int& number) {
+    mayEnd.wait(false);
+    return number;
+  });
+  pool.submit(5);
+  int reply = 0;
+  EXPECT_TRUE(pool.waitUpTo(1000));
+  EXPECT_FALSE(pool.poll(reply, false));
+  mayEnd = true;
+  mayEnd.notify_all();
+  EXPECT_TRUE(pool.waitUpTo(60'000'000));
+  EXPECT_TRUE(pool.poll(reply, false));
+  EXPECT_EQ(reply, 5);
+}
+
 TEST(WorkerPool, ItsEndWaitsForWhatIsBeingCarriedOut) {
   std::atomic<bool> begun = false;
   std::atomic<bool> ended = false;

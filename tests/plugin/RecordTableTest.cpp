@@ -167,7 +167,7 @@ TEST(RecordTable, APageGivesRoomBackWithItsBlocks) {
   table.remove(5, ~uint64_t{0x8001});
   EXPECT_EQ(table.page(5)->room(), 4U);
   table.remove(5, 1);
-  EXPECT_EQ(table.page(5)->room(), 2U);
+  EXPECT_EQ(table.page(5)->room(), 4U);
   table.remove(5, 0x8000);
   EXPECT_EQ(table.page(5), nullptr);
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -132,6 +133,45 @@ TEST_F(DriveQueueTest, AnOwnCommandThatNeverEndsIsGivenUp) {
     EXPECT_THAT(error.what(), HasSubstr("completed nothing for 5 s"));
     EXPECT_THAT(error.what(), HasSubstr("zonereset of 100 blocks at LBA 1000 (tag 4)"));
   }
+}
+
+TEST_F(DriveQueueTest, ADriveThatCanBeSleptOnIsNeitherPolledNorPausedForMeanwhile) {
+  submit(2);
+  int pollsBefore = 0;
+  drive.onWait = [&](uint64_t) {
+    pollsBefore = drive.polls;
+    drive.completeTag(2);
+  };
+  DriveCompletion completion;
+  queue.wait(completion);
+  EXPECT_EQ(completion.tag, 2U);
+  EXPECT_EQ(drive.polls, pollsBefore + 1);
+  EXPECT_EQ(clock.pauses, 0);
+}
+
+TEST_F(DriveQueueTest, ADriveThatIsSleptOnForEverIsGivenUp) {
+  submit(2);
+  uint64_t longest = 0;
+  drive.onWait = [&](uint64_t microseconds) {
+    longest = std::max(longest, microseconds);
+    clock.pause(microseconds);
+  };
+  DriveCompletion completion;
+  EXPECT_THROW(queue.wait(completion), DriveError);
+  EXPECT_LE(longest, 100'000U) << "the watchdog looks in between";
+  EXPECT_EQ(clock.steadyUs(), 1U + 5'000'000U);
+}
+
+TEST_F(DriveQueueTest, ACommandThatIsToBeSentAgainIsNotSleptOn) {
+  submit(2);
+  drive.completeTag(2, scsi_status::busy);
+  drive.onWait = [&](uint64_t) {
+    ASSERT_EQ(drive.submitted.size(), 2U) << "nothing is at the drive that could end the sleep";
+    drive.completeTag(2);
+  };
+  DriveCompletion completion;
+  queue.wait(completion);
+  EXPECT_EQ(completion.status, scsi_status::good);
 }
 
 TEST_F(DriveQueueTest, TheAnswerOfAnOwnCommandIsTheDrives) {

@@ -73,6 +73,13 @@ class FakeDrive : public Drive {
     }
   }
 
+  bool waitUpTo(uint64_t microseconds) override {
+    if (onWait) {
+      onWait(microseconds);
+    }
+    return onWait != nullptr;
+  }
+
   static bool conflict(const DriveCommand& a, const DriveCommand& b) {
     if (a.kind == CommandKind::syncCache || b.kind == CommandKind::syncCache) {
       return true;
@@ -118,6 +125,7 @@ class FakeDrive : public Drive {
   std::function<void(const DriveCommand&)> onSubmit;
   std::function<void()> onPoll;
   std::function<void()> onSendQueued;
+  std::function<void(uint64_t)> onWait;  ///< what happens while the caller sleeps so long; without it, it cannot
   int polls = 0;
   int resets = 0;
   int powerCycles = 0;

@@ -52,6 +52,9 @@ class Engine {
   ///
   /// @param wait until there is one; the caller has a request outstanding
   virtual bool poll(EngineReply& out, bool wait) = 0;
+
+  /// As Drive::waitUpTo.
+  virtual bool waitUpTo(uint64_t microseconds) = 0;
 };
 
 /// Through the kernel's submission and completion rings; null, with the cause in `refusal`, where the kernel does not

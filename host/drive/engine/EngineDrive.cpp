@@ -129,6 +129,10 @@ bool EngineDrive::poll(DriveCompletion& out, bool wait) {
   return false;
 }
 
+bool EngineDrive::waitUpTo(uint64_t microseconds) {
+  return !ready_.empty() || (running_ != 0 && engine_->waitUpTo(microseconds));
+}
+
 inline bool EngineDrive::runEnded(EngineRequest& rest, int64_t result) {
   if (result <= 0 || !isTransfer(rest.operation)) {
     return true;

@@ -43,6 +43,7 @@ class EngineDrive : public Drive {
   void powerCycle() override { dropEverything(); }
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { engine_->useMemory(data, bytes); }
   void sendQueued() override { engine_->sendQueued(); }
+  bool waitUpTo(uint64_t microseconds) override;
 
  private:
   /// A command in work: the runs of its plan, one after the other.

@@ -19,6 +19,7 @@ class ThreadEngine : public Engine {
   std::string name() const override { return "thread pool"; }
   void submit(const EngineRequest& request) override { pool_.submit(request); }
   bool poll(EngineReply& out, bool wait) override { return pool_.poll(out, wait); }
+  bool waitUpTo(uint64_t microseconds) override { return pool_.waitUpTo(microseconds); }
 
  private:
   WorkerPool<EngineRequest, EngineReply> pool_;

@@ -93,6 +93,8 @@ class UringEngine : public Engine {
     return true;
   }
 
+  bool waitUpTo(uint64_t microseconds) override { return ring_.waitUpTo(microseconds); }
+
  private:
   bool isPinned(const EngineRequest& request, uint64_t bytes) const {
     const uint64_t at = reinterpret_cast<uintptr_t>(request.data) - reinterpret_cast<uintptr_t>(pinned_);

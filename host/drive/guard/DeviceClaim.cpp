@@ -26,6 +26,7 @@ class ClaimedDrive : public Drive {
   void powerCycle() override { drive_->powerCycle(); }
   void useMemory(uint8_t* data, uint64_t bytes) noexcept override { drive_->useMemory(data, bytes); }
   void sendQueued() override { drive_->sendQueued(); }
+  bool waitUpTo(uint64_t microseconds) override { return drive_->waitUpTo(microseconds); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     return drive_->sendVendorRequest(block, bytes);
   }

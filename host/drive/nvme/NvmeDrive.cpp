@@ -259,6 +259,10 @@ bool NvmeDrive::poll(DriveCompletion& out, bool wait) {
   return false;
 }
 
+bool NvmeDrive::waitUpTo(uint64_t microseconds) {
+  return !ready_.empty() || (atDrive_ != 0 && passthrough_->waitUpTo(microseconds));
+}
+
 bool NvmeDrive::advance(const NvmeReply& reply, DriveCompletion& out) {
   Slot& slot = slots_[reply.slot];
   const int32_t code = reply.result < 0 ? reply.result : reply.result & nvme_status::codeMask;

@@ -46,6 +46,7 @@ class NvmeDrive : public Drive {
   /// Throws std::logic_error: the drive does not offer it.
   void powerCycle() override;
   void sendQueued() override { passthrough_->sendQueued(); }
+  bool waitUpTo(uint64_t microseconds) override;
 
   /// With `NvmeOptions::vendorAdmin`, byte 0 of the request's command descriptor block, C0h to FFh, is the operation
   /// code of an admin command without data, and bytes 1 and up are its dwords 10 to 15.

@@ -49,6 +49,9 @@ class NvmePassthrough {
   /// @param wait until there is one; the caller has a request outstanding
   virtual bool poll(NvmeReply& out, bool wait) = 0;
 
+  /// As Drive::waitUpTo.
+  virtual bool waitUpTo(uint64_t microseconds) = 0;
+
   /// Carries out an admin command and waits for its end.
   ///
   /// @param result dword 0 of its completion; may be null

@@ -23,6 +23,7 @@ class NvmeThreads : public NvmePassthrough {
 
   void submit(const NvmeRequest& request) override { pool_.submit(request); }
   bool poll(NvmeReply& out, bool wait) override { return pool_.poll(out, wait); }
+  bool waitUpTo(uint64_t microseconds) override { return pool_.waitUpTo(microseconds); }
   int32_t admin(const NvmeCommand& command, uint32_t* result) override { return device_->admin(command, result); }
   int32_t runAlone(const NvmeCommand& command) override { return device_->io(command); }
   void reset() override { device_->resetController(); }

@@ -41,6 +41,8 @@ class NvmeUring : public NvmePassthrough {
     return true;
   }
 
+  bool waitUpTo(uint64_t microseconds) override { return ring_.waitUpTo(microseconds); }
+
   int32_t admin(const NvmeCommand& command, uint32_t* result) override { return device_->admin(command, result); }
   int32_t runAlone(const NvmeCommand& command) override { return device_->io(command); }
 

@@ -72,6 +72,7 @@ class FakeEngine : public Engine {
     replies_.pop_front();
     return true;
   }
+  bool waitUpTo(uint64_t /*microseconds*/) override { return !replies_.empty(); }
 
  private:
   Seen& seen_;

@@ -114,6 +114,15 @@ TEST_P(EngineTest, WhatIsQueuedIsCarriedOutOnceItIsSent) {
   }
 }
 
+TEST_P(EngineTest, AfterASleepTheReplyIsThere) {
+  std::array<uint8_t, 1> data{};
+  engine->submit({.slot = 2, .offset = 0, .bytes = 1, .data = data.data()});
+  EXPECT_TRUE(engine->waitUpTo(60'000'000));
+  EngineReply reply;
+  EXPECT_TRUE(engine->poll(reply, false));
+  EXPECT_EQ(reply.slot, 2U);
+}
+
 TEST_P(EngineTest, AnAtomicWriteIsRefusedWhereNobodyPromisesIt) {
   // Through the page cache, of which no kernel makes such a promise.
   EXPECT_EQ(run(Operation::write, 0, 4096, true), -EOPNOTSUPP);

@@ -52,6 +52,7 @@ class FakeNvme : public NvmePassthrough {
   std::string whyNoReset() const override { return resetRefusal; }
   void submit(const NvmeRequest& request) override;
   bool poll(NvmeReply& out, bool wait) override;
+  bool waitUpTo(uint64_t /*microseconds*/) override { return !waiting_.empty() || !cancelled_.empty(); }
   int32_t admin(const NvmeCommand& command, uint32_t* result) override;
   int32_t runAlone(const NvmeCommand& command) override;
   /// What is outstanding is carried out or not, by chance, and ends with -EINTR.
