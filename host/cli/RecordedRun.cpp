@@ -2,7 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/base/JsonNesting.h"
 #include "host/cli/InputFile.h"
+#include "host/cli/JsonFields.h"
 #include "host/cli/TestJson.h"
 #include "host/cli/UsageError.h"
 
@@ -14,8 +16,11 @@ using Json = nlohmann::ordered_json;
 constexpr size_t longestDocument = size_t{256} << 20;
 constexpr const char* remedy = "name the JSON document of a run, such as corvane-out/result.json";
 
-Json parsed(const std::string& path) {
-  const std::string text = readInputFile("document", path, longestDocument, remedy);
+Json parsed(std::string_view text, const std::string& path) {
+  if (nestsTooDeep(text)) {
+    throw UsageError("document '" + path + "' nests values more than " + std::to_string(mostJsonNesting) +
+                     " deep, as no run does; " + remedy);
+  }
   Json document = Json::parse(text, nullptr, false);
   if (document.is_discarded()) {
     throw UsageError("document '" + path + "' is no JSON; " + remedy);
@@ -34,38 +39,45 @@ void checkFormat(const Json& document, const std::string& path) {
   }
 }
 
-uint64_t numberOr0(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  return found == object.end() || found->is_null() ? 0 : found->get<uint64_t>();
+uint64_t numberOr0(const Json& object, JsonFields& fields, const char* key) {
+  return object.contains(key) ? fields.numberOrNull(key).value_or(0) : 0;
 }
 
-RecordedFinding findingOf(const Json& object) {
+RecordedFinding findingOf(const Json& object, JsonFields& fields) {
   RecordedFinding finding;
-  finding.drive = object.at("drive").get<std::string>();
-  finding.driveIndex = object.at("driveIndex").get<uint32_t>();
-  finding.agentStatus = object.at("agentStatus").get<int32_t>();
-  if (const Json& lba = object.at("lba"); !lba.is_null()) {
-    finding.lba = lba.get<uint64_t>();
-  }
-  finding.commandNumber = numberOr0(object, "commandNumber");
-  finding.step = numberOr0(object, "step");
+  finding.drive = fields.text("drive");
+  finding.driveIndex = fields.number32("driveIndex");
+  finding.agentStatus = fields.signedNumber32("agentStatus");
+  finding.lba = fields.numberOrNull("lba");
+  finding.commandNumber = numberOr0(object, fields, "commandNumber");
+  finding.step = numberOr0(object, fields, "step");
   return finding;
+}
+
+[[noreturn]] void refuseChanged(const std::string& path) {
+  throw UsageError("document '" + path + "' is not as a run leaves it; name one that nobody has changed");
 }
 
 }  // namespace
 
 RecordedRun readRecordedRun(const std::string& path) {
-  const Json json = parsed(path);
+  return recordedRunFrom(readInputFile("document", path, longestDocument, remedy), path);
+}
+
+RecordedRun recordedRunFrom(std::string_view text, const std::string& path) {
+  const Json json = parsed(text, path);
   checkFormat(json, path);
   RecordedRun document;
   document.test = testFromJson(json["test"], path);
-  try {
-    document.version = json.at("version").get<std::string>();
-    for (const Json& finding : json.at("findings")) {
-      document.findings.push_back(findingOf(finding));
-    }
-  } catch (const Json::exception&) {
-    throw UsageError("document '" + path + "' is not as a run leaves it; name one that nobody has changed");
+  JsonFields fields(json);
+  document.version = fields.text("version");
+  for (const Json& finding : fields.part("findings")) {
+    JsonFields itsFields(finding);
+    document.findings.push_back(findingOf(finding, itsFields));
+    fields.takeFault("findings", itsFields);
+  }
+  if (!fields.fault().empty()) {
+    refuseChanged(path);
   }
   return document;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/cli/GivenTest.h"
@@ -32,5 +33,10 @@ inline constexpr int runDocumentFormat = 1;  ///< of the documents that `runJson
 ///
 /// Throws UsageError with one line for a file that cannot be read, is no such document, or is of another format.
 RecordedRun readRecordedRun(const std::string& path);
+
+/// As `readRecordedRun`, for a text that is at hand.
+///
+/// @param path what messages call the text
+RecordedRun recordedRunFrom(std::string_view text, const std::string& path);
 
 }  // namespace corvane::host

@@ -130,6 +130,7 @@ class Reader {
     }
     // A value may stand some lines below its key.
     const toml::source_region& at = node.source().begin ? node.source() : name.source();
+    checkNoZeroByte(at, key.name, *text);
     given_.give(key, std::move(*text), placeOf(at) + key.name);
   }
 
@@ -204,7 +205,15 @@ class Reader {
       refuse(entry.source(), std::string("the ") + key.entry + " '" + name + "' is " + typeOf(value) +
                                  "; give a text, a number, true or false");
     }
+    checkNoZeroByte(entry.source(), key.entry, name + *text);
     given_.give(key, name + "=" + *text, placeOf(entry.source()) + key.entry);
+  }
+
+  /// What the system calls a path ends at its first zero byte: another file than the one that is named here.
+  void checkNoZeroByte(const toml::source_region& at, const std::string& what, std::string_view text) const {
+    if (text.find('\0') != std::string_view::npos) {
+      refuse(at, what + " has a zero byte, which no text of a test has; leave it out");
+    }
   }
 
   static std::optional<std::string> entryText(const toml::node& node) {

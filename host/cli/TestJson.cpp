@@ -26,25 +26,26 @@ Json valueOf(const TestKey& key, const std::vector<std::string>& texts) {
   return table;
 }
 
-void give(GivenTest& given, const TestKey& key, const Json& value, const std::string& where) {
+/// The texts of a setting. Throws Json::exception for a value of another form.
+std::vector<std::string> textsOf(const TestKey& key, const Json& value) {
+  std::vector<std::string> texts;
   switch (key.form) {
     case TestKeyForm::onOff:
-      given.give(key, value.get<bool>() ? onText : "false", where);
-      return;
+      return {value.get<bool>() ? onText : "false"};
     case TestKeyForm::once:
-      given.give(key, value.get<std::string>(), where);
-      return;
+      return {value.get<std::string>()};
     case TestKeyForm::repeatable:
       for (const Json& text : value.get_ref<const Json::array_t&>()) {
-        given.give(key, text.get<std::string>(), where);
+        texts.push_back(text.get<std::string>());
       }
-      return;
+      break;
     case TestKeyForm::table:
       for (const auto& [name, text] : value.get_ref<const Json::object_t&>()) {
-        given.give(key, std::string(name).append("=").append(text.get<std::string>()), where);
+        texts.push_back(std::string(name).append("=").append(text.get<std::string>()));
       }
-      return;
+      break;
   }
+  return texts;
 }
 
 }  // namespace
@@ -67,10 +68,17 @@ GivenTest testFromJson(const Json& test, const std::string& path) {
     if (key == nullptr) {
       throw UsageError(where + " is no setting that this program knows; take the program that wrote the document");
     }
+    const std::string fault = where + " is not what a run writes; name a document of a run that nobody has changed";
     try {
-      give(given, *key, value, where);
+      for (std::string& text : textsOf(*key, value)) {
+        // What the system calls a path would end at a zero byte.
+        if (text.find('\0') != std::string::npos) {
+          throw UsageError(fault);
+        }
+        given.give(*key, std::move(text), where);
+      }
     } catch (const Json::exception&) {
-      throw UsageError(where + " is not what a run writes; name a document of a run that nobody has changed");
+      throw UsageError(fault);
     }
   }
   return given;

@@ -114,7 +114,7 @@ struct DriveCompletion {
   uint32_t status = scsi_status::good;
   uint64_t bytesTransferred = 0;    ///< of a read: valid bytes in the command's data
   uint32_t senseBytes = 0;          ///< 0: no sense data
-  std::array<uint8_t, 64> sense{};  ///< SPC sense data, any format
+  std::array<uint8_t, 64> sense{};  ///< SPC sense data, any format, that do not announce more than `senseBytes`
 };
 
 /// A drive, or something that behaves like one.

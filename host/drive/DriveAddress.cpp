@@ -158,7 +158,22 @@ void DriveAddress::checkAllTaken() const {
 }
 
 void DriveAddress::refuse(const std::string& fault) const {
-  throw DriveAddressError("drive address '" + maskedAddress(text_) + "': " + fault);
+  throw DriveAddressError("drive address '" + maskedAddress(text_) + "': " + withoutPassword(fault));
+}
+
+std::string DriveAddress::withoutPassword(std::string fault) const {
+  const std::optional<PasswordPlace> place = passwordIn(text_);
+  if (!place) {
+    return fault;
+  }
+  // With the sign in front of it: a password may be a word that the message has, too.
+  const size_t sign = place->begin - std::min<size_t>(place->begin, 1);
+  const std::string secret = text_.substr(sign, place->end - sign);
+  const std::string shown = text_.substr(sign, place->begin - sign) + std::string(passwordMask);
+  for (size_t at = fault.find(secret); at != std::string::npos; at = fault.find(secret, at + shown.size())) {
+    fault.replace(at, secret.size(), shown);
+  }
+  return fault;
 }
 
 std::optional<PasswordPlace> passwordIn(std::string_view address) {

@@ -46,11 +46,13 @@ class DriveAddress {
   /// Throws when the address has a key that nobody asked for.
   void checkAllTaken() const;
 
-  /// Always throws: "drive address 'text': fault", with the text as `maskedAddress` shows it.
+  /// Always throws: "drive address 'text': fault", with the text as `maskedAddress` shows it, and the fault without the
+  /// password that a piece in it may have.
   [[noreturn]] void refuse(const std::string& fault) const;
 
  private:
   std::optional<std::string> take(std::string_view key);
+  std::string withoutPassword(std::string fault) const;
 
   struct Pair {
     std::string key;

@@ -33,6 +33,7 @@ struct KindOfDrive {
   const char* scheme;
   Keeps keeps;
   std::unique_ptr<Drive> (*open)(const Opening& opening);
+  void (*check)(DriveAddress& address);
   std::string (*help)();
 };
 
@@ -40,17 +41,18 @@ struct KindOfDrive {
 constexpr std::array kinds{
     KindOfDrive{"block", Keeps::device,
                 [](const Opening& o) { return openBlockDrive(o.address, o.maxOutstanding, o.overwriting); },
-                blockDriveHelp},
+                checkBlockAddress, blockDriveHelp},
     KindOfDrive{"file", Keeps::nothing, [](const Opening& o) { return openFileDrive(o.address, o.maxOutstanding); },
-                fileDriveHelp},
+                checkFileAddress, fileDriveHelp},
     KindOfDrive{"iscsi", Keeps::unit, [](const Opening& o) { return openIscsiDrive(o.address, o.maxOutstanding); },
-                iscsiDriveHelp},
+                checkIscsiAddress, iscsiDriveHelp},
     KindOfDrive{"nvme", Keeps::device,
                 [](const Opening& o) { return openNvmeDrive(o.address, o.maxOutstanding, o.overwriting); },
-                nvmeDriveHelp},
+                checkNvmeAddress, nvmeDriveHelp},
     KindOfDrive{"sg", Keeps::generic, [](const Opening& o) { return openSgDrive(o.address, o.maxOutstanding); },
-                sgDriveHelp},
-    KindOfDrive{"sim", Keeps::nothing, [](const Opening& o) { return openSimDrive(o.address, o.seed); }, simDriveHelp}};
+                checkSgAddress, sgDriveHelp},
+    KindOfDrive{"sim", Keeps::nothing, [](const Opening& o) { return openSimDrive(o.address, o.seed); },
+                checkSimAddress, simDriveHelp}};
 
 /// "block:, file:, … and sim:".
 std::string allSchemes() {
@@ -62,31 +64,44 @@ std::string allSchemes() {
   return text;
 }
 
+/// The kind that an address names.
+const KindOfDrive& kindOf(const DriveAddress& address) {
+  for (const KindOfDrive& kind : kinds) {
+    if (address.scheme() == kind.scheme) {
+      return kind;
+    }
+  }
+  // Without "iscsi://" in front, user and password stand where the kind should.
+  const std::string shown = maskedAddress(address.text());
+  address.refuse("'" + shown.substr(0, shown.find(':')) + ":' is not a kind of drive; there are " + allSchemes());
+}
+
 }  // namespace
 
 std::unique_ptr<Drive> openDrive(std::string_view text, uint32_t maxOutstanding, uint64_t seed, Overwriting overwriting,
                                  AtStake* stake) {
   DriveAddress address(text);
   const Opening opening{address, maxOutstanding, seed, overwriting};
-  for (const KindOfDrive& kind : kinds) {
-    if (address.scheme() != kind.scheme) {
-      continue;
-    }
-    if (kind.keeps == Keeps::nothing) {
-      return kind.open(opening);
-    }
-    const GuardedDevice device{.name = maskedAddress(address.text()),
-                               .node = kind.keeps == Keeps::unit ? "" : address.target(),
-                               .openerClaims = kind.keeps != Keeps::generic};
-    return openGuarded(device, overwriting, stake, [&] { return kind.open(opening); });
+  const KindOfDrive& kind = kindOf(address);
+  if (kind.keeps == Keeps::nothing) {
+    return kind.open(opening);
   }
-  address.refuse("'" + address.scheme() + ":' is not a kind of drive; there are " + allSchemes());
+  const GuardedDevice device{.name = maskedAddress(address.text()),
+                             .node = kind.keeps == Keeps::unit ? "" : address.target(),
+                             .openerClaims = kind.keeps != Keeps::generic};
+  return openGuarded(device, overwriting, stake, [&] { return kind.open(opening); });
+}
+
+void checkDriveAddress(std::string_view text) {
+  DriveAddress address(text);
+  kindOf(address).check(address);
 }
 
 std::string driveAddressHelp() {
   std::string text;
   for (const KindOfDrive& kind : kinds) {
-    text += (text.empty() ? "" : "\n") + kind.help();
+    text += text.empty() ? "" : "\n";
+    text += kind.help();
   }
   return text;
 }

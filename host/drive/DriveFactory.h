@@ -33,6 +33,10 @@ namespace corvane::host {
 std::unique_ptr<Drive> openDrive(std::string_view address, uint32_t maxOutstanding, uint64_t seed = 1,
                                  Overwriting overwriting = Overwriting::ofEmptyDrives, AtStake* stake = nullptr);
 
+/// Throws DriveAddressError for an address that is wrong by itself, as `openDrive` does. Nothing is opened, made or
+/// asked, so that an accepted address may still name a drive that is not there.
+void checkDriveAddress(std::string_view address);
+
 /// Every kind of address and its keys, for `--help`.
 std::string driveAddressHelp();
 

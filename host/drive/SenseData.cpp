@@ -1,5 +1,6 @@
 #include "host/drive/SenseData.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "host/base/BigEndian.h"
@@ -10,6 +11,8 @@ namespace {
 constexpr uint8_t fixedFormat = 0x70;
 constexpr uint8_t descriptorFormat = 0x72;
 constexpr uint8_t validBit = 0x80;
+constexpr uint8_t currentOrDeferred = 0xFE;  ///< the formats of both differ in the last bit
+constexpr size_t additionalLengthAt = 7;
 constexpr uint32_t headerBytes = 8;
 constexpr uint32_t fixedBytes = 18;
 constexpr uint32_t informationDescriptorBytes = 12;
@@ -24,8 +27,23 @@ bool isCarriedOut(const DriveCompletion& completion) {
   if (completion.senseBytes < headerBytes) {
     return false;
   }
-  const bool descriptors = (completion.sense[0] & ~validBit & 0xFE) == descriptorFormat;
-  return ((descriptors ? completion.sense[1] : completion.sense[2]) & keyMask) == sense_key::recoveredError;
+  const uint8_t format = completion.sense[0] & ~validBit & currentOrDeferred;
+  if (format != fixedFormat && format != descriptorFormat) {
+    return false;
+  }
+  const uint8_t key = completion.sense[format == descriptorFormat ? 1 : 2] & keyMask;
+  return key == sense_key::recoveredError;
+}
+
+void takeSense(DriveCompletion& completion, std::span<const uint8_t> came) {
+  completion.senseBytes = static_cast<uint32_t>(std::min(came.size(), completion.sense.size()));
+  completion.sense = {};
+  std::copy_n(came.begin(), completion.senseBytes, completion.sense.begin());
+  if (completion.senseBytes >= headerBytes) {
+    const auto behindHeader = static_cast<uint8_t>(completion.senseBytes - headerBytes);
+    uint8_t& announced = completion.sense[additionalLengthAt];
+    announced = std::min(announced, behindHeader);
+  }
 }
 
 void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uint64_t> information) {
@@ -37,7 +55,7 @@ void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uin
     completion.senseBytes = fixedBytes;
     bytes[0] = fixedFormat;
     bytes[2] = sense.key;
-    bytes[7] = fixedBytes - headerBytes;
+    bytes[additionalLengthAt] = fixedBytes - headerBytes;
     bytes[12] = sense.code;
     bytes[13] = sense.qualifier;
     if (information) {
@@ -51,7 +69,7 @@ void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uin
   bytes[1] = sense.key;
   bytes[2] = sense.code;
   bytes[3] = sense.qualifier;
-  bytes[7] = informationDescriptorBytes;
+  bytes[additionalLengthAt] = informationDescriptorBytes;
   uint8_t* descriptor = bytes + headerBytes;
   descriptor[1] = informationDescriptorBytes - 2;
   descriptor[2] = validBit;

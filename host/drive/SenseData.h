@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "host/drive/Drive.h"
 
@@ -49,8 +50,14 @@ inline constexpr Sense miscompareDuringVerify{sense_key::miscompare, 0x1D, 0x00}
 /// @param information the LBA that the error is about; nothing leaves the valid bit clear
 void setSense(DriveCompletion& completion, const Sense& sense, std::optional<uint64_t> information = std::nullopt);
 
+/// Takes over the sense data that came with a command, cut off where a completion ends.
+///
+/// A drive announces all the sense data that it has, however little of it was asked for or arrived. Who reads sense
+/// data trusts that length, so it is corrected here to what came.
+void takeSense(DriveCompletion& completion, std::span<const uint8_t> came);
+
 /// Whether the drive has carried the command out: good status, or a check condition that reports an error from which it
-/// recovered (sense key 1).
+/// recovered (sense key 1). Sense data of an unknown format report nothing.
 bool isCarriedOut(const DriveCompletion& completion);
 
 }  // namespace corvane::host

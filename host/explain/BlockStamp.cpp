@@ -33,7 +33,8 @@ std::optional<BlockStamp> stampOf(std::span<const uint8_t> block) {
   BlockStamp stamp;
   stamp.bucket = static_cast<uint32_t>(bigEndian(block.first(3)));
   stamp.lba = bigEndian(block.subspan(lbaAt, 8));
-  stamp.commandId = bigEndian(block.subspan(idAt, std::min<size_t>(block[idLengthAt], stampBytes - idAt)));
+  // Of an id that is longer than any that was ever stamped the last 8 bytes remain, as when the agent reads it.
+  stamp.commandId = bigEndian(block.subspan(idAt, std::min<size_t>(block[idLengthAt], block.size() - idAt)));
   stamp.zeros = isZero(block);
   return stamp;
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <vector>
 
 #include "host/base/NearestName.h"
 #include "host/framework/ConfigManagerImpl.h"
@@ -13,6 +13,8 @@
 namespace corvane::host {
 
 namespace {
+
+constexpr size_t longestFile = size_t{256} << 20;  ///< bytes, so that nobody waits for a device to end
 
 std::string quoted(std::string_view text) {
   std::string out(1, '"');
@@ -43,23 +45,28 @@ std::string setBool(const OptionInfo& option, std::string_view value) {
   return {};
 }
 
-bool readFile(const std::string& path, std::string& content) {
-  try {
-    std::ifstream file(path, std::ios::binary);
-    content.assign(std::istreambuf_iterator<char>(file), {});
-    return file.is_open() && !file.bad();
-  } catch (const std::ios_base::failure&) {
-    // A folder opens like a file and only fails when it is read.
-    return false;
+/// @return an empty string, or why it is no value
+std::string readFile(const std::string& path, std::string& content) {
+  std::ifstream file(path, std::ios::binary);
+  content.clear();
+  std::vector<char> piece(size_t{1} << 20);
+  while (file && content.size() <= longestFile) {
+    file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    content.append(piece.data(), static_cast<size_t>(file.gcount()));
   }
+  if (content.size() > longestFile) {
+    return "is longer than " + std::to_string(longestFile >> 20) + " MiB";
+  }
+  // A folder opens like a file and only fails when it is read.
+  return file.is_open() && !file.bad() ? "" : "cannot be read";
 }
 
 std::string setBuffer(const OptionInfo& option, std::string_view value) {
   std::string bytes(value);
   if (value.starts_with('@')) {
     const std::string path(value.substr(1));
-    if (!readFile(path, bytes)) {
-      return refusal(option, value, "the file " + quoted(path) + " cannot be read");
+    if (const std::string fault = readFile(path, bytes); !fault.empty()) {
+      return refusal(option, value, "the file " + quoted(path) + " " + fault);
     }
   }
   auto& buffer = *static_cast<vdl::Buffer*>(option.target);

@@ -49,7 +49,7 @@ class OptionRegistry {
   /// Parses a value and stores it in the option's target.
   ///
   /// U32 takes decimal or 0x-hexadecimal; Bool takes true, false, on, off, yes, no, 1, 0; Buffer takes the bytes of
-  /// the text, or of a file with a leading '@'. Conditions are set with setCondition.
+  /// the text, or of a file of at most 256 MiB with a leading '@'. Conditions are set with setCondition.
   ///
   /// @return an empty string, or one line that names the option, the value and what would be accepted (for an
   ///         unknown name the nearest known one); the target is then unchanged

@@ -1,5 +1,6 @@
 #include "host/report/ResultDocument.h"
 
+#include "host/base/JsonNesting.h"
 #include "host/report/ExplanationReader.h"
 #include "host/report/JsonNode.h"
 #include "host/report/ReportError.h"
@@ -179,6 +180,10 @@ ResultDocument readDocument(const JsonNode& node) {
 }  // namespace
 
 ResultDocument parseResult(std::string_view json, const std::string& file) {
+  if (nestsTooDeep(json)) {
+    throw ReportError("'" + file + "' nests values more than " + std::to_string(mostJsonNesting) +
+                      " deep, as no run does; give the result.json of a run");
+  }
   JsonNode::Json document;
   try {
     document = JsonNode::Json::parse(json);
@@ -192,6 +197,9 @@ ResultDocument parseResult(std::string_view json, const std::string& file) {
 }
 
 bool looksLikeResult(std::string_view json) {
+  if (nestsTooDeep(json)) {
+    return false;
+  }
   const JsonNode::Json document = JsonNode::Json::parse(json, nullptr, false);
   return document.is_object() && document.contains("drives") &&
          (document.contains("format") || document.contains("version"));

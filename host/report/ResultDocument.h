@@ -111,8 +111,9 @@ struct ResultDocument {
 
 /// Reads a document.
 ///
-/// Throws ReportError that names the file and the key for a text that is no JSON, a key that is missing without which
-/// nothing can be told, a key with a value of another type than promised, and a format of later programs.
+/// Throws ReportError that names the file and the key for a text that is no JSON or nests too deep, a key that is
+/// missing without which nothing can be told, a key with a value of another type than promised, and a format of later
+/// programs.
 ///
 /// @param file for messages
 ResultDocument parseResult(std::string_view json, const std::string& file);

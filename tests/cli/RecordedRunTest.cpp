@@ -65,8 +65,24 @@ TEST_F(RecordedRunTest, otherFilesAreRefused) {
   EXPECT_THAT(refusalOf(R"({"format": 1, "test": {}})"), HasSubstr("is not as a run leaves it"));
   EXPECT_THAT(refusalOf(R"({"format": 1, "test": {}, "version": "1", "findings": [{"drive": "a"}]})"),
               HasSubstr("is not as a run leaves it"));
+  for (const char* finding :
+       {R"("driveIndex": -1, "agentStatus": 0, "lba": 1)", R"("driveIndex": 0, "agentStatus": 0, "lba": 1e300)",
+        R"("driveIndex": 0, "agentStatus": 0, "lba": 1, "step": -1)",
+        R"("driveIndex": 4294967296, "agentStatus": 0, "lba": 1)",
+        R"("driveIndex": 0, "agentStatus": 0.5, "lba": 1)"}) {
+    const std::string text =
+        R"({"format": 1, "test": {}, "version": "1", "findings": [{"drive": "a", )" + std::string(finding) + "}]}";
+    EXPECT_THAT(refusalOf(text), HasSubstr("is not as a run leaves it")) << finding;
+  }
   EXPECT_THAT(refusalOf(R"({"format": 1, "test": {"seed": 1}, "version": "1", "findings": []})"),
               HasSubstr("x.json: test.seed is not what a run writes"));
+}
+
+TEST_F(RecordedRunTest, valuesThatNestWithoutEndAreRefused) {
+  const size_t deep = 200'000;
+  const std::string nest = std::string(deep, '[') + std::string(deep, ']');
+  EXPECT_THAT(refusalOf(R"({"format": )" + nest + R"(, "test": {}})"),
+              HasSubstr("x.json' nests values more than 64 deep"));
 }
 
 }  // namespace

@@ -45,8 +45,9 @@ std::string refusalOf(const char* test) {
 
 TEST(TestJsonTest, refusesWhatNoRunWrote) {
   EXPECT_THAT(refusalOf(R"({"colour": "blue"})"), HasSubstr("x.json: test.colour is no setting that this program"));
-  for (const char* test : {R"({"seed": 7})", R"({"fua": "yes"})", R"({"drive": [1]})", R"({"options": {"A": 1}})",
-                           R"({"drive": 5})", R"({"options": "A"})"}) {
+  for (const char* test :
+       {R"({"seed": 7})", R"({"fua": "yes"})", R"({"drive": [1]})", R"({"options": {"A": 1}})", R"({"drive": 5})",
+        R"({"options": "A"})", R"({"output": "here\u0000there"})", R"({"options": {"A": "b\u0000"}})"}) {
     EXPECT_THAT(refusalOf(test), HasSubstr("is not what a run writes")) << test;
   }
 }

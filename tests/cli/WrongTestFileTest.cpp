@@ -43,6 +43,10 @@ std::vector<WrongFile> wrongFiles() {
       {"keyTwice", good + "seed = 1\nseed = 2\n", "x.toml:4: seed is given twice; give it once"},
       {"noToml", good + "this is no TOML\n",
        "x.toml:3: this is no TOML: Error while parsing key-value pair: expected '=', saw 'i'"},
+      {"zeroByte", good + "output = \"here\\u0000there\"\n",
+       "x.toml:3: output has a zero byte, which no text of a test has; leave it out"},
+      {"zeroByteInOption", good + "[options]\n\"Data\\u0000File\" = \"x\"\n",
+       "x.toml:4: option has a zero byte, which no text of a test has; leave it out"},
       {"openText", "drive = \"sim:64m\n",
        "x.toml:1: this is no TOML: Error while parsing string: unescaped control characters other than TAB (U+0009) "
        "are explicitly prohibited"},

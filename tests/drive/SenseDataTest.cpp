@@ -61,5 +61,38 @@ TEST(SenseData, ARecoveredErrorIsACommandThatWasCarriedOut) {
   EXPECT_FALSE(isCarriedOut(completion));
 }
 
+TEST(SenseData, OfAnUnknownFormatTellOfNoRecovery) {
+  DriveCompletion completion;
+  setSense(completion, sense::recoveredRead);
+  for (const uint8_t format : {uint8_t{0x00}, uint8_t{0x6F}, uint8_t{0x74}, uint8_t{0x7F}}) {
+    completion.sense[0] = format;
+    completion.sense[1] = completion.sense[2] = sense_key::recoveredError;
+    EXPECT_FALSE(isCarriedOut(completion)) << unsigned{format};
+  }
+}
+
+TEST(SenseData, ThatCameAnnounceNoMoreThanCame) {
+  std::vector<uint8_t> came{0x72, 3, 0x11, 0, 0, 0, 0, 244, 0x80, 200, 0, 0};
+  DriveCompletion completion;
+  takeSense(completion, came);
+  EXPECT_EQ(completion.senseBytes, 12U);
+  EXPECT_EQ(completion.sense[7], 4);
+  came.resize(252, 0x55);
+  takeSense(completion, came);
+  EXPECT_EQ(completion.senseBytes, 64U);
+  EXPECT_EQ(completion.sense[7], 56) << "as much as a completion holds";
+  came[7] = 10;
+  takeSense(completion, came);
+  EXPECT_EQ(completion.sense[7], 10) << "less than came is the drive's affair";
+}
+
+TEST(SenseData, ThatCameLeaveNothingOfEarlierOnes) {
+  DriveCompletion completion;
+  setSense(completion, sense::unrecoveredRead, 5);
+  takeSense(completion, std::vector<uint8_t>{0x70, 0, 3});
+  EXPECT_EQ(completion.senseBytes, 3U);
+  EXPECT_EQ(completion.sense[12], 0);
+}
+
 }  // namespace
 }  // namespace corvane::host

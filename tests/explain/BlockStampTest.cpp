@@ -42,5 +42,14 @@ TEST(BlockStampTest, ReadsAnOverlongIdWithinTheStamp) {
   EXPECT_EQ(stampOf(block)->commandId, UINT64_MAX);
 }
 
+TEST(BlockStampTest, ReadsTheEndOfAnOverlongIdAsTheAgentDoes) {
+  std::vector<uint8_t> block(512, 0);
+  block[16] = 10;
+  for (size_t i = 0; i < 10; ++i) {
+    block[17 + i] = static_cast<uint8_t>(i + 1);
+  }
+  EXPECT_EQ(stampOf(block)->commandId, 0x030405060708090AU);
+}
+
 }  // namespace
 }  // namespace corvane::host

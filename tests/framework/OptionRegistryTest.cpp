@@ -121,6 +121,8 @@ TEST_F(OptionRegistryTest, ABufferMayComeFromAFile) {
   EXPECT_EQ(registry.set("Data", "@" + path), "");
   ASSERT_EQ(buffer.size, 3U);
   EXPECT_EQ(buffer.data[1], 0);
+  EXPECT_THAT(registry.set("Data", "@" + pattern), HasSubstr("cannot be read")) << "a folder";
+  EXPECT_THAT(registry.set("Data", "@/dev/zero"), AllOf(HasSubstr("/dev/zero"), HasSubstr("is longer than 256 MiB")));
   EXPECT_THAT(registry.set("Data", "@" + path + ".none"), AllOf(HasSubstr(".none"), HasSubstr("cannot be read")));
   EXPECT_EQ(buffer.size, 3U);
   std::filesystem::remove_all(pattern);

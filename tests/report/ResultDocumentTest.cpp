@@ -149,6 +149,18 @@ TEST(ResultDocumentTest, whatIsNoJsonIsSaidToBeNone) {
               ThrowsMessage<ReportError>(HasSubstr("the document is []; an object was expected")));
 }
 
+TEST(ResultDocumentTest, valuesThatNestWithoutEndAreRefused) {
+  const size_t deep = 200'000;
+  const std::string nest = std::string(deep, '[') + std::string(deep, ']');
+  for (const char* key : {"test", "status", "version"}) {
+    const std::string text = R"({"drives": [], ")" + std::string(key) + R"(": )" + nest + "}";
+    EXPECT_THAT([&] { parseResult(text, "r.json"); },
+                ThrowsMessage<ReportError>(HasSubstr("'r.json' nests values more than 64 deep")))
+        << key;
+    EXPECT_FALSE(looksLikeResult(text));
+  }
+}
+
 TEST(ResultDocumentTest, laterFormatsAreRefused) {
   Json document = sampleJson("explained.json");
   document["format"] = 2;

@@ -106,17 +106,32 @@ TrimChoice takeTrim(DriveAddress& address) {
                                : TrimChoice::off;
 }
 
-}  // namespace
+/// What an address says beside its target.
+struct BlockDriveSettings {
+  TrimChoice trim = TrimChoice::wherePossible;
+  EngineChoice engine = EngineChoice::wherePossible;
+};
 
-std::unique_ptr<Drive> openBlockDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting) {
-  const TrimChoice trim = takeTrim(address);
-  const EngineChoice engine = takeEngine(address);
+BlockDriveSettings takeSettings(DriveAddress& address) {
+  BlockDriveSettings settings;
+  settings.trim = takeTrim(address);
+  settings.engine = takeEngine(address);
   address.checkAllTaken();
   if (address.target().empty()) {
     address.refuse("it names no device; write '/dev/NAME' or 'block:PATH'");
   }
-  return makeEngineDrive(std::make_unique<BlockTarget>(address.target(), trim, overwriting), maxOutstanding, engine);
+  return settings;
 }
+
+}  // namespace
+
+std::unique_ptr<Drive> openBlockDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting) {
+  const BlockDriveSettings settings = takeSettings(address);
+  return makeEngineDrive(std::make_unique<BlockTarget>(address.target(), settings.trim, overwriting), maxOutstanding,
+                         settings.engine);
+}
+
+void checkBlockAddress(DriveAddress& address) { takeSettings(address); }
 
 std::string blockDriveHelp() {
   return "/dev/NAME[,key=value]... or block:PATH[,key=value]...\n"

@@ -20,6 +20,9 @@ namespace corvane::host {
 /// refuses, and a kind of trim that the device does not have.
 std::unique_ptr<Drive> openBlockDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting);
 
+/// Throws DriveAddressError where `openBlockDrive` would, and touches nothing.
+void checkBlockAddress(DriveAddress& address);
+
 /// The keys of a block device, for `--help`.
 std::string blockDriveHelp();
 

@@ -65,27 +65,43 @@ void FileTarget::answerFailure(const FailedOperation& failed, DriveCompletion& o
   setMediumError(failed, out);
 }
 
-}  // namespace
-
-std::unique_ptr<Drive> openFileDrive(DriveAddress& address, uint32_t maxOutstanding) {
-  using Direct = TestFileSettings::Direct;
+/// What an address says.
+struct FileDriveSettings {
   TestFileSettings file;
-  const DriveGeometry geometry = takeGeometry(address);
+  DriveGeometry geometry;
+  EngineChoice engine = EngineChoice::wherePossible;
+};
+
+FileDriveSettings takeSettings(DriveAddress& address) {
+  using Direct = TestFileSettings::Direct;
+  FileDriveSettings settings;
+  settings.geometry = takeGeometry(address);
+  TestFileSettings& file = settings.file;
   file.path = address.target();
-  file.sectorBytes = geometry.sectorBytes();
+  file.sectorBytes = settings.geometry.sectorBytes();
   file.createBytes = address.sizeBytes("size");
   const std::string direct = address.word("direct", {"auto", "on", "off"});
   file.direct = direct == "on" ? Direct::always : direct == "off" ? Direct::never : Direct::wherePossible;
-  const EngineChoice engine = takeEngine(address);
+  settings.engine = takeEngine(address);
   address.checkAllTaken();
   if (file.path.empty()) {
     address.refuse("it names no file; write 'file:PATH'");
   }
   if (file.createBytes) {
-    blocksOf(address, *file.createBytes, geometry);
+    blocksOf(address, *file.createBytes, settings.geometry);
   }
-  return makeEngineDrive(std::make_unique<FileTarget>(file, geometry), maxOutstanding, engine);
+  return settings;
 }
+
+}  // namespace
+
+std::unique_ptr<Drive> openFileDrive(DriveAddress& address, uint32_t maxOutstanding) {
+  const FileDriveSettings settings = takeSettings(address);
+  return makeEngineDrive(std::make_unique<FileTarget>(settings.file, settings.geometry), maxOutstanding,
+                         settings.engine);
+}
+
+void checkFileAddress(DriveAddress& address) { takeSettings(address); }
 
 std::string fileDriveHelp() {
   return "file:PATH[,key=value]...\n"

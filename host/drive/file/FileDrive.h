@@ -16,6 +16,9 @@ namespace corvane::host {
 /// Throws DriveError for a file that cannot be opened, or an engine that the kernel refuses.
 std::unique_ptr<Drive> openFileDrive(DriveAddress& address, uint32_t maxOutstanding);
 
+/// Throws DriveAddressError where `openFileDrive` would, and touches nothing.
+void checkFileAddress(DriveAddress& address);
+
 /// The keys of `file:`, for `--help`.
 std::string fileDriveHelp();
 

@@ -50,18 +50,32 @@ std::unique_ptr<NvmePassthrough> makePassthrough(const std::string& path, const 
   return makeNvmeThreads(device, depth);
 }
 
-}  // namespace
+/// What an address says beside its target.
+struct NvmeAddress {
+  NvmeOptions options;
+  std::string engine;
+};
 
-std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting) {
-  const NvmeOptions options = takeOptions(address);
-  const std::string engine = address.word("engine", {"auto", "uring", "threads"});
+NvmeAddress takeSettings(DriveAddress& address) {
+  NvmeAddress settings;
+  settings.options = takeOptions(address);
+  settings.engine = address.word("engine", {"auto", "uring", "threads"});
   address.checkAllTaken();
   if (address.target().empty()) {
     address.refuse("it names no namespace; write 'nvme:/dev/nvme0n1'");
   }
+  return settings;
+}
+
+}  // namespace
+
+std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting) {
+  const auto [options, engine] = takeSettings(address);
   return std::make_unique<NvmeDrive>(makePassthrough(address.target(), engine, options, maxOutstanding, overwriting),
                                      options, address.target(), maxOutstanding);
 }
+
+void checkNvmeAddress(DriveAddress& address) { takeSettings(address); }
 
 std::string nvmeDriveHelp() {
   return "nvme:DEVICE[,key=value]...\n"

@@ -105,6 +105,9 @@ class NvmeDrive : public Drive {
 /// Opens `nvme:/dev/nvme0n1[,key=value]…`.
 std::unique_ptr<Drive> openNvmeDrive(DriveAddress& address, uint32_t maxOutstanding, Overwriting overwriting);
 
+/// Throws DriveAddressError where `openNvmeDrive` would, and touches nothing.
+void checkNvmeAddress(DriveAddress& address);
+
 /// The keys of `nvme:`, for `--help`.
 std::string nvmeDriveHelp();
 

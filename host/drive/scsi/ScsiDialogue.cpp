@@ -88,16 +88,13 @@ std::optional<Sense> senseOf(const ScsiReply& reply) {
 }
 
 bool hasInformation(const ScsiReply& reply) {
-  constexpr size_t additionalLengthAt = 7;
   if (reply.status != scsi_status::checkCondition || reply.senseBytes < senseHeaderBytes) {
     return false;
   }
-  std::array<uint8_t, sizeof reply.sense> sense = reply.sense;
-  // A unit may announce more than came.
-  const auto came = static_cast<uint8_t>(std::min<size_t>(reply.senseBytes, sense.size()) - senseHeaderBytes);
-  sense[additionalLengthAt] = std::min(sense[additionalLengthAt], came);
+  DriveCompletion completion;
+  takeSense(completion, std::span(reply.sense).first(std::min<size_t>(reply.senseBytes, reply.sense.size())));
   uint8_t valid = 0;
-  return vdl::SenseParser::getValidBit(sense.data(), &valid) == 0 && valid != 0;
+  return vdl::SenseParser::getValidBit(completion.sense.data(), &valid) == 0 && valid != 0;
 }
 
 bool isUnitAttention(const ScsiReply& reply) {

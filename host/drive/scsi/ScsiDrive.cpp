@@ -29,8 +29,7 @@ uint32_t wholeCdbBytes(uint32_t bytes) {
 void copyAnswer(const ScsiReply& reply, DriveCompletion& out) {
   out.status = reply.status;
   out.bytesTransferred = 0;
-  out.senseBytes = std::min<uint32_t>(reply.senseBytes, static_cast<uint32_t>(out.sense.size()));
-  out.sense = reply.sense;
+  takeSense(out, std::span(reply.sense).first(std::min<size_t>(reply.senseBytes, reply.sense.size())));
 }
 
 /// Whether data differ, and the unit does not say where.

@@ -19,9 +19,10 @@ namespace corvane::host {
 ///
 /// A command becomes one request, or several one after the other where the unit takes fewer blocks at once, where
 /// blocks are left out and where an atomic write has several segments. The first request that fails ends the command
-/// with its answer; nothing of an answer is changed, so an LBA in sense data is the unit's own. Busy, task set full,
-/// reservation conflict and unit attention go up like any other answer. Only a miscompare of a verify that does not say
-/// where it is gets the LBA of the first block that differs, which is found by a read.
+/// with its answer; nothing of an answer is changed but what sense data announce beyond what came, so an LBA in them is
+/// the unit's own. Busy, task set full, reservation conflict and unit attention go up like any other answer. Only a
+/// miscompare of a verify that does not say where it is gets the LBA of the first block that differs, which is found by
+/// a read.
 ///
 /// A reset is a LOGICAL UNIT RESET, after which the unit attentions that it leaves are taken away. The transport may
 /// have made its connection again for it, and then another unit may be there: a reset throws DriveError unless it is

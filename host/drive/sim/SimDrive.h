@@ -97,6 +97,9 @@ class SimDrive : public Drive {
 /// @param seed used unless the address names one
 std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed);
 
+/// Throws DriveAddressError where `openSimDrive` would, and makes nothing.
+void checkSimAddress(DriveAddress& address);
+
 /// The keys of `sim:`, for `--help`.
 std::string simDriveHelp();
 

@@ -56,9 +56,7 @@ uint64_t zoneBlocksOf(const DriveAddress& address, std::optional<uint64_t> bytes
   return *bytes / unit;
 }
 
-}  // namespace
-
-std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
+SimSettings takeSettings(DriveAddress& address, uint64_t seed) {
   SimSettings settings;
   settings.geometry = takeGeometry(address);
   uint64_t sizeBytes = usualSizeBytes / settings.geometry.sectorBytes() * settings.geometry.sectorBytes();
@@ -80,8 +78,16 @@ std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
   address.checkAllTaken();
   settings.geometry.blocks = blocksOf(address, sizeBytes, settings.geometry);
   settings.geometry.zoneBlocks = zoneBlocksOf(address, zoneBytes, settings);
-  return std::make_unique<SimDrive>(settings);
+  return settings;
 }
+
+}  // namespace
+
+std::unique_ptr<Drive> openSimDrive(DriveAddress& address, uint64_t seed) {
+  return std::make_unique<SimDrive>(takeSettings(address, seed));
+}
+
+void checkSimAddress(DriveAddress& address) { takeSettings(address, 0); }
 
 std::string simDriveHelp() {
   return "sim:[SIZE][,key=value]...\n"

@@ -148,6 +148,31 @@ TEST(ScsiDrive, DescriptorSenseGoesUpAsItCame) {
               ElementsAre(0x72, 0x03, 0x11, 0x00, 0, 0, 0, 12, 0, 10, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 9));
 }
 
+/// A unit that tells of 252 bytes of sense data, of which the way to it brings few.
+class TalkativeUnit : public FakeScsiUnit {
+ public:
+  using FakeScsiUnit::FakeScsiUnit;
+  bool poll(host::ScsiReply& out, bool wait) override {
+    const bool answered = FakeScsiUnit::poll(out, wait);
+    if (answered && out.senseBytes != 0) {
+      out.sense[7] = 244;
+    }
+    return answered;
+  }
+};
+
+TEST(ScsiDrive, SenseDataAnnounceNoMoreThanCame) {
+  auto transport = std::make_unique<TalkativeUnit>(FakeUnitTraits());
+  FakeScsiUnit& unit = *transport;
+  const std::unique_ptr<host::Drive> drive = host::makeScsiDrive(std::move(transport), {}, 4);
+  host::CommandMaker commands(*drive);
+  Bytes data(sector);
+  unit.fault = {operation::read16, 9, host::sense::unrecoveredRead};
+  const DriveCompletion failed = commands.run(CommandKind::read, 9, 1, &data);
+  EXPECT_EQ(failed.senseBytes, 18U);
+  EXPECT_EQ(failed.sense[7], 10);
+}
+
 TEST(ScsiDrive, WhatSaysNothingAboutTheDataGoesUp) {
   OpenFakeUnit opened;
   Bytes data(sector);

@@ -12,21 +12,35 @@ uint32_t takeMs(DriveAddress& address, std::string_view key, uint32_t otherwiseM
   return static_cast<uint32_t>(address.number(key, otherwiseMs / 1000, leastSeconds, mostSeconds) * 1000);
 }
 
-}  // namespace
+/// What an address says.
+struct IscsiAddress {
+  IscsiSettings transport;
+  ScsiDriveSettings unit;
+};
 
-std::unique_ptr<Drive> openIscsiDrive(DriveAddress& address, uint32_t maxOutstanding) {
-  IscsiSettings settings;
+IscsiAddress takeSettings(DriveAddress& address) {
+  IscsiAddress taken;
+  IscsiSettings& settings = taken.transport;
   settings.url = parseIscsiUrl(address);
   settings.initiator = address.anyText("initiator", settings.initiator);
   settings.connectMs = takeMs(address, "connect", settings.connectMs, 1);
   settings.reconnectMs = takeMs(address, "reconnect", settings.reconnectMs, 0);
   settings.resetMs = takeMs(address, "reset", settings.resetMs, 1);
   settings.timeoutMs = takeMs(address, "timeout", settings.timeoutMs, 0);
-  settings.depth = maxOutstanding;
-  const ScsiDriveSettings drive = takeScsiDriveSettings(address);
+  taken.unit = takeScsiDriveSettings(address);
   address.checkAllTaken();
-  return makeScsiDrive(std::make_unique<IscsiTransport>(settings), drive, maxOutstanding);
+  return taken;
 }
+
+}  // namespace
+
+std::unique_ptr<Drive> openIscsiDrive(DriveAddress& address, uint32_t maxOutstanding) {
+  IscsiAddress settings = takeSettings(address);
+  settings.transport.depth = maxOutstanding;
+  return makeScsiDrive(std::make_unique<IscsiTransport>(settings.transport), settings.unit, maxOutstanding);
+}
+
+void checkIscsiAddress(DriveAddress& address) { takeSettings(address); }
 
 std::string iscsiDriveHelp() {
   return "iscsi://[USER[%PASSWORD]@]HOST[:PORT]/TARGET/LUN[,key=value]...\n"

@@ -5,18 +5,37 @@
 
 namespace corvane::host {
 
-std::unique_ptr<Drive> openSgDrive(DriveAddress& address, uint32_t maxOutstanding) {
+namespace {
+
+/// What an address says.
+struct SgAddress {
+  SgSettings transport;
+  ScsiDriveSettings unit;
+};
+
+SgAddress takeSettings(DriveAddress& address) {
   constexpr uint64_t hour = 3600;
-  SgSettings settings;
+  SgAddress taken;
+  SgSettings& settings = taken.transport;
   settings.path = address.target();
   settings.timeoutSeconds = static_cast<uint32_t>(address.number("timeout", settings.timeoutSeconds, 1, hour));
-  const ScsiDriveSettings unit = takeScsiDriveSettings(address);
+  taken.unit = takeScsiDriveSettings(address);
   address.checkAllTaken();
   if (settings.path.empty()) {
     address.refuse("it names no device; write 'sg:/dev/sg0'");
   }
-  return makeScsiDrive(std::make_unique<SgTransport>(settings, maxOutstanding), unit, maxOutstanding);
+  return taken;
 }
+
+}  // namespace
+
+std::unique_ptr<Drive> openSgDrive(DriveAddress& address, uint32_t maxOutstanding) {
+  const SgAddress settings = takeSettings(address);
+  return makeScsiDrive(std::make_unique<SgTransport>(settings.transport, maxOutstanding), settings.unit,
+                       maxOutstanding);
+}
+
+void checkSgAddress(DriveAddress& address) { takeSettings(address); }
 
 std::string sgDriveHelp() {
   return "sg:/dev/sgN[,key=value]...\n"

@@ -13,6 +13,9 @@ namespace corvane::host {
 /// Throws DriveAddressError or DriveError; nothing is written to the unit.
 std::unique_ptr<Drive> openSgDrive(DriveAddress& address, uint32_t maxOutstanding);
 
+/// Throws DriveAddressError where `openSgDrive` would, and touches nothing.
+void checkSgAddress(DriveAddress& address);
+
 /// The keys of `sg:`, for `--help`.
 std::string sgDriveHelp();
 
