@@ -1,7 +1,10 @@
 #include "host/run/AgentFiles.h"
 
+#include <fcntl.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -19,6 +22,17 @@ std::string causeText(const std::string& path) {
 
 std::string missing(const std::string& path, const std::string& what) { return what + "; " + causeText(path); }
 
+/// Why the file cannot be brought to its medium; 0 when it could: a disk that fails shows only then.
+int errorOfFlush(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file < 0) {
+    return errno == EACCES ? 0 : errno;
+  }
+  const int error = fsync(file) != 0 && errno != EINVAL ? errno : 0;
+  close(file);
+  return error;
+}
+
 char lastByteOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   file.seekg(-1, std::ios::end);
@@ -35,9 +49,12 @@ std::string whatIsMissingOfDump(const std::string& path, uint64_t leastBytes) {
   if (fault) {
     return missing(path, "cannot be found again (" + fault.message() + ")");
   }
-  return bytes >= leastBytes ? ""
-                             : missing(path, "is not complete: it has " + std::to_string(bytes) + " of " +
-                                                 std::to_string(leastBytes) + " bytes");
+  if (bytes < leastBytes) {
+    return missing(path,
+                   "is not complete: it has " + std::to_string(bytes) + " of " + std::to_string(leastBytes) + " bytes");
+  }
+  const int error = errorOfFlush(path);
+  return error == 0 ? "" : missing(path, "cannot be kept: " + std::generic_category().message(error));
 }
 
 std::string whatIsMissingOfReport(const std::string& path) {
