@@ -12,21 +12,20 @@
 namespace corvane::host {
 namespace {
 
-/// Why it may be so, and what to do.
-std::string causeText(const std::string& path) {
+constexpr const char* remedy = "; look at the file system, or name another folder";
+
+/// A sentence about a file that is cut, with why that may be so and what to do.
+std::string cut(const std::string& path, const std::string& what) {
   struct statvfs space {};
   const bool full = statvfs(path.c_str(), &space) == 0 && (space.f_bavail == 0 || space.f_favail == 0);
-  return full ? "the file system is full; make room, or name another folder"
-              : "look at the file system, or name another folder";
+  return "is not complete: " + what + (full ? "; the file system is full; make room, or name another folder" : remedy);
 }
-
-std::string missing(const std::string& path, const std::string& what) { return what + "; " + causeText(path); }
 
 /// Why the file cannot be brought to its medium; 0 when it could: a disk that fails shows only then.
 int errorOfFlush(const std::string& path) {
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0) {
-    return errno == EACCES ? 0 : errno;
+    return errno;
   }
   const int error = fsync(file) != 0 && errno != EINVAL ? errno : 0;
   close(file);
@@ -47,21 +46,20 @@ std::string whatIsMissingOfDump(const std::string& path, uint64_t leastBytes) {
   std::error_code fault;
   const uint64_t bytes = std::filesystem::file_size(path, fault);
   if (fault) {
-    return missing(path, "cannot be found again (" + fault.message() + ")");
+    return "cannot be found again (" + fault.message() + ")" + remedy;
   }
   if (bytes < leastBytes) {
-    return missing(path,
-                   "is not complete: it has " + std::to_string(bytes) + " of " + std::to_string(leastBytes) + " bytes");
+    return cut(path, "it has " + std::to_string(bytes) + " of " + std::to_string(leastBytes) + " bytes");
   }
   const int error = errorOfFlush(path);
-  return error == 0 ? "" : missing(path, "cannot be kept: " + std::generic_category().message(error));
+  return error == 0 ? "" : "cannot be kept: " + std::generic_category().message(error) + remedy;
 }
 
 std::string whatIsMissingOfReport(const std::string& path) {
   if (std::string what = whatIsMissingOfDump(path, 1); !what.empty()) {
     return what;
   }
-  return lastByteOf(path) == '\n' ? "" : missing(path, "is not complete: it breaks off in the middle of a line");
+  return lastByteOf(path) == '\n' ? "" : cut(path, "it breaks off in the middle of a line");
 }
 
 }  // namespace corvane::host
