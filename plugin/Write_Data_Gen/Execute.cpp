@@ -82,20 +82,26 @@ void audit([[maybe_unused]] const Step& step) {
 
 int Corvane::execute(DriveThread* thread, const void* config, void* driveData) {
   auto& data = *static_cast<DriveData*>(driveData);
-  const int result = agent::guardMemory(*thread, "execute", [&]() -> int {
-    agent::Step step{*thread, data, *static_cast<const ConfigData*>(config)};
-    if (const int32_t first = agent::runFirstExecute(step); first != status::ok) {
-      return first;
-    }
-    const int32_t worked = agent::work(step);
-    if (worked != status::ok) {
-      return agent::logFailure(step, "execute", worked);
-    }
-    agent::audit(step);
-    return status::ok;
-  });
-  data.referencesBalanced = data.referencesBalanced && result == status::ok;
-  return result;
+  try {
+    const int result = agent::guardMemory(*thread, "execute", [&]() -> int {
+      agent::Step step{*thread, data, *static_cast<const ConfigData*>(config)};
+      if (const int32_t first = agent::runFirstExecute(step); first != status::ok) {
+        return first;
+      }
+      const int32_t worked = agent::work(step);
+      if (worked != status::ok) {
+        return agent::logFailure(step, "execute", worked);
+      }
+      agent::audit(step);
+      return status::ok;
+    });
+    data.referencesBalanced = data.referencesBalanced && result == status::ok;
+    return result;
+  } catch (...) {
+    // What the step had begun is not taken back.
+    data.referencesBalanced = false;
+    throw;
+  }
 }
 
 }  // namespace vdl

@@ -38,8 +38,12 @@ int32_t doARead(Step& step, uint32_t tag, uint64_t cmdId, const WriteToCheck* wr
   const bool skip = step.config.useSkipCommands;
   uint64_t lba = write->lba;
   uint32_t xferLength = write->xferLength;
+  const LbaSpan written = spanOf(write->lba, write->xferLength, skip);
   if (step.config.slideReads && write->spliceCheck == 0) {
     slideRead(data, lba, xferLength, skip);
+    // Only commands without blocks part; what is given up between them was somebody else's.
+    const LbaSpan slid = spanOf(lba, xferLength, skip);
+    data.referencesBalanced = data.referencesBalanced && slid.first <= written.end && written.first <= slid.end;
   }
   apply(step.config.readCondition, step.thread);
   const PeekResult first = data.atomicHash.peek(lba);
@@ -48,8 +52,7 @@ int32_t doARead(Step& step, uint32_t tag, uint64_t cmdId, const WriteToCheck* wr
   data.readSent.push_back(ReadSent{cmdId, lba, xferLength, tag, write->spliceCheck, write->spliceRetries});
   *data.lba = lba;
   *data.xferLength = xferLength;
-  const int32_t result =
-      recordIssue(data.atomicHash, cmdId, spanOf(write->lba, write->xferLength, skip), spanOf(lba, xferLength, skip));
+  const int32_t result = recordIssue(data.atomicHash, cmdId, written, spanOf(lba, xferLength, skip));
   return result == status::ok ? result : logFailure(step, operation, result);
 }
 

@@ -29,7 +29,9 @@ void markFailed(AtomicHash& table, const WriteSent& write, const LbaSpan& span, 
     // LBAs below the command's own carry nothing of it; start at its first one on the same stride.
     from += (span.first - from + span.step - 1) / span.step * span.step;
   }
-  for (uint64_t lba = from; lba < span.end; lba += span.step) {
+  // Counted, because an LBA behind the last one of all would be 0 again.
+  uint64_t lba = from;
+  for (uint64_t left = BlockRun{from, span.end, span.step}.count(); left != 0; --left, lba += span.step) {
     table.hardWriteError(write.cmdId, lba);
   }
 }

@@ -280,6 +280,19 @@ TEST_F(DeviceReset, KeptReadsThatWaitForALostWriteAreComparedNext) {
   EXPECT_THAT(bench.data().comparableReads, IsEmpty());
 }
 
+TEST_F(DeviceReset, ResetAfterARefusedRestartTakesEverythingBackWithoutATrace) {
+  bench.finishedWrite(10, 4, 1);
+  bench.readBack(4);
+  bench.write(20, 4, 2);
+  bench.config().minQueueSize = 17;
+  EXPECT_EQ(bench.startTest(), -1009);
+  EXPECT_EQ(bench.data().trace, nullptr);
+  EXPECT_EQ(reset(), "re-queuing read cmd_id:2:2\n");
+  EXPECT_THAT(bench.data().readSent, IsEmpty());
+  EXPECT_THAT(bench.data().writeSent, IsEmpty());
+  EXPECT_THAT(readBackLbas(), ElementsAre(10U));
+}
+
 TEST_F(DeviceReset, SharedFlagMakesTheNextStepReset) {
   bench.finishedWrite(10, 4, 1);
   bench.readBack(4);

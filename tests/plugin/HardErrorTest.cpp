@@ -45,6 +45,14 @@ TEST_F(CheckForHardError, TooLittleSenseDataIsHardAndTouchesNothing) {
   }
 }
 
+TEST_F(CheckForHardError, ASizeWithoutBytesIsTooLittle) {
+  Buffer sense;
+  sense.size = sense.capacity = 18;
+  EXPECT_TRUE(checkForHardError(sense, kcq, uec, valid, lba));
+  EXPECT_TRUE(senseScript.calls.empty());
+  EXPECT_EQ(kcq.key, 9);
+}
+
 TEST_F(CheckForHardError, EightBytesAreEnough) {
   senseScript.kcq.key = 1;
   EXPECT_FALSE(check(8));

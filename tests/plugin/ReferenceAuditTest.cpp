@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "support/CompletionBench.h"
 #include "support/ScarceMemory.h"
 
@@ -104,6 +106,24 @@ TEST_F(ReferenceAudit, RecordWithoutAClaimIsNamed) {
   EXPECT_EQ(auditRecords(bench.data()), "LBA 77 has a record without a reference or a waiting read");
 }
 
+TEST_F(ReferenceAudit, ReadThatSlidAwayFromAWriteWithoutBlocksEndsTheAudit) {
+  bench.config().slideReads = true;
+  for (int i = 0; i < 10; ++i) {
+    bench.finishedWrite(7, 0, 1);
+  }
+  bench.finishedWrite(0, 7, 2);
+  // About every second read slides.
+  for (int i = 0; i < 10 && bench.table().references() == 7; ++i) {
+    expectBalanced("not slid yet");
+    EXPECT_TRUE(bench.data().referencesBalanced);
+    *bench.data().xferLength = 0;
+    bench.readBack(3);
+  }
+  EXPECT_LT(bench.table().references(), 7U);
+  EXPECT_FALSE(bench.data().referencesBalanced);
+  EXPECT_EQ(bench.idle(), 0);
+}
+
 TEST_F(ReferenceAudit, FailedStepEndsTheAudit) {
   bench.finishedWrite(100, 8, 1);
   bench.data().writeFinished.clear();
@@ -112,6 +132,18 @@ TEST_F(ReferenceAudit, FailedStepEndsTheAudit) {
   bench.trace().traceWriteIssued(1, 1, 1, 3, 0);
   EXPECT_EQ(bench.complete(3), -1200);
   EXPECT_FALSE(bench.data().referencesBalanced);
+  EXPECT_EQ(bench.idle(), 0);
+}
+
+TEST_F(ReferenceAudit, StepThatAnExceptionLeavesEndsTheAudit) {
+  // The step gets as far as the write's record, and finds no buffer for the tag.
+  *bench.data().xferLength = 4;
+  bench.data().tagBuffers.clear();
+  bench.host().tags().release(2);
+  EXPECT_THROW(bench.idle(), std::out_of_range);
+  EXPECT_NE(auditReferences(bench.data()), "");
+  EXPECT_FALSE(bench.data().referencesBalanced);
+  bench.holdTags();
   EXPECT_EQ(bench.idle(), 0);
 }
 

@@ -161,6 +161,29 @@ TEST_F(WriteCompletion, HardErrorMakesEveryBlockUnknownAndChecksForASplice) {
   EXPECT_EQ(entry.kcq.qual, 0x01);
 }
 
+TEST_F(WriteCompletion, FailingBlockBetweenTheLastOnesOfAllEndsTheWalkThere) {
+  bench.config().useSkipCommands = true;
+  const uint64_t first = ~uint64_t{0} - 4;
+  id = bench.write(first, 2, 3);
+  // Descriptor format; the failing LBA lies between the two blocks.
+  Bytes sense = {0x72, 3, 0x11, 0, 0, 0, 0, 12, 0, 10, 0x80, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFC};
+  bench.data().lastErrSenseData->view(sense.data(), sense.size());
+  EXPECT_EQ(bench.complete(3, CompletionBench::checkCondition), 0);
+  EXPECT_EQ(bench.lastEntry().kcq.key, 3);
+  expectNoRecords();
+  bench.data().lastErrSenseData->release();
+}
+
+TEST_F(WriteCompletion, SenseDataThatWereCutEndWhereTheyWereCut) {
+  issue();
+  // Cut to 18 bytes, and still saying that 22 were there; what happens to stand behind them is not the drive's.
+  bench.setSense({.key = 4, .asc = 0x44, .ascq = 0x01, .information = {}, .uec = 0x1234});
+  bench.data().lastErrSenseData->size = 18;
+  EXPECT_EQ(bench.complete(3, CompletionBench::checkCondition), 0);
+  EXPECT_EQ(bench.lastEntry().kcq.code, 0x44);
+  EXPECT_EQ(bench.lastEntry().block, 0U);
+}
+
 TEST_F(WriteCompletion, HardErrorWithoutSpliceDetectionIsNotReadBack) {
   issue();
   EXPECT_EQ(bench.completeWithSense(3, {.key = 4, .information = {}}), 0);
