@@ -56,7 +56,10 @@ std::vector<HangWatch::Command> HangWatch::hanging(uint64_t nowUs) const {
       }
     }
   }
-  std::ranges::stable_sort(commands, [](const Command& a, const Command& b) { return a.ageUs > b.ageUs; });
+  // The clock is coarse: of commands of the same age the one that was sent first.
+  std::ranges::sort(commands, [this](const Command& a, const Command& b) {
+    return a.ageUs != b.ageUs ? a.ageUs > b.ageUs : queue_.command(a.tag).id < queue_.command(b.tag).id;
+  });
   return commands;
 }
 
