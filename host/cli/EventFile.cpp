@@ -57,6 +57,14 @@ bool EventFile::append(const std::string& line) {
   return false;
 }
 
+bool EventFile::flush() {
+  if (fsync(fd_) == 0 || errno == EINVAL) {
+    return true;
+  }
+  error_ = errno;
+  return false;
+}
+
 std::string EventFile::cause() const { return systemText(error_); }
 
 }  // namespace corvane::host

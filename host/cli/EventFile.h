@@ -22,7 +22,12 @@ class EventFile {
   /// @return whether it was written
   bool append(const std::string& line);
 
-  /// Why the last line was not written, in the system's words.
+  /// Brings what was written to its medium: a disk that fails may show only then.
+  ///
+  /// @return whether it is there
+  bool flush();
+
+  /// Why the last line was not written, or what was written is not kept, in the system's words.
   std::string cause() const;
 
  private:

@@ -43,6 +43,9 @@ void EventStream::stop(int signal) { write(StopEvent{.signal = signalName(signal
 void EventStream::end(const EndEvent& end) {
   const std::lock_guard lock(mutex_);
   writeLocked(end);
+  if (running_ && !file_->flush()) {
+    warnOnce();
+  }
   running_ = false;
 }
 
@@ -92,6 +95,10 @@ void EventStream::writeLocked(decltype(RunEvent::what) what) {
     return;
   }
   ++lost_;
+  warnOnce();
+}
+
+void EventStream::warnOnce() {
   if (!std::exchange(warned_, true)) {
     warn_(file_->cause());
   }

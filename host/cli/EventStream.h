@@ -45,6 +45,7 @@ class EventStream final : public RunObserver {
   void write(decltype(RunEvent::what) what);
   void writeLocked(decltype(RunEvent::what) what);
   bool append(uint64_t ms, decltype(RunEvent::what) what);
+  void warnOnce();
 
   const std::unique_ptr<EventFile> file_;
   HostClock& clock_;

@@ -76,6 +76,25 @@ void addEnds(std::vector<TestKey>& keys) {
                   .texts = numberText<&TestDefinition::stepLimit>});
 }
 
+/// Not among the ends, as no good test ends by it.
+TestKey watchdogKey() {
+  return {.name = "watchdog",
+          .value = "TIME",
+          .group = group,
+          .help =
+              "How long a drive may take for one command. One that takes longer hangs: the commands that it has not "
+              "answered are named, it is reset, and its test ends with exit status 3. Default: 60s.",
+          .take =
+              [](RunSettings& settings, const std::string& where, const std::string& text) {
+                settings.test.watchdogMs = parseDurationMs(where, text, "would end every test at once", "60s");
+              },
+          .texts =
+              [](const RunSettings& settings) {
+                return textIf(settings.test.watchdogMs != usualTest().watchdogMs,
+                              durationFlagText(settings.test.watchdogMs));
+              }};
+}
+
 void addPlaces(std::vector<TestKey>& keys) {
   keys.push_back({.name = "range",
                   .value = "FIRST..END",
@@ -120,6 +139,7 @@ TestKey pinKey() {
 void addLimitKeys(std::vector<TestKey>& keys) {
   keys.push_back(driveKey());
   addEnds(keys);
+  keys.push_back(watchdogKey());
   addPlaces(keys);
   keys.push_back(
       {.name = "seed",

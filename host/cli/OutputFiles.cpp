@@ -18,11 +18,13 @@ namespace {
 std::string causeOf(int error) { return std::generic_category().message(error); }
 
 /// A file of another name beside the one that it shall become; gone when destroyed, unless it was renamed.
+///
+/// Its name is short whatever the other one is, which may be as long as the file system allows.
 class TemporaryFile {
  public:
   /// Check `error()` before any use.
   explicit TemporaryFile(const std::string& beside)
-      : path_(beside + ".tmp-" + std::to_string(getpid())),
+      : path_(beside.substr(0, beside.rfind('/') + 1) + ".corvane.tmp-" + std::to_string(getpid())),
         fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644)),
         error_(fd_ < 0 ? errno : 0) {}
   ~TemporaryFile() {
@@ -99,7 +101,7 @@ void prepareOutputDirectory(std::string_view flag, const std::string& path) {
   if (!std::filesystem::is_directory(path, fault)) {
     refuse(flag, path, "cannot be created: " + (madeNone ? madeNone.message() : causeOf(ENOTDIR)), remedy);
   }
-  if (const int error = TemporaryFile(path + "/.corvane").error(); error != 0) {
+  if (const int error = TemporaryFile(path + "/").error(); error != 0) {
     refuse(flag, path, "cannot be written to: " + causeOf(error), remedy);
   }
 }
@@ -127,6 +129,10 @@ void checkReplaceable(std::string_view flag, const std::string& path) {
   }
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
     refuse(flag, path, "is no regular file", otherFile);
+  }
+  if (status.type() == std::filesystem::file_type::none) {
+    // Such as a name that is too long, which the file beside it does not show.
+    refuse(flag, path, "cannot be written: " + fault.message(), otherFile);
   }
   if (const int error = TemporaryFile(path).error(); error != 0) {
     refuse(flag, path, "cannot be written: " + causeOf(error), otherFile);

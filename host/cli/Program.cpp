@@ -1,9 +1,13 @@
 #include "host/cli/Program.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -79,8 +83,7 @@ class Program {
     usage_->footer("It tells test authors how the agent wants to be used.");
     drives_->footer(
         "Examples:\n  corvane drives\n  corvane drives sim:1g,block=4096\n  corvane drives file:/tmp/drive.img");
-    drives_->add_option("ADDRESS", driveAddress_, "Opens this drive and describes it")
-        ->type_name("");
+    drives_->add_option("ADDRESS", driveAddress_, "Opens this drive and describes it")->type_name("");
     // What is left over is judged by us, with the nearest name.
     app_.allow_extras();
   }
@@ -232,6 +235,24 @@ class Program {
   std::string driveAddress_;
 };
 
+constexpr const char* outOfMemory =
+    "out of memory; free some, or lower the queue depth, the transfer length, \"Bucket Count\" or \"Max Queue Size\"";
+
+/// Libraries that may not throw end the program where memory runs out; it says so all the same, and with its status.
+[[noreturn]] void endWithoutMemory() {
+  try {
+    if (const std::exception_ptr error = std::current_exception(); error != nullptr) {
+      std::rethrow_exception(error);
+    }
+  } catch (const std::bad_alloc&) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "corvane: %s\n", outOfMemory);
+    _exit(exit_status::internal);
+  } catch (...) {
+  }
+  std::abort();
+}
+
 int failed(int status, const std::string& text) {
   std::fprintf(stderr, "corvane: %s\n", printable(text).c_str());
   return status;
@@ -242,6 +263,7 @@ int failed(int status, const std::string& text) {
 void describeProgram(const std::function<void(const CLI::App&)>& reader) { reader(Program().app()); }
 
 int runProgram(int argc, const char* const* argv) noexcept {
+  std::set_terminate(endWithoutMemory);
   try {
     return Program().run(argc, argv);
   } catch (const UsageError& error) {
@@ -252,6 +274,9 @@ int runProgram(int argc, const char* const* argv) noexcept {
     return failed(exit_status::usage, error.what());
   } catch (const DriveError& error) {
     return failed(exit_status::drive, error.what());
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "corvane: %s\n", outOfMemory);
+    return exit_status::internal;
   } catch (const std::exception& error) {
     return failed(exit_status::internal, std::string("internal error: ") + error.what());
   }

@@ -231,10 +231,11 @@ class Session {
     const StopSignals signals(*run_);  // until the documents are written
     const RunResult result = runAndReport(signals);
     const std::vector<std::optional<Explanation>> explanations = explainAll(result);
-    const bool written = documents_.finish(drives_, run_->warnings(), result, explanations);
+    // The verdict first: whatever becomes of the documents, it has been said.
     if (!settings_.quiet || result.status != RunStatus::clean) {
       out_.write(summaryText(settings_, result, explanations));
     }
+    const bool written = documents_.finish(drives_, run_->warnings(), result, explanations);
     if (onResult) {
       onResult(result);
     }

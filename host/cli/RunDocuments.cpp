@@ -1,6 +1,8 @@
 #include "host/cli/RunDocuments.h"
 
 #include <cstdio>
+#include <functional>
+#include <new>
 
 #include "host/base/TextFormat.h"
 #include "host/cli/OutputFiles.h"
@@ -22,6 +24,20 @@ bool replaced(const std::string& name, const std::string& path, const std::strin
     if (complain) {
       std::fprintf(stderr, "corvane: %s\n", printable(error.what()).c_str());
     }
+    return false;
+  }
+}
+
+/// Writes a document of a test that has ended. Whatever stands in its way must not take the verdict away.
+bool written(const std::string& name, const std::string& path, const std::function<std::string()>& text) {
+  try {
+    return replaced(name, path, text(), true);
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "corvane: %s '%s' cannot be written: out of memory\n", name.c_str(), path.c_str());
+    return false;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "corvane: %s '%s' cannot be written: %s\n", name.c_str(), printable(path).c_str(),
+                 error.what());
     return false;
   }
 }
@@ -60,10 +76,10 @@ void RunDocuments::fail(RunStatus status, std::string_view error) {
 
 bool RunDocuments::finish(const std::vector<DriveIntroduction>& drives, const std::vector<std::string>& warnings,
                           const RunResult& result, const std::vector<std::optional<Explanation>>& explanations) {
-  const std::string document = runJson(settings_, drives, warnings, result, explanations);
-  const bool json = replaced(nameOfJson(settings_), settings_.jsonPath, document, true);
+  const bool json = written(nameOfJson(settings_), settings_.jsonPath,
+                            [&] { return runJson(settings_, drives, warnings, result, explanations); });
   return (settings_.junitPath.empty() ||
-          replaced(nameOf(settings_, "junit"), settings_.junitPath, runJunit(settings_, result), true)) &&
+          written(nameOf(settings_, "junit"), settings_.junitPath, [&] { return runJunit(settings_, result); })) &&
          json;
 }
 

@@ -93,6 +93,9 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   object["messages"] = messagesJson(drive.messages);
   object["latency"] = latenciesJson(drive.journal.get());
   object["files"] = {{"reports", drive.messages.reports}, {"dumps", drive.messages.dumps}};
+  if (!drive.messages.incomplete.empty()) {
+    object["files"]["incomplete"] = drive.messages.incomplete;
+  }
   return object;
 }
 

@@ -85,6 +85,9 @@ std::string filesText(const AgentMessages& messages) {
       text += "    " + printable(file) + "\n";
     }
   }
+  for (const std::string& sentence : messages.incomplete) {
+    text += "  warning: " + printable(sentence) + "\n";
+  }
   return text;
 }
 

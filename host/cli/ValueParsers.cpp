@@ -205,7 +205,9 @@ uint64_t parseNumber(std::string_view flag, std::string_view text) {
   return *number;
 }
 
-uint64_t parseDurationMs(std::string_view flag, std::string_view text) {
+uint64_t parseDurationMs(std::string_view flag, std::string_view text, std::string_view none,
+                         std::string_view otherwise) {
+  constexpr uint64_t longestMs = 86'400'000'000'000;  // in microseconds still far from the end of 64 bits
   std::string_view rest = text;
   const std::optional<Decimal> number = takeDecimal(rest);
   const auto* unit =
@@ -225,7 +227,10 @@ uint64_t parseDurationMs(std::string_view flag, std::string_view text) {
     refuse(flag, text, "is finer than a millisecond", std::string("give ").append(durationHelp));
   }
   if (ms == 0) {
-    refuse(flag, text, "leaves no time to test", "give at least 1ms, or leave it out for no limit");
+    refuse(flag, text, none, std::string("give at least 1ms, or leave it out for ").append(otherwise));
+  }
+  if (ms > longestMs) {
+    refuse(flag, text, "is too long", "give at most " + durationFlagText(longestMs));
   }
   return ms;
 }

@@ -32,7 +32,8 @@ uint32_t parseCount32(std::string_view flag, std::string_view text, uint64_t lea
 uint64_t parseNumber(std::string_view flag, std::string_view text);
 
 /// A length of time with its unit, "500ms", "30s", "1.5m", "2h" or "1d", in milliseconds; at least one of them.
-uint64_t parseDurationMs(std::string_view flag, std::string_view text);
+uint64_t parseDurationMs(std::string_view flag, std::string_view text, std::string_view none = "leaves no time to test",
+                         std::string_view otherwise = "no limit");
 
 /// The shortest text that `parseDurationMs` reads as so many milliseconds.
 std::string durationFlagText(uint64_t ms);

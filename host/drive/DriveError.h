@@ -16,6 +16,12 @@ class DriveConnectionLost : public DriveError {
   using DriveError::DriveError;
 };
 
+/// A drive that does not answer and may still be at work on what it was sent.
+class DriveHung : public DriveError {
+ public:
+  using DriveError::DriveError;
+};
+
 /// A drive address that nobody can open; the text names the wrong piece and what would be accepted.
 class DriveAddressError : public std::invalid_argument {
  public:

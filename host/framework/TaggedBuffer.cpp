@@ -1,6 +1,6 @@
 #include "vdl/TaggedBuffer.h"
 
-#include <stdexcept>
+#include <memory>
 
 #include "host/framework/SharedVariables.h"
 #include "host/framework/TaggedBufferImpl.h"
@@ -23,8 +23,10 @@ void TaggedBuffer::unlock(uint32_t tag) {
 
 namespace corvane::host {
 
-TaggedViews::TaggedViews(uint32_t tags) : views_(new vdl::TaggedBuffer::Impl) {
-  views_->views.resize(tags);
+TaggedViews::TaggedViews(uint32_t tags) : views_(nullptr) {
+  auto views = std::make_unique<vdl::TaggedBuffer::Impl>();
+  views->views.resize(tags);
+  views_ = views.release();
   platform_.impl = views_;
 }
 

@@ -1,9 +1,11 @@
 #include "host/run/AgentConfig.h"
 
 #include <algorithm>
+#include <new>
 
 #include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
+#include "vdl/Status.h"
 
 namespace corvane::host {
 namespace {
@@ -36,6 +38,9 @@ AgentConfig::AgentConfig(const vdl::AgentTable& agent) : agent_(agent) {
   if (status != 0) {
     if (options_.record() != nullptr) {
       agent_.freeConfigData(options_.record());
+    }
+    if (status == vdl::status::outOfMemory) {
+      throw std::bad_alloc();
     }
     throw ConfigurationError("the agent could not set up its options, initConfigData returned " +
                              std::to_string(status));

@@ -162,10 +162,14 @@ class AwaitedBlocks {
       grow();
     }
     uint64_t count = 0;
-    for (uint64_t group = groupOf(span.first); group < span.end; group += groupBlocks_) {
+    // Behind the last group there may be no number any more.
+    const uint64_t last = groupOf(span.end - 1);
+    for (uint64_t group = groupOf(span.first);; group += groupBlocks_) {
       count += missing(group, walkGroup(group, maskOf(span, group), act));
+      if (group == last) {
+        return count;
+      }
     }
-    return count;
   }
 
   /// @return the blocks of the mask that are not there

@@ -183,6 +183,9 @@ void judgeZones(Judge& judge, const TestDefinition& test, const Drive& drive, co
   judge.refuseIf(zones.zoneBlocks() > std::numeric_limits<uint32_t>::max(),
                  "zone resets name their blocks with 32 bits, and the drive's zones have " + text(zones.zoneBlocks()) +
                      "; leave zone resets out");
+  judge.refuseIf(zones.tooMany(), "zone resets number the zones with 32 bits, and the LBA range has more of " +
+                                      text(zones.zoneBlocks()) +
+                                      " blocks each; make the range smaller or leave zone resets out");
   judge.refuseIf(!drive.capabilities().hostManaged && zones.count() == 0,
                  "zone resets need a zone that lies wholly in the LBA range, and zones have " +
                      text(zones.zoneBlocks()) + " blocks; widen the range or leave zone resets out");

@@ -46,6 +46,7 @@ DriveQueue::DriveQueue(Drive& drive, uint32_t agentTags, bool ownCommand, uint64
     : clock_(clock),
       watchdogMs_(watchdogMs),
       ownTag_(agentTags),
+      tags_(agentTags + (ownCommand ? 1 : 0)),
       fence_(drive, agentTags + (ownCommand ? 1 : 0), counters, clock),
       kept_(ownCommand ? agentTags : 0) {}
 

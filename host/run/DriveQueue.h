@@ -56,6 +56,10 @@ class DriveQueue {
   bool isOutstanding(uint32_t tag) const { return fence_.isOutstanding(tag); }
   /// The command on a tag, until the next one is submitted on it.
   const DriveCommand& command(uint32_t tag) const { return fence_.command(tag); }
+  /// Tags that may have commands: the agent's, and behind them the host's own.
+  uint32_t tags() const { return tags_; }
+  /// When the drive was sent the outstanding command on a tag; see OrderingFence.
+  uint64_t sentUs(uint32_t tag) const { return fence_.sentUs(tag); }
   /// Whether the drive has not taken the outstanding command on a tag.
   bool isUnsent(uint32_t tag) const { return fence_.isUnsent(tag); }
 
@@ -68,6 +72,7 @@ class DriveQueue {
   HostClock& clock_;
   const uint64_t watchdogMs_;
   const uint32_t ownTag_;
+  const uint32_t tags_;
   OrderingFence fence_;
   std::vector<DriveCompletion> kept_;  ///< a ring
   uint32_t keptFirst_ = 0;

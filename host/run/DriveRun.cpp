@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -10,12 +11,18 @@
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
+#include "host/run/AgentFiles.h"
 #include "host/run/AtomicSegmentAgent.h"
 #include "host/run/ConfigurationError.h"
+#include "vdl/Status.h"
 
 namespace corvane::host {
 namespace {
 
+constexpr std::string_view outOfMemory =
+    "out of memory; free some, or lower the queue depth, the transfer length, \"Bucket Count\" or \"Max Queue Size\"";
+constexpr size_t reservedText = 256;
+static_assert(outOfMemory.size() < reservedText);
 constexpr uint64_t longestRatePauseUs = 20'000;  ///< so that a stop or a time limit is noticed soon
 
 /// The LBA that a line of the agent names, as in "Write Splice Detected at LBA 0x…".
@@ -29,6 +36,16 @@ std::optional<uint64_t> lbaIn(const std::string& line) {
   uint64_t lba = 0;
   const auto [end, error] = std::from_chars(begin, line.data() + line.size(), lba, 16);
   return error == std::errc() && end != begin ? std::optional(lba) : std::nullopt;
+}
+
+bool isDriveError(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const DriveError&) {
+    return true;
+  } catch (...) {
+    return false;
+  }
 }
 
 bool limitReached(uint64_t limit, uint64_t count) { return limit != 0 && count >= limit; }
@@ -45,6 +62,7 @@ DriveRun::DriveRun(const RunContext& context, uint32_t index, std::string name, 
       range_(testRange(context.test, context.options, geometry_)),
       log_(index, context.observer),
       recorder_(*drive_) {
+  result_.error.reserve(reservedText);  // what ends a test for want of memory must be said without any
   result_.name = std::move(name);
   result_.address = maskedAddress(address);
   result_.description = drive_->description();
@@ -64,10 +82,20 @@ void DriveRun::run() noexcept {
     failed(RunStatus::drive, error.what());
   } catch (const ConfigurationError& error) {
     failed(RunStatus::configuration, error.what());
+  } catch (const std::bad_alloc&) {
+    failed(RunStatus::internal, outOfMemory);
   } catch (const std::exception& error) {
     failed(RunStatus::internal, error.what());
   }
-  conclude();
+  tellEnd();
+}
+
+void DriveRun::tellEnd() {
+  try {
+    conclude();
+  } catch (const std::bad_alloc&) {
+    failed(RunStatus::internal, outOfMemory);
+  }
   ended_.store(true, std::memory_order_release);
   if (const std::optional<Finding> finding = findingOf(result_)) {
     context_.observer->onFinding(index_, *finding);
@@ -87,13 +115,29 @@ void DriveRun::pin() const {
 void DriveRun::conclude() {
   result_.totals = totals();
   result_.messages = log_.messages();
-  if (statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+  checkFiles();
+  if (foundSomething()) {
     result_.findingLba = findingLba();
   }
   if (ledger_ != nullptr) {
     result_.injections = ledger_->injections();
   }
   result_.elapsedMs = (context_.clock.steadyUs() - beganUs_) / 1000;
+}
+
+void DriveRun::checkFiles() {
+  AgentMessages& files = result_.messages;
+  const auto note = [&files](const std::string& path, const std::string& what) {
+    if (!what.empty()) {
+      files.incomplete.push_back("'" + path + "' " + what);
+    }
+  };
+  for (const std::string& report : files.reports) {
+    note(report, whatIsMissingOfReport(report));
+  }
+  for (const std::string& dump : files.dumps) {
+    note(dump, whatIsMissingOfDump(dump, geometry_.blockSize));
+  }
 }
 
 DriveThreadHost::Settings DriveRun::threadSettings() {
@@ -109,7 +153,7 @@ DriveThreadHost::Settings DriveRun::threadSettings() {
   return settings;
 }
 
-StepSettings DriveRun::stepSettings() const {
+StepSettings DriveRun::stepSettings() {
   const TestDefinition& test = context_.test;
   StepSettings settings;
   settings.mix = test.mix;
@@ -134,6 +178,7 @@ StepSettings DriveRun::stepSettings() const {
   settings.ledger = ledger_.get();
   settings.journal = journal_.get();
   settings.observer = context_.observer;
+  settings.calls = &calls_;
   settings.driveIndex = index_;
   return settings;
 }
@@ -227,19 +272,78 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
       loop.abandon();
     }
   } catch (...) {
-    // Its outstanding commands point into memory that is about to be freed.
     failure = std::current_exception();
-    recorder_.forgetDrive();
-    drive_.reset();
-    loop.driveIsGone();
+  }
+  if (failure != nullptr && !foundSomething()) {
+    // Its outstanding commands point into memory that is about to be freed.
+    failure = closeAfter(failure, loop);
   }
   context_.agent.stopTest(&host.thread(), context_.configData, host.driveData(), 0);
+  if (failure != nullptr && foundSomething()) {
+    // Only now, as the agent's files about a finding must not wait for a drive that does not answer.
+    failure = closeAfter(failure, loop);
+  }
   if (failure != nullptr) {
     std::rethrow_exception(failure);
   }
-  if (journal_ != nullptr && statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure) {
+  if (journal_ != nullptr && foundSomething()) {
     gatherEvidence(host, loop);
   }
+}
+
+std::exception_ptr DriveRun::closeAfter(const std::exception_ptr& failure, StepLoop& loop) {
+  recorder_.forgetDrive();
+  std::exception_ptr goOnWith = failure;
+  hang_ = isDriveError(failure) ? loop.hangWatch().describe() : "";
+  remedy_ = loop.hangWatch().remedy();
+  if (!hang_.empty()) {
+    goOnWith = std::make_exception_ptr(DriveHung(hang_ + "; " + resetHungDrive() + "; " + remedy_));
+  }
+  {
+    const DriveCalls::Inside inside(&calls_, "the closing of the drive");
+    drive_.reset();
+  }
+  loop.driveIsGone();
+  return goOnWith;
+}
+
+std::string DriveRun::resetHungDrive() {
+  const uint64_t resetUs = context_.clock.steadyUs();
+  try {
+    const DriveCalls::Inside inside(&calls_, StepLoop::resetCall);
+    drive_->reset();
+  } catch (const std::exception& error) {
+    return "its reset failed (" + std::string(error.what()) + "), so they may still be carried out";
+  }
+  counters_.resets.add(1);
+  counters_.outstanding.set(0);
+  context_.observer->onReset(index_);
+  return "a reset of " + secondsText(context_.clock.steadyUs() - resetUs) + " took them back";
+}
+
+bool DriveRun::giveUpIfHung(std::chrono::steady_clock::time_point now) {
+  const uint64_t call = calls_.current();
+  if (call == 0 || call != seenCall_) {
+    seenCall_ = call;
+    seenAt_ = now;
+    return false;
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::microseconds>(now - seenAt_);
+  if (static_cast<uint64_t>(waited.count()) / 1000 < context_.test.watchdogMs || !calls_.giveUp(call)) {
+    return false;
+  }
+  const std::string noReturn = std::string(calls_.what()) + " has not ended for " +
+                               secondsText(static_cast<uint64_t>(waited.count())) +
+                               ", so what it was sent may still be carried out; ";
+  if (hang_.empty()) {
+    failed(RunStatus::drive,
+           "the drive hangs: " + noReturn +
+               "check the drive and its connection, or set the watchdog higher if it may take longer");
+  } else {
+    failed(RunStatus::drive, hang_ + "; " + noReturn + remedy_);
+  }
+  tellEnd();
+  return true;
 }
 
 std::optional<uint64_t> DriveRun::findingLba() const {
@@ -274,7 +378,8 @@ void DriveRun::gatherEvidence(DriveThreadHost& host, StepLoop& loop) {
       evidence->reread.push_back(loop.readNow(block, 1));
     }
   } catch (const DriveError&) {
-    // It has stopped answering; what was read before counts.
+    // It has stopped answering; what was read before counts. A read that is still under way has the loop's memory.
+    closeAfter(std::current_exception(), loop);
   }
   result_.evidence = std::move(evidence);
 }
@@ -288,7 +393,7 @@ int32_t DriveRun::stepUntilEnd(StepLoop& loop) {
     }
     if (test.timeLimitMs != 0 || test.commandsPerSecond != 0) {
       const uint64_t elapsed = elapsedUs(beganUs);
-      if (test.timeLimitMs != 0 && elapsed >= test.timeLimitMs * 1000) {
+      if (test.timeLimitMs != 0 && elapsed / 1000 >= test.timeLimitMs) {
         break;
       }
       if (mustWait(loop, elapsed)) {
@@ -340,13 +445,15 @@ void DriveRun::agentEnded(const char* callback, int32_t status) {
   }
   result_.agentStatus = status;
   std::string error = log_.firstError();
-  if (error.empty()) {
+  if (error.empty() && status == vdl::status::outOfMemory) {
+    error = outOfMemory;
+  } else if (error.empty()) {
     error = std::string("the agent's ") + callback + " returned " + std::to_string(status);
   }
   failed(statusOfAgentCode(status), error);
 }
 
-void DriveRun::failed(RunStatus status, const std::string& error) {
+void DriveRun::failed(RunStatus status, std::string_view error) {
   result_.status = worse(result_.status, status);
   if (result_.error.empty()) {
     result_.error = error;

@@ -1,16 +1,20 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/drive/Drive.h"
 #include "host/framework/DriveThreadHost.h"
 #include "host/run/AgentConfig.h"
 #include "host/run/AgentLog.h"
 #include "host/run/ContractCheck.h"
+#include "host/run/DriveCalls.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/HostClock.h"
 #include "host/run/MiscompareRecorder.h"
@@ -43,6 +47,13 @@ class DriveRun {
   /// Runs the whole test; the body of the drive's thread. Nothing is thrown: every end is in the result.
   void run() noexcept;
 
+  /// Ends the test of this drive when its thread has been inside one call of the drive for the watchdog's time, as far
+  /// as earlier calls of this have seen. That thread then sleeps for good, and the object, and all that it uses, must
+  /// stay. Of one thread, which is not the drive's.
+  ///
+  /// @return whether it did
+  bool giveUpIfHung(std::chrono::steady_clock::time_point now);
+
   /// Whether the test of this drive is over. Any thread.
   bool ended() const { return ended_.load(std::memory_order_acquire); }
 
@@ -62,17 +73,29 @@ class DriveRun {
   /// Keeps the calling thread on the CPU that the test gives the drive, if it gives one.
   void pin() const;
   DriveThreadHost::Settings threadSettings();
-  StepSettings stepSettings() const;
+  StepSettings stepSettings();
   CheckRules checkRules() const;
   RangeSettings rangeSettings() const;
   std::unique_ptr<LbaAgent> makeLbaSource() const;
   void runTest();
   /// Completes the result of a test that is over.
   void conclude();
+  /// Looks whether the agent's files are complete.
+  void checkFiles();
   void runAgent(DriveThreadHost& host);
   /// From `startTest` to `stopTest`.
   void runStarted(DriveThreadHost& host, StepLoop& loop);
   int32_t stepUntilEnd(StepLoop& loop);
+  /// Closes a drive whose test broke off, so that it is done with the memory of its commands; one that hangs is reset
+  /// first.
+  ///
+  /// @return the failure to go on with
+  std::exception_ptr closeAfter(const std::exception_ptr& failure, StepLoop& loop);
+  /// @return what came of it, to continue a sentence
+  std::string resetHungDrive();
+  /// Tells of the end.
+  void tellEnd();
+  bool foundSomething() const { return statusOfAgentCode(result_.agentStatus) == RunStatus::dataFailure; }
   /// The LBA that the agent named, to the device or in its first error line.
   std::optional<uint64_t> findingLba() const;
   /// After `stopTest`: the agent's files are written, and its data and the loop's are still there.
@@ -84,7 +107,7 @@ class DriveRun {
   /// Remembers when the agent ended the test.
   void noteMoment(const StepLoop& loop);
   void agentEnded(const char* callback, int32_t status);
-  void failed(RunStatus status, const std::string& error);
+  void failed(RunStatus status, std::string_view error);
 
   DriveCounters counters_;  // first, as it begins a cache line
   const RunContext context_;
@@ -100,6 +123,11 @@ class DriveRun {
   uint64_t beganUs_ = 0;
   uint64_t steps_ = 0;
   uint64_t looksSeen_ = 0;  ///< of the journal at the clock
+  DriveCalls calls_;
+  std::string hang_;       ///< how the drive hangs, while it is reset for that
+  std::string remedy_;     ///< for it
+  uint64_t seenCall_ = 0;  ///< of the thread that waits
+  std::chrono::steady_clock::time_point seenAt_;
   DriveResult result_;
   std::atomic<bool> ended_{false};
 };

@@ -21,6 +21,8 @@ uint64_t nowUs(clockid_t clock) {
 
 uint64_t HostClock::steadyUs() { return nowUs(CLOCK_MONOTONIC); }
 
+uint64_t HostClock::coarseUs() { return nowUs(CLOCK_MONOTONIC_COARSE); }
+
 uint64_t HostClock::wallUs() { return nowUs(CLOCK_REALTIME); }
 
 void HostClock::pause(uint64_t microseconds) { std::this_thread::sleep_for(std::chrono::microseconds(microseconds)); }

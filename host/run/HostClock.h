@@ -11,6 +11,8 @@ class HostClock {
 
   /// Microseconds that only go forward; for limits and rates.
   virtual uint64_t steadyUs();
+  /// As `steadyUs`, up to some milliseconds late, for a fraction of the price: to tell what has taken seconds.
+  virtual uint64_t coarseUs();
   /// Microseconds since the epoch.
   virtual uint64_t wallUs();
   virtual void pause(uint64_t microseconds);

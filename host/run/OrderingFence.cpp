@@ -153,13 +153,18 @@ void OrderingFence::pass(Node& node) {
     node.command.id = noAttempt;
     throw DriveConnectionLost(*lost_);
   }
+  giveToDrive(node);
+}
+
+void OrderingFence::giveToDrive(Node& node) {
+  node.sentUs = clock_.coarseUs();
   drive_.submit(node.command);
 }
 
 void OrderingFence::send(Node& node) {
   // The drive must not take a late answer to an earlier attempt for the one to this.
   node.command.id = nextId_++;
-  drive_.submit(node.command);
+  giveToDrive(node);
 }
 
 bool OrderingFence::poll(DriveCompletion& out) {
@@ -260,7 +265,7 @@ void OrderingFence::sendReleased() {
       continue;
     }
     try {
-      drive_.submit(nodes_[tag].command);
+      giveToDrive(nodes_[tag]);
     } catch (const DriveConnectionLost& lost) {
       // What ended before it did end, and has to be told first.
       lost_ = lost.what();

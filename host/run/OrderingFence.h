@@ -75,6 +75,9 @@ class OrderingFence {
   /// taken it.
   bool isUnsent(uint32_t tag) const;
 
+  /// When the drive was sent the outstanding command on a tag, in the clock's `coarseUs`. Not for one that it has not.
+  uint64_t sentUs(uint32_t tag) const { return nodes_[tag].sentUs; }
+
   /// The oldest outstanding commands for a message, e.g. "write of 8 blocks at LBA 100 (tag 3)".
   std::string describeOutstanding(size_t most) const;
 
@@ -82,7 +85,8 @@ class OrderingFence {
   using TagSet = std::array<uint64_t, TagPool::maxTags / 64>;
   struct Node {
     DriveCommand command;
-    TagSet successors{};    ///< held commands that wait for this one; empty unless `hasSuccessors`
+    TagSet successors{};  ///< held commands that wait for this one; empty unless `hasSuccessors`
+    uint64_t sentUs = 0;
     uint32_t waitsFor = 0;  ///< conflicting predecessors that are still outstanding
     uint32_t position = 0;  ///< in the dense arrays
     uint32_t attempts = 0;
@@ -99,6 +103,7 @@ class OrderingFence {
   bool isUnsentWriteTo(uint64_t zone, const Node& node) const;
   void pass(Node& node);
   void send(Node& node);
+  void giveToDrive(Node& node);
   void sendAgain();
   void keepForRetry(Node& node, const DriveCompletion& completion);
   void remove(uint32_t tag);

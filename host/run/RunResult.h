@@ -73,11 +73,12 @@ struct AgentMessages {
     int level = 0;
     std::string text;
   };
-  uint64_t warnings = 0;             ///< lines of level 1
-  uint64_t errors = 0;               ///< lines of level 2
-  std::vector<Line> lines;           ///< the first `maxTexts` of level 1 and 2, in order
-  std::vector<std::string> reports;  ///< command-sequence reports that the agent wrote
-  std::vector<std::string> dumps;    ///< dumps of the drive's and the reference data
+  uint64_t warnings = 0;                ///< lines of level 1
+  uint64_t errors = 0;                  ///< lines of level 2
+  std::vector<Line> lines;              ///< the first `maxTexts` of level 1 and 2, in order
+  std::vector<std::string> reports;     ///< command-sequence reports that the agent wrote
+  std::vector<std::string> dumps;       ///< dumps of the drive's and the reference data
+  std::vector<std::string> incomplete;  ///< what is missing of these files, a sentence each
 };
 
 /// When something happened in the test of one drive.

@@ -58,6 +58,7 @@ StepLoop::StepLoop(const vdl::AgentTable& agent, const void* configData, DriveTh
                                                   settings.maxBlocks, settings.zoneWriterSeed)
                       : std::nullopt),
       queue_(drive, tags_.size(), settings.ranges.any(), settings.watchdogMs, counters, clock),
+      hangWatch_(queue_, settings.watchdogMs, clock),
       checks_(settings.checks, tags_.size(), counters.checked),
       ranges_(settings.ranges, tags_, queue_, host.variables(), counters, checks_,
               zoneWriter_ ? &*zoneWriter_ : nullptr),
@@ -101,7 +102,9 @@ void StepLoop::prepareDrive() {
 int32_t StepLoop::step() {
   assert(!draining_);
   try {
-    return makeStep();
+    const int32_t status = makeStep();
+    hangWatch_.look();
+    return status;
   } catch (const DriveConnectionLost& lost) {
     return goOnAfter(lost);
   }
@@ -339,6 +342,9 @@ DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
     throw std::logic_error("the agent asked for a transfer of " + std::to_string(command.blocks) +
                            " blocks in a test of 1 to " + std::to_string(settings_.maxBlocks));
   }
+  if (changesMedium(kind)) {
+    checkRange(command);
+  }
   command.forceUnitAccess = settings_.forceUnitAccess && changesMedium(kind);
   if (kind == CommandKind::writeAtomic) {
     command.atomicBound = atomicBound_;
@@ -350,6 +356,18 @@ DriveCommand StepLoop::buildCommand(CommandKind kind, uint32_t tag) {
     attachWriteData(command);
   }
   return command;
+}
+
+void StepLoop::checkRange(const DriveCommand& command) const {
+  // Without sums that may run over. What lies beside the range is somebody else's data.
+  const uint64_t behindFirst = uint64_t{command.blocks - 1} * command.lbaStep;
+  if (command.lba < settings_.minLba || command.lba > settings_.maxLba ||
+      behindFirst > settings_.maxLba - command.lba) {
+    throw std::logic_error("the agent asked for a " + std::string(commandKindName(command.kind)) + " of " +
+                           std::to_string(command.blocks) + " blocks at LBA " + std::to_string(command.lba) +
+                           " in a test of LBA " + std::to_string(settings_.minLba) + " to " +
+                           std::to_string(settings_.maxLba));
+  }
 }
 
 void StepLoop::attachWriteData(DriveCommand& command) {
@@ -394,7 +412,10 @@ void StepLoop::cutPower() {
   if (tags_.outstanding() != 0) {
     throw std::logic_error("the agent cuts the power without taking the outstanding tags back");
   }
-  drive_.powerCycle();
+  {
+    const DriveCalls::Inside inside(settings_.calls, "a power cut of the drive");
+    drive_.powerCycle();
+  }
   counters_.powerCycles.add(1);
   noteIncident(Incident::What::powerCut);
   settings_.observer->onPowerCycle(settings_.driveIndex);
@@ -551,6 +572,7 @@ int32_t StepLoop::drainOnce(bool& done) {
   if (const int32_t status = executeQuietly(); status != 0) {
     return status;
   }
+  hangWatch_.look();
   done = queue_.outstanding() == 0;
   if (!done) {
     DriveCompletion completion;

@@ -14,8 +14,10 @@
 #include "host/run/CommandJournal.h"
 #include "host/run/CommandSelector.h"
 #include "host/run/ConditionSet.h"
+#include "host/run/DriveCalls.h"
 #include "host/run/DriveCounters.h"
 #include "host/run/DriveQueue.h"
+#include "host/run/HangWatch.h"
 #include "host/run/HostClock.h"
 #include "host/run/LbaAgent.h"
 #include "host/run/RangeOperations.h"
@@ -51,6 +53,7 @@ struct StepSettings {
   FaultLedger* ledger = nullptr;                 ///< told of the commands of a drive that does wrong on purpose
   CommandJournal* journal = nullptr;             ///< told of every command; null: nobody wants to know
   RunObserver* observer = &RunObserver::none();  ///< told of resets, power cuts and losses; never null
+  DriveCalls* calls = nullptr;                   ///< told of calls that may not return; null: nobody waits
   uint32_t driveIndex = 0;                       ///< as the observer knows the drive
 };
 
@@ -65,14 +68,15 @@ struct StepSettings {
 /// When the connection to the drive is lost, the loop resets the drive and goes on; the agent learns of a device reset.
 ///
 /// The loop throws std::logic_error when the agent breaks the rules of a step (two conditions applied, a command
-/// without a free tag, data that do not fit the command), DriveError when the drive fails, completes nothing for the
-/// watchdog's time, cannot be reached again, or loses its connection in a test that cannot bear it. After an exception
-/// the object is of no further use.
+/// without a free tag, data that do not fit the command, a change outside the range of the test), DriveError when the
+/// drive fails, completes nothing for the watchdog's time, cannot be reached again, or loses its connection in a test
+/// that cannot bear it. After an exception the object is of no further use.
 ///
 /// One thread. The shared variables that the agent maps are ready once the constructor has returned.
 class StepLoop {
  public:
-  static constexpr uint32_t resetTries = 5;     ///< of a drive that is lost again in each of its resets
+  static constexpr uint32_t resetTries = 5;  ///< of a drive that is lost again in each of its resets
+  static constexpr const char* resetCall = "a reset of the drive";
   static constexpr uint32_t lossesInARow = 16;  ///< without a command that ended; then the drive has failed
 
   /// All references outlive the object. `configData` is the agent's record; the drive's record is asked of `host`
@@ -98,6 +102,9 @@ class StepLoop {
   /// Waits for everything that is outstanding and tells nobody. For after the agent has ended the test. What is lost
   /// with the connection is given up.
   void abandon();
+
+  /// Knows which commands hang, and what to do about it.
+  const HangWatch& hangWatch() const { return hangWatch_; }
 
   /// The drive was destroyed, to have it done with the memory of its commands. Nothing may be called any more.
   void driveIsGone() { readMemory_.forgetDrive(); }
@@ -143,6 +150,7 @@ class StepLoop {
   void runConditionedStep(uint32_t peekedTag);
   void issue(CommandKind kind, uint32_t peekedTag);
   DriveCommand buildCommand(CommandKind kind, uint32_t tag);
+  void checkRange(const DriveCommand& command) const;
   void attachWriteData(DriveCommand& command);
   void checkZonePosition(const DriveCommand& command) const;
   void publishCommandBlock(const DriveCommand& command);
@@ -207,6 +215,7 @@ class StepLoop {
 
   std::optional<ZoneWriter> zoneWriter_;  ///< of a host-managed drive
   DriveQueue queue_;
+  HangWatch hangWatch_;
   CheckAccount checks_;
   RangeOperations ranges_;
   const ConditionSet conditions_;

@@ -64,6 +64,7 @@ void StepLoop::closeZonesOfSentWrites() {
 void StepLoop::reachDrive() {
   for (uint32_t attempt = 1;; ++attempt) {
     try {
+      const DriveCalls::Inside inside(settings_.calls, resetCall);
       drive_.reset();
       return;
     } catch (const DriveConnectionLost& lost) {

@@ -7,6 +7,12 @@
 #include "host/drive/DriveAddress.h"
 
 namespace corvane::host {
+namespace {
+
+/// A file system takes names of 255 bytes, and reports are named after a drive with words before and behind.
+constexpr size_t longestName = 128;
+
+}  // namespace
 
 uint32_t CommandMix::weight(CommandKind kind) const {
   switch (kind) {
@@ -101,7 +107,7 @@ std::string driveDisplayName(std::string_view given, uint32_t index) {
   };
   std::replace_if(
       name.begin(), name.end(), [&](char c) { return !harmless(c); }, '_');
-  return name;
+  return name.substr(0, longestName);
 }
 
 uint64_t deriveSeed(uint64_t seed, std::string_view purpose, uint64_t index) {

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -25,6 +28,8 @@ namespace corvane::host {
 namespace {
 
 constexpr uint64_t faultSeedStep = 1000;  ///< more drives than a test has
+constexpr uint64_t looksPerWatchdog = 8;
+constexpr uint64_t longestPauseMs = 1000;  ///< before somebody looks again whether a drive hangs
 
 }  // namespace
 
@@ -150,6 +155,27 @@ struct TestRun::State {
     return taken ? name + "-" + std::to_string(index) : name;
   }
 
+  void oneEnded() {
+    running.fetch_sub(1);
+    const std::lock_guard lock(ending);
+    ended.notify_all();
+  }
+
+  /// Until every drive's test has ended; the threads of drives that hang are let go.
+  void waitForAll(std::vector<std::jthread>& threads) {
+    std::unique_lock lock(ending);
+    const std::chrono::milliseconds pause(std::clamp<uint64_t>(test.watchdogMs / looksPerWatchdog, 1, longestPauseMs));
+    while (running.load() != 0) {
+      ended.wait_for(lock, pause);
+      for (size_t drive = 0; drive < runs.size(); ++drive) {
+        if (!runs[drive]->ended() && runs[drive]->giveUpIfHung(std::chrono::steady_clock::now())) {
+          threads[drive].detach();
+          running.fetch_sub(1);
+        }
+      }
+    }
+  }
+
   uint64_t elapsedMs() const {
     const uint64_t began = beganUs.load(std::memory_order_relaxed);
     return began == 0 ? 0 : (clock->steadyUs() - began) / 1000;
@@ -167,13 +193,15 @@ struct TestRun::State {
   std::atomic<uint64_t> beganUs{0};
   std::atomic<uint32_t> running{0};
   bool started = false;
+  std::mutex ending;
+  std::condition_variable ended;
   std::optional<RunContext> context;
   FaultExchange exchange;  // the drives use it
   std::vector<std::unique_ptr<DriveRun>> runs;
 };
 
 TestRun::TestRun(TestDefinition definition, RunObserver* observer, RunSurroundings surroundings)
-    : state_(std::make_unique<State>(std::move(definition), observer, std::move(surroundings))) {
+    : state_(std::make_shared<State>(std::move(definition), observer, std::move(surroundings))) {
   state_->prepare();
 }
 
@@ -204,14 +232,15 @@ RunResult TestRun::run() {
   {
     std::vector<std::jthread> threads;
     for (const auto& run : state.runs) {
-      threads.emplace_back([&state, &run] {
-        if (state.world.onDriveThread) {
-          state.world.onDriveThread();
+      threads.emplace_back([kept = state_, &run] {
+        if (kept->world.onDriveThread) {
+          kept->world.onDriveThread();
         }
         run->run();
-        state.running.fetch_sub(1);
+        kept->oneEnded();
       });
     }
+    state.waitForAll(threads);
   }
   RunResult result;
   result.seed = state.test.seed;

@@ -87,7 +87,7 @@ class TestRun {
 
  private:
   struct State;
-  std::unique_ptr<State> state_;
+  std::shared_ptr<State> state_;  ///< shared with the thread of a drive that hangs
 };
 
 }  // namespace corvane::host

@@ -1,6 +1,7 @@
 #include "host/run/ZoneMap.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace corvane::host {
 
@@ -15,7 +16,9 @@ ZoneMap::ZoneMap(const DriveGeometry& geometry, uint64_t firstLba, uint64_t endL
   if (endLba == driveBlocks_ && endLba % zoneBlocks_ != 0) {
     ++endZone;
   }
-  count_ = endZone > firstZone_ ? static_cast<uint32_t>(endZone - firstZone_) : 0;
+  const uint64_t zones = endZone > firstZone_ ? endZone - firstZone_ : 0;
+  tooMany_ = zones > std::numeric_limits<uint32_t>::max();
+  count_ = static_cast<uint32_t>(std::min<uint64_t>(zones, std::numeric_limits<uint32_t>::max()));
 }
 
 uint64_t ZoneMap::end(uint32_t zone) const {

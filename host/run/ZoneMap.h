@@ -18,6 +18,8 @@ class ZoneMap {
   ZoneMap(const DriveGeometry& geometry, uint64_t firstLba, uint64_t endLba);
 
   uint32_t count() const { return count_; }
+  /// Whether there are more zones than can be numbered. `count` is then that of the first ones.
+  bool tooMany() const { return tooMany_; }
   /// Blocks of every zone but a short last one.
   uint64_t zoneBlocks() const { return zoneBlocks_; }
   uint64_t first(uint32_t zone) const { return (firstZone_ + zone) * zoneBlocks_; }
@@ -33,6 +35,7 @@ class ZoneMap {
   uint64_t firstZone_ = 0;  ///< on the drive
   uint64_t driveBlocks_ = 0;
   uint32_t count_ = 0;
+  bool tooMany_ = false;
 };
 
 }  // namespace corvane::host

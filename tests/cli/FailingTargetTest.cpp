@@ -20,6 +20,7 @@ namespace corvane::host {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::ProgramEnd;
@@ -52,11 +53,13 @@ class FailingTargetTest : public ::testing::Test {
 
   /// Runs the program on the unit, with keys behind its address, and lets something happen to the target on the way.
   ///
-  /// @param time of the whole test, if nothing ends it
-  void run(const std::string& keys, const std::string& time, const std::function<void()>& happens) {
+  /// @param time     of the whole test, if nothing ends it
+  /// @param watchdog how long one command may take
+  void run(const std::string& keys, const std::string& time, const std::function<void()>& happens,
+           const std::string& watchdog = "60s") {
     RunningProgram program(folder, {"run", "--drive", target->address() + keys, "--size", std::to_string(testedBytes),
-                                    "--time", time, "--seed", "5", "--set", "Min Queue Size=64", "--set",
-                                    "Max Queue Size=256", "--set", "Write Splice Detection=true"});
+                                    "--time", time, "--watchdog", watchdog, "--seed", "5", "--set", "Min Queue Size=64",
+                                    "--set", "Max Queue Size=256", "--set", "Write Splice Detection=true"});
     const auto end = std::chrono::steady_clock::now() + 30s;
     while (!isWorking() && !program.ended() && std::chrono::steady_clock::now() < end) {
       std::this_thread::sleep_for(10ms);
@@ -138,6 +141,20 @@ TEST_F(FailingTargetTest, ThatIsHeldStillIsADriveErrorInTime) {
   EXPECT_EQ(document["findings"].size(), 0U);
   EXPECT_THAT(said(), HasSubstr("takes the connection but does not answer to the login within 1 s"));
   EXPECT_THAT(said(), HasSubstr("check whether the target works, or wait longer with connect="));
+}
+
+TEST_F(FailingTargetTest, ThatHangsEndsTheProgramInTheWatchdogsTimeAndNamesItsCommands) {
+  const auto began = std::chrono::steady_clock::now();
+  run(
+      ",reset=1,connect=1,reconnect=1", "60s", [&] { target->stop(); }, "1s");
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 30s);
+  EXPECT_EQ(result.status, 3);
+  EXPECT_EQ(document["findings"].size(), 0U);
+  EXPECT_THAT(said(), HasSubstr("DRIVE ERROR: the drive hangs: "));
+  EXPECT_THAT(said(), HasSubstr("unanswered for 1.0 s or longer: "));
+  EXPECT_THAT(said(), ContainsRegex("of [0-9]+ blocks at LBA [0-9]+ [(]tag [0-9]+, [1-9][.][0-9] s[)]"));
+  EXPECT_THAT(said(), HasSubstr("check the drive and its connection, or set the watchdog above 1.0 s"));
+  EXPECT_THAT(said(), HasSubstr("Result: drive error (exit status 3)"));
 }
 
 TEST_F(FailingTargetTest, ThatComesBackIsTestedOn) {

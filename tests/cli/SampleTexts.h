@@ -16,6 +16,7 @@ inline const std::map<std::string, std::vector<std::string>>& sampleTexts() {
       {"time", {"90s"}},
       {"commands", {"1000000"}},
       {"steps", {"12"}},
+      {"watchdog", {"45s"}},
       {"range", {"64.."}},
       {"size", {"12.5%"}},
       {"seed", {"18446744073709551615"}},

@@ -86,6 +86,7 @@ TEST(ParseDurationTest, saysWhatIsWrong) {
   EXPECT_THAT(of("0s"), HasSubstr("leaves no time to test"));
   EXPECT_THAT(of("0.1ms"), HasSubstr("finer than a millisecond"));
   EXPECT_THAT(of("999999999999999d"), HasSubstr("is too long"));
+  EXPECT_THAT(of("1000001d"), HasSubstr("is too long; give at most 1000000d"));
 }
 
 TEST(ParseDurationTest, readsItsOwnText) {

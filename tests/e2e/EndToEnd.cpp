@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "host/drive/DriveFactory.h"
+#include "tests/e2e/ClockJump.h"
 
 namespace {
 
@@ -33,6 +34,8 @@ uint64_t VirtualClock::wallUs() { return look(); }
 
 void VirtualClock::restart() { virtualUs = epochUs; }
 
+void jumpTimeOfDay(int64_t microseconds) { virtualUs.fetch_add(static_cast<uint64_t>(microseconds)); }
+
 std::string agentPath() { return CORVANE_AGENT_PATH; }
 
 TestDefinition prepared(TestDefinition test, const Workspace& workspace) {
@@ -41,21 +44,31 @@ TestDefinition prepared(TestDefinition test, const Workspace& workspace) {
   return test;
 }
 
+std::function<std::unique_ptr<Drive>(std::string_view, uint32_t, uint64_t, Overwriting)> guardedDrives(
+    const TestDefinition& test, const Wrap& wrap, Trespasses& trespasses) {
+  return [test, wrap, &trespasses](std::string_view address, uint32_t maxOutstanding, uint64_t seed,
+                                   Overwriting overwriting) {
+    std::unique_ptr<Drive> drive = openDrive(address, maxOutstanding, seed, overwriting);
+    const GivenRange range = GivenRange::of(test, drive->geometry());
+    return std::make_unique<RangeGuard>(wrap ? wrap(std::move(drive)) : std::move(drive), range, trespasses);
+  };
+}
+
 RunResult runTest(const TestDefinition& test, const Wrap& wrap, const vdl::AgentTable* agent,
                   const WorthListener& listener) {
   VirtualClock::restart();
   VirtualClock clock;
+  Trespasses trespasses;
   RunSurroundings world;
   world.clock = &clock;
   world.agent = agent;
   world.worthListener = listener;
-  if (wrap) {
-    world.openDrive = [&wrap](std::string_view address, uint32_t maxOutstanding, uint64_t seed, Overwriting overwriting) {
-      return wrap(openDrive(address, maxOutstanding, seed, overwriting));
-    };
+  world.openDrive = guardedDrives(test, wrap, trespasses);
+  RunResult result = TestRun(test, nullptr, world).run();
+  if (const std::string text = trespasses.text(); !text.empty()) {
+    throw std::logic_error("outside the range of the test:\n" + text);
   }
-  TestRun run(test, nullptr, world);
-  return run.run();
+  return result;
 }
 
 std::string agentLines(const RunResult& result) {

@@ -3,9 +3,11 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host/run/HostClock.h"
 #include "host/run/TestRun.h"
+#include "tests/e2e/RangeGuard.h"
 #include "tests/support/TempFolder.h"
 
 namespace corvane::host::e2e {
@@ -30,7 +32,15 @@ std::string agentPath();
 /// Puts a drive of the test's own in front of the one that the address names.
 using Wrap = std::function<std::unique_ptr<Drive>(std::unique_ptr<Drive>)>;
 
-/// Runs the test with the virtual clock.
+/// Opens the drives of a test behind guards of the range that the test was given. For `RunSurroundings::openDrive`.
+///
+/// @param test       is copied
+/// @param trespasses outlives the drives
+std::function<std::unique_ptr<Drive>(std::string_view, uint32_t, uint64_t, Overwriting)> guardedDrives(
+    const TestDefinition& test, const Wrap& wrap, Trespasses& trespasses);
+
+/// Runs the test with the virtual clock and its drives behind guards, which also stand in front of a drive of the
+/// test's own. Throws std::logic_error when something that changes the medium left the range of the test.
 ///
 /// @param agent    used instead of the definition's plug-in
 /// @param listener told what each judged block was worth

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "host/framework/TagPool.h"
 #include "tests/e2e/Combinations.h"
 #include "tests/e2e/EndToEnd.h"
 
@@ -67,6 +68,20 @@ TEST_P(GoodFile, RaisesNothing) {
   // A file has no volatile cache: these tests would not differ from others of the list.
   const std::string keys = GetParam().onFile ? GetParam().sim : "";
   run("file:" + (workspace_ / "drive.img") + ",size=" + sizeBytes() + keys, fileCommands);
+}
+
+TEST(EveryTag, IsTakenAtOnceAndNothingIsRaised) {
+  const Workspace workspace;
+  TestDefinition test = prepared({}, workspace);
+  test.driveAddresses = {"sim:" + std::to_string(uint64_t{256} << 20)};
+  test.queueDepth = TagPool::maxTags;
+  test.commandLimit = simCommands;
+  test.agentOptions = {{"Min Queue Size", "2048"}, {"Max Queue Size", "4096"}};
+  const RunResult result = runTest(test);
+  EXPECT_EQ(result.status, RunStatus::clean) << agentLines(result);
+  EXPECT_EQ(result.totals().maxOutstanding, 1024U);
+  EXPECT_GE(result.totals().commandsCompleted(), simCommands);
+  EXPECT_GT(result.totals().blocksCompared, 0U);
 }
 
 std::vector<Combination> combinationsOnFiles() {

@@ -88,13 +88,16 @@ bool silent(const Combination& combination, const SoakSettings& settings) {
   VirtualClock clock;
   RunSurroundings world;
   world.clock = &clock;
-  TestRun run(definitionOf(combination, settings, workspace), nullptr, world);
+  const TestDefinition test = definitionOf(combination, settings, workspace);
+  Trespasses trespasses;
+  world.openDrive = guardedDrives(test, {}, trespasses);
+  TestRun run(test, nullptr, world);
   MemoryWatch memory(run, settings.commands);
   const RunResult result = run.run();
   memory.stop();
   const DriveTotals totals = result.totals();
   const AgentMessages& said = result.drives.at(0).messages;
-  const bool ok = result.status == RunStatus::clean && said.warnings + said.errors == 0;
+  const bool ok = result.status == RunStatus::clean && said.warnings + said.errors == 0 && trespasses.text().empty();
   std::fprintf(stderr,
                "%-26s %-6s %8lu commands, %8lu blocks compared, %4lu resets, %4lu power cuts, %7lu held back, "
                "%6.0f/s, memory %lu KiB at a quarter, %lu KiB at most\n",
@@ -103,7 +106,7 @@ bool silent(const Combination& combination, const SoakSettings& settings) {
                1000.0 * static_cast<double>(totals.commandsIssued()) / static_cast<double>(result.elapsedMs + 1),
                memory.warmKib(), memory.peakKib());
   if (!ok) {
-    std::fputs(agentLines(result).c_str(), stderr);
+    std::fputs((agentLines(result) + trespasses.text()).c_str(), stderr);
   }
   return ok;
 }

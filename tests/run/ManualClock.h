@@ -12,6 +12,7 @@ namespace corvane::host::testing {
 class ManualClock final : public HostClock {
  public:
   uint64_t steadyUs() override { return nowUs_; }
+  uint64_t coarseUs() override { return nowUs_; }
   uint64_t wallUs() override { return 1'700'000'000'000'000 + nowUs_; }
   void pause(uint64_t microseconds) override {
     nowUs_ += microseconds;

@@ -49,7 +49,10 @@ class StepLoopFixture : public ::testing::Test {
  protected:
   static constexpr uint32_t sector = 512;
 
-  StepLoopFixture() { settings.maxBlocks = 8; }
+  StepLoopFixture() {
+    settings.maxBlocks = 8;
+    settings.maxLba = drive.shape.blocks - 1;
+  }
 
   /// Makes the loop; the first call decides depth and settings.
   StepLoop& loop(uint32_t depth = 4) {

@@ -15,6 +15,7 @@
 namespace corvane::host {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using testing::FakeAgent;
 using ::testing::HasSubstr;
@@ -481,6 +482,56 @@ TEST_F(StepLoopTest, AFlushThatEndedBeforeTheResetIsNotReportedAgain) {
   issue(CommandKind::write);
   ASSERT_EQ(drive.resets, 1);
   EXPECT_EQ(idle().lastTag, nothing);
+}
+
+TEST_F(StepLoopTest, AnAgentThatLeavesTheRangeOfTheTestIsStoppedBeforeTheDriveSeesIt) {
+  settings.minLba = 1000;
+  settings.maxLba = 1999;
+  const auto issueAt = [this](CommandKind kind, uint64_t lba, uint32_t blocks) {
+    stepWith([&](vdl::DriveThread& thread) {
+      host->variables().u64("LBA") = lba;
+      host->variables().u32("XferLength") = blocks;
+      prepare(thread, kind);
+    });
+  };
+  loop(16);
+  issueAt(CommandKind::write, 1000, 8);
+  issueAt(CommandKind::trim, 1992, 8);
+  issueAt(CommandKind::read, 992, 8);
+  issueAt(CommandKind::read, 2000, 8);
+  ASSERT_EQ(drive.submitted.size(), 4U);
+  drive.reset();
+  for (const CommandKind kind :
+       {CommandKind::write, CommandKind::writeAtomic, CommandKind::writeSame, CommandKind::trim}) {
+    for (const auto& [lba, blocks] : {std::pair{uint64_t{999}, 1U}, {1993, 8}, {2000, 1}, {0, 8}, {UINT64_MAX, 8}}) {
+      loop_.reset();  // it is of no use after an exception
+      loop(1);
+      try {
+        issueAt(kind, lba, blocks);
+        FAIL() << commandKindName(kind) << " at LBA " << lba;
+      } catch (const std::logic_error& error) {
+        EXPECT_THAT(error.what(), AllOf(HasSubstr(commandKindName(kind)), HasSubstr("at LBA " + std::to_string(lba)),
+                                        HasSubstr("in a test of LBA 1000 to 1999")));
+      }
+    }
+  }
+  EXPECT_EQ(drive.submitted.size(), 4U);
+}
+
+TEST_F(StepLoopTest, ACommandThatLeavesBlocksOutCountsUpToItsLastBlock) {
+  settings.maxLba = 1006;
+  settings.skipCommands = true;
+  loop();
+  const auto write = [this](uint32_t blocks) {
+    stepWith([&](vdl::DriveThread& thread) {
+      host->variables().u64("LBA") = 1000;
+      host->variables().u32("XferLength") = blocks;
+      prepare(thread, CommandKind::write);
+    });
+  };
+  write(4);
+  EXPECT_THROW(write(5), std::logic_error);
+  EXPECT_EQ(drive.submitted.size(), 1U);
 }
 
 TEST_F(StepLoopTest, ADriveThatCompletesNothingIsGivenUpWithItsCommandsNamed) {

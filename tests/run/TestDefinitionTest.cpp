@@ -36,6 +36,11 @@ TEST(DriveDisplayName, IsTheFileNameWithoutKeysAndWithoutOddCharacters) {
   EXPECT_EQ(driveDisplayName("nvme:/dev/nvme0n1", 0), "nvme0n1");
 }
 
+TEST(DriveDisplayName, LeavesRoomForTheRestOfAFileName) {
+  EXPECT_EQ(driveDisplayName("file:/tmp/" + std::string(255, 'f') + ",size=8m", 0), std::string(128, 'f'));
+  EXPECT_EQ(driveDisplayName("file:" + std::string(128, 'f'), 0), std::string(128, 'f'));
+}
+
 TEST(DeriveSeed, DiffersByPurposeIndexAndSeedAndRepeats) {
   std::set<uint64_t> seeds;
   for (const uint64_t seed : {0U, 1U, 2U}) {

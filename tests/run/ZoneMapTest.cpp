@@ -45,5 +45,14 @@ TEST(ZoneMap, AShortLastZoneCountsWhenTheRangeReachesTheDrivesEnd) {
   EXPECT_EQ(ZoneMap(zoned(950, 100), 0, 949).count(), 9U);
 }
 
+TEST(ZoneMap, SaysWhenThereAreMoreZonesThanNumbers) {
+  const uint64_t numbers = 0xFFFFFFFF;
+  EXPECT_FALSE(ZoneMap({.blocks = UINT64_MAX, .zoneBlocks = 1}, 0, numbers).tooMany());
+  const ZoneMap tooMany({.blocks = UINT64_MAX, .zoneBlocks = 1}, 0, numbers + 1);
+  EXPECT_TRUE(tooMany.tooMany());
+  EXPECT_EQ(tooMany.count(), numbers) << "not what is left of the number";
+  EXPECT_TRUE(ZoneMap({.blocks = UINT64_MAX, .zoneBlocks = 2}, 0, UINT64_MAX).tooMany());
+}
+
 }  // namespace
 }  // namespace corvane::host
