@@ -8,7 +8,6 @@ import shutil
 import signal
 import statistics
 import subprocess
-import sys
 import tempfile
 import threading
 
@@ -17,8 +16,6 @@ BUILD = os.path.join(ROOT, "build", "release")
 SECTOR = 512
 # A measured run takes some seconds; one that takes so long hangs.
 TIMEOUT_SECONDS = 600
-# More than the largest pool and what a test needs beside it.
-TOUCHED_BYTES = 384 << 20
 
 
 class Failed(Exception):
@@ -52,15 +49,6 @@ def median_usage(usages):
                    for name in ("user", "system", "wall", "peak")))
 
 
-def touch_memory():
-    """Makes sure of memory that a program can have at once: a virtual machine may have given free pages back to its
-    host, and the first program that gets them again is charged for it, up to half a second for a pool of 256 MiB.
-
-    Done by a process of its own, since what is started from here inherits this script's peak.
-    """
-    subprocess.run([sys.executable, "-S", "-c", f"b'x' * {TOUCHED_BYTES}"], check=False)
-
-
 def run_measured(command, clock):
     """Runs a command to its end.
 
@@ -69,7 +57,6 @@ def run_measured(command, clock):
     @param clock returns seconds, such as time.monotonic
     @return its Usage and its output; Failed when it fails or hangs
     """
-    touch_memory()
     with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as complaints:
         began = clock()
         process = subprocess.Popen(command, stdout=output, stderr=complaints, stdin=subprocess.DEVNULL)
