@@ -15,9 +15,9 @@ constexpr uint64_t strayId = UINT64_MAX;
 
 }  // namespace
 
-FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, uint64_t seed, FaultLedger& ledger,
+FaultyDrive::FaultyDrive(std::unique_ptr<Drive> drive, const FaultSpec& spec, uint64_t seed, FaultLedger& ledger,
                          FaultExchange* exchange)
-    : inner_(std::move(inner)),
+    : ForwardingDrive(std::move(drive)),
       spec_(spec),
       ledger_(ledger),
       exchange_(exchange),
@@ -38,7 +38,7 @@ FaultyDrive::FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, ui
                       }});
 }
 
-std::string FaultyDrive::description() const { return inner_->description() + ", with " + faultSpecText(spec_); }
+std::string FaultyDrive::description() const { return inner().description() + ", with " + faultSpecText(spec_); }
 
 FaultyDrive::Slot& FaultyDrive::slotOf(uint32_t tag) {
   if (tag >= slots_.size()) {
@@ -100,7 +100,7 @@ void FaultyDrive::pass(Slot& slot) {
   DriveCommand honest = slot.command;
   slot.innerId = honest.id = nextInnerId_++;
   slot.phase = Phase::carriedOut;
-  inner_->submit(honest);
+  inner().submit(honest);
 }
 
 void FaultyDrive::startRead(Slot& slot, Phase phase, uint64_t lba, uint64_t blocks, uint32_t step) {
@@ -114,7 +114,7 @@ void FaultyDrive::startRead(Slot& slot, Phase phase, uint64_t lba, uint64_t bloc
   read.data = slot.memory.atLeast(read.dataBytes);
   slot.innerId = read.id = nextInnerId_++;
   slot.phase = phase;
-  inner_->submit(read);
+  inner().submit(read);
 }
 
 void FaultyDrive::readAround(Slot& slot, Phase phase) {
@@ -130,7 +130,7 @@ Sectors FaultyDrive::takeAround(Slot& slot) const {
 }
 
 bool FaultyDrive::poll(DriveCompletion& out, bool wait) {
-  while (inner_->poll(out, wait)) {
+  while (inner().poll(out, wait)) {
     Slot* slot = out.tag < slots_.size() ? &slots_[out.tag] : nullptr;
     if (slot == nullptr || slot->phase == Phase::idle || slot->innerId != out.id) {
       out.id = strayId;
@@ -374,12 +374,12 @@ void FaultyDrive::dropOutstanding() {
 }
 
 void FaultyDrive::reset() {
-  inner_->reset();
+  inner().reset();
   dropOutstanding();
 }
 
 void FaultyDrive::powerCycle() {
-  inner_->powerCycle();
+  inner().powerCycle();
   dropOutstanding();
   if (liedFlush_) {
     losePower();

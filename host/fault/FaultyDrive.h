@@ -10,7 +10,7 @@
 
 #include "host/base/AlignedMemory.h"
 #include "host/base/Random.h"
-#include "host/drive/Drive.h"
+#include "host/drive/ForwardingDrive.h"
 #include "host/fault/Alterations.h"
 #include "host/fault/FaultExchange.h"
 #include "host/fault/FaultLedger.h"
@@ -34,28 +34,19 @@ namespace corvane::host {
 ///
 /// All randomness follows from the seed and the order of commands. Allocates where it strikes and remembers the
 /// blocks that were written: a tool for trying out tests, not for measuring speed.
-class FaultyDrive : public Drive {
+class FaultyDrive : public ForwardingDrive {
  public:
   /// @param ledger   outlives the object; the drive's number is in it
   /// @param exchange for cross-talk; null or outlives the object
-  FaultyDrive(std::unique_ptr<Drive> inner, const FaultSpec& spec, uint64_t seed, FaultLedger& ledger,
+  FaultyDrive(std::unique_ptr<Drive> drive, const FaultSpec& spec, uint64_t seed, FaultLedger& ledger,
               FaultExchange* exchange = nullptr);
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
   std::string description() const override;
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
 
   void submit(const DriveCommand& command) override;
   bool poll(DriveCompletion& out, bool wait) override;
   void reset() override;
   void powerCycle() override;
-  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { inner_->useMemory(data, bytes); }
-  void sendQueued() override { inner_->sendQueued(); }
-  bool waitUpTo(uint64_t microseconds) override { return inner_->waitUpTo(microseconds); }
-  int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
-    return inner_->sendVendorRequest(block, bytes);
-  }
 
  private:
   enum class Phase : uint8_t {
@@ -144,7 +135,6 @@ class FaultyDrive : public Drive {
   /// Puts the altered content of a block, if it has one, into `sector`; returns false when it cannot be read.
   bool show(const Slot& slot, uint64_t lba, uint8_t* sector);
 
-  std::unique_ptr<Drive> inner_;
   const FaultSpec spec_;
   FaultLedger& ledger_;
   FaultExchange* const exchange_;

@@ -368,7 +368,7 @@ void FaultyDrive::losePower() {
     Slot& slot = slotOf(0);
     DriveCompletion completion;
     startRead(slot, Phase::idle, lba, 1, 1);
-    if (!inner_->poll(completion, true) || !isCarriedOut(completion) ||
+    if (!inner().poll(completion, true) || !isCarriedOut(completion) ||
         std::equal(old.begin(), old.end(), slot.memory.data())) {
       continue;
     }

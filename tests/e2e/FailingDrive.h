@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "host/drive/Drive.h"
+#include "host/drive/ForwardingDrive.h"
 #include "host/drive/SenseData.h"
 
 namespace corvane::host::e2e {
@@ -22,33 +22,30 @@ struct Fault {
 };
 
 /// A drive some of whose commands fail, as the test decides for each of them before it is carried out.
-class FailingDrive : public Drive {
+class FailingDrive : public ForwardingDrive {
  public:
   /// Nothing lets the command pass.
   using Judge = std::function<std::optional<Fault>(const DriveCommand&)>;
   /// Told of each power cut, before it happens.
   using Watch = std::function<void()>;
 
-  FailingDrive(std::unique_ptr<Drive> inner, Judge judge, Watch beforePowerCut = {})
-      : inner_(std::move(inner)), judge_(std::move(judge)), beforePowerCut_(std::move(beforePowerCut)) {}
+  FailingDrive(std::unique_ptr<Drive> drive, Judge judge, Watch beforePowerCut = {})
+      : ForwardingDrive(std::move(drive)), judge_(std::move(judge)), beforePowerCut_(std::move(beforePowerCut)) {}
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description() + ", with faults"; }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
+  std::string description() const override { return inner().description() + ", with faults"; }
 
   void submit(const DriveCommand& command) override {
     const std::optional<Fault> fault = judge_(command);
     if (!fault) {
-      inner_->submit(command);
+      inner().submit(command);
       return;
     }
     faults_.emplace(command.id, *fault);
-    inner_->submit(partOf(command, *fault));
+    inner().submit(partOf(command, *fault));
   }
 
   bool poll(DriveCompletion& out, bool wait) override {
-    if (!inner_->poll(out, wait)) {
+    if (!inner().poll(out, wait)) {
       return false;
     }
     if (const auto found = faults_.find(out.id); found != faults_.end()) {
@@ -60,14 +57,14 @@ class FailingDrive : public Drive {
 
   void reset() override {
     faults_.clear();
-    inner_->reset();
+    inner().reset();
   }
   void powerCycle() override {
     if (beforePowerCut_) {
       beforePowerCut_();
     }
     faults_.clear();
-    inner_->powerCycle();
+    inner().powerCycle();
   }
 
  private:
@@ -106,7 +103,6 @@ class FailingDrive : public Drive {
     }
   }
 
-  std::unique_ptr<Drive> inner_;
   Judge judge_;
   Watch beforePowerCut_;
   std::unordered_map<uint64_t, Fault> faults_;

@@ -1,4 +1,5 @@
 #include "tests/e2e/FlippedBlocks.h"
+#include "host/drive/ForwardingDrive.h"
 
 #include <map>
 #include <utility>
@@ -30,20 +31,16 @@ struct Flip {
 };
 
 /// A good drive but for one block that it delivers, or one verify that it misjudges.
-class FlippingDrive : public Drive {
+class FlippingDrive : public ForwardingDrive {
  public:
-  FlippingDrive(std::unique_ptr<Drive> inner, Flip& flip) : inner_(std::move(inner)), flip_(flip) {}
+  FlippingDrive(std::unique_ptr<Drive> drive, Flip& flip) : ForwardingDrive(std::move(drive)), flip_(flip) {}
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override {
     outstanding_[command.tag] = command;
-    inner_->submit(command);
+    inner().submit(command);
   }
   bool poll(DriveCompletion& out, bool wait) override {
-    if (!inner_->poll(out, wait)) {
+    if (!inner().poll(out, wait)) {
       return false;
     }
     if (!flip_.done() && out.status == scsi_status::good) {
@@ -51,8 +48,6 @@ class FlippingDrive : public Drive {
     }
     return true;
   }
-  void reset() override { inner_->reset(); }
-  void powerCycle() override { inner_->powerCycle(); }
 
  private:
   void strike(const DriveCommand& command, DriveCompletion& out) {
@@ -68,7 +63,6 @@ class FlippingDrive : public Drive {
     }
   }
 
-  std::unique_ptr<Drive> inner_;
   Flip& flip_;
   std::map<uint32_t, DriveCommand> outstanding_;
 };

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <optional>
 
+#include "host/drive/ForwardingDrive.h"
 #include "host/explain/Explainer.h"
 #include "tests/drive/CommandMaker.h"
 #include "tests/e2e/EndToEnd.h"
@@ -25,27 +26,24 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t fileBytes = uint64_t{64} << 20;
 
 /// Acts on the target, from the thread of the drive, as commands are sent.
-class WatchedDrive : public Drive {
+class WatchedDrive : public ForwardingDrive {
  public:
   /// Told of each command after it was sent, and of how many are outstanding then.
   using Watch = std::function<void(uint64_t sent, uint32_t outstanding)>;
 
-  WatchedDrive(std::unique_ptr<Drive> inner, Watch watch) : inner_(std::move(inner)), watch_(std::move(watch)) {}
+  WatchedDrive(std::unique_ptr<Drive> drive, Watch watch)
+      : ForwardingDrive(std::move(drive)), watch_(std::move(watch)) {}
 
   std::function<void(const DriveCommand&)> beforeSending = [](const DriveCommand&) {};
   std::function<void(const DriveCompletion&)> afterAnswer = [](const DriveCompletion&) {};
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override {
     beforeSending(command);
-    inner_->submit(command);
+    inner().submit(command);
     watch_(++sent_, ++outstanding_);
   }
   bool poll(DriveCompletion& out, bool wait) override {
-    const bool came = inner_->poll(out, wait);
+    const bool came = inner().poll(out, wait);
     outstanding_ -= came ? 1 : 0;
     if (came) {
       afterAnswer(out);
@@ -54,12 +52,10 @@ class WatchedDrive : public Drive {
   }
   void reset() override {
     outstanding_ = 0;
-    inner_->reset();
+    inner().reset();
   }
-  void powerCycle() override { inner_->powerCycle(); }
 
  private:
-  std::unique_ptr<Drive> inner_;
   Watch watch_;
   uint64_t sent_ = 0;
   uint32_t outstanding_ = 0;
@@ -250,7 +246,8 @@ TEST_F(IscsiUnit, ThatHangsEndsTheTestInTime) {
     }
   });
   EXPECT_EQ(result.status, RunStatus::drive) << agentLines(result);
-  EXPECT_THAT(result.drives.at(0).error, AllOf(HasSubstr("the drive hangs: "), HasSubstr("unanswered for 2.0 s or longer")));
+  EXPECT_THAT(result.drives.at(0).error,
+              AllOf(HasSubstr("the drive hangs: "), HasSubstr("unanswered for 2.0 s or longer")));
   EXPECT_LT(Clock::now() - began, 30s);
 }
 

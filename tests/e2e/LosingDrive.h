@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "host/drive/Drive.h"
 #include "host/drive/DriveError.h"
+#include "host/drive/ForwardingDrive.h"
 
 namespace corvane::host::e2e {
 
@@ -20,27 +20,25 @@ enum class Break : uint8_t {
 
 /// A drive behind a connection that breaks when the test says so. What is outstanding then is left by the drive beneath
 /// as a reset leaves it.
-class LosingDrive : public Drive {
+class LosingDrive : public ForwardingDrive {
  public:
   /// Asked at each place where the connection can break, with the command of a submission.
   using Judge = std::function<bool(Break where, const DriveCommand* command)>;
 
-  LosingDrive(std::unique_ptr<Drive> inner, Judge judge)
-      : inner_(std::move(inner)), judge_(std::move(judge)), claims_(inner_->capabilities()) {
+  LosingDrive(std::unique_ptr<Drive> drive, Judge judge)
+      : ForwardingDrive(std::move(drive)), judge_(std::move(judge)), claims_(inner().capabilities()) {
     claims_.connectionCanBreak = true;
   }
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
   const DriveCapabilities& capabilities() const override { return claims_; }
-  std::string description() const override { return inner_->description() + ", far away"; }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
+  std::string description() const override { return inner().description() + ", far away"; }
 
   void submit(const DriveCommand& command) override {
     failWhileBroken();
     if (judge_(Break::beforeSubmit, &command)) {
       breakConnection("the command was not sent");
     }
-    inner_->submit(command);
+    inner().submit(command);
     if (judge_(Break::afterSubmit, &command)) {
       breakConnection("no answer came");
     }
@@ -48,7 +46,7 @@ class LosingDrive : public Drive {
 
   bool poll(DriveCompletion& out, bool wait) override {
     failWhileBroken();
-    if (!inner_->poll(out, wait)) {
+    if (!inner().poll(out, wait)) {
       return false;
     }
     if (judge_(Break::instead, nullptr)) {
@@ -63,12 +61,12 @@ class LosingDrive : public Drive {
       throw DriveConnectionLost("nobody answers");
     }
     broken_ = false;
-    inner_->reset();
+    inner().reset();
   }
 
   void powerCycle() override {
     broken_ = false;
-    inner_->powerCycle();
+    inner().powerCycle();
   }
 
   uint32_t resetsThatFail = 0;  ///< of the next ones
@@ -82,11 +80,10 @@ class LosingDrive : public Drive {
 
   [[noreturn]] void breakConnection(const std::string& how) {
     broken_ = true;
-    inner_->reset();
+    inner().reset();
     throw DriveConnectionLost(how);
   }
 
-  std::unique_ptr<Drive> inner_;
   Judge judge_;
   DriveCapabilities claims_;
   bool broken_ = false;

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "host/base/Random.h"
+#include "host/drive/ForwardingDrive.h"
 #include "host/run/PluginLoader.h"
 #include "tests/e2e/EndToEnd.h"
 #include "tests/e2e/LosingDrive.h"
@@ -157,25 +158,20 @@ class LostConnectionOf : public testing::Test {
 };
 
 /// Forgets an acknowledged write when the connection breaks.
-class ForgetfulDrive : public Drive {
+class ForgetfulDrive : public ForwardingDrive {
  public:
-  explicit ForgetfulDrive(std::unique_ptr<Drive> inner) : inner_(std::move(inner)) {}
-
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
+  explicit ForgetfulDrive(std::unique_ptr<Drive> drive) : ForwardingDrive(std::move(drive)) {}
 
   void submit(const DriveCommand& command) override {
     if (command.kind == CommandKind::write) {
       writes_[command.id] = command;
     }
-    inner_->submit(command);
+    inner().submit(command);
   }
   bool poll(DriveCompletion& out, bool wait) override {
     // Who polls again has got what came before.
     acknowledged_ = latest_;
-    const bool came = inner_->poll(out, wait);
+    const bool came = inner().poll(out, wait);
     if (came && writes_.contains(out.id)) {
       if (out.status == scsi_status::good) {
         latest_ = writes_[out.id];
@@ -185,7 +181,7 @@ class ForgetfulDrive : public Drive {
     return came;
   }
   void reset() override {
-    inner_->reset();
+    inner().reset();
     writes_.clear();
     if (!acknowledged_ || forgotten) {
       return;
@@ -199,16 +195,14 @@ class ForgetfulDrive : public Drive {
     undo.blocks = acknowledged_->blocks;
     undo.data = zeros.data();
     undo.dataBytes = zeros.size();
-    inner_->submit(undo);
+    inner().submit(undo);
     DriveCompletion done;
-    inner_->poll(done, true);
+    inner().poll(done, true);
   }
-  void powerCycle() override { inner_->powerCycle(); }
 
   inline static std::optional<uint64_t> forgotten;
 
  private:
-  std::unique_ptr<Drive> inner_;
   std::map<uint64_t, DriveCommand> writes_;
   std::optional<DriveCommand> latest_;
   std::optional<DriveCommand> acknowledged_;

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/drive/ForwardingDrive.h"
 #include "tests/e2e/EndToEnd.h"
 
 namespace corvane::host::e2e {
@@ -10,22 +11,15 @@ namespace {
 using testing::StartsWith;
 
 /// Keeps acknowledged writes in a cache that a power cut empties, and does not say so.
-class SecretiveDrive : public Drive {
+class SecretiveDrive : public ForwardingDrive {
  public:
-  explicit SecretiveDrive(std::unique_ptr<Drive> inner) : inner_(std::move(inner)), claims_(inner_->capabilities()) {
+  explicit SecretiveDrive(std::unique_ptr<Drive> drive)
+      : ForwardingDrive(std::move(drive)), claims_(inner().capabilities()) {
     claims_.volatileCache = false;
   }
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
   const DriveCapabilities& capabilities() const override { return claims_; }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
-  void submit(const DriveCommand& command) override { inner_->submit(command); }
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
-  void reset() override { inner_->reset(); }
-  void powerCycle() override { inner_->powerCycle(); }
 
  private:
-  std::unique_ptr<Drive> inner_;
   DriveCapabilities claims_;
 };
 

@@ -41,8 +41,8 @@ std::string Trespasses::text() const {
   return count_ > first_.size() ? all + "and " + std::to_string(count_ - first_.size()) + " more\n" : all;
 }
 
-RangeGuard::RangeGuard(std::unique_ptr<Drive> inner, GivenRange range, Trespasses& trespasses)
-    : inner_(std::move(inner)), range_(range), trespasses_(trespasses) {}
+RangeGuard::RangeGuard(std::unique_ptr<Drive> drive, GivenRange range, Trespasses& trespasses)
+    : ForwardingDrive(std::move(drive)), range_(range), trespasses_(trespasses) {}
 
 void RangeGuard::submit(const DriveCommand& command) {
   if (changesMedium(command.kind) && !isInside(command)) {
@@ -51,7 +51,7 @@ void RangeGuard::submit(const DriveCommand& command) {
                     ", but the test was given " + std::to_string(range_.firstLba) + ".." +
                     std::to_string(range_.endLba));
   }
-  inner_->submit(command);
+  inner().submit(command);
 }
 
 bool RangeGuard::isInside(const DriveCommand& command) const {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/drive/Drive.h"
+#include "host/drive/ForwardingDrive.h"
 #include "host/run/TestDefinition.h"
 
 namespace corvane::host::e2e {
@@ -39,29 +39,16 @@ class Trespasses {
 /// invalidations, block by block where a command leaves blocks out.
 ///
 /// It only watches: what it complains of reaches the drive all the same. Reads may go anywhere.
-class RangeGuard : public Drive {
+class RangeGuard : public ForwardingDrive {
  public:
   /// @param trespasses outlives the object
-  RangeGuard(std::unique_ptr<Drive> inner, GivenRange range, Trespasses& trespasses);
+  RangeGuard(std::unique_ptr<Drive> drive, GivenRange range, Trespasses& trespasses);
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override;
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
-  void reset() override { inner_->reset(); }
-  void powerCycle() override { inner_->powerCycle(); }
-  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { inner_->useMemory(data, bytes); }
-  void sendQueued() override { inner_->sendQueued(); }
-  int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
-    return inner_->sendVendorRequest(block, bytes);
-  }
 
  private:
   bool isInside(const DriveCommand& command) const;
 
-  std::unique_ptr<Drive> inner_;
   const GivenRange range_;
   Trespasses& trespasses_;
 };

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/drive/Drive.h"
+#include "host/drive/ForwardingDrive.h"
 
 namespace corvane::host::e2e {
 
@@ -27,14 +27,10 @@ struct DriveEvent {
 using DriveEvents = std::vector<DriveEvent>;
 
 /// Writes down what a drive is told to do, in the order in which it is told.
-class RecordingDrive : public Drive {
+class RecordingDrive : public ForwardingDrive {
  public:
-  RecordingDrive(std::unique_ptr<Drive> inner, DriveEvents& events) : inner_(std::move(inner)), events_(events) {}
-
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
+  RecordingDrive(std::unique_ptr<Drive> drive, DriveEvents& events)
+      : ForwardingDrive(std::move(drive)), events_(events) {}
 
   void submit(const DriveCommand& command) override {
     DriveEvent event{
@@ -45,20 +41,18 @@ class RecordingDrive : public Drive {
       }
     }
     events_.push_back(event);
-    inner_->submit(command);
+    inner().submit(command);
   }
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
   void reset() override {
     events_.push_back({.what = DriveEvent::What::reset});
-    inner_->reset();
+    inner().reset();
   }
   void powerCycle() override {
     events_.push_back({.what = DriveEvent::What::powerCycle});
-    inner_->powerCycle();
+    inner().powerCycle();
   }
 
  private:
-  std::unique_ptr<Drive> inner_;
   DriveEvents& events_;
 };
 

@@ -68,9 +68,13 @@ std::unique_ptr<MediumAccess> accessFile(const std::string& path, uint32_t secto
   return std::make_unique<FileAccess>(path, sectorBytes);
 }
 
-SpoilingDrive::SpoilingDrive(std::unique_ptr<Drive> inner, std::unique_ptr<MediumAccess> medium, Spoil spoil,
+SpoilingDrive::SpoilingDrive(std::unique_ptr<Drive> drive, std::unique_ptr<MediumAccess> medium, Spoil spoil,
                              uint64_t fromRead, Record& record)
-    : inner_(std::move(inner)), medium_(std::move(medium)), spoil_(spoil), readsToGo_(fromRead), record_(record) {}
+    : ForwardingDrive(std::move(drive)),
+      medium_(std::move(medium)),
+      spoil_(spoil),
+      readsToGo_(fromRead),
+      record_(record) {}
 
 SpoilingDrive::~SpoilingDrive() = default;
 
@@ -85,7 +89,7 @@ void SpoilingDrive::submit(const DriveCommand& command) {
       record_.done = strike(command.lba);
     }
   }
-  inner_->submit(command);
+  inner().submit(command);
 }
 
 void SpoilingDrive::remember(const DriveCommand& write) {

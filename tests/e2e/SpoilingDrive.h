@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/drive/Drive.h"
+#include "host/drive/ForwardingDrive.h"
 
 namespace corvane::host::e2e {
 
@@ -29,7 +29,7 @@ enum class Spoil { flippedByte, staleBlock, neighboursData, zeroedBlock };
 ///
 /// Strikes once, at the first read from `fromRead` on whose first block allows it: it was written, and, to be put
 /// back to its old content, written twice.
-class SpoilingDrive : public Drive {
+class SpoilingDrive : public ForwardingDrive {
  public:
   /// What was done.
   struct Record {
@@ -39,18 +39,11 @@ class SpoilingDrive : public Drive {
     std::vector<uint8_t> after;
   };
 
-  SpoilingDrive(std::unique_ptr<Drive> inner, std::unique_ptr<MediumAccess> medium, Spoil spoil, uint64_t fromRead,
+  SpoilingDrive(std::unique_ptr<Drive> drive, std::unique_ptr<MediumAccess> medium, Spoil spoil, uint64_t fromRead,
                 Record& record);
   ~SpoilingDrive() override;
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override;
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
-  void reset() override { inner_->reset(); }
-  void powerCycle() override { inner_->powerCycle(); }
 
  private:
   struct Written {
@@ -60,7 +53,6 @@ class SpoilingDrive : public Drive {
   void remember(const DriveCommand& write);
   bool strike(uint64_t lba);
 
-  std::unique_ptr<Drive> inner_;
   std::unique_ptr<MediumAccess> medium_;
   Spoil spoil_;
   uint64_t readsToGo_;

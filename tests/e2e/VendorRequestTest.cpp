@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/drive/ForwardingDrive.h"
 #include "host/ostra/DeviceTable.h"
 #include "tests/e2e/EndToEnd.h"
 
@@ -16,26 +17,17 @@ using testing::Not;
 using Blocks = std::vector<std::vector<uint8_t>>;
 
 /// Takes vendor requests, and answers them as it is told.
-class VendorDrive : public Drive {
+class VendorDrive : public ForwardingDrive {
  public:
-  VendorDrive(std::unique_ptr<Drive> inner, int answer, Blocks& sent)
-      : inner_(std::move(inner)), answer_(answer), sent_(sent) {}
+  VendorDrive(std::unique_ptr<Drive> drive, int answer, Blocks& sent)
+      : ForwardingDrive(std::move(drive)), answer_(answer), sent_(sent) {}
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
-  void submit(const DriveCommand& command) override { inner_->submit(command); }
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
-  void reset() override { inner_->reset(); }
-  void powerCycle() override { inner_->powerCycle(); }
   int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
     sent_.emplace_back(block, block + bytes);
     return answer_;
   }
 
  private:
-  std::unique_ptr<Drive> inner_;
   int answer_;
   Blocks& sent_;
 };

@@ -8,32 +8,20 @@
 #include <utility>
 
 #include "host/drive/DriveError.h"
+#include "host/drive/ForwardingDrive.h"
 
 namespace corvane::host {
 namespace {
 
-class ClaimedDrive : public Drive {
+struct Holder {
+  DeviceClaim claim;
+};
+
+/// The claim is a base as well, and the first one, so that it goes behind the drive.
+class ClaimedDrive : private Holder, public ForwardingDrive {
  public:
-  ClaimedDrive(std::unique_ptr<Drive> drive, DeviceClaim claim) : claim_(std::move(claim)), drive_(std::move(drive)) {}
-
-  const DriveGeometry& geometry() const override { return drive_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return drive_->capabilities(); }
-  std::string description() const override { return drive_->description(); }
-  uint32_t maxOutstanding() const override { return drive_->maxOutstanding(); }
-  void submit(const DriveCommand& command) override { drive_->submit(command); }
-  bool poll(DriveCompletion& out, bool wait) override { return drive_->poll(out, wait); }
-  void reset() override { drive_->reset(); }
-  void powerCycle() override { drive_->powerCycle(); }
-  void useMemory(uint8_t* data, uint64_t bytes) noexcept override { drive_->useMemory(data, bytes); }
-  void sendQueued() override { drive_->sendQueued(); }
-  bool waitUpTo(uint64_t microseconds) override { return drive_->waitUpTo(microseconds); }
-  int sendVendorRequest(const uint8_t* block, uint32_t bytes) override {
-    return drive_->sendVendorRequest(block, bytes);
-  }
-
- private:
-  DeviceClaim claim_;
-  std::unique_ptr<Drive> drive_;  // goes first
+  ClaimedDrive(std::unique_ptr<Drive> drive, DeviceClaim claim)
+      : Holder{std::move(claim)}, ForwardingDrive(std::move(drive)) {}
 };
 
 }  // namespace
