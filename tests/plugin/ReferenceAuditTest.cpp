@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "support/CompletionBench.h"
 #include "support/ScarceMemory.h"
@@ -138,9 +139,10 @@ TEST_F(ReferenceAudit, FailedStepEndsTheAudit) {
 TEST_F(ReferenceAudit, StepThatAnExceptionLeavesEndsTheAudit) {
   // The step gets as far as the write's record, and finds no buffer for the tag.
   *bench.data().xferLength = 4;
-  bench.data().tagBuffers.clear();
+  auto buffers = std::exchange(bench.data().tagBuffers, {});
   bench.host().tags().release(2);
   EXPECT_THROW(bench.idle(), std::out_of_range);
+  bench.data().tagBuffers = std::move(buffers);
   EXPECT_NE(auditReferences(bench.data()), "");
   EXPECT_FALSE(bench.data().referencesBalanced);
   bench.holdTags();
