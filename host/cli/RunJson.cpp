@@ -79,6 +79,18 @@ Json latenciesJson(const CommandJournal* journal) {
   return object;
 }
 
+Json unansweredJson(const std::vector<UnansweredCommand>& commands) {
+  Json list = Json::array();
+  for (const UnansweredCommand& command : commands) {
+    list.push_back({{"kind", commandKindName(command.kind)},
+                    {"lba", command.lba},
+                    {"blocks", command.blocks},
+                    {"tag", command.tag},
+                    {"ageUs", command.ageUs}});
+  }
+  return list;
+}
+
 Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) {
   Json object;
   addIntroduction(object, introduction);
@@ -89,6 +101,7 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
   addFigures(object, drive.totals);
   object["checked"] = checkedJson(drive.totals.checked);
   object["elapsedMs"] = drive.elapsedMs;
+  object["unanswered"] = unansweredJson(drive.unanswered);
   object["injections"] = injectionsJson(drive.injections);
   object["messages"] = messagesJson(drive.messages);
   object["latency"] = latenciesJson(drive.journal.get());

@@ -52,6 +52,8 @@ namespace corvane::host {
 /// | `blocks`        | `written`, `trimmed`, `read`, `compared`                                                  |
 /// | `bytes`         | `written`, `read`, `compared`                                                             |
 /// | `elapsedMs`     | number                                                                                    |
+/// | `unanswered`    | commands that a drive which hangs has had for the watchdog's time, oldest first: `kind`,  |
+/// |                 | `lba`, `blocks`, `tag`, `ageUs`; empty for one that does not hang                         |
 /// | `messages`      | what the agent said: `warnings`, `errors` (numbers), `lines` (`level`, `text`; the first) |
 /// | `latency`       | by kind, microseconds: `count`, `minUs`, `meanUs`, `p50Us`, `p90Us`, `p99Us`, `p999Us`,   |
 /// |                 | `maxUs`, `buckets` (pairs of an upper bound and a count)                                  |

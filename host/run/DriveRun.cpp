@@ -294,7 +294,10 @@ void DriveRun::runStarted(DriveThreadHost& host, StepLoop& loop) {
 std::exception_ptr DriveRun::closeAfter(const std::exception_ptr& failure, StepLoop& loop) {
   recorder_.forgetDrive();
   std::exception_ptr goOnWith = failure;
-  hang_ = isDriveError(failure) ? loop.hangWatch().describe() : "";
+  if (isDriveError(failure)) {
+    result_.unanswered = loop.hangWatch().hanging();
+  }
+  hang_ = loop.hangWatch().describe(result_.unanswered);
   remedy_ = loop.hangWatch().remedy();
   if (!hang_.empty()) {
     goOnWith = std::make_exception_ptr(DriveHung(hang_ + "; " + resetHungDrive() + "; " + remedy_));

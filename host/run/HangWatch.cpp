@@ -14,6 +14,14 @@ namespace {
 constexpr size_t namedCommands = 8;
 constexpr uint64_t looksPerWatchdog = 8;
 
+std::string textOf(const UnansweredCommand& command) {
+  std::string words = commandKindName(command.kind);
+  if (command.kind != CommandKind::syncCache) {
+    words += " of " + std::to_string(command.blocks) + " blocks at LBA " + std::to_string(command.lba);
+  }
+  return words + " (tag " + std::to_string(command.tag) + ", " + secondsText(command.ageUs) + ")";
+}
+
 }  // namespace
 
 std::string secondsText(uint64_t microseconds) {
@@ -38,42 +46,34 @@ void HangWatch::lookAtClock() {
     return;
   }
   nextLookUs_ = nowUs + watchdogUs_ / looksPerWatchdog;
-  const bool hangs = !hanging(nowUs).empty();
-  if (hangs && suspects_) {
-    throw DriveHung(describe() + "; " + remedy());
+  const std::vector<UnansweredCommand> commands = hanging(nowUs);
+  if (!commands.empty() && suspects_) {
+    throw DriveHung(describe(commands) + "; " + remedy());
   }
-  suspects_ = hangs;
+  suspects_ = !commands.empty();
   suspectedAt_ = queue_.completions();
 }
 
-std::vector<HangWatch::Command> HangWatch::hanging(uint64_t nowUs) const {
-  std::vector<Command> commands;
+std::vector<UnansweredCommand> HangWatch::hanging(uint64_t nowUs) const {
+  std::vector<UnansweredCommand> commands;
   for (uint32_t tag = 0; tag < queue_.tags(); ++tag) {
     if (queue_.isOutstanding(tag) && !queue_.isUnsent(tag)) {
       const uint64_t ageUs = nowUs - std::min(nowUs, queue_.sentUs(tag));
       if (ageUs >= watchdogUs_) {
-        commands.push_back({.tag = tag, .ageUs = ageUs});
+        const DriveCommand& command = queue_.command(tag);
+        commands.push_back(
+            {.kind = command.kind, .tag = tag, .lba = command.lba, .blocks = command.blocks, .ageUs = ageUs});
       }
     }
   }
   // The clock is coarse: of commands of the same age the one that was sent first.
-  std::ranges::sort(commands, [this](const Command& a, const Command& b) {
+  std::ranges::sort(commands, [this](const UnansweredCommand& a, const UnansweredCommand& b) {
     return a.ageUs != b.ageUs ? a.ageUs > b.ageUs : queue_.command(a.tag).id < queue_.command(b.tag).id;
   });
   return commands;
 }
 
-std::string HangWatch::text(const Command& command) const {
-  const DriveCommand& stuck = queue_.command(command.tag);
-  std::string words = commandKindName(stuck.kind);
-  if (stuck.kind != CommandKind::syncCache) {
-    words += " of " + std::to_string(stuck.blocks) + " blocks at LBA " + std::to_string(stuck.lba);
-  }
-  return words + " (tag " + std::to_string(command.tag) + ", " + secondsText(command.ageUs) + ")";
-}
-
-std::string HangWatch::describe() const {
-  const std::vector<Command> commands = hanging(clock_.coarseUs());
+std::string HangWatch::describe(const std::vector<UnansweredCommand>& commands) const {
   if (commands.empty()) {
     return {};
   }
@@ -81,7 +81,7 @@ std::string HangWatch::describe() const {
                          (commands.size() == 1 ? " command is" : " commands are") + " unanswered for " +
                          secondsText(watchdogUs_) + " or longer: ";
   for (size_t i = 0; i < std::min(commands.size(), namedCommands); ++i) {
-    sentence += (i == 0 ? "" : ", ") + text(commands[i]);
+    sentence += (i == 0 ? "" : ", ") + textOf(commands[i]);
   }
   if (commands.size() > namedCommands) {
     sentence += " and " + groupedNumber(commands.size() - namedCommands) + " more";

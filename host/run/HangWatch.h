@@ -6,6 +6,7 @@
 
 #include "host/run/DriveQueue.h"
 #include "host/run/HostClock.h"
+#include "host/run/UnansweredCommand.h"
 
 namespace corvane::host {
 
@@ -30,24 +31,18 @@ class HangWatch {
     }
   }
 
-  /// The commands that hang, in one sentence with their ages, oldest first; empty when none does. The tail says what to
-  /// do.
-  std::string describe() const;
+  /// The commands that hang, oldest first.
+  std::vector<UnansweredCommand> hanging() const { return hanging(clock_.coarseUs()); }
+  /// Commands that hang, in one sentence: how many, and the first few with their ages; empty when there is none.
+  std::string describe(const std::vector<UnansweredCommand>& commands) const;
   /// What to do about a drive that hangs, for the end of a sentence.
   std::string remedy() const;
 
  private:
-  struct Command {
-    uint32_t tag = 0;
-    uint64_t ageUs = 0;
-  };
-
   static constexpr uint32_t callsPerLook = 64;
 
   void lookAtClock();
-  /// Oldest first.
-  std::vector<Command> hanging(uint64_t nowUs) const;
-  std::string text(const Command& command) const;
+  std::vector<UnansweredCommand> hanging(uint64_t nowUs) const;
 
   const DriveQueue& queue_;
   HostClock& clock_;

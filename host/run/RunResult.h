@@ -11,6 +11,7 @@
 #include "host/fault/FaultLedger.h"
 #include "host/run/CheckedBlocks.h"
 #include "host/run/FindingEvidence.h"
+#include "host/run/UnansweredCommand.h"
 
 namespace corvane::host {
 
@@ -111,6 +112,7 @@ struct DriveResult {
   TestMoment moment;                   ///< when `agentStatus` came; all 0 while there is none
   DriveTotals totals;
   AgentMessages messages;
+  std::vector<UnansweredCommand> unanswered;        ///< all that a drive that hangs has not answered, oldest first
   std::vector<Injection> injections;                ///< what the drive did wrong on purpose
   std::shared_ptr<const FindingEvidence> evidence;  ///< of a data failure; null without a journal
   std::shared_ptr<const CommandJournal> journal;    ///< null when none was asked for

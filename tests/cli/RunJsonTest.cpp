@@ -37,7 +37,7 @@ TEST(RunJsonTest, hasTheKeysThatProgramsRelyOn) {
   const Json& drive = document["drives"][0];
   EXPECT_THAT(keysOf(drive), ElementsAre("name", "address", "description", "geometry", "range", "verdict", "status",
                                          "agentStatus", "error", "commands", "events", "blocks", "bytes", "checked",
-                                         "elapsedMs", "injections", "messages", "latency", "files"));
+                                         "elapsedMs", "unanswered", "injections", "messages", "latency", "files"));
   EXPECT_THAT(keysOf(drive["commands"]),
               ElementsAre("issued", "completed", "failed", "retried", "heldBack", "stray", "maxOutstanding"));
   EXPECT_THAT(keysOf(drive["commands"]["issued"]),
@@ -103,6 +103,17 @@ TEST(RunJsonTest, saysWhatTheComparedBlocksWereWorth) {
   EXPECT_EQ(document["drives"][0]["checked"], expected);
   const Json nothing{{"oneOutcome", 0}, {"severalOutcomes", Json::object()}, {"notCheckable", Json::object()}};
   EXPECT_EQ(document["drives"][1]["checked"], nothing);
+}
+
+TEST(RunJsonTest, listsEveryCommandThatADriveWhichHangsHasNotAnswered) {
+  SampleRun run;
+  run.result.drives[1].unanswered = {{.kind = CommandKind::trim, .tag = 3, .lba = 70, .blocks = 8, .ageUs = 61'000'000},
+                                     {.kind = CommandKind::syncCache, .tag = 1, .ageUs = 60'000'000}};
+  const Json document = documentOf(run);
+  EXPECT_EQ(document["drives"][0]["unanswered"], Json::array());
+  const Json expected{{{"kind", "trim"}, {"lba", 70}, {"blocks", 8}, {"tag", 3}, {"ageUs", 61'000'000}},
+                      {{"kind", "sync"}, {"lba", 0}, {"blocks", 0}, {"tag", 1}, {"ageUs", 60'000'000}}};
+  EXPECT_EQ(document["drives"][1]["unanswered"], expected);
 }
 
 TEST(RunJsonTest, listsTheFindings) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <regex>
 
+#include "host/drive/ForwardingDrive.h"
 #include "tests/e2e/EndToEnd.h"
 #include "tests/e2e/HangingDrive.h"
 #include "tests/e2e/SpoilingDrive.h"
@@ -25,6 +26,12 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t all = std::numeric_limits<uint64_t>::max();
 constexpr uint64_t watchdogMs = 300;
 
+MATCHER(IsSentCommand, "is the command that was sent, and as old as the watchdog allows") {
+  const auto& [told, sent] = arg;
+  return told.kind == sent.kind && told.tag == sent.tag && told.lba == sent.lba && told.blocks == sent.blocks &&
+         told.ageUs >= watchdogMs * 1000;
+}
+
 class HangOfDepth : public testing::TestWithParam<uint32_t> {
  protected:
   HangOfDepth() {
@@ -38,9 +45,8 @@ class HangOfDepth : public testing::TestWithParam<uint32_t> {
   /// Runs the test, which has no end of its own, on a drive that hangs.
   DriveResult run(const Hang& hang) {
     const Clock::time_point began = Clock::now();
-    const std::shared_ptr<HangRecord> record = record_;
     const RunResult result = runTest(test_, [&](std::unique_ptr<Drive> drive) {
-      return std::make_unique<HangingDrive>(std::move(drive), hang, *record);
+      return std::make_unique<HangingDrive>(std::move(drive), hang, record_);
     });
     EXPECT_LT(Clock::now() - began, 20s);
     EXPECT_EQ(result.status, RunStatus::drive) << agentLines(result);
@@ -52,7 +58,6 @@ class HangOfDepth : public testing::TestWithParam<uint32_t> {
            std::to_string(command.lba) + " (tag " + std::to_string(command.tag) + ", ";
   }
 
-  /// Kept by what hangs for good, too.
   const std::shared_ptr<HangRecord> record_ = std::make_shared<HangRecord>();
   Workspace workspace_;
   TestDefinition test_;
@@ -77,6 +82,7 @@ TEST_P(HangOfDepth, OfEveryCommandIsToldWithCommandsAndAgesAndEndsInAReset) {
   const auto count = std::distance(std::sregex_iterator(drive.error.begin(), drive.error.end(), age), {});
   EXPECT_EQ(count, std::min<std::ptrdiff_t>(8, std::ssize(record_->unanswered))) << drive.error;
   EXPECT_EQ(drive.error.find(" more") != std::string::npos, record_->unanswered.size() > 8) << drive.error;
+  EXPECT_THAT(drive.unanswered, testing::Pointwise(IsSentCommand(), record_->unanswered));
   EXPECT_EQ(record_->resets, 1U);
   EXPECT_EQ(drive.totals.resets, 1U);
   EXPECT_TRUE(record_->closed);
@@ -133,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Many, HangOfDepth, testing::Values(1024U), [](const aut
 
 TEST(Hang, OfOneDriveLetsTheOthersGoOn) {
   const Workspace workspace;
-  static HangRecord record;
+  const auto record = std::make_shared<HangRecord>();
   TestDefinition test = prepared({}, workspace);
   test.driveAddresses = {"sim:8m", "sim:8m"};
   test.commandLimit = 5000;
@@ -155,7 +161,7 @@ TEST(Hang, OfOneDriveLetsTheOthersGoOn) {
 TEST(Hang, BehindAFindingDoesNotTakeItAway) {
   for (const Hang::Reset reset : {Hang::Reset::works, Hang::Reset::fails, Hang::Reset::hangs}) {
     const Workspace workspace;
-    auto& record = *new HangRecord;
+    const auto record = std::make_shared<HangRecord>();
     TestDefinition test = prepared({}, workspace);
     test.driveAddresses = {"sim:8m"};
     test.watchdogMs = watchdogMs;
@@ -170,7 +176,7 @@ TEST(Hang, BehindAFindingDoesNotTakeItAway) {
                                             record);
     });
     EXPECT_TRUE(spoilt.done);
-    EXPECT_EQ(record.unanswered.size(), 1U);
+    EXPECT_EQ(record->unanswered.size(), 1U);
     EXPECT_EQ(result.status, RunStatus::dataFailure) << agentLines(result);
     ASSERT_EQ(result.findings.size(), 1U);
     EXPECT_THAT(result.drives.at(0).error, HasSubstr("Miscompare Detected"));
@@ -179,30 +185,27 @@ TEST(Hang, BehindAFindingDoesNotTakeItAway) {
 }
 
 /// Answers each command only after a while.
-class SlowDrive : public Drive {
+class SlowDrive : public ForwardingDrive {
  public:
-  SlowDrive(std::unique_ptr<Drive> inner, std::chrono::milliseconds time) : inner_(std::move(inner)), time_(time) {}
+  SlowDrive(std::unique_ptr<Drive> drive, std::chrono::milliseconds time)
+      : ForwardingDrive(std::move(drive)), time_(time) {}
 
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
   void submit(const DriveCommand& command) override { waiting_.emplace_back(Clock::now() + time_, command); }
   bool poll(DriveCompletion& out, bool wait) override {
     while (!waiting_.empty() && waiting_.front().first <= Clock::now()) {
-      inner_->submit(waiting_.front().second);
+      inner().submit(waiting_.front().second);
       waiting_.erase(waiting_.begin());
     }
-    return inner_->poll(out, wait);
+    return inner().poll(out, wait);
   }
+  bool waitUpTo(uint64_t) override { return false; }  // the drive beneath has not got what is waited for
   void reset() override {
     waiting_.clear();
-    inner_->reset();
+    inner().reset();
   }
   void powerCycle() override { reset(); }
 
  private:
-  std::unique_ptr<Drive> inner_;
   const std::chrono::milliseconds time_;
   std::vector<std::pair<Clock::time_point, DriveCommand>> waiting_;
 };

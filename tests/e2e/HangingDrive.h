@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/drive/Drive.h"
 #include "host/drive/DriveError.h"
+#include "host/drive/ForwardingDrive.h"
 
 namespace corvane::host::e2e {
 
@@ -25,7 +25,7 @@ struct Hang {
   bool closingHangs = false;
 };
 
-/// What a drive that hangs saw; outlives it.
+/// What a drive that hangs saw. It is the drive's too, which may never end.
 struct HangRecord {
   std::vector<DriveCommand> unanswered;
   uint64_t resets = 0;
@@ -34,32 +34,27 @@ struct HangRecord {
 
 /// A good drive that never answers some commands, or never comes back from a call. What hangs, hangs for good: the
 /// thread that called is lost.
-class HangingDrive : public Drive {
+class HangingDrive : public ForwardingDrive {
  public:
-  HangingDrive(std::unique_ptr<Drive> inner, const Hang& hang, HangRecord& record)
-      : inner_(std::move(inner)), hang_(hang), record_(record) {}
+  HangingDrive(std::unique_ptr<Drive> drive, const Hang& hang, std::shared_ptr<HangRecord> record)
+      : ForwardingDrive(std::move(drive)), hang_(hang), record_(std::move(record)) {}
   ~HangingDrive() override {
     if (hang_.closingHangs) {
       hangForGood();
     }
-    record_.closed = true;
+    record_->closed = true;
   }
-
-  const DriveGeometry& geometry() const override { return inner_->geometry(); }
-  const DriveCapabilities& capabilities() const override { return inner_->capabilities(); }
-  std::string description() const override { return inner_->description(); }
-  uint32_t maxOutstanding() const override { return inner_->maxOutstanding(); }
 
   void submit(const DriveCommand& command) override {
-    if (++submitted_ > hang_.after && record_.unanswered.size() < hang_.commands) {
-      record_.unanswered.push_back(command);
+    if (++submitted_ > hang_.after && record_->unanswered.size() < hang_.commands) {
+      record_->unanswered.push_back(command);
     } else {
-      inner_->submit(command);
+      inner().submit(command);
     }
   }
-  bool poll(DriveCompletion& out, bool wait) override { return inner_->poll(out, wait); }
+  bool waitUpTo(uint64_t) override { return false; }  // the drive beneath has not got what is waited for
   void reset() override {
-    if (hang_.everyReset || !record_.unanswered.empty()) {
+    if (hang_.everyReset || !record_->unanswered.empty()) {
       if (hang_.reset == Hang::Reset::hangs) {
         hangForGood();
       }
@@ -67,14 +62,14 @@ class HangingDrive : public Drive {
         throw DriveError("nobody is there");
       }
     }
-    ++record_.resets;
-    inner_->reset();
+    ++record_->resets;
+    inner().reset();
   }
   void powerCycle() override {
     if (hang_.powerCutHangs) {
       hangForGood();
     }
-    inner_->powerCycle();
+    inner().powerCycle();
   }
 
  private:
@@ -85,9 +80,8 @@ class HangingDrive : public Drive {
     }
   }
 
-  std::unique_ptr<Drive> inner_;
   const Hang hang_;
-  HangRecord& record_;
+  const std::shared_ptr<HangRecord> record_;
   uint64_t submitted_ = 0;
 };
 
