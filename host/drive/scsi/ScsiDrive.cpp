@@ -272,6 +272,11 @@ bool ScsiDrive::poll(DriveCompletion& out, bool wait) {
   return false;
 }
 
+bool ScsiDrive::waitUpTo(uint64_t microseconds) {
+  const bool toTake = lost_ != nullptr || !ready_.empty() || !kept_.empty();
+  return toTake || (running_ != 0 && transport_->waitUpTo(microseconds));
+}
+
 bool ScsiDrive::take(ScsiReply& reply, bool wait) {
   if (!kept_.empty()) {
     reply = kept_.back();

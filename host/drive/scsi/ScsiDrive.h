@@ -42,6 +42,7 @@ class ScsiDrive : public Drive {
 
   void submit(const DriveCommand& command) override;
   bool poll(DriveCompletion& out, bool wait) override;
+  bool waitUpTo(uint64_t microseconds) override;
   void reset() override;
   /// Not offered; throws std::logic_error.
   void powerCycle() override;

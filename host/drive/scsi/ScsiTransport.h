@@ -60,6 +60,9 @@ class ScsiTransport {
   /// @param wait until there is one; false at once when nothing is outstanding
   virtual bool poll(ScsiReply& out, bool wait) = 0;
 
+  /// As Drive::waitUpTo.
+  virtual bool waitUpTo(uint64_t microseconds) = 0;
+
   /// LOGICAL UNIT RESET (SAM), after the connection was made again where it was lost. No request that was outstanding
   /// will be answered.
   virtual void resetUnit() = 0;

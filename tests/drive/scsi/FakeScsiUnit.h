@@ -76,6 +76,7 @@ class FakeScsiUnit : public host::ScsiTransport {
   uint64_t memoryAlignment() const override { return traits.memoryAlignment; }
   void submit(const host::ScsiRequest& request) override;
   bool poll(host::ScsiReply& out, bool wait) override;
+  bool waitUpTo(uint64_t /*microseconds*/) override { return !outstanding_.empty(); }
   void resetUnit() override;
 
   /// The sectors with the given LBAs, with protection information where the format has it.

@@ -208,13 +208,12 @@ void IscsiTransport::completed(iscsi_context*, int status, void*, void* data) {
 }
 
 bool IscsiTransport::takeReady(ScsiReply& out) {
-  if (ready_.empty()) {
+  Slot* slot = nullptr;
+  if (!ready_.takeFront(slot)) {
     return false;
   }
-  Slot& slot = *ready_.front();
-  ready_.popFront();
-  out = slot.reply;
-  free(slot);
+  out = slot->reply;
+  free(*slot);
   return true;
 }
 
@@ -246,6 +245,19 @@ bool IscsiTransport::poll(ScsiReply& out, bool wait) {
       lose("it answered nothing for " + seconds(settings_.silentMs));
     }
   }
+}
+
+bool IscsiTransport::waitUpTo(uint64_t microseconds) {
+  if (!ready_.empty()) {
+    return true;
+  }
+  throwIfLost();
+  if (outstanding_ == 0) {
+    return false;
+  }
+  connection_->serve(static_cast<int>(std::min<uint64_t>((microseconds + 999) / 1000, longestWaitMs)));
+  watchTimes();
+  return true;
 }
 
 void IscsiTransport::watchTimes() {

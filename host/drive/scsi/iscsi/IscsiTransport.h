@@ -32,6 +32,7 @@ class IscsiTransport : public ScsiTransport {
 
   void submit(const ScsiRequest& request) override;
   bool poll(ScsiReply& out, bool wait) override;
+  bool waitUpTo(uint64_t microseconds) override;
   void resetUnit() override;
 
  private:

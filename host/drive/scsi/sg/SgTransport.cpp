@@ -210,6 +210,20 @@ std::optional<SgVerdict> SgTransport::readOne(uint32_t opening, ScsiReply& out) 
   return verdict;
 }
 
+bool SgTransport::waitUpTo(uint64_t microseconds) {
+  if (!ready_.empty()) {
+    return true;
+  }
+  if (lost_ || free_.size() == pending_.size()) {
+    return false;
+  }
+  const timespec limit{.tv_sec = static_cast<time_t>(microseconds / 1'000'000),
+                       .tv_nsec = static_cast<long>(microseconds % 1'000'000 * 1'000)};
+  // What came of it, an error too, is for `poll` to find.
+  ppoll(waits_.data(), waits_.size(), &limit, nullptr);
+  return true;
+}
+
 void SgTransport::waitForAnswer() {
   // Openings without requests never become readable.
   const std::chrono::milliseconds limit = std::chrono::seconds(timeoutSeconds_) + errorHandling;

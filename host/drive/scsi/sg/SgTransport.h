@@ -42,6 +42,7 @@ class SgTransport : public ScsiTransport {
 
   void submit(const ScsiRequest& request) override;
   bool poll(ScsiReply& out, bool wait) override;
+  bool waitUpTo(uint64_t microseconds) override;
 
   /// A unit that is gone may come back.
   bool canBreak() const override { return true; }

@@ -244,6 +244,28 @@ TEST_F(IscsiTransportTest, WithNothingOutstandingThereIsNothingToWaitFor) {
   ScsiReply reply;
   EXPECT_FALSE(transport_->poll(reply, true));
   EXPECT_FALSE(transport_->poll(reply, false));
+  EXPECT_FALSE(transport_->waitUpTo(60'000'000));
+}
+
+TEST_F(IscsiTransportTest, OneCanSleepUntilAnAnswerComes) {
+  startTarget();
+  open(settings());
+  runAfterAttentions(bare(0, 6));
+  target_->stop();
+  transport_->submit(bare(0, 6));
+  transport_->waitUpTo(20'000);  // the first sleep may end with the sending of it
+  ScsiReply reply;
+  for (int i = 0; i < 3; ++i) {
+    const Clock::time_point began = Clock::now();
+    EXPECT_TRUE(transport_->waitUpTo(20'000));
+    EXPECT_GE(Clock::now() - began, 20ms);
+    EXPECT_FALSE(transport_->poll(reply, false));
+  }
+  target_->go();
+  while (!transport_->poll(reply, false)) {
+    EXPECT_TRUE(transport_->waitUpTo(60'000'000));
+  }
+  EXPECT_EQ(reply.status, scsi_status::good);
 }
 
 TEST_F(IscsiTransportTest, AResetDropsWhatIsOutstanding) {

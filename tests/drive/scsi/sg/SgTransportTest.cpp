@@ -185,6 +185,25 @@ TEST_F(SgTransportTest, WithNothingOutstandingThereIsNothingToWaitFor) {
   EXPECT_FALSE(transport.poll(reply, true));
 }
 
+TEST_F(SgTransportTest, OneCanSleepUntilAnAnswerComes) {
+  const Setting slow("delay", "40");
+  Bytes data(sectorBytes);
+  ScsiReply reply;
+  EXPECT_FALSE(transport.waitUpTo(60'000'000));
+  transport.submit(read(0, data));
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_TRUE(transport.waitUpTo(5'000));
+  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(5));
+  EXPECT_FALSE(transport.poll(reply, false));
+  uint32_t sleeps = 0;
+  while (!transport.poll(reply, false)) {
+    EXPECT_TRUE(transport.waitUpTo(60'000'000));
+    ++sleeps;
+  }
+  EXPECT_EQ(sleeps, 1U);
+  EXPECT_EQ(reply.status, scsi_status::good);
+}
+
 TEST_F(SgTransportTest, AMediumErrorComesWithItsSenseData) {
   constexpr uint32_t badLba = 0x1234;  // where scsi_debug has its bad blocks
   const Setting bad("opts", "2");
