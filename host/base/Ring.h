@@ -41,6 +41,16 @@ class Ring {
     --count_;
   }
 
+  /// @return false when there is none
+  bool takeFront(T& out) {
+    if (empty()) {
+      return false;
+    }
+    out = front();
+    popFront();
+    return true;
+  }
+
   /// Takes every element out of which `test` is true; the others keep their order.
   template <typename Test>
   void eraseIf(Test test) {

@@ -61,12 +61,7 @@ class WorkerPool {
     if (wait) {
       done_.wait(lock, [this] { return !replies_.empty(); });
     }
-    if (replies_.empty()) {
-      return false;
-    }
-    out = replies_.front();
-    replies_.popFront();
-    return true;
+    return replies_.takeFront(out);
   }
 
   /// Sleeps until a reply is there, or so long. Always true: it can.

@@ -47,5 +47,19 @@ TEST(RingTest, isEmptyAfterItWasCleared) {
   EXPECT_EQ(ring.front(), 3);
 }
 
+TEST(RingTest, givesItsFrontAwayWhileThereIsOne) {
+  Ring<int> ring;
+  ring.pushBack(1);
+  ring.pushBack(2);
+  int taken = 0;
+  EXPECT_TRUE(ring.takeFront(taken));
+  EXPECT_EQ(taken, 1);
+  EXPECT_TRUE(ring.takeFront(taken));
+  EXPECT_EQ(taken, 2);
+  EXPECT_FALSE(ring.takeFront(taken));
+  EXPECT_EQ(taken, 2);
+  EXPECT_EQ(ring.size(), 0U);
+}
+
 }  // namespace
 }  // namespace corvane::host

@@ -13,14 +13,7 @@ class SyncEngine : public Engine {
 
   void submit(const EngineRequest& request) override { replies_.pushBack({request.slot, carryOut(fd_, request)}); }
 
-  bool poll(EngineReply& out, bool /*wait*/) override {
-    if (replies_.empty()) {
-      return false;
-    }
-    out = replies_.front();
-    replies_.popFront();
-    return true;
-  }
+  bool poll(EngineReply& out, bool /*wait*/) override { return replies_.takeFront(out); }
 
   /// Nothing is ever under way.
   bool waitUpTo(uint64_t /*microseconds*/) override { return true; }
