@@ -14,19 +14,6 @@ namespace randomhost {
 
 OstraPlan ostraPlan;
 
-namespace {
-
-template <typename Value>
-Value& valueOf(std::map<std::string, std::unique_ptr<Value>>& values, const char* name) {
-  std::unique_ptr<Value>& value = values[name];
-  if (value == nullptr) {
-    value = std::make_unique<Value>();
-  }
-  return *value;
-}
-
-}  // namespace
-
 Framework::Framework(const MapPlan& plan) {
   state.plan = plan;
   log.impl = &said;
@@ -36,22 +23,14 @@ Framework::Framework(const MapPlan& plan) {
   thread.impl = &state;
 }
 
-uint32_t& Framework::u32(const char* name) { return valueOf(state.u32, name); }
-uint64_t& Framework::u64(const char* name) { return valueOf(state.u64, name); }
-bool& Framework::flag(const char* name) { return valueOf(state.flags, name); }
-vdl::Buffer& Framework::buffer(const char* name) { return valueOf(state.buffers, name); }
+uint32_t& Framework::u32(const char* name) { return state.u32[name]; }
+uint64_t& Framework::u64(const char* name) { return state.u64[name]; }
+bool& Framework::flag(const char* name) { return state.flags[name]; }
+vdl::Buffer& Framework::buffer(const char* name) { return state.buffers[name]; }
 
-vdl::TaggedBuffer::Impl& Framework::tagged(const char* name) {
-  vdl::DriveThread::Impl::Tagged& found = valueOf(state.tagged, name);
-  found.buffer.impl = &found.impl;
-  return found.impl;
-}
+vdl::TaggedBuffer::Impl& Framework::tagged(const char* name) { return state.tagged[name].impl; }
 
-vdl::LBARangeQueue::Impl& Framework::queue(const char* name) {
-  vdl::DriveThread::Impl::Queue& found = valueOf(state.queues, name);
-  found.queue.impl = &found.impl;
-  return found.impl;
-}
+vdl::LBARangeQueue::Impl& Framework::queue(const char* name) { return state.queues[name].impl; }
 
 void Framework::show(const char* name, uint32_t tag, const std::vector<uint8_t>& bytes) {
   vdl::TaggedBuffer::Impl::Bytes& shown = tagged(name).bytes[tag];
@@ -228,49 +207,30 @@ bool granted(DriveThread::Impl& state, uint32_t mode, int* err) {
   return mode != optionalVariable || !state.plan.withoutOptional;
 }
 
-template <typename Value>
-Value* scalar(std::map<std::string, std::unique_ptr<Value>>& values, const char* name, Value initial) {
-  std::unique_ptr<Value>& value = values[name];
-  if (value == nullptr) {
-    value = std::make_unique<Value>(initial);
-  }
-  return value.get();
-}
-
 }  // namespace
 
 uint32_t* DriveThread::mapU32(const char* variable, uint32_t mode, int* err, uint32_t initial) {
-  return granted(*impl, mode, err) ? scalar(impl->u32, variable, initial) : nullptr;
+  return granted(*impl, mode, err) ? &impl->u32.try_emplace(variable, initial).first->second : nullptr;
 }
 
 uint64_t* DriveThread::mapU64(const char* variable, uint32_t mode, int* err, uint64_t initial) {
-  return granted(*impl, mode, err) ? scalar(impl->u64, variable, initial) : nullptr;
+  return granted(*impl, mode, err) ? &impl->u64.try_emplace(variable, initial).first->second : nullptr;
 }
 
 bool* DriveThread::mapBool(const char* variable, uint32_t mode, int* err, bool initial) {
-  return granted(*impl, mode, err) ? scalar(impl->flags, variable, initial) : nullptr;
+  return granted(*impl, mode, err) ? &impl->flags.try_emplace(variable, initial).first->second : nullptr;
 }
 
 Buffer* DriveThread::mapBuffer(const char* variable, uint32_t mode, int* err) {
-  return granted(*impl, mode, err) ? &randomhost::valueOf(impl->buffers, variable) : nullptr;
+  return granted(*impl, mode, err) ? &impl->buffers[variable] : nullptr;
 }
 
 TaggedBuffer* DriveThread::mapTaggedBuffer(const char* variable, uint32_t mode, int* err) {
-  if (!granted(*impl, mode, err)) {
-    return nullptr;
-  }
-  Impl::Tagged& found = randomhost::valueOf(impl->tagged, variable);
-  found.buffer.impl = &found.impl;
-  return &found.buffer;
+  return granted(*impl, mode, err) ? &impl->tagged[variable].buffer : nullptr;
 }
 
 LBARangeQueue* DriveThread::mapLBARangeQueue(const char* variable, uint32_t mode, int* err) {
-  if (!granted(*impl, mode, err)) {
-    return nullptr;
-  }
-  Impl::Queue& found = randomhost::valueOf(impl->queues, variable);
-  found.queue.impl = &found.impl;
-  return &found.queue;
+  return granted(*impl, mode, err) ? &impl->queues[variable].queue : nullptr;
 }
 
 int DriveThread::registerDriveData(void* data) {

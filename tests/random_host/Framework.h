@@ -73,20 +73,22 @@ struct ConfigManager::Impl {
 struct DriveThread::Impl {
   randomhost::MapPlan plan;
   int maps = 0;
-  std::map<std::string, std::unique_ptr<uint32_t>> u32;
-  std::map<std::string, std::unique_ptr<uint64_t>> u64;
-  std::map<std::string, std::unique_ptr<bool>> flags;
-  std::map<std::string, std::unique_ptr<Buffer>> buffers;
+  std::map<std::string, uint32_t> u32;
+  std::map<std::string, uint64_t> u64;
+  std::map<std::string, bool> flags;
+  std::map<std::string, Buffer> buffers;
   struct Tagged {
+    Tagged() { buffer.impl = &impl; }
     TaggedBuffer::Impl impl;
     TaggedBuffer buffer;
   };
   struct Queue {
+    Queue() { queue.impl = &impl; }
     LBARangeQueue::Impl impl;
     LBARangeQueue queue;
   };
-  std::map<std::string, std::unique_ptr<Tagged>> tagged;
-  std::map<std::string, std::unique_ptr<Queue>> queues;
+  std::map<std::string, Tagged> tagged;
+  std::map<std::string, Queue> queues;
   void* driveData = nullptr;
 };
 

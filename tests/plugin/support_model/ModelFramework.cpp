@@ -92,58 +92,34 @@ bool record(DriveThread::Impl& state, modeltest::MapCall call, int* err) {
   return false;
 }
 
-template <typename T>
-T* scalar(std::map<std::string, std::unique_ptr<T>>& variables, const char* name, T dflt) {
-  std::unique_ptr<T>& variable = variables[name];
-  if (variable == nullptr) {
-    variable = std::make_unique<T>(dflt);
-  }
-  return variable.get();
-}
-
-template <typename T>
-T& object(std::map<std::string, std::unique_ptr<T>>& objects, const char* name) {
-  std::unique_ptr<T>& found = objects[name];
-  if (found == nullptr) {
-    found = std::make_unique<T>();
-  }
-  return *found;
-}
-
 }  // namespace
 
 uint32_t* DriveThread::mapU32(const char* variable, uint32_t mode, int* err, uint32_t dflt) {
-  return record(*impl, {"u32", variable, mode, dflt}, err) ? scalar(impl->u32, variable, dflt) : nullptr;
+  return record(*impl, {"u32", variable, mode, dflt}, err) ? &impl->u32.try_emplace(variable, dflt).first->second
+                                                           : nullptr;
 }
 
 uint64_t* DriveThread::mapU64(const char* variable, uint32_t mode, int* err, uint64_t dflt) {
-  return record(*impl, {"u64", variable, mode, dflt}, err) ? scalar(impl->u64, variable, dflt) : nullptr;
+  return record(*impl, {"u64", variable, mode, dflt}, err) ? &impl->u64.try_emplace(variable, dflt).first->second
+                                                           : nullptr;
 }
 
 bool* DriveThread::mapBool(const char* variable, uint32_t mode, int* err, bool dflt) {
-  return record(*impl, {"bool", variable, mode, dflt ? 1U : 0U}, err) ? scalar(impl->flags, variable, dflt) : nullptr;
+  return record(*impl, {"bool", variable, mode, dflt ? 1U : 0U}, err)
+             ? &impl->flags.try_emplace(variable, dflt).first->second
+             : nullptr;
 }
 
 Buffer* DriveThread::mapBuffer(const char* variable, uint32_t mode, int* err) {
-  return record(*impl, {"buffer", variable, mode, 0}, err) ? &object(impl->buffers, variable) : nullptr;
+  return record(*impl, {"buffer", variable, mode, 0}, err) ? &impl->buffers[variable] : nullptr;
 }
 
 TaggedBuffer* DriveThread::mapTaggedBuffer(const char* variable, uint32_t mode, int* err) {
-  if (!record(*impl, {"tagged", variable, mode, 0}, err)) {
-    return nullptr;
-  }
-  Impl::Tagged& found = object(impl->tagged, variable);
-  found.buffer.impl = &found.impl;
-  return &found.buffer;
+  return record(*impl, {"tagged", variable, mode, 0}, err) ? &impl->tagged[variable].buffer : nullptr;
 }
 
 LBARangeQueue* DriveThread::mapLBARangeQueue(const char* variable, uint32_t mode, int* err) {
-  if (!record(*impl, {"queue", variable, mode, 0}, err)) {
-    return nullptr;
-  }
-  Impl::Queue& found = object(impl->queues, variable);
-  found.queue.impl = &found.impl;
-  return &found.queue;
+  return record(*impl, {"queue", variable, mode, 0}, err) ? &impl->queues[variable].queue : nullptr;
 }
 
 int DriveThread::registerDriveData(void* data) {

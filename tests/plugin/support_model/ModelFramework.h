@@ -80,20 +80,22 @@ struct DriveThread::Impl {
   std::vector<modeltest::MapCall> maps;
   std::vector<int*> errorCells;
   std::map<int, int> failures;  ///< number of a map call, from 1, to the status that it stores
-  std::map<std::string, std::unique_ptr<uint32_t>> u32;
-  std::map<std::string, std::unique_ptr<uint64_t>> u64;
-  std::map<std::string, std::unique_ptr<bool>> flags;
-  std::map<std::string, std::unique_ptr<Buffer>> buffers;
+  std::map<std::string, uint32_t> u32;
+  std::map<std::string, uint64_t> u64;
+  std::map<std::string, bool> flags;
+  std::map<std::string, Buffer> buffers;
   struct Tagged {
+    Tagged() { buffer.impl = &impl; }
     TaggedBuffer::Impl impl;
     TaggedBuffer buffer;
   };
   struct Queue {
+    Queue() { queue.impl = &impl; }
     LBARangeQueue::Impl impl;
     LBARangeQueue queue;
   };
-  std::map<std::string, std::unique_ptr<Tagged>> tagged;
-  std::map<std::string, std::unique_ptr<Queue>> queues;
+  std::map<std::string, Tagged> tagged;
+  std::map<std::string, Queue> queues;
   std::map<std::string, uint32_t> writers;
   std::vector<void*> registered;
   int registrationStatus = 0;
@@ -118,9 +120,9 @@ class Drive {
   vdl::FreeTagQueue::Impl tagState;
 
   const std::vector<LogLine>& lines() const { return logState.lines; }
-  uint32_t& u32(const std::string& name) { return *threadState.u32.at(name); }
-  uint64_t& u64(const std::string& name) { return *threadState.u64.at(name); }
-  vdl::Buffer& buffer(const std::string& name) { return *threadState.buffers.at(name); }
+  uint32_t& u32(const std::string& name) { return threadState.u32.at(name); }
+  uint64_t& u64(const std::string& name) { return threadState.u64.at(name); }
+  vdl::Buffer& buffer(const std::string& name) { return threadState.buffers.at(name); }
 };
 
 /// What the sense parser answers, and which of its operations were called.
