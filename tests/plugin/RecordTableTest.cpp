@@ -145,6 +145,53 @@ TEST(RecordTable, AgreesWithAMapWhateverComesAndGoes) {
   }
 }
 
+TEST(RecordTable, APlaceIsEqualOnlyToItself) {
+  RecordTable table;
+  for (const uint64_t lba : {0U, 1U, 64U}) {
+    put(table, lba);
+  }
+  EXPECT_EQ(table.find(0), table.begin());
+  EXPECT_EQ(table.find(1), table.find(1));
+  EXPECT_NE(table.find(0), table.end());
+  EXPECT_NE(table.find(0), table.find(1)) << "neighbours on a page";
+  EXPECT_NE(table.find(0), table.find(64)) << "the first of two pages";
+  auto last = table.find(64);
+  EXPECT_EQ(++last, table.end()) << "wherever the walk came from";
+}
+
+TEST(RecordTable, APageAtHomeIsTheBlocksOwn) {
+  RecordTable table;
+  EXPECT_EQ(table.pageAtHome(0), nullptr);
+  put(table, 64 * 7 + 5);
+  EXPECT_EQ(table.pageAtHome(64 * 7), table.page(7)) << "nothing else is in its way";
+  EXPECT_EQ(table.pageAtHome(64 * 7 + 63), table.page(7));
+  for (uint64_t number = 8; number < 2000; ++number) {
+    EXPECT_EQ(table.pageAtHome(64 * number), nullptr) << "not on record: " << number;
+  }
+  uint64_t atHome = 0;
+  for (uint64_t number = 0; number < 2000; ++number) {
+    put(table, 64 * number);
+    const RecordPage* const found = table.pageAtHome(64 * number + 1);
+    EXPECT_TRUE(found == nullptr || found == table.page(number));
+    atHome += found == nullptr ? 0 : 1;
+  }
+  EXPECT_GT(atHome, 1000U) << "most pages stand where they are looked for first";
+}
+
+TEST(RecordTable, TellsWhatItTakes) {
+  const int64_t before = modeltest::liveBytes();
+  RecordTable table;
+  for (const uint64_t pages : {1U, 9U, 100U, 10'000U, 100'000U}) {
+    for (uint64_t number = 0; number < pages; ++number) {
+      ASSERT_NE(table.reserve(number, 1), nullptr);
+    }
+    const auto taken = static_cast<double>(modeltest::liveBytes() - before);
+    // The allocator rounds up, to whole pages of the machine when much is asked for.
+    EXPECT_LE(static_cast<double>(table.bytes()), taken) << pages;
+    EXPECT_GE(static_cast<double>(table.bytes()), taken * 0.97) << pages;
+  }
+}
+
 TEST(RecordTable, UsesAgainWhatWasFreed) {
   RecordTable table;
   for (uint64_t lba = 0; lba < 50'000; ++lba) {

@@ -10,6 +10,8 @@ namespace modeltest {
 uint64_t allocations();
 /// Allocations that nobody has freed yet.
 int64_t liveAllocations();
+/// What they hold, bytes, with what the allocator rounds up.
+int64_t liveBytes();
 
 /// While it lives, allocations that take `std::nothrow` and ask for at least `minBytes` fail, from number `first` on,
 /// `count` of them.
