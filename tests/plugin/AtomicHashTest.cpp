@@ -654,6 +654,27 @@ TEST_F(AtomicHashTest, AReadOfARecordWithoutEventsSeesNothing) {
   EXPECT_EQ(errors.take(), "");
 }
 
+TEST(AtomicHashLife, TellsWhatItTakes) {
+  const int64_t before = modeltest::liveBytes();
+  AtomicHash table;
+  EXPECT_EQ(table.bytes(), 0U);
+  const auto expectTold = [&](const char* when) {
+    const auto taken = static_cast<double>(modeltest::liveBytes() - before);
+    // The allocator rounds up, to whole pages of the machine when much is asked for.
+    EXPECT_LE(static_cast<double>(table.bytes()), taken) << when;
+    EXPECT_GE(static_cast<double>(table.bytes()), taken * 0.97) << when;
+  };
+  table.writeIssued(1, 9, 5, {});
+  expectTold("records and events");
+  table.readIssued(2, 9, true);
+  expectTold("waits, too");
+  for (uint64_t lba = 0; lba < 100'000; ++lba) {
+    table.writeIssued(3, lba, 5, {});
+    table.readIssued(4, lba, false);
+  }
+  expectTold("many chunks of each");
+}
+
 TEST(AtomicHashLife, EverythingGoesWithTheTable) {
   const int64_t before = modeltest::liveAllocations();
   {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <utility>
 
 #include "BlockStamp.h"
@@ -164,6 +165,25 @@ TEST_F(Compare, StampCoversOnlyItsOwnBytesOfTheBucket) {
   EXPECT_EQ(block[16], 1);
   EXPECT_EQ(block[17], 1);
   EXPECT_EQ(readBack(), 0);
+}
+
+TEST_F(Compare, IdStampedWithMoreBytesThanItNeedsIsAMiscompare) {
+  for (const uint64_t id : {0x7FU, 0x80U, 0xFFU, 0x100U, 0x1234U, 0xFFFFU, 0xFFFFFFU}) {
+    CompletionBench other;
+    other.start();
+    other.data().nextCmdId = id;
+    ASSERT_EQ(other.finishedWrite(lba, 1, 1), id);
+    // The same id, with a zero before it: a drive that gives this back has not kept what was written.
+    Bytes& block = other.block(lba);
+    block.insert(block.begin() + 17, 0);
+    ++block[16];
+    const auto behind = static_cast<size_t>(17 + block[16]);
+    const uint8_t* pool = other.data().buckets + size_t{other.bucketOf(lba)} * sector;
+    block.assign(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(behind));
+    block.insert(block.end(), pool + behind, pool + sector);
+    other.readBack(4);
+    EXPECT_EQ(other.completeRead(4), -1046) << id;
+  }
 }
 
 TEST_F(Compare, ForeignStampIsAMiscompare) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "ReferenceAudit.h"
 #include "support/SchedulingBench.h"
 
 namespace benchtest {
@@ -169,6 +170,39 @@ TEST_F(PrepareRead, ShorterSlidReadGivesUpBothEnds) {
   for (uint64_t lba = 102; lba < 105; ++lba) {
     expectClaim(lba, 0, 1);
   }
+}
+
+TEST_F(PrepareRead, SlidReadThatOverlapsItsWriteLeavesEveryReferenceAccountedFor) {
+  for (const uint64_t start : {93U, 107U}) {
+    finishWrite();
+    bench.shareRange(0, 8);
+    slideTo(start, 93, 15);
+    ASSERT_EQ(read(), 0);
+    ASSERT_EQ(bench.lastEntry().lba, start);
+    EXPECT_TRUE(bench.data().referencesBalanced) << start;
+    EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "") << start;
+    EXPECT_EQ(bench.completeRead(tag), 0);
+  }
+}
+
+TEST_F(PrepareRead, SlidReadWithoutBlocksAtTheStartOfItsWriteDoesTheSame) {
+  finishWrite(100, 8);
+  bench.shareRange(0, 0);
+  slideTo(100, 100, 8);
+  ASSERT_EQ(read(), 0);
+  ASSERT_EQ(bench.lastEntry().xfer_len, 0U);
+  EXPECT_TRUE(bench.data().referencesBalanced);
+  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+}
+
+TEST_F(PrepareRead, SlidReadOfAWriteWithoutBlocksDoesTheSameWhereTheyMeet) {
+  finishWrite(100, 0);
+  bench.shareRange(0, 8);
+  slideTo(100, 93, 8);
+  ASSERT_EQ(read(), 0);
+  ASSERT_EQ(bench.lastEntry().xfer_len, 8U);
+  EXPECT_TRUE(bench.data().referencesBalanced);
+  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
 }
 
 TEST_F(PrepareRead, SpliceCheckIsNeitherSlidNorDrawn) {

@@ -303,6 +303,15 @@ TEST_F(PrepareWrite, HostManagedWritesLeaveTheGeneratorAloneWhenTheAgentMixesWri
   EXPECT_EQ(*bench.data().skipGen, 0U);
 }
 
+TEST_F(PrepareWrite, HostManagedWritesAreCountedOnlyWhereTheTestCountsThem) {
+  *bench.data().hostManaged = 1;
+  *bench.data().writeLBA = 700;
+  *bench.data().writeXferLength = 3;
+  bench.data().writeCmdUsed = nullptr;
+  ASSERT_EQ(write(), 0);
+  expectRecord(1, 700, 3);
+}
+
 TEST_F(PrepareWrite, OrdinaryWritesLeaveTheHostManagedVariablesAlone) {
   *bench.data().writeLBA = 700;
   *bench.data().writeCmdUsed = 5;
