@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -74,6 +76,27 @@ TEST(BlockHashes, AnyLengthHashesLikeASingleBlock) {
     expectSame(way, longest.data(), 4104, 4104, 20);
   }
 }
+
+#if defined(__x86_64__)
+TEST(BlockHashes, KnowWhatTheProcessorHas) {
+  std::ifstream file("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(file, line) && line.rfind("flags", 0) != 0) {
+  }
+  if (!file) {
+    GTEST_SKIP() << "/proc/cpuinfo names no flags";
+  }
+  std::istringstream words(line);
+  bool avx2 = false;
+  bool avx512 = false;
+  for (std::string word; words >> word;) {
+    avx2 = avx2 || word == "avx2";
+    avx512 = avx512 || word == "avx512f";
+  }
+  EXPECT_EQ(block_hash::hasAvx2(), avx2);
+  EXPECT_EQ(block_hash::hasAvx512(), avx512);
+}
+#endif
 
 TEST(BlockHashes, BytesBetweenTheBlocksDoNotCount) {
   const std::vector<uint8_t> data = randomBytes(3 + 21 * 528);

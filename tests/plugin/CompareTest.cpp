@@ -186,6 +186,36 @@ TEST_F(Compare, IdStampedWithMoreBytesThanItNeedsIsAMiscompare) {
   }
 }
 
+TEST_F(Compare, EveryByteOfABlockWithAnIdOfEightBytesCounts) {
+  for (const size_t offset : {0U, 3U, 8U, 15U, 16U, 17U, 24U, 25U, 511U}) {
+    CompletionBench other;
+    other.start();
+    other.data().nextCmdId = uint64_t{0xAB} << 56;
+    other.finishedWrite(lba, 1, 1);
+    other.finishedWrite(lba + 1, 1, 1);
+    other.readBack(4);
+    EXPECT_EQ(other.completeRead(4), 0);
+    other.block(lba + 1)[offset] ^= 1;
+    other.readBack(4);
+    EXPECT_EQ(other.completeRead(4), -1046) << offset;
+  }
+}
+
+TEST_F(Compare, MiscompareOfTheLastBlockIsFoundWhereTheDataEnd) {
+  bench.block(lba + length - 1)[511] ^= 1;
+  EXPECT_EQ(readBack(), -1046);
+  EXPECT_EQ(bench.data().miscompareLBA, lba + length - 1);
+}
+
+TEST_F(Compare, ReadsThatWereComparedLeaveNothingBehind) {
+  for (int i = 0; i < 5; ++i) {
+    readBack();
+    bench.finishedWrite(lba, length, 1);
+  }
+  EXPECT_THAT(bench.data().comparableReads, IsEmpty());
+  EXPECT_EQ(bench.data().spareReads.size(), 1U) << "its memory serves the next read";
+}
+
 TEST_F(Compare, ForeignStampIsAMiscompare) {
   vdl::agent::stampBlock(bench.block(lba).data(), lba, 9);
   EXPECT_EQ(readBack(), -1046);

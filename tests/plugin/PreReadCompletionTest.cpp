@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <numeric>
 
 #include "LazyHasher.h"
 #include "support/CompletionBench.h"
@@ -188,6 +191,38 @@ TEST_F(PreReadCompletion, ShortDataEndTheHashes) {
   EXPECT_FALSE(bench.hasRecord(lba + 2));
   EXPECT_EQ(bench.data().preReadFinished.size(), 1U);
   EXPECT_FALSE(bench.data().referencesBalanced) << "the blocks behind have no hash that could be dropped";
+}
+
+TEST_F(PreReadCompletion, WithoutBlocksThereIsNoHash) {
+  for (const bool skip : {false, true}) {
+    bench.config().useSkipCommands = skip;
+    bench.atomicWrite(lba, 0, 4, 2);
+    EXPECT_EQ(bench.completeRead(2, oldData()), 0);
+    EXPECT_TRUE(bench.table().records().empty());
+    bench.data().preReadFinished.clear();
+  }
+}
+
+TEST_F(PreReadCompletion, NothingIsReadBehindTheData) {
+  // As many blocks as are hashed at once, and more; the page behind them may not be read.
+  constexpr uint32_t blocks = 80;
+  constexpr size_t page = 4096;
+  const size_t bytes = size_t{blocks} * bench.sectorBytes();
+  ASSERT_EQ(bytes % page, 0U);
+  void* const memory = mmap(nullptr, bytes + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(memory, MAP_FAILED);
+  auto* const data = static_cast<uint8_t*>(memory);
+  std::iota(data, data + bytes, uint8_t{0});
+  ASSERT_EQ(mprotect(data + bytes, page, PROT_NONE), 0);
+  bench.atomicWrite(lba, blocks, 4, 2);
+  bench.variables().tagged("ReadDataPtr[TagID]").set(2, data, bytes);
+  *bench.data().readDataIsValid = 1;
+  EXPECT_EQ(bench.complete(2), 0);
+  for (uint32_t i = 0; i < blocks; ++i) {
+    const uint8_t* first = data + size_t{i} * bench.sectorBytes();
+    expectHash(lba + i, vdl::blockHash(first, first + bench.sectorBytes()));
+  }
+  munmap(memory, bytes + page);
 }
 
 TEST_F(PreReadCompletion, SkipCommandsReadConsecutiveSectorsOfEveryOtherBlock) {

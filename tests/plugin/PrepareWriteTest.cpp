@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "support/SchedulingBench.h"
@@ -310,6 +311,20 @@ TEST_F(PrepareWrite, HostManagedWritesAreCountedOnlyWhereTheTestCountsThem) {
   bench.data().writeCmdUsed = nullptr;
   ASSERT_EQ(write(), 0);
   expectRecord(1, 700, 3);
+}
+
+TEST_F(PrepareWrite, HostManagedWritesWithoutTheTestsRangeAreOrdinary) {
+  *bench.data().hostManaged = 1;
+  uint64_t* const range = std::exchange(bench.data().writeLBA, nullptr);
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
+  bench.data().writeLBA = range;
+  bench.data().writeXferLength = nullptr;
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
+  bench.data().hostManaged = nullptr;
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
 }
 
 TEST_F(PrepareWrite, OrdinaryWritesLeaveTheHostManagedVariablesAlone) {
