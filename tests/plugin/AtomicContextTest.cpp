@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "support_model/Allocations.h"
+
 namespace vdl {
 namespace {
 
@@ -490,6 +492,40 @@ TEST_F(ObserveTest, AFailedObservationKeepsAnEarlierOne) {
   EXPECT_EQ(observe({9, {}}), 0);
   EXPECT_EQ(observe(strange), -1003);
   EXPECT_EQ(context.peek(100).block_num, 9U);
+}
+
+TEST(ClearedContext, UsesItsMemoryAgain) {
+  Event older;
+  Event newest;
+  newest.next = &older;
+  AtomicContext context;
+  const auto fill = [&] {
+    for (uint64_t lba = 0; lba < 200; ++lba) {
+      context.copyHistory(lba, &newest);
+    }
+  };
+  fill();
+  const uint64_t before = modeltest::allocations();
+  context.clear();
+  EXPECT_TRUE(context.empty());
+  EXPECT_EQ(context.peek(7).status, -1004);
+  fill();
+  EXPECT_EQ(context.size(), 200U);
+  EXPECT_EQ(modeltest::allocations(), before);
+}
+
+TEST(ClearedContext, LeavesItsCopiesAsTheyAre) {
+  const Event event;
+  AtomicContext first;
+  first.copyHistory(7, &event);
+  AtomicContext second = first;
+  second.clear();
+  EXPECT_TRUE(second.empty());
+  EXPECT_EQ(first.size(), 1U);
+  EXPECT_EQ(first.peek(7).status, 0);
+  AtomicContext nothingYet;
+  nothingYet.clear();
+  EXPECT_TRUE(nothingYet.empty());
 }
 
 TEST_F(ObserveTest, NodesAreSharedByCopiesOfTheContext) {

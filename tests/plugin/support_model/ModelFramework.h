@@ -64,6 +64,8 @@ struct TaggedBuffer::Impl {
 
 struct FreeTagQueue::Impl {
   std::deque<uint32_t> free;
+  std::deque<uint32_t> outstanding;
+  std::vector<std::string> calls;  ///< that take tags back, with all that the agent passed
 };
 
 struct LBARangeQueue::Impl {
