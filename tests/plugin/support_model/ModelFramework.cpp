@@ -263,8 +263,14 @@ uint32_t getCurrentDeviceIndex() {
   return modeltest::ostraScript.deviceIndex;
 }
 
-int ioctl(int /*device*/, uint32_t /*request*/, uint32_t /*count*/, ...) { return 1; }
+int ioctl(int device, uint32_t request, uint32_t /*count*/, ...) {
+  modeltest::ostraScript.requests.push_back("ioctl " + std::to_string(device) + ' ' + std::to_string(request));
+  return 1;
+}
 
-int send(int /*device*/, uint8_t* /*commandBlock*/) { return 1; }
+int send(int device, uint8_t* /*commandBlock*/) {
+  modeltest::ostraScript.requests.push_back("send " + std::to_string(device));
+  return 1;
+}
 
 }  // namespace Ostra

@@ -140,6 +140,7 @@ extern SenseScript senseScript;
 struct OstraScript {
   uint32_t deviceIndex = 0;
   int deviceIndexCalls = 0;
+  std::vector<std::string> requests;  ///< "ioctl <device> <request>" and "send <device>"; all of them fail
 };
 extern OstraScript ostraScript;
 
