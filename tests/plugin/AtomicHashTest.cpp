@@ -604,6 +604,21 @@ TEST_F(AtomicHashTest, SteadyStateAllocatesNothing) {
   EXPECT_EQ(modeltest::allocations(), before);
 }
 
+TEST_F(AtomicHashTest, SteadyStateOfRunsAllocatesNothing) {
+  const auto useAndForget = [&](uint64_t id, const BlockRun& run) {
+    EXPECT_EQ(table.writeIssued(id, run, {5, {true, id, run.first}, true, true}), 0);
+    EXPECT_EQ(table.readIssued(id + 1, run, true), 0);
+    EXPECT_EQ(table.readFinished(id + 1, run, false), 0);
+  };
+  useAndForget(1, {0, 200});
+  const uint64_t before = modeltest::allocations();
+  for (uint64_t i = 0; i < 2000; ++i) {
+    useAndForget(2 * i + 10, BlockRun{i * 50, i * 50 + 100, i % 2 == 0 ? 1U : 2U});
+  }
+  EXPECT_TRUE(table.records().empty());
+  EXPECT_EQ(modeltest::allocations(), before);
+}
+
 TEST_F(AtomicHashTest, NoMemoryForARecordIsAStatus) {
   const modeltest::FailNothrow noMemory;
   EXPECT_EQ(table.writeIssued(0x2A, 0x1F, 5, {}), -1002);
