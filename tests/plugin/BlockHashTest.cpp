@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support_model/GuardedMemory.h"
 
 namespace vdl {
 namespace {
@@ -77,7 +80,27 @@ TEST(BlockHashes, AnyLengthHashesLikeASingleBlock) {
   }
 }
 
+TEST(BlockHashes, NothingIsReadBehindTheLastBlock) {
+  for (const Implementation& way : implementations()) {
+    for (uint32_t count = 1; count <= 40; ++count) {
+      for (const uint64_t bytes : {512U, 520U, 33U}) {
+        const modeltest::GuardedMemory memory(count * bytes);
+        const std::vector<uint8_t> random = randomBytes(count * bytes);
+        std::copy(random.begin(), random.end(), memory.data());
+        expectSame(way, memory.data(), bytes, bytes, count);
+      }
+    }
+  }
+}
+
 #if defined(__x86_64__)
+TEST(BlockHashes, TheWidestRegistersAreTaken) {
+  EXPECT_EQ(block_hash::fastestWith(true, true), block_hash::hashesAvx512);
+  EXPECT_EQ(block_hash::fastestWith(true, false), block_hash::hashesAvx512);
+  EXPECT_EQ(block_hash::fastestWith(false, true), block_hash::hashesAvx2);
+  EXPECT_EQ(block_hash::fastestWith(false, false), block_hash::hashesPortable);
+}
+
 TEST(BlockHashes, KnowWhatTheProcessorHas) {
   std::ifstream file("/proc/cpuinfo");
   std::string line;

@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include <numeric>
 
 #include "LazyHasher.h"
 #include "support/CompletionBench.h"
+#include "support_model/GuardedMemory.h"
 
 namespace benchtest {
 namespace {
@@ -204,16 +204,12 @@ TEST_F(PreReadCompletion, WithoutBlocksThereIsNoHash) {
 }
 
 TEST_F(PreReadCompletion, NothingIsReadBehindTheData) {
-  // As many blocks as are hashed at once, and more; the page behind them may not be read.
+  // More blocks than are hashed at once.
   constexpr uint32_t blocks = 80;
-  constexpr size_t page = 4096;
   const size_t bytes = size_t{blocks} * bench.sectorBytes();
-  ASSERT_EQ(bytes % page, 0U);
-  void* const memory = mmap(nullptr, bytes + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(memory, MAP_FAILED);
-  auto* const data = static_cast<uint8_t*>(memory);
+  const modeltest::GuardedMemory memory(bytes);
+  uint8_t* const data = memory.data();
   std::iota(data, data + bytes, uint8_t{0});
-  ASSERT_EQ(mprotect(data + bytes, page, PROT_NONE), 0);
   bench.atomicWrite(lba, blocks, 4, 2);
   bench.variables().tagged("ReadDataPtr[TagID]").set(2, data, bytes);
   *bench.data().readDataIsValid = 1;
@@ -222,7 +218,6 @@ TEST_F(PreReadCompletion, NothingIsReadBehindTheData) {
     const uint8_t* first = data + size_t{i} * bench.sectorBytes();
     expectHash(lba + i, vdl::blockHash(first, first + bench.sectorBytes()));
   }
-  munmap(memory, bytes + page);
 }
 
 TEST_F(PreReadCompletion, SkipCommandsReadConsecutiveSectorsOfEveryOtherBlock) {
