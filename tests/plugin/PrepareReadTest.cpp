@@ -251,6 +251,19 @@ TEST_F(PrepareRead, FirstFailureEndsTheWalk) {
   expectClaim(101, 1, 0);
 }
 
+TEST_F(PrepareRead, FirstFailureEndsTheWalkOfASlidRead) {
+  finishWrite();
+  EXPECT_EQ(bench.table().readSkip(101), 0);
+  bench.shareRange(0, 8);
+  slideTo(103, 93, 15);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(read(), -1003);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "<E> readSkip couldn't find record lba:65\n");
+  EXPECT_FALSE(bench.hasRecord(100)) << "given up before";
+  expectClaim(102, 1, 0);
+  expectClaim(103, 1, 0);
+}
+
 TEST_F(PrepareRead, BlockWithoutAClaimFailsWithNoRecord) {
   finishWrite();
   bench.table().readIssued(77, 100, true);

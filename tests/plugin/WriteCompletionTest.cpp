@@ -257,6 +257,21 @@ TEST_F(WriteCompletion, FailingLbaFarBelowTheCommandMarksItWhole) {
   expectUnknown(far, far + length);
 }
 
+TEST_F(WriteCompletion, FailingLbaZeroMarksACommandBesideIt) {
+  for (const bool skip : {false, true}) {
+    CompletionBench other;
+    other.start();
+    other.config().useSkipCommands = skip;
+    const uint64_t step = skip ? 2 : 1;
+    other.finishedWrite(step, 3, 1);
+    other.write(step, 3, 3);
+    EXPECT_EQ(other.completeWithSense(3, {.key = 3, .information = 0}), 0);
+    for (uint64_t x = step; x < 4 * step; x += step) {
+      EXPECT_EQ(other.bucketOf(x), unknown) << x;
+    }
+  }
+}
+
 TEST_F(WriteCompletion, FailingLbaBehindTheCommandMarksNothing) {
   bench.finishedWrite(lba, length, 1);
   issue();
