@@ -416,6 +416,18 @@ TEST_F(ObserveTest, AHashExplainsWhatTheStampDoesNot) {
   EXPECT_EQ(context.peek(50).hash, blockHashValue);
 }
 
+TEST_F(ObserveTest, WhatAHashExplainsWasObserved) {
+  older(EventType::Atomic, 3, BlockType::Atomic, 9).embed = {true, 3, 50};
+  older(EventType::Hash, 2, BlockType::Hash, 0x80001).hash = blockHashValue;
+  copy(50);
+  EXPECT_EQ(observe({9, {true, 3, 50}}, 50), 0);
+  EXPECT_EQ(observe(strange, 50), 0);
+  EXPECT_EQ(context.peek(50).block_type, BlockType::Hash) << "the later observation counts";
+  const std::string history = context.getHistory(50);
+  EXPECT_NE(history.find("653fcc6ee4f45deb  *observed*\n"), std::string::npos) << history;
+  EXPECT_EQ(history.find("*observed*"), history.rfind("*observed*")) << history;
+}
+
 TEST_F(ObserveTest, TheNewStampedBlockNeedsNoHash) {
   older(EventType::Atomic, 3, BlockType::Atomic, 9).embed = {true, 3, 50};
   older(EventType::Hash, 2, BlockType::Hash, 0x80001).hash = blockHashValue;
