@@ -27,14 +27,10 @@ void hashFour(const uint8_t* first, uint64_t stride, uint64_t bytes, uint64_t* o
 
 block_hash::Function* fastest() {
 #if defined(__x86_64__)
-  if (block_hash::hasAvx512()) {
-    return block_hash::hashesAvx512;
-  }
-  if (block_hash::hasAvx2()) {
-    return block_hash::hashesAvx2;
-  }
-#endif
+  return block_hash::fastestWith(block_hash::hasAvx512(), block_hash::hasAvx2());
+#else
   return block_hash::hashesPortable;
+#endif
 }
 
 }  // namespace
@@ -68,6 +64,13 @@ void hashesPortable(const uint8_t* first, uint64_t stride, uint64_t bytes, uint3
 #if defined(__x86_64__)
 bool hasAvx2() { return __builtin_cpu_supports("avx2") != 0; }
 bool hasAvx512() { return __builtin_cpu_supports("avx512f") != 0; }
+
+Function* fastestWith(bool avx512, bool avx2) {
+  if (avx512) {
+    return hashesAvx512;
+  }
+  return avx2 ? hashesAvx2 : hashesPortable;
+}
 #endif
 
 }  // namespace block_hash

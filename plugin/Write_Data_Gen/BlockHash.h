@@ -31,6 +31,8 @@ Function hashesAvx2;    ///< the processor must have AVX2
 Function hashesAvx512;  ///< the processor must have AVX-512 F
 bool hasAvx2();
 bool hasAvx512();
+/// The fastest way on a processor that has these.
+Function* fastestWith(bool avx512, bool avx2);
 #endif
 
 }  // namespace block_hash

@@ -57,6 +57,7 @@ class Code:
         self.opener = self._surround()  # index of the innermost bracket around each token, or None
         self.changeable = self._code_of_functions()
         self._leave_constants()
+        self._leave_prefetches()
 
     def __len__(self):
         return len(self.tokens)
@@ -146,6 +147,17 @@ class Code:
                 end = self._end_of_angle(index)
                 if end is not None:
                     self._leave(index, end)
+
+    def _leave_prefetches(self):
+        """A statement that only asks for memory ahead changes no result, whatever it asks for."""
+        for index, token in enumerate(self.tokens):
+            if not re.fullmatch(r"(__builtin_)?prefetch([A-Z]\w*)?", token.text) or self.word(index + 1) != "(":
+                continue
+            end, start = self.partner[index + 1] + 1, index
+            while self.word(start - 1) in (".", "->", "::") and self.tokens[start - 2].kind == "word":
+                start -= 2
+            if self.word(start - 1) in (";", "{", "}", ")", ":") and self.word(end) == ";":
+                self._leave(start, end)
 
     def _next(self, index, text):
         while index < len(self.tokens) - 1 and self.tokens[index].text != text:

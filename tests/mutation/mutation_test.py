@@ -66,6 +66,22 @@ class Reading(unittest.TestCase):
         self.assertEqual(changes("using A = B;"), [])
 
 
+    def test_statements_that_only_ask_for_memory_ahead_stay(self):
+        for statement in ("prefetchSectors(step, a + 1, 2);", "__builtin_prefetch(&a[b / 2]);", "a.b->prefetchEvents(c);",
+                          "n::prefetchAll(c);"):
+            self.assertEqual(changes(statement), [], statement)
+        self.assertEqual(changes("if (a) { prefetchSectors(b); }"),
+                         ["if (true) { prefetchSectors(b); }", "if (false) { prefetchSectors(b); }"])
+
+    def test_what_does_more_than_ask_for_memory_ahead_is_broken(self):
+        self.assertEqual(changes("a = prefetchedBytes(b);"), ["nothing"])
+        self.assertEqual(changes("use(prefetched(1));"), ["nothing", "use(prefetched(1 + 1));"])
+        self.assertEqual(changes("a().prefetch(b);"), ["nothing"])
+        self.assertEqual(changes("prefetched(b);"), ["nothing"])
+        self.assertEqual(changes("prefetches += 2;"),
+                         ["nothing", "prefetches -= 2;", "prefetches += (2 + 1);"])
+
+
 class Breaking(unittest.TestCase):
     def test_comparisons(self):
         self.assertEqual(changes("auto c = a == b;"), ["auto c = a != b;"])

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "support_model/Allocations.h"
+
 namespace vdl {
 namespace {
 
@@ -414,6 +416,18 @@ TEST_F(ObserveTest, AHashExplainsWhatTheStampDoesNot) {
   EXPECT_EQ(context.peek(50).hash, blockHashValue);
 }
 
+TEST_F(ObserveTest, WhatAHashExplainsWasObserved) {
+  older(EventType::Atomic, 3, BlockType::Atomic, 9).embed = {true, 3, 50};
+  older(EventType::Hash, 2, BlockType::Hash, 0x80001).hash = blockHashValue;
+  copy(50);
+  EXPECT_EQ(observe({9, {true, 3, 50}}, 50), 0);
+  EXPECT_EQ(observe(strange, 50), 0);
+  EXPECT_EQ(context.peek(50).block_type, BlockType::Hash) << "the later observation counts";
+  const std::string history = context.getHistory(50);
+  EXPECT_NE(history.find("653fcc6ee4f45deb  *observed*\n"), std::string::npos) << history;
+  EXPECT_EQ(history.find("*observed*"), history.rfind("*observed*")) << history;
+}
+
 TEST_F(ObserveTest, TheNewStampedBlockNeedsNoHash) {
   older(EventType::Atomic, 3, BlockType::Atomic, 9).embed = {true, 3, 50};
   older(EventType::Hash, 2, BlockType::Hash, 0x80001).hash = blockHashValue;
@@ -490,6 +504,40 @@ TEST_F(ObserveTest, AFailedObservationKeepsAnEarlierOne) {
   EXPECT_EQ(observe({9, {}}), 0);
   EXPECT_EQ(observe(strange), -1003);
   EXPECT_EQ(context.peek(100).block_num, 9U);
+}
+
+TEST(ClearedContext, UsesItsMemoryAgain) {
+  Event older;
+  Event newest;
+  newest.next = &older;
+  AtomicContext context;
+  const auto fill = [&] {
+    for (uint64_t lba = 0; lba < 200; ++lba) {
+      context.copyHistory(lba, &newest);
+    }
+  };
+  fill();
+  const uint64_t before = modeltest::allocations();
+  context.clear();
+  EXPECT_TRUE(context.empty());
+  EXPECT_EQ(context.peek(7).status, -1004);
+  fill();
+  EXPECT_EQ(context.size(), 200U);
+  EXPECT_EQ(modeltest::allocations(), before);
+}
+
+TEST(ClearedContext, LeavesItsCopiesAsTheyAre) {
+  const Event event;
+  AtomicContext first;
+  first.copyHistory(7, &event);
+  AtomicContext second = first;
+  second.clear();
+  EXPECT_TRUE(second.empty());
+  EXPECT_EQ(first.size(), 1U);
+  EXPECT_EQ(first.peek(7).status, 0);
+  AtomicContext nothingYet;
+  nothingYet.clear();
+  EXPECT_TRUE(nothingYet.empty());
 }
 
 TEST_F(ObserveTest, NodesAreSharedByCopiesOfTheContext) {

@@ -604,6 +604,21 @@ TEST_F(AtomicHashTest, SteadyStateAllocatesNothing) {
   EXPECT_EQ(modeltest::allocations(), before);
 }
 
+TEST_F(AtomicHashTest, SteadyStateOfRunsAllocatesNothing) {
+  const auto useAndForget = [&](uint64_t id, const BlockRun& run) {
+    EXPECT_EQ(table.writeIssued(id, run, {5, {true, id, run.first}, true, true}), 0);
+    EXPECT_EQ(table.readIssued(id + 1, run, true), 0);
+    EXPECT_EQ(table.readFinished(id + 1, run, false), 0);
+  };
+  useAndForget(1, {0, 200});
+  const uint64_t before = modeltest::allocations();
+  for (uint64_t i = 0; i < 2000; ++i) {
+    useAndForget(2 * i + 10, BlockRun{i * 50, i * 50 + 100, i % 2 == 0 ? 1U : 2U});
+  }
+  EXPECT_TRUE(table.records().empty());
+  EXPECT_EQ(modeltest::allocations(), before);
+}
+
 TEST_F(AtomicHashTest, NoMemoryForARecordIsAStatus) {
   const modeltest::FailNothrow noMemory;
   EXPECT_EQ(table.writeIssued(0x2A, 0x1F, 5, {}), -1002);
@@ -652,6 +667,27 @@ TEST_F(AtomicHashTest, AReadOfARecordWithoutEventsSeesNothing) {
   EXPECT_EQ(table.readFinished(2, 9, false).status, -1003);
   EXPECT_EQ(record(9), nullptr);
   EXPECT_EQ(errors.take(), "");
+}
+
+TEST(AtomicHashLife, TellsWhatItTakes) {
+  const int64_t before = modeltest::liveBytes();
+  AtomicHash table;
+  EXPECT_EQ(table.bytes(), 0U);
+  const auto expectTold = [&](const char* when) {
+    const auto taken = static_cast<double>(modeltest::liveBytes() - before);
+    // The allocator rounds up, to whole pages of the machine when much is asked for.
+    EXPECT_LE(static_cast<double>(table.bytes()), taken) << when;
+    EXPECT_GE(static_cast<double>(table.bytes()), taken * 0.97) << when;
+  };
+  table.writeIssued(1, 9, 5, {});
+  expectTold("records and events");
+  table.readIssued(2, 9, true);
+  expectTold("waits, too");
+  for (uint64_t lba = 0; lba < 100'000; ++lba) {
+    table.writeIssued(3, lba, 5, {});
+    table.readIssued(4, lba, false);
+  }
+  expectTold("many chunks of each");
 }
 
 TEST(AtomicHashLife, EverythingGoesWithTheTable) {

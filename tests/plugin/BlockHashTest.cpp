@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include "support_model/GuardedMemory.h"
 
 namespace vdl {
 namespace {
@@ -74,6 +79,47 @@ TEST(BlockHashes, AnyLengthHashesLikeASingleBlock) {
     expectSame(way, longest.data(), 4104, 4104, 20);
   }
 }
+
+TEST(BlockHashes, NothingIsReadBehindTheLastBlock) {
+  for (const Implementation& way : implementations()) {
+    for (uint32_t count = 1; count <= 40; ++count) {
+      for (const uint64_t bytes : {512U, 520U, 33U}) {
+        const modeltest::GuardedMemory memory(count * bytes);
+        const std::vector<uint8_t> random = randomBytes(count * bytes);
+        std::copy(random.begin(), random.end(), memory.data());
+        expectSame(way, memory.data(), bytes, bytes, count);
+      }
+    }
+  }
+}
+
+#if defined(__x86_64__)
+TEST(BlockHashes, TheWidestRegistersAreTaken) {
+  EXPECT_EQ(block_hash::fastestWith(true, true), block_hash::hashesAvx512);
+  EXPECT_EQ(block_hash::fastestWith(true, false), block_hash::hashesAvx512);
+  EXPECT_EQ(block_hash::fastestWith(false, true), block_hash::hashesAvx2);
+  EXPECT_EQ(block_hash::fastestWith(false, false), block_hash::hashesPortable);
+}
+
+TEST(BlockHashes, KnowWhatTheProcessorHas) {
+  std::ifstream file("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(file, line) && line.rfind("flags", 0) != 0) {
+  }
+  if (!file) {
+    GTEST_SKIP() << "/proc/cpuinfo names no flags";
+  }
+  std::istringstream words(line);
+  bool avx2 = false;
+  bool avx512 = false;
+  for (std::string word; words >> word;) {
+    avx2 = avx2 || word == "avx2";
+    avx512 = avx512 || word == "avx512f";
+  }
+  EXPECT_EQ(block_hash::hasAvx2(), avx2);
+  EXPECT_EQ(block_hash::hasAvx512(), avx512);
+}
+#endif
 
 TEST(BlockHashes, BytesBetweenTheBlocksDoNotCount) {
   const std::vector<uint8_t> data = randomBytes(3 + 21 * 528);

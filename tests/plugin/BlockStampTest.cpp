@@ -48,6 +48,23 @@ TEST(BlockStamp, IdTakesAsFewBytesAsItNeeds) {
   }
 }
 
+TEST(BlockStamp, EveryBitBesideTheStampStays) {
+  for (const uint8_t pattern : Bytes{0x00, 0xFF, 0x55, 0xAA}) {
+    for (uint32_t bits = 0; bits <= 64; ++bits) {
+      const uint64_t id = bits == 0 ? 0 : uint64_t{1} << (bits - 1);
+      Bytes expected(64, pattern);
+      const auto length = static_cast<uint8_t>((bits + 7) / 8);
+      expected[16] = length;
+      for (uint32_t i = 0; i < length; ++i) {
+        expected[17 + i] = static_cast<uint8_t>(id >> (8 * (length - 1 - i)));
+      }
+      Bytes block(64, pattern);
+      stampCommandId(block.data(), id);
+      EXPECT_EQ(block, expected) << "pattern " << int{pattern} << ", " << bits << " bits";
+    }
+  }
+}
+
 TEST(BlockStamp, IdLengthGrowsAtEveryByteBoundary) {
   for (uint32_t bytes = 1; bytes <= 8; ++bytes) {
     const uint64_t smallest = uint64_t{1} << (8 * (bytes - 1));

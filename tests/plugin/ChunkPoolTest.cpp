@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <set>
 #include <vector>
 
@@ -41,6 +42,27 @@ TEST(ChunkPool, OneAllocationServesAWholeChunk) {
     EXPECT_EQ(event->next, nullptr);
     EXPECT_EQ(event->block_num, 0x80001U);
   }
+}
+
+template <typename T>
+void expectObjectsInsideTheirChunk() {
+  ChunkPool<T> pool;
+  std::vector<const T*> taken;
+  taken.reserve(ChunkPool<T>::objectsPerChunk);
+  while (taken.size() < ChunkPool<T>::objectsPerChunk) {
+    taken.push_back(pool.take());
+  }
+  const modeltest::Extent chunk = modeltest::lastAllocation();
+  for (const T* object : taken) {
+    ASSERT_TRUE(chunk.holds(object, sizeof(T))) << "object " << object;
+    // Before them stands what links the chunks.
+    ASSERT_GE(reinterpret_cast<const std::byte*>(object), chunk.first + sizeof(void*));
+  }
+}
+
+TEST(ChunkPool, ObjectsLieInsideTheirChunk) {
+  expectObjectsInsideTheirChunk<Event>();
+  expectObjectsInsideTheirChunk<WaitRead>();
 }
 
 TEST(ChunkPool, WhatComesBackIsDefaultAgain) {

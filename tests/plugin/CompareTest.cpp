@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <utility>
 
 #include "BlockStamp.h"
@@ -164,6 +165,57 @@ TEST_F(Compare, StampCoversOnlyItsOwnBytesOfTheBucket) {
   EXPECT_EQ(block[16], 1);
   EXPECT_EQ(block[17], 1);
   EXPECT_EQ(readBack(), 0);
+}
+
+TEST_F(Compare, IdStampedWithMoreBytesThanItNeedsIsAMiscompare) {
+  for (const uint64_t id : {0x7FU, 0x80U, 0xFFU, 0x100U, 0x1234U, 0xFFFFU, 0xFFFFFFU}) {
+    CompletionBench other;
+    other.start();
+    other.data().nextCmdId = id;
+    ASSERT_EQ(other.finishedWrite(lba, 1, 1), id);
+    // The same id, with a zero before it: a drive that gives this back has not kept what was written.
+    Bytes& block = other.block(lba);
+    block.insert(block.begin() + 17, 0);
+    ++block[16];
+    const auto behind = static_cast<size_t>(17 + block[16]);
+    const uint8_t* pool = other.data().buckets + size_t{other.bucketOf(lba)} * sector;
+    block.assign(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(behind));
+    block.insert(block.end(), pool + behind, pool + sector);
+    other.readBack(4);
+    EXPECT_EQ(other.completeRead(4), -1046) << id;
+  }
+}
+
+TEST_F(Compare, EveryByteOfABlockWithAnIdOfEightBytesCounts) {
+  constexpr uint64_t id = uint64_t{0xAB} << 56 | 0x77;
+  for (const size_t offset : {0U, 3U, 8U, 15U, 16U, 17U, 23U, 24U, 25U, 511U}) {
+    CompletionBench other;
+    other.start();
+    // The id's last byte is the only one behind the first 24, and says nothing when the pool holds the same there.
+    for (size_t k = 0; k < 64; ++k) {
+      other.data().buckets[k * sector + 24] = 0x77;
+    }
+    other.data().nextCmdId = id;
+    ASSERT_EQ(other.finishedWrite(lba, 1, 1), id);
+    other.block(lba)[offset] ^= 1;
+    other.readBack(4);
+    EXPECT_EQ(other.completeRead(4), -1046) << offset;
+  }
+}
+
+TEST_F(Compare, MiscompareOfTheLastBlockIsFoundWhereTheDataEnd) {
+  bench.block(lba + length - 1)[511] ^= 1;
+  EXPECT_EQ(readBack(), -1046);
+  EXPECT_EQ(bench.data().miscompareLBA, lba + length - 1);
+}
+
+TEST_F(Compare, ReadsThatWereComparedLeaveNothingBehind) {
+  for (int i = 0; i < 5; ++i) {
+    readBack();
+    bench.finishedWrite(lba, length, 1);
+  }
+  EXPECT_THAT(bench.data().comparableReads, IsEmpty());
+  EXPECT_EQ(bench.data().spareReads.size(), 1U) << "its memory serves the next read";
 }
 
 TEST_F(Compare, ForeignStampIsAMiscompare) {

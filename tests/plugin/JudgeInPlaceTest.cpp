@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 #include <sstream>
@@ -334,6 +335,45 @@ void compareJudgements(const Setup& setup, const Mix& mix, uint32_t leastInPlace
   EXPECT_GE(twins.inPlace(), leastInPlace) << mix.name;
   EXPECT_GE(twins.byHistory(), leastByHistory) << mix.name;
   EXPECT_GE(twins.findings(), leastFindings) << mix.name;
+}
+
+TEST(JudgeInPlace, RightBlocksOfEveryKindBesideEachOtherNeedNoHistories) {
+  constexpr uint32_t blocks = 70;
+  constexpr uint64_t first = 1000;
+  CompletionBench bench;
+  bench.start();
+  const uint32_t sector = bench.sectorBytes();
+  ComparableReadData read;
+  read.cmdId = 0x400;
+  read.lba = first;
+  read.xferLength = read.blockCount = blocks;
+  ASSERT_EQ(read.data.reserve(size_t{blocks} * sector), 0);
+  read.data.size = size_t{blocks} * sector;
+  for (uint32_t i = 0; i < blocks; ++i) {
+    const uint64_t lba = first + i;
+    uint8_t* const block = read.data.data + size_t{i} * sector;
+    if (i % 9 < 3) {
+      const vdl::EmbedData embed{true, 0x300, lba};
+      bench.table().writeIssued(0x300, lba, i % 64, embed);
+      std::copy_n(vdl::agent::expectedSector(bench.step(), i % 64, embed), sector, block);
+    } else if (i % 9 < 4) {
+      bench.table().writeIssued(0x301, lba, block_num::zero, {});
+      std::fill_n(block, sector, uint8_t{0});
+    } else {
+      std::fill_n(block, sector, static_cast<uint8_t>(i));
+      bench.table().saveHash(0x302, lba, vdl::blockHash(block, block + sector), true);
+    }
+    bench.table().readIssued(read.cmdId, lba, true);
+  }
+  EXPECT_TRUE(vdl::agent::rightInPlace(bench.step(), read));
+  for (uint32_t i = 0; i < blocks; ++i) {
+    for (const uint32_t offset : {0U, 9U, 17U, 300U, sector - 1}) {
+      uint8_t& byte = read.data.data[size_t{i} * sector + offset];
+      byte ^= 0x10;
+      EXPECT_FALSE(vdl::agent::rightInPlace(bench.step(), read)) << "block " << i << ", byte " << offset;
+      byte ^= 0x10;
+    }
+  }
 }
 
 TEST(JudgeInPlace, NormalWritesAreJudgedAsByTheirHistories) {

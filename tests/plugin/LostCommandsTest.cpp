@@ -110,6 +110,29 @@ TEST_F(LostCommands, WriteOfFourWithSkipCommandsMarksEveryOtherBlock) {
   EXPECT_NE(bench.bucketOf(11), unknown);
 }
 
+TEST_F(LostCommands, BlocksBehindALostCommandStayAsTheyAre) {
+  // Commands of which the table knows more blocks than were lost.
+  bench.finishedWrite(10, 4, 1);
+  bench.verifyBack(6);
+  bench.data().verifySent.front().xferLength = 3;
+  commandLost(bench.data(), bench.data().verifySent.front());
+  EXPECT_FALSE(bench.hasRecord(12));
+  EXPECT_EQ(bench.waitingReads(13), 1U);
+
+  bench.finishedWrite(20, 4, 1);
+  bench.readBack(4);
+  bench.data().readSent.front().xferLength = 3;
+  commandLost(bench.data(), bench.config(), bench.data().readSent.front());
+  EXPECT_EQ(bench.waitingReads(22), 0U);
+  EXPECT_EQ(bench.waitingReads(23), 1U);
+
+  bench.write(30, 4, 1);
+  bench.data().writeSent.front().xferLength = 3;
+  commandLost(bench.data(), bench.config(), bench.data().writeSent.front());
+  EXPECT_EQ(bench.bucketOf(32), unknown);
+  EXPECT_NE(bench.bucketOf(33), unknown);
+}
+
 TEST_F(LostCommands, RefusalsOfTheTableAreIgnored) {
   bench.finishedWrite(10, 4, 1);
   const uint64_t id = bench.verifyBack(6);

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <numeric>
+
 #include "LazyHasher.h"
 #include "support/CompletionBench.h"
+#include "support_model/GuardedMemory.h"
 
 namespace benchtest {
 namespace {
@@ -188,6 +191,33 @@ TEST_F(PreReadCompletion, ShortDataEndTheHashes) {
   EXPECT_FALSE(bench.hasRecord(lba + 2));
   EXPECT_EQ(bench.data().preReadFinished.size(), 1U);
   EXPECT_FALSE(bench.data().referencesBalanced) << "the blocks behind have no hash that could be dropped";
+}
+
+TEST_F(PreReadCompletion, WithoutBlocksThereIsNoHash) {
+  for (const bool skip : {false, true}) {
+    bench.config().useSkipCommands = skip;
+    bench.atomicWrite(lba, 0, 4, 2);
+    EXPECT_EQ(bench.completeRead(2, oldData()), 0);
+    EXPECT_TRUE(bench.table().records().empty());
+    bench.data().preReadFinished.clear();
+  }
+}
+
+TEST_F(PreReadCompletion, NothingIsReadBehindTheData) {
+  // More blocks than are hashed at once.
+  constexpr uint32_t blocks = 80;
+  const size_t bytes = size_t{blocks} * bench.sectorBytes();
+  const modeltest::GuardedMemory memory(bytes);
+  uint8_t* const data = memory.data();
+  std::iota(data, data + bytes, uint8_t{0});
+  bench.atomicWrite(lba, blocks, 4, 2);
+  bench.variables().tagged("ReadDataPtr[TagID]").set(2, data, bytes);
+  *bench.data().readDataIsValid = 1;
+  EXPECT_EQ(bench.complete(2), 0);
+  for (uint32_t i = 0; i < blocks; ++i) {
+    const uint8_t* first = data + size_t{i} * bench.sectorBytes();
+    expectHash(lba + i, vdl::blockHash(first, first + bench.sectorBytes()));
+  }
 }
 
 TEST_F(PreReadCompletion, SkipCommandsReadConsecutiveSectorsOfEveryOtherBlock) {

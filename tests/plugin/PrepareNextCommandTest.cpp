@@ -127,6 +127,15 @@ TEST_F(PrepareNextCommand, FinishedAndOutstandingWritesCount) {
   EXPECT_EQ(choose(2), "WR");
 }
 
+TEST_F(PrepareNextCommand, OneOutstandingWriteBesideManyFinishedOnesCounts) {
+  for (const uint64_t lba : {10U, 12U, 14U}) {
+    bench.finishedWrite(lba, 1, 1);
+  }
+  bench.write(16, 1, 1);
+  bench.takeTrace();
+  EXPECT_EQ(choose(), 'R') << "four of four";
+}
+
 TEST_F(PrepareNextCommand, WritesThatAreReadAlreadyOrNeverDoNotCount) {
   bench.write(10, 1, 1);
   bench.readBack(2);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "ReferenceAudit.h"
 #include "support/SchedulingBench.h"
 
 namespace benchtest {
@@ -171,6 +172,39 @@ TEST_F(PrepareRead, ShorterSlidReadGivesUpBothEnds) {
   }
 }
 
+TEST_F(PrepareRead, SlidReadThatOverlapsItsWriteLeavesEveryReferenceAccountedFor) {
+  for (const uint64_t start : {93U, 107U}) {
+    finishWrite();
+    bench.shareRange(0, 8);
+    slideTo(start, 93, 15);
+    ASSERT_EQ(read(), 0);
+    ASSERT_EQ(bench.lastEntry().lba, start);
+    EXPECT_TRUE(bench.data().referencesBalanced) << start;
+    EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "") << start;
+    EXPECT_EQ(bench.completeRead(tag), 0);
+  }
+}
+
+TEST_F(PrepareRead, SlidReadWithoutBlocksAtTheStartOfItsWriteDoesTheSame) {
+  finishWrite(100, 8);
+  bench.shareRange(0, 0);
+  slideTo(100, 100, 8);
+  ASSERT_EQ(read(), 0);
+  ASSERT_EQ(bench.lastEntry().xfer_len, 0U);
+  EXPECT_TRUE(bench.data().referencesBalanced);
+  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+}
+
+TEST_F(PrepareRead, SlidReadOfAWriteWithoutBlocksDoesTheSameWhereTheyMeet) {
+  finishWrite(100, 0);
+  bench.shareRange(0, 8);
+  slideTo(100, 93, 8);
+  ASSERT_EQ(read(), 0);
+  ASSERT_EQ(bench.lastEntry().xfer_len, 8U);
+  EXPECT_TRUE(bench.data().referencesBalanced);
+  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+}
+
 TEST_F(PrepareRead, SpliceCheckIsNeitherSlidNorDrawn) {
   finishWrite();
   bench.data().writeFinished.front().spliceCheck = 1;
@@ -215,6 +249,19 @@ TEST_F(PrepareRead, FirstFailureEndsTheWalk) {
   EXPECT_EQ(read(), -1003);
   ::testing::internal::GetCapturedStderr();
   expectClaim(101, 1, 0);
+}
+
+TEST_F(PrepareRead, FirstFailureEndsTheWalkOfASlidRead) {
+  finishWrite();
+  EXPECT_EQ(bench.table().readSkip(101), 0);
+  bench.shareRange(0, 8);
+  slideTo(103, 93, 15);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(read(), -1003);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "<E> readSkip couldn't find record lba:65\n");
+  EXPECT_FALSE(bench.hasRecord(100)) << "given up before";
+  expectClaim(102, 1, 0);
+  expectClaim(103, 1, 0);
 }
 
 TEST_F(PrepareRead, BlockWithoutAClaimFailsWithNoRecord) {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <stdexcept>
@@ -90,6 +91,21 @@ TEST_F(PrepareVerify, KnownWriteIsVerifiedWithTheDataItWrote) {
     EXPECT_EQ(bench.waitingReads(lba), 1U);
   }
   EXPECT_THAT(bench.takeLog(), IsEmpty());
+}
+
+TEST_F(PrepareVerify, NothingIsDrawnForKnownBlocksOrPutBehindTheData) {
+  finishWrite(4);
+  uint8_t* const buffer = bench.data().tagBuffers.at(tag);
+  ASSERT_GE(bench.data().tagBufferBytes.at(tag), 5U * 512);
+  std::fill(buffer, buffer + size_t{5} * 512, uint8_t{0xEE});
+  seedFive();
+  ASSERT_EQ(verify(), 0);
+  expectVerify(100, 4, false);
+  ASSERT_EQ(bench.data().writeData->data, buffer);
+  EXPECT_EQ(Bytes(buffer + size_t{4} * 512, buffer + size_t{5} * 512), Bytes(512, 0xEE));
+  vdl::RandomNumberGenerator<unsigned long> same;
+  same.init(5, 0, std::numeric_limits<unsigned long>::max());
+  EXPECT_EQ(bench.data().rng(), same());
 }
 
 TEST_F(PrepareVerify, TwoUnknownBlocksAtTheStartAreLeftOut) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "support/SchedulingBench.h"
@@ -301,6 +302,29 @@ TEST_F(PrepareWrite, HostManagedWritesLeaveTheGeneratorAloneWhenTheAgentMixesWri
   *bench.data().skipGen = 0;
   ASSERT_EQ(write(), 0);
   EXPECT_EQ(*bench.data().skipGen, 0U);
+}
+
+TEST_F(PrepareWrite, HostManagedWritesAreCountedOnlyWhereTheTestCountsThem) {
+  *bench.data().hostManaged = 1;
+  *bench.data().writeLBA = 700;
+  *bench.data().writeXferLength = 3;
+  bench.data().writeCmdUsed = nullptr;
+  ASSERT_EQ(write(), 0);
+  expectRecord(1, 700, 3);
+}
+
+TEST_F(PrepareWrite, HostManagedWritesWithoutTheTestsRangeAreOrdinary) {
+  *bench.data().hostManaged = 1;
+  uint64_t* const range = std::exchange(bench.data().writeLBA, nullptr);
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
+  bench.data().writeLBA = range;
+  bench.data().writeXferLength = nullptr;
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
+  bench.data().hostManaged = nullptr;
+  ASSERT_EQ(write(), 0);
+  EXPECT_EQ(*bench.data().lba, 100U);
 }
 
 TEST_F(PrepareWrite, OrdinaryWritesLeaveTheHostManagedVariablesAlone) {

@@ -145,6 +145,101 @@ TEST(RecordTable, AgreesWithAMapWhateverComesAndGoes) {
   }
 }
 
+TEST(RecordTable, APlaceIsEqualOnlyToItself) {
+  RecordTable table;
+  for (const uint64_t lba : {0U, 1U, 64U}) {
+    put(table, lba);
+  }
+  EXPECT_EQ(table.find(0), table.begin());
+  EXPECT_EQ(table.find(1), table.find(1));
+  EXPECT_NE(table.find(0), table.end());
+  EXPECT_NE(table.find(0), table.find(1)) << "neighbours on a page";
+  EXPECT_NE(table.find(0), table.find(64)) << "the first of two pages";
+  auto last = table.find(64);
+  EXPECT_EQ(++last, table.end()) << "wherever the walk came from";
+}
+
+TEST(RecordTable, APageAtHomeIsTheBlocksOwn) {
+  RecordTable table;
+  EXPECT_EQ(table.pageAtHome(0), nullptr);
+  put(table, 64 * 7 + 5);
+  EXPECT_EQ(table.pageAtHome(64 * 7), table.page(7)) << "nothing else is in its way";
+  EXPECT_EQ(table.pageAtHome(64 * 7 + 63), table.page(7));
+  for (uint64_t number = 8; number < 2000; ++number) {
+    EXPECT_EQ(table.pageAtHome(64 * number), nullptr) << "not on record: " << number;
+  }
+  uint64_t atHome = 0;
+  for (uint64_t number = 0; number < 2000; ++number) {
+    put(table, 64 * number);
+    const RecordPage* const found = table.pageAtHome(64 * number + 1);
+    EXPECT_TRUE(found == nullptr || found == table.page(number));
+    atHome += found == nullptr ? 0 : 1;
+  }
+  EXPECT_GT(atHome, 1000U) << "most pages stand where they are looked for first";
+}
+
+TEST(RecordTable, TellsWhatItTakes) {
+  const int64_t before = modeltest::liveBytes();
+  RecordTable table;
+  for (const uint64_t pages : {1U, 9U, 100U, 10'000U, 100'000U}) {
+    for (uint64_t number = 0; number < pages; ++number) {
+      ASSERT_NE(table.reserve(number, 1), nullptr);
+    }
+    const auto taken = static_cast<double>(modeltest::liveBytes() - before);
+    // The allocator rounds up, to whole pages of the machine when much is asked for.
+    EXPECT_LE(static_cast<double>(table.bytes()), taken) << pages;
+    EXPECT_GE(static_cast<double>(table.bytes()), taken * 0.97) << pages;
+  }
+}
+
+TEST(PageStore, PagesLieInsideTheirChunk) {
+  // Pages of other sizes before them let the last of the smallest meet the end of the chunk at different distances.
+  for (uint32_t others = 0; others < 20; ++others) {
+    PageStore store;
+    ASSERT_NE(store.take(2), nullptr);
+    const modeltest::Extent chunk = modeltest::lastAllocation();
+    for (uint32_t i = 0; i < others; ++i) {
+      ASSERT_TRUE(chunk.holds(store.take(1), RecordPage::bytesOf(1)));
+    }
+    uint32_t pages = 0;
+    for (RecordPage* page = store.take(0); modeltest::lastAllocation().first == chunk.first; page = store.take(0)) {
+      ASSERT_TRUE(chunk.holds(page, RecordPage::bytesOf(0))) << others << " others, page " << pages;
+      ++pages;
+    }
+    EXPECT_GT(pages, 1000U);
+  }
+}
+
+TEST(RecordTable, APageWithRoomTakesBlocksInPlace) {
+  RecordTable table;
+  for (const uint32_t records : {1U, 4U, 16U, 32U, 64U}) {
+    const uint64_t number = records;
+    const uint64_t full = records == 64 ? top : (uint64_t{1} << records) - 1;
+    // One less than fills the page, where that needs the same room.
+    const uint64_t most = records == 1 ? full : full >> 1;
+    RecordPage* const page = table.reserve(number, most);
+    ASSERT_NE(page, nullptr);
+    ASSERT_EQ(page->room(), records);
+    EXPECT_EQ(table.reserve(number, full), page);
+    EXPECT_EQ(page->count(), records);
+  }
+}
+
+TEST(RecordTable, ARemovedPageHidesNoOther) {
+  for (uint64_t number = 1; number < 200; ++number) {
+    RecordTable table;
+    put(table, 0);
+    put(table, 64 * number);
+    take(table, 64 * number);
+    EXPECT_NE(table.record(0), nullptr) << number;
+    EXPECT_EQ(table.page(number), nullptr);
+    put(table, 64 * number);
+    take(table, 0);
+    EXPECT_EQ(table.page(0), nullptr);
+    EXPECT_NE(table.record(64 * number), nullptr) << number;
+  }
+}
+
 TEST(RecordTable, UsesAgainWhatWasFreed) {
   RecordTable table;
   for (uint64_t lba = 0; lba < 50'000; ++lba) {
@@ -246,6 +341,8 @@ TEST(RunPieces, CutARunAtPagesWithoutWrapping) {
   using Found = std::vector<std::pair<uint64_t, uint64_t>>;
   EXPECT_EQ(pieces({5, 5}), Found{});
   EXPECT_EQ(pieces({5, 4}), Found{});
+  EXPECT_EQ(pieces({5, 5, 2}), Found{});
+  EXPECT_EQ(pieces({5, 4, 3}), Found{});
   EXPECT_EQ(pieces({62, 67}), (Found{{0, uint64_t{3} << 62}, {1, 7}}));
   EXPECT_EQ(pieces({0, 128}), (Found{{0, top}, {1, top}}));
   EXPECT_EQ(pieces({61, 66, 2}), (Found{{0, uint64_t{5} << 61}, {1, 2}}));

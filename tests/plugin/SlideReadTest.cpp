@@ -60,6 +60,17 @@ TEST_F(SlideRead, ShorterReadStartsInsideTheWrite) { expectStarts(100, 8, 3, 100
 
 TEST_F(SlideRead, LongerReadStartsAtTheWriteOrBefore) { expectStarts(100, 4, 8, 93, 8); }
 
+TEST_F(SlideRead, OneBlockHasNowhereToGo) {
+  expectStarts(100, 1, 1, 100, 1);
+  expectStarts(100, 1, 1, 100, 1, true);
+}
+
+TEST_F(SlideRead, SkipCommandsStayWhereOnlyOneStartOfTheirParityIsLeft) {
+  // From 100 + 2 - 16 = 86 up to 101 + 2 - 16 = 87, of which 86 alone has the write's parity.
+  *bench.data().maxLBA = 101;
+  expectStarts(100, 8, 8, 100, 1, true);
+}
+
 TEST_F(SlideRead, NoStartBelowTheFirstLba) {
   *bench.data().minLBA = 97;
   expectStarts(100, 8, 8, 97, 11);

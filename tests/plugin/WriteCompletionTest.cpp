@@ -257,6 +257,21 @@ TEST_F(WriteCompletion, FailingLbaFarBelowTheCommandMarksItWhole) {
   expectUnknown(far, far + length);
 }
 
+TEST_F(WriteCompletion, FailingLbaZeroMarksACommandBesideIt) {
+  for (const bool skip : {false, true}) {
+    CompletionBench other;
+    other.start();
+    other.config().useSkipCommands = skip;
+    const uint64_t step = skip ? 2 : 1;
+    other.finishedWrite(step, 3, 1);
+    other.write(step, 3, 3);
+    EXPECT_EQ(other.completeWithSense(3, {.key = 3, .information = 0}), 0);
+    for (uint64_t x = step; x < 4 * step; x += step) {
+      EXPECT_EQ(other.bucketOf(x), unknown) << x;
+    }
+  }
+}
+
 TEST_F(WriteCompletion, FailingLbaBehindTheCommandMarksNothing) {
   bench.finishedWrite(lba, length, 1);
   issue();
@@ -380,6 +395,20 @@ TEST_F(WriteCompletion, SkipCommandsCountFromTheFailingLbaInTheSameStep) {
   EXPECT_EQ(bench.bucketOf(102), bucket + 1);
   EXPECT_EQ(bench.bucketOf(104), unknown);
   EXPECT_EQ(bench.bucketOf(106), unknown);
+}
+
+TEST_F(WriteCompletion, FailingLbaBelowTheCommandCountsInTheSameStepWithSkipCommands) {
+  bench.config().useSkipCommands = true;
+  const uint64_t older = bench.finishedWrite(100, 4, 1);
+  for (const uint32_t failing : {99U, 98U, 1U, 0U}) {
+    bench.write(100, 4, 3);
+    EXPECT_EQ(bench.completeWithSense(3, {.key = 3, .information = failing}), 0);
+    // From there in steps of 2: to the command's own blocks, or past each of them.
+    for (const uint64_t x : {100U, 102U, 104U, 106U}) {
+      EXPECT_EQ(bench.bucketOf(x) == unknown, failing % 2 == 0) << failing << ": " << x;
+    }
+  }
+  EXPECT_EQ(bench.data().writeFinished.front().cmdId, older);
 }
 
 TEST_F(WriteCompletion, FailingLbaOfTheOtherParityMarksNothingWithSkipCommands) {

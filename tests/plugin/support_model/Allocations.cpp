@@ -1,5 +1,7 @@
 #include "support_model/Allocations.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
@@ -10,6 +12,8 @@ namespace {
 
 std::atomic<uint64_t> made{0};
 std::atomic<int64_t> live{0};
+std::atomic<int64_t> liveSize{0};
+thread_local modeltest::Extent last{};
 
 struct Failure {
   bool armed = false;
@@ -29,6 +33,8 @@ void* get(std::size_t bytes, std::align_val_t alignment = anyAlignment) noexcept
   if (memory != nullptr) {
     ++made;
     ++live;
+    liveSize += static_cast<int64_t>(malloc_usable_size(memory));
+    last = {static_cast<std::byte*>(memory), static_cast<std::byte*>(memory) + bytes};
   }
   return memory;
 }
@@ -55,6 +61,7 @@ void* getUnlessArmed(std::size_t bytes, std::align_val_t alignment = anyAlignmen
 void put(void* memory) noexcept {
   if (memory != nullptr) {
     --live;
+    liveSize -= static_cast<int64_t>(malloc_usable_size(memory));
     std::free(memory);
   }
 }
@@ -83,6 +90,8 @@ namespace modeltest {
 
 uint64_t allocations() { return made; }
 int64_t liveAllocations() { return live; }
+int64_t liveBytes() { return liveSize; }
+Extent lastAllocation() { return last; }
 
 FailNothrow::FailNothrow(uint64_t first, uint64_t count, std::size_t minBytes) {
   failure = Failure{true, minBytes, first, count, 0, 0};

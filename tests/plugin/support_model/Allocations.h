@@ -10,6 +10,19 @@ namespace modeltest {
 uint64_t allocations();
 /// Allocations that nobody has freed yet.
 int64_t liveAllocations();
+/// What they hold, bytes, with what the allocator rounds up.
+int64_t liveBytes();
+
+/// The bytes that were asked for in the allocation made last.
+struct Extent {
+  const std::byte* first;
+  const std::byte* end;
+  bool holds(const void* object, std::size_t bytes) const {
+    const auto* at = static_cast<const std::byte*>(object);
+    return at >= first && at <= end && static_cast<std::size_t>(end - at) >= bytes;
+  }
+};
+Extent lastAllocation();
 
 /// While it lives, allocations that take `std::nothrow` and ask for at least `minBytes` fail, from number `first` on,
 /// `count` of them.

@@ -64,8 +64,19 @@ uint8_t* TaggedBuffer::getData(uint32_t tag, uint64_t* size) {
 void TaggedBuffer::unlock(uint32_t /*tag*/) {}
 
 uint32_t FreeTagQueue::peekNextFreeTag() { return impl->free.empty() ? 0xFFFFFFFF : impl->free.front(); }
-int32_t FreeTagQueue::getNotFreeTag(uint32_t, bool) { return -1; }
-void FreeTagQueue::pushFreeTag(uint32_t tag, uint32_t) { impl->free.push_back(tag); }
+int32_t FreeTagQueue::getNotFreeTag(uint32_t first, bool flag) {
+  impl->calls.push_back("get " + std::to_string(first) + (flag ? " true" : " false"));
+  if (impl->outstanding.empty()) {
+    return -1;
+  }
+  const uint32_t tag = impl->outstanding.front();
+  impl->outstanding.pop_front();
+  return static_cast<int32_t>(tag);
+}
+void FreeTagQueue::pushFreeTag(uint32_t tag, uint32_t second) {
+  impl->calls.push_back("push " + std::to_string(tag) + ' ' + std::to_string(second));
+  impl->free.push_back(tag);
+}
 
 void LBARangeQueue::push(LBARange range) { impl->ranges.push_back(range); }
 bool LBARangeQueue::empty() { return impl->ranges.empty(); }
@@ -228,8 +239,14 @@ uint32_t getCurrentDeviceIndex() {
   return modeltest::ostraScript.deviceIndex;
 }
 
-int ioctl(int /*device*/, uint32_t /*request*/, uint32_t /*count*/, ...) { return 1; }
+int ioctl(int device, uint32_t request, uint32_t /*count*/, ...) {
+  modeltest::ostraScript.requests.push_back("ioctl " + std::to_string(device) + ' ' + std::to_string(request));
+  return 1;
+}
 
-int send(int /*device*/, uint8_t* /*commandBlock*/) { return 1; }
+int send(int device, uint8_t* /*commandBlock*/) {
+  modeltest::ostraScript.requests.push_back("send " + std::to_string(device));
+  return 1;
+}
 
 }  // namespace Ostra

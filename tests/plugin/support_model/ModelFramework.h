@@ -64,6 +64,8 @@ struct TaggedBuffer::Impl {
 
 struct FreeTagQueue::Impl {
   std::deque<uint32_t> free;
+  std::deque<uint32_t> outstanding;
+  std::vector<std::string> calls;  ///< that take tags back, with all that the agent passed
 };
 
 struct LBARangeQueue::Impl {
@@ -140,6 +142,7 @@ extern SenseScript senseScript;
 struct OstraScript {
   uint32_t deviceIndex = 0;
   int deviceIndexCalls = 0;
+  std::vector<std::string> requests;  ///< "ioctl <device> <request>" and "send <device>"; all of them fail
 };
 extern OstraScript ostraScript;
 
