@@ -140,14 +140,37 @@ void expectSameStory(const TempFolder& folder, const std::set<uint32_t>& faulty)
   EXPECT_EQ(document["findings"].size(), faulty.size());
 }
 
+/// How often the program has told of an event of a kind.
+size_t eventsSoFar(const TempFolder& folder, const std::string& kind) {
+  const std::string part = "\"event\":\"" + kind + "\"";
+  const std::string events = readFile(folder / "events");
+  size_t times = 0;
+  for (size_t at = events.find(part); at != std::string::npos; at = events.find(part, at + 1)) {
+    ++times;
+  }
+  return times;
+}
+
+void waitForEvents(const TempFolder& folder, const RunningProgram& program, const std::string& kind, size_t times) {
+  while (eventsSoFar(folder, kind) < times) {
+    ASSERT_FALSE(program.ended()) << program.outSoFar();
+    std::this_thread::yield();
+  }
+}
+
 TEST(EightDrivesRunTest, tellsOfEachDriveWhatItDid) {
   const TempFolder folder;
-  std::vector<std::string> more{"--commands", "600", "--reset-every", "60"};
+  std::vector<std::string> more{"--time", "1h", "--reset-every", "60"};
   for (const char* fault : {"lost-write:at=command:50,most=100,drive=2", "lost-write:at=command:120,most=100,drive=5",
                             "lost-write:at=command:190,most=100,drive=7"}) {
     more.insert(more.end(), {"--fault", fault});
   }
-  const ProgramEnd end = RunningProgram(folder, runOfEightDrives(more)).wait();
+  RunningProgram program(folder, runOfEightDrives(more));
+  waitForEvents(folder, program, "driveEnd", 3);
+  // The others are told of twice more.
+  waitForEvents(folder, program, "progress", eventsSoFar(folder, "progress") + 2UL * (drives - 3));
+  kill(program.pid(), SIGINT);
+  const ProgramEnd end = program.wait();
   EXPECT_EQ(end.status, 1) << end.err;
   expectSameStory(folder, {1, 4, 6});
   EXPECT_THAT(readFile(folder / "junit.xml"), HasSubstr("tests=\"8\" failures=\"3\" errors=\"0\""));
@@ -161,10 +184,7 @@ TEST(EightDrivesRunTest, aSignalEndsAllOfThemInTheMiddle) {
     const TempFolder folder;
     RunningProgram program(folder, runOfEightDrives({"--time", "1h"}));
     // By the time of the first progress each drive is at work.
-    while (readFile(folder / "events").find("\"event\":\"progress\"") == std::string::npos) {
-      ASSERT_FALSE(program.ended()) << program.outSoFar();
-      std::this_thread::yield();
-    }
+    waitForEvents(folder, program, "progress", drives);
     kill(program.pid(), signal);
     const ProgramEnd end = program.wait();
     EXPECT_EQ(end.status, 0) << end.err;
