@@ -14,6 +14,9 @@ enum OpenFlags : unsigned {
 
 /// Opens a file, finding a usable name for it.
 ///
+/// A name that is numbered when it is taken is given out once, however many threads and programs ask at the same time.
+/// Any thread.
+///
 /// @param path   requested name; receives the name of the file that was opened, untouched when none was
 /// @param mode   as for `fopen`
 /// @param result written only off the plain road: 5 all numbered names are taken and the plain one was overwritten;

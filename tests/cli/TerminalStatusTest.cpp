@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <stdexcept>
@@ -108,6 +109,48 @@ TEST(TerminalStatusTest, oneLineADriveIsRedrawnInPlaceUntilCtrlC) {
   EXPECT_LT(screen.rowOf("Test: write,read"), screen.rowOf("SIGINT: no further"));
   EXPECT_LT(screen.rowOf("SIGINT: no further"), screen.rowOf("Drive sim0: clean"));
   EXPECT_EQ(screen.count("Result: clean, nothing found"), 1U);
+}
+
+/// Each drive's thread may break into the status of all of them.
+TEST(TerminalStatusTest, findingsOfEightDrivesStandInWholeLinesAboveTheStatus) {
+  constexpr size_t rows = 500;
+  constexpr size_t columns = 200;
+  constexpr size_t drives = 8;
+  constexpr char ctrlC = 3;
+  const tests::TempFolder folder;
+  std::vector<std::string> words{"run", "--time", "1h", "--rate", "400", "--queue-depth", "8", "--output", "out"};
+  for (size_t drive = 1; drive <= drives; ++drive) {
+    words.insert(words.end(), {"--drive", "sim:8m"});
+    if (drive % 3 == 1) {
+      words.insert(words.end(), {"--fault", "lost-write:at=command:300,most=500,drive=" + std::to_string(drive)});
+    }
+  }
+  for (const char* option : {"Bucket Count=2048", "Min Queue Size=40", "Max Queue Size=80"}) {
+    words.insert(words.end(), {"--set", option});
+  }
+  const TerminalProgram program(folder, rows, columns, words);
+  TerminalScreen screen(rows, columns);
+  bool stopped = false;
+  size_t mostRunning = 0;
+  for (std::string bytes = program.read(); !bytes.empty(); bytes = program.read()) {
+    for (const char c : bytes) {
+      screen.put(c);
+    }
+    ASSERT_LE(screen.count(" of 8 outstanding"), drives);
+    mostRunning = std::max(mostRunning, screen.count(" of 8 outstanding"));
+    if (!stopped && screen.count("  ended: data failure") == 3) {
+      program.type(ctrlC);
+      stopped = true;
+    }
+  }
+  EXPECT_EQ(program.wait(), 1);
+  EXPECT_EQ(mostRunning, drives);
+  EXPECT_TRUE(stopped);
+  EXPECT_THAT(screen.unknown(), IsEmpty());
+  for (size_t drive = 0; drive < drives; ++drive) {
+    EXPECT_EQ(screen.count("*** DATA FAILURE *** sim" + std::to_string(drive) + ": Miscompare Detected at LBA"),
+              drive % 3 == 0 ? 1U : 0U);
+  }
 }
 
 }  // namespace

@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <filesystem>
+#include <set>
+#include <thread>
+#include <vector>
 
 #include "support_model/TempDir.h"
 
@@ -128,6 +132,48 @@ TEST_F(OpenFile, TheFallbackIsNumberedToo) {
   EXPECT_EQ(result, 6);
   EXPECT_EQ(path, folder / "r.txt.000");
   EXPECT_EQ(modeltest::readFile(folder / "r.txt"), "old");
+}
+
+TEST_F(OpenFile, ALinkThatLeadsNowhereIsFollowed) {
+  std::filesystem::create_symlink(folder / "target.txt", folder / "r.txt");
+  EXPECT_TRUE(open(folder / "r.txt", 7));
+  EXPECT_EQ(path, folder / "r.txt");
+  EXPECT_EQ(modeltest::readFile(folder / "target.txt"), "new");
+}
+
+/// Everybody asks for the same name, again and again, and writes into what it got who it is.
+TEST_F(OpenFile, NobodyGetsAFileThatAnotherThreadGot) {
+  constexpr size_t threads = 8;
+  constexpr size_t rounds = 50;
+  std::barrier together(threads);
+  std::vector<std::vector<std::string>> got(threads);
+  {
+    std::vector<std::jthread> everybody;
+    for (size_t self = 0; self < threads; ++self) {
+      everybody.emplace_back([&, self] {
+        for (size_t round = 0; round < rounds; ++round) {
+          together.arrive_and_wait();
+          std::string name = folder / "new/r.txt";
+          int ignored = untouched;
+          FILE* file = openFile(name, "w", ignored, numberedName | createMissingParents);
+          if (file != nullptr) {
+            std::fprintf(file, "%zu %zu", self, round);
+            std::fclose(file);
+            got[self].push_back(name);
+          }
+        }
+      });
+    }
+  }
+  std::set<std::string> names;
+  for (size_t self = 0; self < threads; ++self) {
+    ASSERT_EQ(got[self].size(), rounds);
+    for (size_t round = 0; round < rounds; ++round) {
+      const std::string& name = got[self][round];
+      EXPECT_TRUE(names.insert(name).second) << name << " was given out twice";
+      EXPECT_EQ(modeltest::readFile(name), std::to_string(self) + " " + std::to_string(round)) << name;
+    }
+  }
 }
 
 TEST_F(OpenFile, AParentThatIsAFileOpensNothingWithoutFallback) {

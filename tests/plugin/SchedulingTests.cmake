@@ -5,3 +5,7 @@ foreach(unit Execute OutsideEvents PrepareNextCommand PrepareWrite PrepareAtomic
 endforeach()
 corvane_test(AllocationFailureTest SOURCES AllocationFailureTest.cpp LIBRARIES ${CORVANE_COMPLETION}
                                                                                corvane_scarce_memory)
+# What several threads do to it at once.
+foreach(unit OutsideThreads SharedConfig)
+  corvane_test(${unit}Test SOURCES ${unit}Test.cpp LIBRARIES ${CORVANE_COMPLETION} corvane_model_clock)
+endforeach()
