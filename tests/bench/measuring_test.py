@@ -146,19 +146,24 @@ class Comparison(unittest.TestCase):
     def test_both_move_the_same_bytes_at_the_same_depth(self):
         for case in vs_fio.CASES:
             for engine in vs_fio.ENGINES:
-                fio = vs_fio.fio_verify("fio", case, engine, "random", "/f", 1 << 20, False)
-                ours = vs_fio.corvane_arguments(case, engine, "random", "/f", case.writes(1 << 20), False)
+                work = vs_fio.Work(1 << 20, 3)
+                fio = vs_fio.fio_verify("fio", case, engine, "random", "/f", work, False)
+                ours = vs_fio.corvane_arguments(case, engine, "random", "/f", case.writes(work), False)
+                self.assertIn("--loops=3", fio)
                 self.assertIn(f"--bs={case.block * case.blocks}", fio)
                 self.assertEqual(ours[ours.index("--queue-depth") + 1], str(engine.depth))
                 self.assertIn(f"--iodepth={engine.depth}", fio)
                 commands = int(ours[ours.index("--commands") + 1])
-                self.assertEqual(commands * case.block * case.blocks, 2 << 20)
+                self.assertEqual(commands * case.block * case.blocks, 3 * (2 << 20))
+                self.assertEqual(work.blocks * vs_fio.SECTOR, 3 << 20)
 
     def test_unchecked_io_reads_what_it_wrote_after_all_is_written(self):
-        command = vs_fio.fio_unchecked("fio", vs_fio.CASES[0], vs_fio.ENGINES[0], "random", "/f", 4096, True)
+        command = vs_fio.fio_unchecked("fio", vs_fio.CASES[0], vs_fio.ENGINES[0], "random", "/f",
+                                       vs_fio.Work(4096, 2), True)
         self.assertLess(command.index("--rw=randwrite"), command.index("--stonewall"))
         self.assertLess(command.index("--stonewall"), command.index("--rw=randread"))
         self.assertEqual(command.count("--direct=1"), 2)
+        self.assertEqual(command.count("--loops=2"), 2)
         self.assertFalse([word for word in command if "verify" in word])
 
     def test_every_file_holds_whole_transfers_also_a_sixteenth_of_it(self):
