@@ -31,8 +31,8 @@ TestDefinition testOfEightDrives(const Workspace& workspace) {
   TestDefinition test = prepared({}, workspace);
   test.mix = everyKind;
   test.driveAddresses = eightKindsOfDrive(workspace);
-  test.commandLimit = 1500;
-  test.resetEveryCommands = 400;
+  test.commandLimit = 700;
+  test.resetEveryCommands = 250;
   test.agentOptions = {{"Write Splice Detection", "true"},
                        {"Slide Reads", "true"},
                        {"Bucket Count", "2048"},
