@@ -30,6 +30,8 @@ constexpr uint32_t drives = 8;
 
 std::vector<std::string> runOfEightDrives(const std::vector<std::string>& more) {
   std::vector<std::string> words{"run",
+                                 "--rate",
+                                 "1000",
                                  "--seed",
                                  "5",
                                  "--output",

@@ -31,8 +31,8 @@ TestDefinition testOfEightDrives(const Workspace& workspace) {
   TestDefinition test = prepared({}, workspace);
   test.mix = everyKind;
   test.driveAddresses = eightKindsOfDrive(workspace);
-  test.commandLimit = 1500;
-  test.resetEveryCommands = 400;
+  test.commandLimit = 700;
+  test.resetEveryCommands = 250;
   test.agentOptions = {{"Write Splice Detection", "true"},
                        {"Slide Reads", "true"},
                        {"Bucket Count", "2048"},
@@ -95,6 +95,7 @@ TEST(EightDrivesTogether, DoTheSameWhateverTurnsTheirThreadsTake) {
 /// Lost writes on some drives; each drive counts as the test file does, from 1.
 std::vector<FaultSpec> lostWritesOn(const std::vector<uint32_t>& faulty) {
   std::vector<FaultSpec> faults;
+  faults.reserve(faulty.size());
   for (const uint32_t drive : faulty) {
     faults.push_back(parseFaultSpec("lost-write:at=command:" + std::to_string(100 + 20 * drive) +
                                     ",most=20,drive=" + std::to_string(drive)));

@@ -148,14 +148,19 @@ class Company {
 }  // namespace corvane::host::e2e
 
 int main(int argc, char** argv) {
-  corvane::host::e2e::Settings settings;
-  CLI::App app("Runs tests that are drawn at random several at once, and each of them alone");
-  app.add_option("--tests", settings.tests, "how many")->capture_default_str();
-  app.add_option("--first", settings.first, "number of the first")->capture_default_str();
-  app.add_option("--at-once", settings.atOnce, "how many at once")->capture_default_str();
-  CLI11_PARSE(app, argc, argv);
-  const corvane::host::e2e::Tally tally = corvane::host::e2e::Company(settings).run();
-  std::printf("%lu tests did the same as alone, %lu did not; %lu were refused, %lu cut short, %lu cut the power\n",
-              tally.same, tally.different, tally.refused, tally.cutShort, tally.timed);
-  return tally.different == 0 && tally.same != 0 ? 0 : 1;
+  try {
+    corvane::host::e2e::Settings settings;
+    CLI::App app("Runs tests that are drawn at random several at once, and each of them alone");
+    app.add_option("--tests", settings.tests, "how many")->capture_default_str();
+    app.add_option("--first", settings.first, "number of the first")->capture_default_str();
+    app.add_option("--at-once", settings.atOnce, "how many at once")->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    const corvane::host::e2e::Tally tally = corvane::host::e2e::Company(settings).run();
+    std::printf("%lu tests did the same as alone, %lu did not; %lu were refused, %lu cut short, %lu cut the power\n",
+                tally.same, tally.different, tally.refused, tally.cutShort, tally.timed);
+    return tally.different == 0 && tally.same != 0 ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 100;
+  }
 }

@@ -154,6 +154,7 @@ class ZonedDrive {
     vdl::LBARangeQueue& queue = bench_.variables().ranges("CSZoneReset");
     {
       std::vector<std::jthread> others;
+      others.reserve(writers);
       for (int i = 0; i < writers; ++i) {
         others.emplace_back([&] {
           while (const std::optional<LBARange> zone = handover_.take()) {
@@ -225,6 +226,7 @@ TEST(OutsideThreads, ZonesThatTheyResetLeaveNoReferenceAndTakeNoneOfOthers) {
   ::testing::internal::CaptureStdout();
   {
     std::vector<std::jthread> threads;
+    threads.reserve(drives);
     for (ZonedDrive& drive : all) {
       threads.emplace_back([&drive] { drive.run(); });
     }
@@ -249,6 +251,7 @@ TEST(OutsideThreads, WhatTheyLogForADriveStandsBetweenItsOwnLines) {
   std::barrier together(writers + 1);
   {
     std::vector<std::jthread> others;
+    others.reserve(writers);
     for (int writer = 0; writer < writers; ++writer) {
       others.emplace_back([&, writer] {
         together.arrive_and_wait();
@@ -287,6 +290,7 @@ TEST(SeveralTables, ComplainOfTheirErrorsInWholeLines) {
   {
     std::barrier together(tables);
     std::vector<std::jthread> threads;
+    threads.reserve(tables);
     for (int i = 0; i < tables; ++i) {
       threads.emplace_back([&together] {
         vdl::AtomicHash table;
@@ -312,6 +316,7 @@ TEST(SeveralTables, HashTheirFirstBlocksAtOnce) {
   const uint64_t expected = vdl::blockHash(data.data(), data.data() + 512);
   std::barrier together(threads);
   std::vector<std::jthread> all;
+  all.reserve(threads);
   for (int i = 0; i < threads; ++i) {
     all.emplace_back([&] {
       uint64_t hashes[blocks] = {};
