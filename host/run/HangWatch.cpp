@@ -66,7 +66,7 @@ std::vector<UnansweredCommand> HangWatch::hanging(uint64_t nowUs) const {
       }
     }
   }
-  // The clock is coarse: of commands of the same age the one that was sent first.
+  // The clock is coarse: of commands of the same age the one that the test chose first.
   std::ranges::sort(commands, [this](const UnansweredCommand& a, const UnansweredCommand& b) {
     return a.ageUs != b.ageUs ? a.ageUs > b.ageUs : queue_.command(a.tag).id < queue_.command(b.tag).id;
   });

@@ -115,13 +115,11 @@ class Onlooker {
 ///
 /// @return nothing of a test that was refused
 RunResult runToItsEnd(Ending ending, uint64_t seed, const Workspace& workspace) {
-  std::array<HangRecord, 2> records;
-  size_t opened = 0;
   RunSurroundings world;
   if (ending == Ending::hang) {
-    world.openDrive = [&](std::string_view address, uint32_t most, uint64_t driveSeed, Overwriting overwriting) {
+    world.openDrive = [](std::string_view address, uint32_t most, uint64_t driveSeed, Overwriting overwriting) {
       return std::make_unique<HangingDrive>(openDrive(address, most, driveSeed, overwriting),
-                                            Hang{.after = 50, .commands = all}, records.at(opened++));
+                                            Hang{.after = 50, .commands = all}, std::make_shared<HangRecord>());
     };
   }
   try {
@@ -280,13 +278,11 @@ TEST(StartAndStop, DrivesThatHangEndAloneAmongEight) {
                        {"Bucket Count", "2048"},
                        {"Min Queue Size", "100"},
                        {"Max Queue Size", "200"}};
-  // Kept by what hangs for good, too.
-  const auto records = std::make_shared<std::array<HangRecord, 8>>();
   size_t opened = 0;
-  const RunResult result = runTest(test, [&, records](std::unique_ptr<Drive> drive) -> std::unique_ptr<Drive> {
+  const RunResult result = runTest(test, [&](std::unique_ptr<Drive> drive) -> std::unique_ptr<Drive> {
     const size_t number = opened++;
     const Hang hang{.after = number % 4 == 1 ? 500 : all, .commands = all, .reset = Hang::Reset::hangs};
-    return std::make_unique<HangingDrive>(std::move(drive), hang, records->at(number));
+    return std::make_unique<HangingDrive>(std::move(drive), hang, std::make_shared<HangRecord>());
   });
   EXPECT_EQ(result.status, RunStatus::drive);
   ASSERT_EQ(result.drives.size(), 8U);
