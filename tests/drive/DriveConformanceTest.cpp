@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <set>
 #include <thread>
@@ -233,9 +234,10 @@ TEST_P(DriveConformance, ManyCommandsAtOnceAreAnsweredOnceEach) {
 }
 
 TEST_P(DriveConformance, SleepingOnItLosesNothing) {
-  Bytes data = dataOf(1, 4);
+  std::array<Bytes, 4> data;
   for (uint32_t i = 0; i < 4; ++i) {
-    DriveCommand command = commands.make(i == 3 ? CommandKind::write : CommandKind::read, i * 4, 4, &data);
+    data.at(i) = dataOf(i, 4);
+    DriveCommand command = commands.make(i == 3 ? CommandKind::write : CommandKind::read, i * 4, 4, &data.at(i));
     command.tag = i;
     drive->submit(command);
   }
