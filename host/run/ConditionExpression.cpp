@@ -1,6 +1,7 @@
 #include "host/run/ConditionExpression.h"
 
 #include <bit>
+#include <utility>
 
 #include "host/run/ConfigurationError.h"
 
@@ -92,6 +93,10 @@ class Parser {
     if (const uint64_t both = (condition_.anyMask | condition_.allMask) & condition_.noneMask; both != 0) {
       throw ConfigurationError(quoted_ + " can never hold, because it wants " + names_.listOf(both) +
                                " set and not set; leave one of the two out");
+    }
+    // A group of one is a name like any other: `(a) & b` and `a & b` give the same masks.
+    if (std::has_single_bit(condition_.anyMask)) {
+      condition_.allMask |= std::exchange(condition_.anyMask, 0);
     }
     if (condition_.anyMask == 0 && std::has_single_bit(condition_.allMask)) {
       std::swap(condition_.anyMask, condition_.allMask);
