@@ -13,15 +13,15 @@
 namespace corvane::host {
 namespace {
 
-struct Holder {
-  DeviceClaim claim;
+struct Held {
+  DeviceClaim device;
 };
 
 /// The claim is a base as well, and the first one, so that it goes behind the drive.
-class ClaimedDrive : private Holder, public ForwardingDrive {
+class ClaimedDrive : private Held, public ForwardingDrive {
  public:
   ClaimedDrive(std::unique_ptr<Drive> drive, DeviceClaim claim)
-      : Holder{std::move(claim)}, ForwardingDrive(std::move(drive)) {}
+      : Held{std::move(claim)}, ForwardingDrive(std::move(drive)) {}
 };
 
 }  // namespace
