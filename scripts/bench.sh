@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures what checking costs: installs what is missing, builds, and prints the tables of docs/performance.md. What was
-# measured goes to out/*.json too. Half an hour on an idle machine; with --quick some minutes, to see whether it works.
+# measured goes to out/*.json too. More than an hour on an idle machine; with --quick minutes, to see whether it works.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 source "$root/scripts/common.sh"
