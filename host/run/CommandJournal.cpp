@@ -8,6 +8,7 @@ namespace corvane::host {
 CommandJournal::CommandJournal(size_t depth, uint32_t tags, HostClock& clock)
     : clock_(clock),
       beganUs_(clock.steadyUs()),
+      commandClock_(clock),
       everyLookCounts_(!clock.runsByItself()),
       ring_(depth),
       mask_(std::has_single_bit(depth) ? depth - 1 : 0),

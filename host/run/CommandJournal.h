@@ -1,11 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
 #include "host/drive/Drive.h"
+#include "host/run/CommandClock.h"
 #include "host/run/HostClock.h"
 #include "host/run/LatencyHistogram.h"
 
@@ -75,7 +77,7 @@ class CommandJournal {
   void happened(Incident::What what, uint64_t firstLba = 0, uint64_t endLba = 0);
 
   /// Microseconds since the journal began.
-  uint64_t nowUs() const { return clock_.steadyUs() - beganUs_; }
+  uint64_t nowUs() const { return std::max(clock_.steadyUs() - beganUs_, latestUs_); }
   uint64_t beganUs() const { return beganUs_; }
   /// When the clock was looked at last, for a command, and how often it was.
   uint64_t latestUs() const { return latestUs_; }
@@ -97,7 +99,7 @@ class CommandJournal {
  private:
   uint64_t look() {
     ++looks_;
-    return latestUs_ = nowUs();
+    return latestUs_ = commandClock_.steadyUs() - beganUs_;
   }
   JournalEntry& at(uint64_t number) { return ring_[place(number)]; }
   size_t place(uint64_t number) const { return mask_ != 0 ? (number - 1) & mask_ : (number - 1) % ring_.size(); }
@@ -106,6 +108,7 @@ class CommandJournal {
 
   HostClock& clock_;
   const uint64_t beganUs_;
+  CommandClock commandClock_;
   const bool everyLookCounts_;
   std::vector<JournalEntry> ring_;
   const size_t mask_;  ///< of a ring that is a power of two long; else 0

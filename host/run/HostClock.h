@@ -13,6 +13,9 @@ class HostClock {
   virtual uint64_t steadyUs();
   /// As `steadyUs`, up to some milliseconds late, for a fraction of the price: to tell what has taken seconds.
   virtual uint64_t coarseUs();
+  /// A counter of the processor, the same on every one, that goes as evenly as `steadyUs`; 0 at every look: there is
+  /// none.
+  virtual uint64_t ticks() { return 0; }
   /// Microseconds since the epoch.
   virtual uint64_t wallUs();
   virtual void pause(uint64_t microseconds);
