@@ -2,53 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <iostream>
-#include <vector>
-
-#include "support_model/Allocations.h"
-#include "support_model/CapturedStderr.h"
+#include "support_model/AtomicHashFixture.h"
 
 namespace vdl {
 namespace {
 
-class AtomicHashTest : public testing::Test {
- protected:
-  const LBARecord* record(uint64_t lba) const {
-    const auto found = table.records().find(lba);
-    return found == table.records().end() ? nullptr : &found->second;
-  }
-
-  uint64_t references(uint64_t lba) const {
-    const LBARecord* found = record(lba);
-    EXPECT_NE(found, nullptr) << "no record of " << lba;
-    return found == nullptr ? ~uint64_t{0} : found->ref_count;
-  }
-
-  std::vector<uint64_t> ids(uint64_t lba) const {
-    std::vector<uint64_t> found;
-    if (const LBARecord* r = record(lba)) {
-      for (const Event* e = r->events; e != nullptr; e = e->next) {
-        found.push_back(e->cmd_id);
-      }
-    }
-    return found;
-  }
-
-  const Event& event(uint64_t lba, std::size_t position) const {
-    const Event* e = record(lba)->events;
-    for (; position > 0; --position) {
-      e = e->next;
-    }
-    return *e;
-  }
-
-  bool known(uint64_t lba) const { return table.isStateKnown(table.records().find(lba)); }
-
-  modeltest::CapturedStderr errors;
-  AtomicHash table;
-};
-
-using Ids = std::vector<uint64_t>;
+using AtomicHashTest = modeltest::AtomicHashFixture;
 
 TEST_F(AtomicHashTest, StartsEmpty) {
   EXPECT_TRUE(table.records().empty());
@@ -155,68 +114,6 @@ TEST_F(AtomicHashTest, InsertEventIgnoresNothing) {
   table.insertEvent(&r, &e);
   EXPECT_EQ(r.events, &e);
   EXPECT_EQ(e.next, nullptr) << "the only event has no successor";
-}
-
-TEST_F(AtomicHashTest, ReadOfNothingExpectingAWriteIsRefused) {
-  EXPECT_EQ(table.readIssued(0x2A, 0x1F, true), -1003);
-  EXPECT_EQ(errors.take(), "<E> readIssued !record && expect lba:1f cmd_id:2a\n");
-  EXPECT_TRUE(table.records().empty());
-  EXPECT_EQ(table.readIssued(3, 0x64, true), -1003);
-  EXPECT_EQ(errors.take(), "<E> readIssued !record && expect lba:64 cmd_id:3\n");
-  EXPECT_EQ(table.readIssued(26, 0x64, true), -1003);
-  EXPECT_EQ(errors.take(), "<E> readIssued !record && expect lba:64 cmd_id:1a\n");
-}
-
-TEST_F(AtomicHashTest, TheErrorStreamStaysInHexadecimal) {
-  std::cerr << std::dec << 26 << '\n';
-  EXPECT_EQ(errors.take(), "26\n");
-  table.readSkip(1);
-  errors.take();
-  std::cerr << 26 << '\n';
-  EXPECT_EQ(errors.take(), "1a\n");
-}
-
-TEST_F(AtomicHashTest, OperationsWithoutARecordAreRefusedEachInItsWords) {
-  const PeekResult r = table.readFinished(0x2A, 0x1F, true);
-  EXPECT_EQ(r.status, -1003);
-  EXPECT_EQ(r.block_num, 0x80001U);
-  EXPECT_EQ(errors.take(), "<E> readFinished couldn't find record lba:1f cmd_id:2a\n");
-  EXPECT_EQ(table.readSkip(0x1F), -1003);
-  EXPECT_EQ(errors.take(), "<E> readSkip couldn't find record lba:1f\n");
-  EXPECT_EQ(table.dropHash(0x2A, 0x1F), -1003);
-  EXPECT_EQ(errors.take(), "<E> dropHash couldn't find record lba:1f\n");
-  table.writeFinished(0x2A, 0x1F);
-  table.hardWriteError(0x2A, 0x1F);
-  table.hashClean(0x1F);
-  table.invalidate(0, ~uint64_t{0}, AtomicHash::InvalidateReplace);
-  EXPECT_EQ(errors.take(), "");
-  EXPECT_TRUE(table.records().empty());
-}
-
-TEST_F(AtomicHashTest, RefusalsOnARecordAndItsEnd) {
-  EXPECT_EQ(table.writeIssued(3, 0x1F, 9, {}), 0);
-  EXPECT_EQ(table.dropHash(0x2A, 0x1F), -1003);
-  EXPECT_EQ(errors.take(), "<E> dropHash no hash event found. lba:1f cmd_id:2a\n");
-  EXPECT_EQ(table.readFinished(0x2A, 0x1F, false).status, -1003);
-  EXPECT_EQ(errors.take(), "<E> readFinished couldn't find wait_read lba:1f cmd_id:2a\n");
-  EXPECT_EQ(references(0x1F), 1U);
-  EXPECT_EQ(table.readIssued(4, 0x1F, true), 0);
-  EXPECT_EQ(references(0x1F), 0U);
-  EXPECT_EQ(table.readIssued(5, 0x1F, true), -1200);
-  EXPECT_EQ(errors.take(), "<E> SANITY_CHECK readIssued expect=1 ref_count=0 lba:1f cmd_id:5\n");
-  ASSERT_NE(record(0x1F)->wait_read, nullptr);
-  EXPECT_EQ(record(0x1F)->wait_read->cmd_id, 4U) << "no wait for the refused read";
-  EXPECT_EQ(record(0x1F)->wait_read->next, nullptr);
-  EXPECT_EQ(table.dropHash(3, 0x1F), -1200);
-  EXPECT_EQ(errors.take(), "<E> SANITY_CHECK dropHash ref_count=0 lba:1f cmd_id:3\n");
-  EXPECT_EQ(table.readSkip(0x1F), 0);
-  ASSERT_NE(record(0x1F), nullptr) << "the waiting read holds it";
-  const PeekResult r = table.readFinished(4, 0x1F, false);
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.block_type, BlockType::Normal);
-  EXPECT_EQ(r.block_num, 9U);
-  EXPECT_EQ(record(0x1F), nullptr);
-  EXPECT_EQ(errors.take(), "");
 }
 
 TEST_F(AtomicHashTest, LifeOfAWrittenBlock) {
@@ -589,118 +486,6 @@ TEST_F(AtomicHashTest, AnAtomicWriteOverCapturedContentCanBeJudgedByStampOrHash)
   EXPECT_TRUE(oldHasher.computed);
   EXPECT_EQ(context.peek(50).block_type, BlockType::Hash);
   EXPECT_EQ(context.peek(50).hash, hash);
-}
-
-TEST_F(AtomicHashTest, SteadyStateAllocatesNothing) {
-  table.writeIssued(1, 0, 5, {});
-  table.readIssued(2, 0, true);
-  table.readFinished(2, 0, false);
-  const uint64_t before = modeltest::allocations();
-  for (uint64_t i = 0; i < 100000; ++i) {
-    table.writeIssued(2 * i + 10, i, 5, {});
-    table.readIssued(2 * i + 11, i, true);
-    table.readFinished(2 * i + 11, i, false);
-  }
-  EXPECT_EQ(modeltest::allocations(), before);
-}
-
-TEST_F(AtomicHashTest, SteadyStateOfRunsAllocatesNothing) {
-  const auto useAndForget = [&](uint64_t id, const BlockRun& run) {
-    EXPECT_EQ(table.writeIssued(id, run, {5, {true, id, run.first}, true, true}), 0);
-    EXPECT_EQ(table.readIssued(id + 1, run, true), 0);
-    EXPECT_EQ(table.readFinished(id + 1, run, false), 0);
-  };
-  useAndForget(1, {0, 200});
-  const uint64_t before = modeltest::allocations();
-  for (uint64_t i = 0; i < 2000; ++i) {
-    useAndForget(2 * i + 10, BlockRun{i * 50, i * 50 + 100, i % 2 == 0 ? 1U : 2U});
-  }
-  EXPECT_TRUE(table.records().empty());
-  EXPECT_EQ(modeltest::allocations(), before);
-}
-
-TEST_F(AtomicHashTest, NoMemoryForARecordIsAStatus) {
-  const modeltest::FailNothrow noMemory;
-  EXPECT_EQ(table.writeIssued(0x2A, 0x1F, 5, {}), -1002);
-  EXPECT_EQ(table.saveHash(0x2A, 0x1F, 5, true), -1002);
-  EXPECT_EQ(errors.take(), "");
-  EXPECT_EQ(table.atomicWriteIssued(0x2A, 0x1F, 5, {}, {}), -1002);
-  EXPECT_EQ(errors.take(), "<E> atomicWriteIssued failed getRecord() lba:1f cmd_id:2a\n");
-  EXPECT_EQ(table.readIssued(0x2A, 0x1F, false), -1002);
-  EXPECT_EQ(errors.take(), "<E> readIssued failed getRecord, !record !expect lba:1f cmd_id:2a\n");
-  EXPECT_TRUE(table.records().empty());
-  EXPECT_EQ(table.references(), 0U);
-}
-
-TEST_F(AtomicHashTest, NoMemoryForAnEventLeavesItOutSilently) {
-  const modeltest::FailNothrow noMegabyte(1, ~uint64_t{0}, 1000000);
-  EXPECT_EQ(table.writeIssued(1, 9, 5, {}), 0);
-  EXPECT_EQ(table.atomicWriteIssued(2, 9, 5, {}, {0, 1, 0}), 0);
-  EXPECT_EQ(table.saveHash(3, 9, 5, true), 0);
-  table.invalidate(9, 9, AtomicHash::InvalidateReplace);
-  EXPECT_GT(noMegabyte.failed(), 0U);
-  EXPECT_EQ(references(9), 3U);
-  EXPECT_EQ(ids(9), Ids{});
-  EXPECT_EQ(table.peek(9).status, -1003);
-  EXPECT_FALSE(known(9));
-  table.writeFinished(1, 9);
-  table.hardWriteError(1, 9);
-  EXPECT_EQ(errors.take(), "");
-}
-
-TEST_F(AtomicHashTest, NoMemoryForAWaitIsAStatusWithoutALine) {
-  table.writeIssued(1, 9, 5, {});
-  const modeltest::FailNothrow noMegabyte(1, ~uint64_t{0}, 1000000);
-  EXPECT_EQ(table.readIssued(2, 9, false), -1002);
-  EXPECT_EQ(errors.take(), "");
-  EXPECT_EQ(record(9)->wait_read, nullptr);
-  EXPECT_EQ(references(9), 1U);
-}
-
-TEST_F(AtomicHashTest, AReadOfARecordWithoutEventsSeesNothing) {
-  {
-    const modeltest::FailNothrow noMegabyte(1, ~uint64_t{0}, 1000000);
-    table.writeIssued(1, 9, 5, {});
-  }
-  EXPECT_EQ(table.readIssued(2, 9, true), 0);
-  EXPECT_EQ(table.getContext(9, 9, 2).size(), 0U) << "there is no history to copy";
-  EXPECT_EQ(table.readFinished(2, 9, false).status, -1003);
-  EXPECT_EQ(record(9), nullptr);
-  EXPECT_EQ(errors.take(), "");
-}
-
-TEST(AtomicHashLife, TellsWhatItTakes) {
-  const int64_t before = modeltest::liveBytes();
-  AtomicHash table;
-  EXPECT_EQ(table.bytes(), 0U);
-  const auto expectTold = [&](const char* when) {
-    const auto taken = static_cast<double>(modeltest::liveBytes() - before);
-    // The allocator rounds up, to whole pages of the machine when much is asked for.
-    EXPECT_LE(static_cast<double>(table.bytes()), taken) << when;
-    EXPECT_GE(static_cast<double>(table.bytes()), taken * 0.97) << when;
-  };
-  table.writeIssued(1, 9, 5, {});
-  expectTold("records and events");
-  table.readIssued(2, 9, true);
-  expectTold("waits, too");
-  for (uint64_t lba = 0; lba < 100'000; ++lba) {
-    table.writeIssued(3, lba, 5, {});
-    table.readIssued(4, lba, false);
-  }
-  expectTold("many chunks of each");
-}
-
-TEST(AtomicHashLife, EverythingGoesWithTheTable) {
-  const int64_t before = modeltest::liveAllocations();
-  {
-    AtomicHash table;
-    for (uint64_t lba = 0; lba < 20000; ++lba) {
-      table.writeIssued(1, lba, 5, {});
-      table.readIssued(2, lba, false);
-    }
-    EXPECT_GT(modeltest::liveAllocations(), before);
-  }
-  EXPECT_EQ(modeltest::liveAllocations(), before);
 }
 
 }  // namespace
