@@ -41,7 +41,9 @@ struct Campaign {
 }  // namespace
 }  // namespace oracletest
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   using oracletest::Base;
   oracletest::Campaign campaign;
   CLI::App app("Compares what the agent accepts with what drives can do, over all histories of a few commands");
@@ -61,10 +63,16 @@ int main(int argc, char** argv) {
   app.add_option("--seed", campaign.seed, "Of the random ones");
   CLI11_PARSE(app, argc, argv);
   campaign.bound.base = bases.at(campaign.base);
+  const oracletest::Tally tally = campaign.run();
+  std::fputs(describe(tally).c_str(), stdout);
+  return tally.unexplained.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    const oracletest::Tally tally = campaign.run();
-    std::fputs(describe(tally).c_str(), stdout);
-    return tally.unexplained.empty() ? 0 : 1;
+    return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());
     return 4;

@@ -22,6 +22,11 @@ struct PrepareRead : ::testing::Test {
     bench.thread().conditions = 0;
   }
 
+  void expectReferencesAccountedFor() {
+    EXPECT_TRUE(bench.data().referencesBalanced);
+    EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+  }
+
   /// Ids: the write's 1, the read's 2.
   void finishWrite(uint64_t lba = 100, uint32_t xferLength = 8) {
     bench.finishedWrite(lba, xferLength, 1);
@@ -179,8 +184,8 @@ TEST_F(PrepareRead, SlidReadThatOverlapsItsWriteLeavesEveryReferenceAccountedFor
     slideTo(start, 93, 15);
     ASSERT_EQ(read(), 0);
     ASSERT_EQ(bench.lastEntry().lba, start);
-    EXPECT_TRUE(bench.data().referencesBalanced) << start;
-    EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "") << start;
+    SCOPED_TRACE(start);
+    expectReferencesAccountedFor();
     EXPECT_EQ(bench.completeRead(tag), 0);
   }
 }
@@ -191,8 +196,7 @@ TEST_F(PrepareRead, SlidReadWithoutBlocksAtTheStartOfItsWriteDoesTheSame) {
   slideTo(100, 100, 8);
   ASSERT_EQ(read(), 0);
   ASSERT_EQ(bench.lastEntry().xfer_len, 0U);
-  EXPECT_TRUE(bench.data().referencesBalanced);
-  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+  expectReferencesAccountedFor();
 }
 
 TEST_F(PrepareRead, SlidReadOfAWriteWithoutBlocksDoesTheSameWhereTheyMeet) {
@@ -201,8 +205,7 @@ TEST_F(PrepareRead, SlidReadOfAWriteWithoutBlocksDoesTheSameWhereTheyMeet) {
   slideTo(100, 93, 8);
   ASSERT_EQ(read(), 0);
   ASSERT_EQ(bench.lastEntry().xfer_len, 8U);
-  EXPECT_TRUE(bench.data().referencesBalanced);
-  EXPECT_EQ(vdl::agent::auditReferences(bench.data()), "");
+  expectReferencesAccountedFor();
 }
 
 TEST_F(PrepareRead, SpliceCheckIsNeitherSlidNorDrawn) {
