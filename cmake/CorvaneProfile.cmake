@@ -56,7 +56,7 @@ endfunction()
 # corvane_profile_link(<target>): a program or shared library that is optimized across the libraries above.
 function(corvane_profile_link target)
   if(CORVANE_PROFILE STREQUAL "use")
-    # With more of it inlined GCC 12 sees strings copied past their ends that are not (its bug 105651), now when it links.
+    # With more of it inlined, GCC 12 sees strings copied past their ends that are not, and says so while it links.
     target_link_options(${target} PRIVATE -Wno-stringop-overflow -Wno-stringop-overread)
   endif()
 endfunction()
