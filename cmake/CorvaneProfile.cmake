@@ -44,11 +44,11 @@ function(corvane_profile_library target)
     # Whatever has the library in it needs the counters' own library.
     target_link_options(${target} INTERFACE -fprofile-generate)
   elseif(CORVANE_PROFILE STREQUAL "use")
-    # A source without a profile or one that was changed since is an error, as every warning is. What no training reaches, such
-    # as the commands of drives that only other machines have, is compiled as ever, and not for size.
+    # That a source has no profile, or was changed since, is a warning and so an error. What no training reaches, such as
+    # the commands of drives that only other machines have, is compiled as ever, and not for size.
     target_compile_options(
       ${target} PRIVATE -fprofile-use=${CORVANE_PROFILE_DIR} -fprofile-prefix-path=${PROJECT_BINARY_DIR}
-                        -fprofile-partial-training -Wmissing-profile)
+                        -fprofile-partial-training)
     target_compile_definitions(${target} PRIVATE CORVANE_PROFILE_DIGEST="${corvane_profile_digest}")
   endif()
 endfunction()

@@ -31,7 +31,7 @@ corvane_optimize_link(program)
 target_link_libraries(program PRIVATE hot)
 """
 HOT = "int hot(int i) {\n  if (i > 1) {\n    return i * 3;\n  }\n  return i / 7;\n}\n"
-CHANGED = HOT.replace("return i * 3", "for (int k = 0; k < 9; ++k) i += i % 5 ? k : 1; return i")
+CHANGED = HOT.replace("i > 1", "i > 1 && i % 5 > 0")
 MAIN = ("int hot(int i);\nint main(int count, char**) {\n  int sum = 0;\n"
         "  for (int i = 0; i < 1000; ++i) sum += hot(i + count);\n  return sum == 0;\n}\n")
 
