@@ -5,7 +5,7 @@ set_property(CACHE CORVANE_PROFILE PROPERTY STRINGS "" record use)
 set(CORVANE_PROFILE_DIR ${PROJECT_SOURCE_DIR}/build/profile CACHE PATH "Folder of the counts")
 
 set(corvane_profiles)
-if(CORVANE_PROFILE)
+if(NOT CORVANE_PROFILE STREQUAL "")
   if(NOT CORVANE_PROFILE MATCHES "^(record|use)$")
     message(FATAL_ERROR "CORVANE_PROFILE is '${CORVANE_PROFILE}', but may only be record, use or empty")
   endif()
@@ -22,8 +22,8 @@ if(CORVANE_PROFILE STREQUAL "use")
     message(FATAL_ERROR "CORVANE_PROFILE is use, but ${CORVANE_PROFILE_DIR} has no profiles (*.gcda): "
                         "scripts/train.sh records them and makes the whole trained build")
   endif()
-  # Other profiles make other objects: the build looks for a changed one, and the digest makes everything that depends on
-  # them be compiled again, by a cache of the compiler's too.
+  # Other profiles make other objects: the build looks for changed ones, and the digest makes everything that depends
+  # on them be compiled again, by a cache of the compiler's too.
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${corvane_profiles})
   set(digests)
   foreach(profile ${corvane_profiles})
@@ -44,8 +44,8 @@ function(corvane_profile_library target)
     # Whatever has the library in it needs the counters' own library.
     target_link_options(${target} INTERFACE -fprofile-generate)
   elseif(CORVANE_PROFILE STREQUAL "use")
-    # That a source has no profile, or was changed since, is a warning and so an error. What no training reaches, such as
-    # the commands of drives that only other machines have, is compiled as ever, and not for size.
+    # That a source has no profile, or was changed since, is a warning and so an error. What no training reaches, such
+    # as the commands of drives that only other machines have, is compiled as ever, and not for size.
     target_compile_options(
       ${target} PRIVATE -fprofile-use=${CORVANE_PROFILE_DIR} -fprofile-prefix-path=${PROJECT_BINARY_DIR}
                         -fprofile-partial-training)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes the trained build: a program that counts which ways its code takes, runs of it (scripts/training-runs.sh), and by
-# what they counted the program itself, in build/release-trained. Why, and what it costs: docs/hacking.md.
+# Makes the trained build: a program that counts which ways its code takes, runs of it (scripts/training-runs.sh), and
+# by what they counted the program itself, in build/release-trained. Why, and what it costs: docs/hacking.md.
 #
 #   scripts/train.sh [cmake options]    such as -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
 #

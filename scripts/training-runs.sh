@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
-# The runs that a trained build learns from (scripts/train.sh): every kind of command, short and long ones, through plain
-# calls and through io_uring, on a file in memory, and what only the simulated drive carries out. Fixed seeds.
+# The runs that a trained build learns from (scripts/train.sh): every kind of command, short and long ones, through
+# plain calls and through io_uring, on a file in memory, and what only the simulated drive carries out. Fixed seeds.
 #
 #   scripts/training-runs.sh CORVANE [DIVISOR]    every run is so many times shorter; 1 when none is given
 #
-# What is written goes to folders of its own, in /dev/shm where that can be written to and in build/, and is removed at the end.
+# What is written goes to a folder of its own, in /dev/shm or, where that is missing or small, in build/, and is removed
+# at the end.
 # Exit status: 0; 1 when a run did not end clean; 2 for wrong arguments.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-[[ $# -ge 1 && $# -le 2 && ${2:-1} =~ ^[1-9][0-9]*$ ]] || { echo "usage: scripts/training-runs.sh CORVANE [DIVISOR]" >&2; exit 2; }
+[[ $# -ge 1 && $# -le 2 && ${2:-1} =~ ^[1-9][0-9]*$ ]] || {
+  echo "usage: scripts/training-runs.sh CORVANE [DIVISOR]" >&2
+  exit 2
+}
 [ -x "$1" ] || { echo "training-runs.sh: '$1' is not a program" >&2; exit 2; }
 corvane=$(realpath "$1")
 divisor=${2:-1}
@@ -34,7 +38,7 @@ train() {
   exit 1
 }
 
-# So many blocks written and read that none of the lengths makes the others look rare.
+# So many commands of each length that none makes the others look rare.
 for engine in sync,1 uring,32; do
   file=file:$folder/drive.img,size=64m,direct=off,engine=${engine%,*}
   for order in sequential mixed; do
@@ -47,7 +51,9 @@ for engine in sync,1 uring,32; do
   done
 done
 
-simulated() { train "$@" --queue-depth 16 --set "Bucket Count=4096" --set "Min Queue Size=64" --set "Max Queue Size=512"; }
+simulated() {
+  train "$@" --queue-depth 16 --set "Bucket Count=4096" --set "Min Queue Size=64" --set "Max Queue Size=512"
+}
 simulated sim:64m 40000 --xfer 1..32 --commands-of "write,atomic,writesame,trim,read,verify"
 simulated sim:64m 20000 --xfer 1..8 --lba-agent cachestress --fua --invalidate-every 500 --set "Slide Reads=true"
 simulated sim:65m,pi=8 20000 --xfer 1..8 --e2e 30

@@ -71,7 +71,7 @@ class Refusing(InFolder):
         return run(CMAKE, *options, "-P", os.path.join(ROOT, "cmake", "CorvaneProfile.cmake"))
 
     def test_a_value_that_is_neither_record_nor_use(self):
-        for value in ("recrod", "records", "USE"):
+        for value in ("recrod", "records", "USE", "OFF"):
             status, said = self.configured(f"-DCORVANE_PROFILE={value}")
             self.assertIn(f"CORVANE_PROFILE is '{value}', but may only be record, use or empty", said)
             self.assertNotEqual(status, 0)
@@ -79,7 +79,8 @@ class Refusing(InFolder):
     @unittest.skipUnless(compiler_is_gcc_12(), "needs GCC 12")
     def test_a_use_without_profiles_and_names_the_script_that_records_them(self):
         status, said = self.configured("-DCORVANE_PROFILE=use", f"-DCORVANE_PROFILE_DIR={self.path('none')}")
-        self.assertIn(f"CORVANE_PROFILE is use, but {self.path('none')} has no profiles (*.gcda): scripts/train.sh records", said)
+        self.assertIn(f"CORVANE_PROFILE is use, but {self.path('none')} has no profiles (*.gcda): scripts/train.sh "
+                      "records them", said)
         self.assertNotEqual(status, 0)
 
     def test_other_and_older_compilers(self):
@@ -90,7 +91,8 @@ class Refusing(InFolder):
             self.assertNotEqual(status, 0)
 
     def test_no_compiler_when_nothing_is_trained(self):
-        self.assertEqual(self.read_with("-DCMAKE_CXX_COMPILER_ID=Clang", "-DCMAKE_CXX_COMPILER_VERSION=14.0.6"), (0, ""))
+        compiler = ("-DCMAKE_CXX_COMPILER_ID=Clang", "-DCMAKE_CXX_COMPILER_VERSION=14.0.6")
+        self.assertEqual(self.read_with(*compiler), (0, ""))
 
 
 @unittest.skipUnless(compiler_is_gcc_12(), "needs GCC 12")
@@ -125,7 +127,7 @@ class Learning(InFolder):
         return [os.path.join(self.path("profile"), name) for name in os.listdir(self.path("profile"))]
 
     def knows_what_is_hot(self, build):
-        """Whether the compiler knew from counts that the function is called often, and put it with others of the kind."""
+        """Whether the compiler knew from counts that the function is called often, and put it with such others."""
         with open(self.path(build, "CMakeFiles", "hot.dir", "Hot.cpp.o"), "rb") as file:
             return b".text.hot" in file.read()
 
@@ -165,8 +167,8 @@ class Learning(InFolder):
 class Runs(InFolder):
     def fake(self, status):
         """A program that keeps the name of the folder that it was given, and ends like this."""
-        self.write("fake", f"#!/bin/sh\nwhile [ \"$1\" != --output ]; do shift; done\necho \"$2\" >>{self.path('folders')}\n"
-                           f"mkdir -p \"$2\"\necho fake speaks\nexit {status}\n")
+        self.write("fake", f"#!/bin/sh\nwhile [ \"$1\" != --output ]; do shift; done\n"
+                           f"echo \"$2\" >>{self.path('folders')}\nmkdir -p \"$2\"\necho fake speaks\nexit {status}\n")
         os.chmod(self.path("fake"), 0o755)
         return self.path("fake")
 
