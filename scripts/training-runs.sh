@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The runs that a trained build learns from (scripts/train.sh): every kind of command, short and long ones, through
-# plain calls and through io_uring, on a file in memory, and what only the simulated drive carries out. Fixed seeds.
+# plain calls and through io_uring (or threads, where the kernel refuses it), on a file in memory, and what only the
+# simulated drive carries out. Fixed seeds.
 #
 #   scripts/training-runs.sh CORVANE [DIVISOR]    every run is so many times shorter; 1 when none is given
 #
@@ -39,7 +40,7 @@ train() {
 }
 
 # So many commands of each length that none makes the others look rare.
-for engine in sync,1 uring,32; do
+for engine in sync,1 auto,32; do
   file=file:$folder/drive.img,size=64m,direct=off,engine=${engine%,*}
   for order in sequential mixed; do
     place=(--queue-depth "${engine#*,}" --lba-agent "$order")
