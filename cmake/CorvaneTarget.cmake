@@ -41,6 +41,7 @@ function(corvane_hot_library target)
   if(corvane_can_optimize_links)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto> $<$<CONFIG:Release>:-ffat-lto-objects>)
   endif()
+  corvane_profile_library(${target})
 endfunction()
 
 # corvane_cold_library(<target>): what runs before and after a test, and whose headers' templates take long to optimize.
@@ -53,4 +54,5 @@ function(corvane_optimize_link target)
   if(corvane_can_optimize_links)
     target_link_options(${target} PRIVATE $<$<CONFIG:Release>:-flto=auto>)
   endif()
+  corvane_profile_link(${target})
 endfunction()
