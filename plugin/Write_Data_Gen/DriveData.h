@@ -13,6 +13,7 @@
 #include "Corvane.h"
 #include "RandomNumberGenerator.h"
 #include "RecordQueue.h"
+#include "SectorPrefetch.h"
 #include "vdl/DriveThread.h"
 
 namespace vdl {
@@ -86,6 +87,7 @@ struct Corvane::DriveData {
 
   /// Bytes behind each entry of `tagBuffers`: a transfer above "TestMaxXferLength" makes its tag's buffer grow.
   std::vector<uint64_t> tagBufferBytes;
+  agent::SectorPrefetch sectorsAhead;
   /// False once a reset or a failed step left references that nothing gives back: there is nothing to audit then.
   bool referencesBalanced = true;
 };

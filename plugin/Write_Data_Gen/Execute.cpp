@@ -57,6 +57,7 @@ int32_t absorbCompletion(Step& step) {
 }
 
 int32_t work(Step& step) {
+  step.data.sectorsAhead.prefetchRest();
   absorbPowerOn(step);
   absorbRangeEvents(step);
   if (const int32_t result = absorbCompletion(step); result != status::ok) {

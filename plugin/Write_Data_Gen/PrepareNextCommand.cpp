@@ -77,7 +77,7 @@ bool drawWrite(Step& step, Backlog waiting) {
 }
 
 /// What comes after this command is drawn already, or follows from it; the write data then lie ready.
-void prefetchForNextWrite(const Step& step) {
+void prefetchForNextWrite(Step& step) {
   const DriveData& data = step.data;
   if (!step.config.randomSelection) {
     if (!data.readPhase) {

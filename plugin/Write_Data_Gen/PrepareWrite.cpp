@@ -1,6 +1,7 @@
 #include "LbaSpan.h"
 #include "Scheduling.h"
 #include "SectorBuckets.h"
+#include "SectorPrefetch.h"
 #include "WriteData.h"
 
 namespace vdl::agent {
@@ -96,7 +97,8 @@ int32_t prepareBlocks(Step& step, WriteCommand& write) {
   const uint32_t blocks = write.kind == WriteKind::writeSame ? 1 : write.xferLength;
   const WriteBlocks content{write.tag, write.lba, write.cmdId, write.bucket, blocks, write.e2e, step.config.embedData};
   // The sectors are on their way while the table is told.
-  prefetchSectors(step, step.data.buckets + uint64_t{write.bucket} * sectorBytes(step.thread), blocks);
+  const uint32_t sector = sectorBytes(step.thread);
+  prefetchBytes(step.data.buckets + uint64_t{write.bucket} * sector, uint64_t{blocks} * sector);
   uint8_t* buffer = roomForWriteData(step, content);
   if (buffer == nullptr) {
     return status::outOfMemory;

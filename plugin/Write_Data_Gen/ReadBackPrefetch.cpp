@@ -20,13 +20,13 @@ void prefetchReadBacks(const DriveData& data) {
   }
 }
 
-void prefetchContent(const Step& step, const PeekResult& first, uint32_t blocks) {
+void prefetchContent(Step& step, const PeekResult& first, uint32_t blocks) {
   if (first.block_type != BlockType::Normal) {
     return;
   }
   const uint8_t* content = unstampedSector(step, first.block_num);
   if (content != nullptr) {
-    prefetchSectors(step, content, blocks);
+    step.data.sectorsAhead.prefetch(content, uint64_t{blocks} * sectorBytes(step.thread));
   }
 }
 

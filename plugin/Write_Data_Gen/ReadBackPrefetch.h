@@ -16,6 +16,6 @@ void prefetchReadBacks(const DriveData& data);
 /// Asks for the sectors of the pool that a read will be compared with, while the drive works on it.
 ///
 /// @param first what the first block should hold
-void prefetchContent(const Step& step, const PeekResult& first, uint32_t blocks);
+void prefetchContent(Step& step, const PeekResult& first, uint32_t blocks);
 
 }  // namespace vdl::agent

@@ -52,21 +52,6 @@ void fillUserPool(uint8_t* pool, uint64_t poolBytes, uint64_t patternBytes, cons
   }
 }
 
-void prefetchSectors(const Step& step, const uint8_t* first, uint32_t blocks) {
-  constexpr uint64_t cacheLine = 64;
-  // From here on the processor sees by itself where a copy or compare goes.
-  constexpr uint64_t mostBytes = 4096;
-  const uint64_t bytes = std::min(uint64_t{blocks} * sectorBytes(step.thread), mostBytes);
-  // They are wanted after a call into the system, which has much of the first cache for itself.
-  constexpr int forRead = 0;
-  constexpr int intoSecondCache = 2;
-  for (uint64_t offset = 0; offset < bytes; offset += cacheLine) {
-    __builtin_prefetch(first + offset, forRead, intoSecondCache);
-  }
-  // g++ takes a function that does nothing else for one without effects, and leaves the calls of it out.
-  asm volatile("");
-}
-
 const uint8_t* expectedSector(const Step& step, BlockNum block, const EmbedData& embed) {
   const DriveData& data = step.data;
   const uint8_t* source = unstampedSector(step, block);

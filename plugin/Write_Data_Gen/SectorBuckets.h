@@ -31,12 +31,6 @@ inline const uint8_t* unstampedSector(const Step& step, BlockNum block) {
   return block == block_num::zero ? step.data.zeroBlock : nullptr;
 }
 
-/// Asks the processor for the first of the sectors that somebody will copy or compare soon: a place in the pool is
-/// drawn at random, and so is in no cache. Results do not depend on it.
-///
-/// @param first of the pool, or the zero block
-void prefetchSectors(const Step& step, const uint8_t* first, uint32_t blocks);
-
 /// The content that a block must have, built from its bucket and stamp.
 ///
 /// @return one sector, valid until the next call for this drive; null when the number names no known content

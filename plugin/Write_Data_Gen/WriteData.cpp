@@ -44,13 +44,14 @@ BlockNum chooseBucket(Step& step, uint32_t xferLength) {
   return bucket;
 }
 
-void prefetchNextBucket(const Step& step, uint32_t drawsBefore, uint32_t xferLength) {
-  const DriveData& data = step.data;
+void prefetchNextBucket(Step& step, uint32_t drawsBefore, uint32_t xferLength) {
+  DriveData& data = step.data;
   if (data.buckets == nullptr || xferLength >= step.config.bucketCount) {
     return;
   }
   const BlockNum bucket = bucketOf(step, data.rng.foreseen(drawsBefore), xferLength);
-  prefetchSectors(step, data.buckets + uint64_t{bucket} * sectorBytes(step.thread), xferLength);
+  const uint32_t sector = sectorBytes(step.thread);
+  data.sectorsAhead.prefetch(data.buckets + uint64_t{bucket} * sector, uint64_t{xferLength} * sector);
 }
 
 namespace {

@@ -20,7 +20,7 @@ BlockNum chooseBucket(Step& step, uint32_t xferLength);
 /// have arrived by then. Draws nothing; results do not depend on it.
 ///
 /// @param drawsBefore the draws between now and that of the bucket
-void prefetchNextBucket(const Step& step, uint32_t drawsBefore, uint32_t xferLength);
+void prefetchNextBucket(Step& step, uint32_t drawsBefore, uint32_t xferLength);
 
 /// Blocks to put into a tag's buffer.
 struct WriteBlocks {
