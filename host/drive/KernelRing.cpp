@@ -20,6 +20,17 @@ constexpr std::chrono::seconds memoryPatience{30};
 
 std::string textOf(int error) { return std::generic_category().message(error); }
 
+/// Otherwise the kernel's own threads interrupt ours for each answer, on whatever processor that runs, so that it takes
+/// the answer in; with these it does so when it calls the kernel anyway, and the ring says that there is one.
+constexpr unsigned withoutInterrupts = IORING_SETUP_COOP_TASKRUN | IORING_SETUP_TASKRUN_FLAG;
+
+int openRing(uint32_t depth, io_uring& ring, unsigned flags) {
+  const unsigned entries = std::bit_ceil(depth);
+  const int error = io_uring_queue_init(entries, &ring, flags | withoutInterrupts);
+  // Linux before 5.19 does not know them.
+  return error == -EINVAL ? io_uring_queue_init(entries, &ring, flags) : error;
+}
+
 void failUnlessInterrupted(int error) {
   if (error != 0 && error != -EINTR) {
     throw DriveError("waiting for the kernel's ring failed: " + textOf(-error) + "; use engine=threads");
@@ -29,7 +40,7 @@ void failUnlessInterrupted(int error) {
 }  // namespace
 
 KernelRing::KernelRing(uint32_t depth, unsigned flags)
-    : error_(-io_uring_queue_init(std::bit_ceil(depth), &ring_, flags)), mostUnsent_(std::max(depth / 2, 1U)) {}
+    : error_(-openRing(depth, ring_, flags)), mostUnsent_(std::max(depth / 2, 1U)) {}
 
 KernelRing::~KernelRing() {
   if (error_ != 0) {

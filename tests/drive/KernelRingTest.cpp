@@ -73,6 +73,23 @@ TEST_F(KernelRingTest, AnAnswerHasItsRequestsSlotAndResult) {
   EXPECT_EQ(arrived, 'x');
 }
 
+TEST_F(KernelRingTest, AnAnswerThatCameFromOutsideIsFoundWithoutWaiting) {
+  KernelRing ring(4, 0);
+  queueRead(ring, 7);
+  KernelRing::Answer answer;
+  ASSERT_FALSE(ring.poll(answer, false));
+  std::thread giver([this] { give('x'); });
+  giver.join();
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  bool came = ring.poll(answer, false);
+  while (!came && std::chrono::steady_clock::now() < patience) {
+    came = ring.poll(answer, false);
+  }
+  ASSERT_TRUE(came);
+  EXPECT_EQ(answer.slot, 7U);
+  EXPECT_EQ(arrived, 'x');
+}
+
 TEST_F(KernelRingTest, ItsEndWaitsForWhatTheKernelHas) {
   std::atomic<bool> given = false;
   std::thread giver;
