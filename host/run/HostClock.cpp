@@ -1,10 +1,12 @@
 #include "host/run/HostClock.h"
 
+#include <fcntl.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <array>
 #include <chrono>
-#include <fstream>
-#include <string>
+#include <string_view>
 #include <thread>
 
 #if defined(__x86_64__)
@@ -25,11 +27,19 @@ uint64_t nowUs(clockid_t clock) {
 
 /// Whether Linux itself takes its time from the processor's counter: then it has found it even, and the same on every
 /// processor, and keeps watching it.
-bool countsTicks() {
+///
+/// Takes no memory: the machine's clock is also asked for where there may be none.
+bool countsTicks() noexcept {
 #if defined(__x86_64__)
-  std::ifstream file("/sys/devices/system/clocksource/clocksource0/current_clocksource");
-  std::string source;
-  return file >> source && source == "tsc";
+  constexpr std::string_view processorsCounter = "tsc\n";
+  const int file = open("/sys/devices/system/clocksource/clocksource0/current_clocksource", O_RDONLY | O_CLOEXEC);
+  if (file < 0) {
+    return false;
+  }
+  std::array<char, 16> source{};
+  const ssize_t length = read(file, source.data(), source.size());
+  close(file);
+  return length > 0 && std::string_view(source.data(), static_cast<size_t>(length)) == processorsCounter;
 #else
   return false;
 #endif
