@@ -11,8 +11,9 @@ namespace corvane::host {
 ///
 /// Between looks at the clock it counts the processor's ticks, which costs half as much, for at most a tenth of a
 /// second, and as long as it has measured before how many ticks a microsecond has. What it says differs from the clock
-/// by some microseconds at most, and only goes forward. Where there are no ticks, or they do not go evenly (the machine
-/// slept, say), every look is one at the clock. One thread.
+/// by a microsecond or two, by some ten while the clock is being set right, and only goes forward. Where there are no
+/// ticks, every look is one at the clock, and where they have not gone evenly (the machine slept, say) until they do.
+/// One thread.
 class CommandClock {
  public:
   /// @param clock outlives the object
