@@ -65,6 +65,12 @@ bool CheckAccount::issued(const DriveCommand& command, Origin origin) {
   if (command.kind == CommandKind::syncCache) {
     return false;
   }
+  if (plain_) {
+    if (issuedPlainly(command, origin)) {
+      return false;
+    }
+    leavePlain();
+  }
   prefetchReadBacks();
   Outstanding& own = begin(command);
   if (!onTrack_) {
@@ -210,13 +216,17 @@ bool CheckAccount::issueReadBack(uint32_t tag) {
   }
   own.probe = write->probe;
   own.repeated = write->repeated;
+  takeReadBack(tag);
+  return expectations_.readBackIssued(own.span, spanOf(write->lba, write->blocks), own.issued);
+}
+
+void CheckAccount::takeReadBack(uint32_t tag) {
   if (!readBacks_.empty()) {
     readBacks_.popFront();
   } else {
     outstanding_[oldestUnread()].linkedRead = tag;
     --unreadWrites_;
   }
-  return expectations_.readBackIssued(own.span, spanOf(write->lba, write->blocks), own.issued);
 }
 
 bool CheckAccount::takeBackDoubt() {
@@ -250,6 +260,12 @@ bool CheckAccount::takeBackDoubt() {
 void CheckAccount::completed(const DriveCommand& command, const DriveCompletion& completion, bool dataDelivered) {
   if (command.kind == CommandKind::syncCache) {
     return;
+  }
+  if (plain_) {
+    if (completedPlainly(command, completion, dataDelivered)) {
+      return;
+    }
+    leavePlain();
   }
   Outstanding& own = outstanding_[command.tag];
   own.live = false;
@@ -370,16 +386,16 @@ void CheckAccount::endVerify(const DriveCommand& command, const Outstanding& own
   expectations_.readEnded(own.span, own.issued, false, [](BlockWorth, uint64_t) {});
 }
 
-std::vector<uint32_t> CheckAccount::lostInOrder() const {
-  std::vector<uint32_t> lost;
+std::vector<uint32_t> CheckAccount::liveInOrder() const {
+  std::vector<uint32_t> live;
   for (uint32_t tag = 0; tag < outstanding_.size(); ++tag) {
     if (outstanding_[tag].live) {
-      lost.push_back(tag);
+      live.push_back(tag);
     }
   }
-  std::sort(lost.begin(), lost.end(),
+  std::sort(live.begin(), live.end(),
             [this](uint32_t a, uint32_t b) { return outstanding_[a].issued < outstanding_[b].issued; });
-  return lost;
+  return live;
 }
 
 void CheckAccount::dropDoubt(const std::vector<uint32_t>& lost) {
@@ -395,8 +411,9 @@ void CheckAccount::dropDoubt(const std::vector<uint32_t>& lost) {
 }
 
 void CheckAccount::allLost() {
+  leavePlain();
   ++now_;
-  const std::vector<uint32_t> lost = lostInOrder();
+  const std::vector<uint32_t> lost = liveInOrder();
   CommandEnding lostEnding;
   lostEnding.aborted = true;
   for (const uint32_t tag : lost) {
@@ -433,6 +450,7 @@ void CheckAccount::zonesReset(uint64_t first, uint64_t end) {
   if (!onTrack_) {
     return;
   }
+  leavePlain();
   ++now_;
   const BlockSpan zone{.first = first, .end = end};
   const auto concerns = [&](const BlockSpan& span) {
@@ -451,6 +469,7 @@ void CheckAccount::zonesReset(uint64_t first, uint64_t end) {
 
 void CheckAccount::invalidated(uint64_t first, uint64_t end) {
   if (onTrack_) {
+    leavePlain();
     ++now_;
     expectations_.invalidated(first, end);
   }

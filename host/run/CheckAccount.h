@@ -37,7 +37,7 @@ struct CheckRules {
 /// When the commands do not follow them, as with another agent, every later block counts as `Uncheckable::untold`.
 ///
 /// It is told of each thing in the order in which the agent sees them. One thread; allocates only while more is awaited
-/// than ever before.
+/// than ever before, and once when a test has its first command that is not plain.
 class CheckAccount {
  public:
   /// @param tags     commands have tags below this
@@ -62,10 +62,13 @@ class CheckAccount {
 
   /// Asks the processor for what a write at these LBAs would touch.
   void prefetchForWrite(uint64_t lba, uint32_t blocks) const {
-    if (blocks != 0) {
+    if (blocks != 0 && !plain_) {
       expectations_.prefetchPlace(spanOf(lba, blocks));
     }
   }
+
+  /// Whether nothing was told yet for which it has to remember single blocks.
+  bool plain() const { return plain_; }
 
   /// A reset or power cut took every outstanding command away.
   void allLost();
@@ -115,12 +118,20 @@ class CheckAccount {
   Choice nextChoice();
   void loseTrack();
 
+  // While everything is plain: each returns false and changes nothing when this is not.
+  bool issuedPlainly(const DriveCommand& command, Origin origin);
+  bool completedPlainly(const DriveCommand& command, const DriveCompletion& completion, bool dataDelivered);
+  /// What is expected from now on stands in `expectations_`.
+  void leavePlain();
+
   void issueWrite(Outstanding& own, bool certain);
   void issueAtomicWrite(Outstanding& own, bool chosenRange);
   bool usePreRead(const Outstanding& own);
   bool isPreRead(const Outstanding& own, Choice choice);
   bool issueRead(uint32_t tag, bool mayBePreRead, Choice choice);
   bool issueReadBack(uint32_t tag);
+  /// What is read back next is read back by this command.
+  void takeReadBack(uint32_t tag);
   bool fits(const Outstanding& own, const ReadBack& write) const;
   uint32_t oldestUnread() const;
   std::optional<ReadBack> nextReadBack() const;
@@ -138,7 +149,7 @@ class CheckAccount {
   /// Every block of a command was worth the same.
   void countAll(const DriveCommand& command, BlockWorth worth);
   void countEach(const DriveCommand& command, const Outstanding& own);
-  std::vector<uint32_t> lostInOrder() const;
+  std::vector<uint32_t> liveInOrder() const;
   void dropDoubt(const std::vector<uint32_t>& lost);
 
   const CheckRules rules_;
@@ -152,6 +163,10 @@ class CheckAccount {
   std::optional<Doubt> doubt_;            ///< until the commands tell
   bool readsNext_ = false;
   bool onTrack_ = true;
+  /// Only writes, trims and read-backs of exactly their blocks so far, and all that ended did so well. Then a block
+  /// holds what was written there last, every read-back is worth the same, and nothing has to be remembered of single
+  /// blocks: `expectations_` is empty, and follows from the other members as soon as it is needed.
+  bool plain_ = true;
   uint64_t now_ = 0;
 };
 
