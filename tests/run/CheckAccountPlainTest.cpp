@@ -89,7 +89,7 @@ class TwoAccounts {
       case 9:
         return readPart();
       default:
-        return issue(CommandKind::read, {.lba = range().lba, .blocks = 40}, {});
+        return readAnother();
     }
   }
 
@@ -173,6 +173,16 @@ class TwoAccounts {
     } else if (Own* const oldest = oldestUnread()) {
       oldest->linked = true;
       issue(kind, {.lba = oldest->command.lba, .blocks = oldest->command.blocks}, {});
+    }
+  }
+
+  /// A read that no agent of this kind would issue: it begins or ends elsewhere than what stands next.
+  void readAnother() {
+    if (!unread_.empty()) {
+      const Range next = unread_.front();
+      const bool elsewhere = random_.below(2) == 0;
+      issue(CommandKind::read, {.lba = next.lba + (elsewhere ? 1 : 0), .blocks = next.blocks + (elsewhere ? 0 : 1)},
+            {});
     }
   }
 
