@@ -33,6 +33,9 @@ void prefetchBytes(const uint8_t* first, uint64_t bytes) {
   constexpr int forRead = 0;
   constexpr int intoSecondCache = 2;
   const uint64_t asked = std::min(bytes, mostBytes);
+  // Unrolled, as a trained build does it, they come so close together that the processor leaves some of them out: a
+  // block written and read back took 115 ns longer.
+#pragma GCC unroll 1
   for (uint64_t offset = 0; offset < asked; offset += cacheLine) {
     __builtin_prefetch(first + offset, forRead, intoSecondCache);
   }
