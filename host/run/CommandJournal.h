@@ -68,9 +68,8 @@ class CommandJournal {
   void issued(const DriveCommand& command, uint32_t bucket, bool preRead);
   /// The completion of the command that was issued on a tag last.
   ///
-  /// @param rightAfterIssue another command was issued a moment before and nobody looked at the clock since: its time
-  /// is
-  ///                        this one's, too. A look at the clock costs as much as the rest of an entry.
+  /// @param rightAfterIssue another command was issued a moment before, and its time is this one's, too: a look at the
+  ///                        clock costs as much as the rest of an entry.
   void finished(uint32_t tag, uint32_t status, bool rightAfterIssue = false);
   /// Every outstanding command was lost.
   void lostAll();
