@@ -43,8 +43,8 @@ uint64_t turnUsOf(const TestDefinition& test) {
   if (drives <= processors) {
     return 0;
   }
-  // All have had a turn before somebody could take a thread that waits for one for a drive that hangs.
-  return std::min(longestTurnUs, pauseMsOf(test) * 1000 * processors / drives);
+  // A thread may wait for two turns of each of the others, and must not be taken for one whose drive hangs meanwhile.
+  return std::min(longestTurnUs, pauseMsOf(test) * 1000 * processors / (2 * drives));
 }
 
 }  // namespace
