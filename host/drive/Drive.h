@@ -60,7 +60,7 @@ struct AtomicSegments {
   bool limited() const { return mostBlocks != 0; }
 };
 
-/// Which command kinds a drive carries out.
+/// Which command kinds a drive carries out, and how.
 struct DriveCapabilities {
   bool atomicWrite = false;
   AtomicSegments atomicSegments{};
@@ -75,6 +75,8 @@ struct DriveCapabilities {
   bool hostManaged = false;    ///< a write must begin at its zone's write pointer, in the order of submission
   bool invalidate = false;
   bool connectionCanBreak = false;  ///< `submit` and `poll` may throw DriveConnectionLost
+  bool worksInCalls =
+      false;  ///< it works inside `submit` and `poll` only: nothing goes on while its thread does not run
 };
 
 /// One command as the drive gets it.

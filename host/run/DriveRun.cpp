@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/base/CpuList.h"
+#include "host/base/TimeSlice.h"
 #include "host/drive/DriveAddress.h"
 #include "host/drive/DriveError.h"
 #include "host/ostra/DeviceTable.h"
@@ -77,6 +78,7 @@ void DriveRun::run() noexcept {
   setCurrentDeviceIndex(index_);
   try {
     pin();
+    askForTurns();
     runTest();
   } catch (const DriveError& error) {
     failed(RunStatus::drive, error.what());
@@ -109,6 +111,13 @@ void DriveRun::pin() const {
     throw ConfigurationError("the drive's thread cannot be pinned to CPU " +
                              std::to_string(cpus[index_ % cpus.size()]) +
                              " any more; look whether it is still online, or leave pinning out");
+  }
+}
+
+void DriveRun::askForTurns() const {
+  // Any other drive would stand idle, with all its commands answered, until its thread runs again.
+  if (context_.turnUs != 0 && drive_->capabilities().worksInCalls) {
+    askForTimeSlice(context_.turnUs);
   }
 }
 

@@ -35,6 +35,8 @@ struct RunContext {
   const std::atomic<bool>& stop;
   RunObserver* observer;  ///< never null
   WorthListener worthListener;
+  uint64_t turnUs =
+      0;  ///< what a thread that only computes should have of its processor at a time; 0: the system's choice
 };
 
 /// One drive's part of a test, from `initDriveData` to `freeDriveData`.
@@ -72,6 +74,8 @@ class DriveRun {
  private:
   /// Keeps the calling thread on the CPU that the test gives the drive, if it gives one.
   void pin() const;
+  /// Asks for long turns when the drive loses nothing by waiting for the next one.
+  void askForTurns() const;
   DriveThreadHost::Settings threadSettings();
   StepSettings stepSettings();
   CheckRules checkRules() const;

@@ -30,6 +30,22 @@ namespace {
 constexpr uint64_t faultSeedStep = 1000;  ///< more drives than a test has
 constexpr uint64_t looksPerWatchdog = 8;
 constexpr uint64_t longestPauseMs = 1000;  ///< before somebody looks again whether a drive hangs
+constexpr uint64_t longestTurnUs = 100'000;
+
+uint64_t pauseMsOf(const TestDefinition& test) {
+  return std::clamp<uint64_t>(test.watchdogMs / looksPerWatchdog, 1, longestPauseMs);
+}
+
+/// How long a drive's thread should run before another one's takes its processor; 0: there is one for each.
+uint64_t turnUsOf(const TestDefinition& test) {
+  const uint64_t processors = test.pinnedCpus.empty() ? allowedCpus().size() : test.pinnedCpus.size();
+  const uint64_t drives = test.driveAddresses.size();
+  if (drives <= processors) {
+    return 0;
+  }
+  // A thread may wait for two turns of each of the others, and must not be taken for one whose drive hangs meanwhile.
+  return std::min(longestTurnUs, pauseMsOf(test) * 1000 * processors / (2 * drives));
+}
 
 }  // namespace
 
@@ -68,7 +84,8 @@ struct TestRun::State {
                                .clock = *clock,
                                .stop = stop,
                                .observer = observer,
-                               .worthListener = world.worthListener});
+                               .worthListener = world.worthListener,
+                               .turnUs = turnUsOf(test)});
     for (const std::string& address : test.driveAddresses) {
       addDrive(address);
     }
@@ -164,7 +181,7 @@ struct TestRun::State {
   /// Until every drive's test has ended; the threads of drives that hang are let go.
   void waitForAll(std::vector<std::jthread>& threads) {
     std::unique_lock lock(ending);
-    const std::chrono::milliseconds pause(std::clamp<uint64_t>(test.watchdogMs / looksPerWatchdog, 1, longestPauseMs));
+    const std::chrono::milliseconds pause(pauseMsOf(test));
     while (running.load() != 0) {
       ended.wait_for(lock, pause);
       for (size_t drive = 0; drive < runs.size(); ++drive) {

@@ -196,6 +196,31 @@ class Growth(unittest.TestCase):
         self.assertAlmostEqual(rows[2]["bytesPerBlock"], 100)
         self.assertIn("| 1 | 65,536 | 150 ns | 75 ns | 1.50 | 7 MB | 100 |", growth.outstanding_table(rows))
 
+    def test_what_drives_cost_begins_when_their_media_are_written(self):
+        length = growth.DRIVE_BLOCKS * 512
+        places = (growth.SIM_MEBIBYTES << 20) // length
+        writes = growth.DRIVE_COMMANDS // 2
+        self.assertLess((1 - 1 / places) ** writes, 0.01)
+        words = growth.drive_commands(1, growth.DRIVE_COMMANDS)
+        self.assertEqual(words[words.index("--xfer") + 1], "8..8")
+        self.assertEqual(words[words.index("--drive") + 1], "sim:64m")
+
+    def test_the_longer_run_of_drives_is_four_times_the_shorter_and_the_first_does_not_count(self):
+        class Counted:
+            def __init__(self):
+                self.commands = []
+
+            def run(self, words):
+                dear = 1.0 if len(self.commands) % 3 == 0 else 0.0
+                self.commands.append(int(words[words.index("--commands") + 1]))
+                drive = {"bytes": {"written": 512, "compared": 512}}
+                return usage(self.commands[-1] * 3e-6 + dear), {"status": "clean", "drives": [drive] * words.count("--drive")}
+
+        corvane = Counted()
+        row = growth.measure_drives(corvane, 3, 2, 1000)
+        self.assertEqual(corvane.commands, [1000, 1000, 4000, 1000, 1000, 4000])
+        self.assertAlmostEqual(row["cpu"], 1000)
+
     def test_drives_are_held_against_one(self):
         rows = growth.with_rates([{"drives": 1, "cpu": 1000.0, "peak": 1, "copies": 60.0},
                                   {"drives": 16, "cpu": 1250.0, "peak": 2, "copies": 80.0}])

@@ -15,6 +15,7 @@ class Callee : public Drive {
   explicit Callee(Calls& calls) : calls_(calls) {
     geometry_.blocks = 77;
     capabilities_.trim = true;
+    capabilities_.worksInCalls = true;
   }
 
   const DriveGeometry& geometry() const override { return geometry_; }
@@ -56,6 +57,7 @@ TEST(ForwardingDrive, PassesEveryCallOn) {
 
   EXPECT_EQ(drive.geometry().blocks, 77U);
   EXPECT_TRUE(drive.capabilities().trim);
+  EXPECT_TRUE(drive.capabilities().worksInCalls);
   EXPECT_EQ(drive.description(), "callee");
   EXPECT_EQ(drive.maxOutstanding(), 7U);
   drive.submit({.tag = 3});

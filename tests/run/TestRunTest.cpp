@@ -20,6 +20,7 @@
 #include "tests/run/FakeAgent.h"
 #include "tests/run/FakeDrive.h"
 #include "tests/run/ManualClock.h"
+#include "tests/support/ThreadSchedule.h"
 
 namespace corvane::host {
 namespace {
@@ -364,6 +365,68 @@ TEST_F(TestRunTest, PinsTheThreadsOfTheDrivesInTurn) {
     EXPECT_EQ(allowed[name], std::vector<uint32_t>{cpu}) << name;
   }
   EXPECT_EQ(allowedCpus(), mayUse) << "the test's own thread is free";
+}
+
+class TurnsTest : public TestRunTest {
+ protected:
+  TurnsTest() {
+    agent.onExecute = [this](vdl::DriveThread& thread) {
+      {
+        const std::lock_guard lock(mutex);
+        slices[thread.name] = tests::timeSliceUs();
+      }
+      return readEverything(thread);
+    };
+    // Those with an address that begins so answer from memory.
+    adapt = [this](FakeDrive& drive) { drive.offers.worksInCalls = opened.back().starts_with("fake:memory"); };
+  }
+
+  /// What a drive's thread has of its processor at a time, where the kernel lets it choose; else as everywhere.
+  uint64_t sliceAmong(size_t drives) {
+    test.driveAddresses.clear();
+    for (size_t drive = 0; drive < drives; ++drive) {
+      test.driveAddresses.push_back("fake:memory" + std::to_string(drive));
+    }
+    EXPECT_EQ(runIt().status, RunStatus::clean);
+    EXPECT_EQ(slices.size(), drives);
+    return slices["memory0"];
+  }
+
+  const uint64_t usual = tests::timeSliceUs();
+  const bool known = tests::kernelKnowsTimeSlices();
+  std::mutex mutex;
+  std::map<std::string, uint64_t> slices;
+};
+
+TEST_F(TurnsTest, MoreDrivesThanProcessorsTakeLongTurns) {
+  EXPECT_EQ(sliceAmong(allowedCpus().size() + 1), known ? 100'000 : usual);
+  EXPECT_EQ(tests::timeSliceUs(), usual) << "of the test's own thread";
+}
+
+TEST_F(TurnsTest, DrivesWithAProcessorEachTakeTheUsualOnes) { EXPECT_EQ(sliceAmong(allowedCpus().size()), usual); }
+
+TEST_F(TurnsTest, DrivesThatArePinnedToOneProcessorShareIt) {
+  test.pinnedCpus = {allowedCpus().front()};
+  EXPECT_EQ(sliceAmong(2), known ? 100'000 : usual);
+}
+
+TEST_F(TurnsTest, OneOfManyDrivesWaitsASecondForItsTurnAtMost) {
+  test.pinnedCpus = {allowedCpus().front()};
+  EXPECT_EQ(sliceAmong(40), known ? 12'500 : usual);
+}
+
+TEST_F(TurnsTest, ADriveHasItsTurnLongBeforeItWouldSeemToHang) {
+  test.pinnedCpus = {allowedCpus().front()};
+  test.watchdogMs = 800;
+  EXPECT_EQ(sliceAmong(2), known ? 25'000 : usual);
+}
+
+TEST_F(TurnsTest, ADriveThatWorksByItselfIsNotKeptWaiting) {
+  test.pinnedCpus = {allowedCpus().front()};
+  test.driveAddresses = {"fake:memory", "fake:itself"};
+  EXPECT_EQ(runIt().status, RunStatus::clean);
+  EXPECT_EQ(slices["memory"], known ? 100'000 : usual);
+  EXPECT_EQ(slices["itself"], usual);
 }
 
 TEST_F(TestRunTest, RefusesACpuThatTheProcessMayNotUse) {

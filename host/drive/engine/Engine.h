@@ -39,6 +39,9 @@ class Engine {
   /// "io_uring", "thread pool" or "synchronous calls".
   virtual std::string name() const = 0;
 
+  /// As DriveCapabilities::worksInCalls.
+  virtual bool worksInCalls() const { return false; }
+
   /// As Drive::useMemory.
   virtual void useMemory(uint8_t* /*data*/, uint64_t /*bytes*/) noexcept {}
 

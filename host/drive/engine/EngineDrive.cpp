@@ -25,6 +25,7 @@ EngineDrive::EngineDrive(std::unique_ptr<EngineTarget> target, uint32_t depth, s
       whyThreads_(std::move(whyThreads)),
       slots_(depth),
       engine_(std::move(engine)) {
+  capabilities_.worksInCalls = engine_->worksInCalls();
   freeSlots_.reserve(depth);
   for (uint32_t i = 0; i < depth; ++i) {
     slots_[i].rest.slot = i;

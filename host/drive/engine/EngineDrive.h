@@ -67,7 +67,7 @@ class EngineDrive : public Drive {
   void answerAtOnce(const DriveCommand& command, DriveCompletion completion);
 
   std::unique_ptr<EngineTarget> target_;
-  // The target's, so that no command has to ask it.
+  // The target's, so that no command has to ask it; how it works, the engine says.
   DriveGeometry geometry_;
   DriveCapabilities capabilities_;
   TransferLimits limits_;

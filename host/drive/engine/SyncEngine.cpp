@@ -11,6 +11,8 @@ class SyncEngine : public Engine {
 
   std::string name() const override { return "synchronous calls"; }
 
+  bool worksInCalls() const override { return true; }
+
   void submit(const EngineRequest& request) override { replies_.pushBack({request.slot, carryOut(fd_, request)}); }
 
   bool poll(EngineReply& out, bool /*wait*/) override { return replies_.takeFront(out); }

@@ -11,7 +11,7 @@ void SimMedium::read(uint64_t lba, uint64_t blocks, uint8_t* out) {
   while (blocks != 0) {
     const uint64_t offset = lba % pageBlocks;
     const uint64_t run = std::min(blocks, pageBlocks - offset);
-    if (const uint8_t* page = find(lba / pageBlocks)) {
+    if (const uint8_t* page = pages_.find(lba / pageBlocks)) {
       std::memcpy(out, page + offset * sectorBytes_, run * sectorBytes_);
     } else {
       for (uint64_t i = 0; i < run; ++i) {
@@ -39,7 +39,7 @@ void SimMedium::zero(uint64_t lba, uint64_t blocks) {
   while (blocks != 0) {
     const uint64_t offset = lba % pageBlocks;
     const uint64_t run = std::min(blocks, pageBlocks - offset);
-    if (unwrittenAs_ != Unwritten::zeros || find(lba / pageBlocks) != nullptr) {
+    if (unwrittenAs_ != Unwritten::zeros || pages_.find(lba / pageBlocks) != nullptr) {
       std::memset(make(lba / pageBlocks) + offset * sectorBytes_, 0, run * sectorBytes_);
     }
     lba += run;
@@ -48,7 +48,7 @@ void SimMedium::zero(uint64_t lba, uint64_t blocks) {
 }
 
 const uint8_t* SimMedium::sector(uint64_t lba) {
-  if (const uint8_t* page = find(lba / pageBlocks)) {
+  if (const uint8_t* page = pages_.find(lba / pageBlocks)) {
     return page + lba % pageBlocks * sectorBytes_;
   }
   if (unwritten_ == nullptr) {
@@ -58,27 +58,15 @@ const uint8_t* SimMedium::sector(uint64_t lba) {
   return unwritten_.get();
 }
 
-uint8_t* SimMedium::find(uint64_t page) {
-  if (page != lastPage_) {
-    const auto found = pages_.find(page);
-    last_ = found == pages_.end() ? nullptr : found->second.get();
-    lastPage_ = page;
-  }
-  return last_;
-}
-
 uint8_t* SimMedium::make(uint64_t page) {
-  if (uint8_t* found = find(page)) {
+  if (uint8_t* found = pages_.find(page)) {
     return found;
   }
-  auto memory = std::make_unique_for_overwrite<uint8_t[]>(pageBlocks * sectorBytes_);
+  uint8_t* const memory = pages_.make(page);
   for (uint64_t i = 0; i < pageBlocks; ++i) {
-    fillUnwritten(page * pageBlocks + i, memory.get() + i * sectorBytes_);
+    fillUnwritten(page * pageBlocks + i, memory + i * sectorBytes_);
   }
-  last_ = memory.get();
-  pages_.emplace(page, std::move(memory));
-  lastPage_ = page;
-  return last_;
+  return memory;
 }
 
 void SimMedium::fillUnwritten(uint64_t lba, uint8_t* out) const {

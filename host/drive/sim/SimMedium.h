@@ -2,7 +2,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
+
+#include "host/drive/sim/SimPages.h"
 
 namespace corvane::host {
 
@@ -18,7 +19,7 @@ class SimMedium {
   enum class Unwritten : uint8_t { pattern, zeros };
 
   explicit SimMedium(uint32_t sectorBytes, Unwritten unwritten = Unwritten::pattern)
-      : sectorBytes_(sectorBytes), unwrittenAs_(unwritten) {}
+      : sectorBytes_(sectorBytes), unwrittenAs_(unwritten), pages_(pageBlocks * sectorBytes) {}
 
   uint32_t sectorBytes() const { return sectorBytes_; }
 
@@ -31,20 +32,17 @@ class SimMedium {
   const uint8_t* sector(uint64_t lba);
 
   /// Memory that the written neighbourhoods take.
-  uint64_t allocatedBytes() const { return pages_.size() * pageBlocks * sectorBytes_; }
+  uint64_t allocatedBytes() const { return pages_.count() * pageBlocks * sectorBytes_; }
 
  private:
   static constexpr uint64_t pageBlocks = 64;
 
-  uint8_t* find(uint64_t page);
   uint8_t* make(uint64_t page);
   void fillUnwritten(uint64_t lba, uint8_t* out) const;
 
   uint32_t sectorBytes_;
   Unwritten unwrittenAs_;
-  std::unordered_map<uint64_t, std::unique_ptr<uint8_t[]>> pages_;
-  uint64_t lastPage_ = ~uint64_t{0};  ///< found last, and where it is
-  uint8_t* last_ = nullptr;
+  SimPages pages_;
   std::unique_ptr<uint8_t[]> unwritten_;  ///< one sector
 };
 

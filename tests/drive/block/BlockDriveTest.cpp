@@ -116,6 +116,12 @@ TEST_F(BlockDriveTest, PromisesNoMoreThanTheKernelDoes) {
   EXPECT_TRUE(drive->capabilities().volatileCache);
 }
 
+TEST_F(BlockDriveTest, WorksInCallsWithSynchronousCallsOnly) {
+  EXPECT_TRUE(open(",engine=sync")->capabilities().worksInCalls);
+  EXPECT_FALSE(open(",engine=threads")->capabilities().worksInCalls);
+  EXPECT_FALSE(open()->capabilities().worksInCalls);
+}
+
 TEST_F(BlockDriveTest, ATrimThatIsSwitchedOffIsNotOfferedAndRefused) {
   const auto drive = open(",trim=off");
   EXPECT_FALSE(drive->capabilities().trim);

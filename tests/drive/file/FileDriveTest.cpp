@@ -80,6 +80,13 @@ TEST_F(FileDriveTest, SaysHowItReachesItsFile) {
   EXPECT_THAT(odd->description(), HasSubstr("buffered (sectors of 520 bytes cannot be moved by O_DIRECT)"));
 }
 
+TEST_F(FileDriveTest, WorksInCallsWithSynchronousCallsOnly) {
+  const std::string address = at("x.img") + ",size=1m,engine=";
+  EXPECT_TRUE(openDrive(address + "sync", 4)->capabilities().worksInCalls);
+  EXPECT_FALSE(openDrive(address + "threads", 4)->capabilities().worksInCalls);
+  EXPECT_FALSE(openDrive(address + "auto", 4)->capabilities().worksInCalls);
+}
+
 TEST_F(FileDriveTest, WhatCannotBeOpenedIsNamedWithTheRemedy) {
   EXPECT_THAT(complaint(at("none.img")), AllOf(HasSubstr("none.img' does not exist"), HasSubstr("size=256m")));
   EXPECT_THAT(complaint("file:" + (folder / ".")), AllOf(HasSubstr("is a folder"), HasSubstr("regular file")));

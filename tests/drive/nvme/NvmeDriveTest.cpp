@@ -229,6 +229,11 @@ TEST_F(NvmeDriveTest, WithoutAControllerNodeThereIsNoReset) {
   EXPECT_THAT(other.description(), testing::EndsWith(", no reset (the kernel names no controller for it)"));
 }
 
+TEST_F(NvmeDriveTest, WorksByItself) {
+  open();
+  EXPECT_FALSE(drive->capabilities().worksInCalls);
+}
+
 TEST_F(NvmeDriveTest, PowerIsNotOursToCut) {
   open();
   EXPECT_FALSE(drive->capabilities().powerToggle);

@@ -31,6 +31,7 @@ TEST(ScsiProbe, SaysWhatTheUnitIs) {
   const host::DriveCapabilities& can = opened.drive->capabilities();
   EXPECT_TRUE(can.writeSame && can.trim && can.verify && can.syncCache && can.deviceReset && can.volatileCache);
   EXPECT_FALSE(can.atomicWrite || can.powerToggle || can.zoneReset || can.hostManaged || can.invalidate);
+  EXPECT_FALSE(can.worksInCalls);
 }
 
 TEST(ScsiProbe, WithoutASerialNumberTheWorldWideNameStands) {

@@ -34,6 +34,8 @@ TEST(SimDrive, OffersEveryKindOfCommand) {
   EXPECT_TRUE(SimDrive(settingsOf(true)).capabilities().volatileCache);
 }
 
+TEST(SimDrive, WorksWhileItsThreadRunsOnly) { EXPECT_TRUE(SimDrive(settingsOf(false)).capabilities().worksInCalls); }
+
 TEST(SimDrive, SaysWhatItIs) {
   SimSettings settings = settingsOf(true);
   settings.geometry.blocks = 2048;
