@@ -75,8 +75,7 @@ struct DriveCapabilities {
   bool hostManaged = false;    ///< a write must begin at its zone's write pointer, in the order of submission
   bool invalidate = false;
   bool connectionCanBreak = false;  ///< `submit` and `poll` may throw DriveConnectionLost
-  bool worksInCalls =
-      false;  ///< it works inside `submit` and `poll` only: nothing goes on while its thread does not run
+  bool worksInCalls = false;        ///< nothing goes on in it outside `submit` and `poll`
 };
 
 /// One command as the drive gets it.
