@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "host/base/Prefetch.h"
+
 namespace corvane::host {
 
 CommandJournal::CommandJournal(size_t depth, uint32_t tags, HostClock& clock)
@@ -19,6 +21,8 @@ CommandJournal::CommandJournal(size_t depth, uint32_t tags, HostClock& clock)
 void CommandJournal::issued(const DriveCommand& command, uint32_t bucket, bool preRead) {
   const uint64_t us = look();
   JournalEntry& entry = at(++count_);
+  // The ring is larger than the nearest caches, and what is written to a place waits until its old content has come.
+  prefetch(&at(count_ + 2));
   entry = {.number = count_,
            // The agent counts every command but its cache flushes.
            .commandId = command.kind == CommandKind::syncCache ? 0 : nextId_++,

@@ -82,7 +82,7 @@ class CommandTrace {
   }
 
   /// Throws std::bad_alloc or std::length_error when the ring cannot be had.
-  explicit CommandTrace(uint64_t size) : ring_(size), trace_queue_size(size) {}
+  explicit CommandTrace(uint64_t size) : ring_(size + entriesAhead), trace_queue_size(size) {}
 
   void traceWriteIssued(uint64_t lba, uint32_t length, uint64_t cmd_id, uint32_t tag, BlockNum block) {
     issued(TraceType::WriteIssued, lba, length, cmd_id, tag, block, false, __func__);
@@ -226,6 +226,7 @@ class CommandTrace {
       trace_idx = 0;
     }
     ++count_;
+    __builtin_prefetch(&ring_[trace_idx] + entriesAhead);
     return entry;
   }
 
@@ -255,7 +256,11 @@ class CommandTrace {
     entry.cmd_id = end;
   }
 
-  std::vector<TraceInfo> ring_;
+  /// How far before its time an entry is asked for: the ring is larger than the nearest caches, and what is written to
+  /// a place has to wait until its old content has come from memory.
+  static constexpr uint64_t entriesAhead = 4;
+
+  std::vector<TraceInfo> ring_;  ///< with `entriesAhead` more behind its end, which nobody uses
   uint64_t trace_queue_size;
   uint64_t count_ = 0;
   uint64_t trace_idx = 0;
