@@ -35,8 +35,7 @@ struct RunContext {
   const std::atomic<bool>& stop;
   RunObserver* observer;  ///< never null
   WorthListener worthListener;
-  uint64_t turnUs =
-      0;  ///< what a thread that only computes should have of its processor at a time; 0: the system's choice
+  uint64_t turnUs = 0;  ///< for askForTimeSlice, by drives that work in calls; 0: the system's choice
 };
 
 /// One drive's part of a test, from `initDriveData` to `freeDriveData`.
