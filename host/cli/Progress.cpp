@@ -60,7 +60,7 @@ Progress::Marks Progress::marksOf(const DriveTotals& totals) {
 }
 
 std::string Progress::rates(const char* name, const Figures& now, const Figures& before, uint64_t ms) {
-  return "  " + std::string(name) + atRight(rateText(now.bytes - before.bytes, ms), rateWidth) + " " +
+  return "  " + std::string(name) + " " + atRight(rateText(now.bytes - before.bytes, ms), rateWidth) + " " +
          atRight(shortRateText(now.blocks - before.blocks, ms), blockRateWidth) + " blocks/s";
 }
 

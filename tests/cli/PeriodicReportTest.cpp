@@ -76,8 +76,8 @@ TEST_F(PeriodicReportTest, aFileGetsALineEveryTenSecondsAndEventsEverySecond) {
     EXPECT_EQ(tellAt(report, ms), 1000U);
   }
   const std::string rest =
-      "  0 findings  3 of 4 outstanding  compared   0.0 MB/s     0 blocks/s  written   0.0 MB/s     0 blocks/s  read "
-      "back   0.0 MB/s     0 blocks/s\n";
+      "  0 findings  3 of 4 outstanding  compared    0.0 MB/s     0 blocks/s  written    0.0 MB/s     0 blocks/s  read "
+      "back    0.0 MB/s     0 blocks/s\n";
   EXPECT_EQ(printed(), "a  0:10" + rest + "a  0:20" + rest);
   EXPECT_EQ(progressTimes().size(), 20U);
   EXPECT_EQ(progressTimes().back(), 20'000U);
