@@ -356,11 +356,12 @@ void AtomicHash::prefetchEvents(uint64_t lba, uint32_t blocks) const {
   if (page == nullptr || !page->has(first)) {
     return;
   }
-  // The blocks behind the first ones have their events beside these, where the processor looks by itself.
-  constexpr uint32_t mostEvents = 4;
+  // The blocks behind the first eight have their events beside these, where the processor looks by itself.
+  constexpr uint32_t mostEvents = 8;
   const uint32_t last = std::min(first + std::min(blocks, mostEvents), RecordPage::blocksPerPage);
-  for (uint32_t block = first; block < last && page->has(block); ++block) {
-    const Event* const event = page->record(block)->events;
+  const LBARecord* record = page->record(first);
+  for (uint32_t block = first; block < last && page->has(block); ++block, ++record) {
+    const Event* const event = record->events;
     __builtin_prefetch(event);
     __builtin_prefetch(reinterpret_cast<const std::byte*>(event) + sizeof(Event) - 1);
   }

@@ -108,9 +108,11 @@ class AtomicHash {
   AtomicContext getContext(uint64_t first, uint64_t last, uint64_t cmd_id) const;
 
   // What an operation on blocks will read, asked for ahead of it: first the place of a block's page, some time later
-  // its records, then the events. Blocks that are not on record cost nothing and do no harm.
+  // the page, the record, then the events. Blocks that are not on record cost nothing and do no harm.
+  bool outgrowsCaches() const { return records_.outgrowsCaches(); }
   void prefetchPlace(uint64_t lba) const { records_.prefetchPlace(lba); }
-  void prefetchRecords(uint64_t lba) const { records_.prefetchRecords(lba); }
+  void prefetchPage(uint64_t lba) const { records_.prefetchPage(lba); }
+  void prefetchRecord(uint64_t lba) const { records_.prefetchRecord(lba); }
   void prefetchEvents(uint64_t lba, uint32_t blocks) const;
 
   const Records& records() const { return records_; }

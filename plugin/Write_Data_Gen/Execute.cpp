@@ -5,10 +5,10 @@
 #include "Compare.h"
 #include "Completion.h"
 #include "OutsideEvents.h"
-#include "ReadBackPrefetch.h"
 #include "ReferenceAudit.h"
 #include "Scheduling.h"
 #include "Step.h"
+#include "TablePrefetch.h"
 
 namespace vdl {
 
@@ -57,6 +57,7 @@ int32_t absorbCompletion(Step& step) {
 }
 
 int32_t work(Step& step) {
+  const TablePrefetch table(step.data);
   step.data.sectorsAhead.prefetchRest();
   absorbPowerOn(step);
   absorbRangeEvents(step);
@@ -69,7 +70,7 @@ int32_t work(Step& step) {
     }
   }
   const int32_t prepared = prepareNextCommand(step);
-  prefetchReadBacks(step.data);
+  table.askForNext();
   return prepared;
 }
 

@@ -3,8 +3,8 @@
 #include "Conditions.h"
 #include "LbaSpan.h"
 #include "ReadBack.h"
-#include "ReadBackPrefetch.h"
 #include "Scheduling.h"
+#include "SectorBuckets.h"
 
 namespace vdl::agent {
 
@@ -25,6 +25,19 @@ int32_t recordIssue(AtomicHash& table, uint64_t cmdId, const LbaSpan& write, con
     }
   }
   return status::ok;
+}
+
+/// Asks the processor for the sectors of the pool that a read will be compared with, while the drive works on it.
+///
+/// @param first what the first block should hold
+void prefetchContent(Step& step, const PeekResult& first, uint32_t blocks) {
+  if (first.block_type != BlockType::Normal) {
+    return;
+  }
+  const uint8_t* content = unstampedSector(step, first.block_num);
+  if (content != nullptr) {
+    step.data.sectorsAhead.prefetch(content, uint64_t{blocks} * sectorBytes(step.thread));
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "Scheduling.h"
 #include "SectorBuckets.h"
 #include "SectorPrefetch.h"
+#include "TablePrefetch.h"
 #include "WriteData.h"
 
 namespace vdl::agent {
@@ -125,6 +126,7 @@ int32_t doAWrite(Step& step, uint32_t tag, const ActiveConditions& active) {
   DriveData& data = step.data;
   takeHostManagedLba(data);
   WriteCommand write{WriteKind::write, tag, data.nextCmdId++, *data.lba, *data.xferLength, false, 0};
+  TablePrefetch::askForWrite(data, write.lba);
   int32_t result = checkTransferLength(step, write.xferLength);
 
   // The record stays even when the command is refused below.

@@ -55,13 +55,22 @@ class RecordTable {
     return found == nullptr || !found->has(block) ? nullptr : found->record(block);
   }
 
+  /// Whether the pages may be more than the nearer caches keep beside everything else. 8,192 with
+  /// four records each take nearly a mebibyte, and their slots a quarter of one.
+  bool outgrowsCaches() const noexcept { return pageCount_ > 8192; }
+
   /// Asks the processor for the slot of a block's page, without waiting for it.
   void prefetchPlace(uint64_t lba) const noexcept { __builtin_prefetch(&slots_[homeOf(lba / blocksPerPage)]); }
-  /// Asks for a block's records. Waits for the slot, and does without when another page stands at its place.
-  void prefetchRecords(uint64_t lba) const noexcept {
+  /// Asks for the head of a block's page. Waits for the slot, and does without when another page stands at its place.
+  void prefetchPage(uint64_t lba) const noexcept {
     if (const RecordPage* const found = pageAtHome(lba)) {
       __builtin_prefetch(found);
-      __builtin_prefetch(reinterpret_cast<const std::byte*>(found) + 64);
+    }
+  }
+  /// Asks for a block's record. Waits for the head of its page.
+  void prefetchRecord(uint64_t lba) const noexcept {
+    if (const RecordPage* const found = pageAtHome(lba)) {
+      __builtin_prefetch(found->record(static_cast<uint32_t>(lba % blocksPerPage)));
     }
   }
   /// The page of a block when it stands where it is looked for first; null otherwise.

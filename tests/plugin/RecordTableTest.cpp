@@ -159,6 +159,19 @@ TEST(RecordTable, APlaceIsEqualOnlyToItself) {
   EXPECT_EQ(++last, table.end()) << "wherever the walk came from";
 }
 
+TEST(RecordTable, ManyPagesOutgrowTheCachesUntilTheyAreGone) {
+  RecordTable table;
+  for (uint64_t number = 0; number < 8192; ++number) {
+    put(table, 64 * number);
+  }
+  put(table, 1);
+  EXPECT_FALSE(table.outgrowsCaches()) << "another block of a page";
+  put(table, 64 * 8192);
+  EXPECT_TRUE(table.outgrowsCaches());
+  table.remove(100, 1);
+  EXPECT_FALSE(table.outgrowsCaches());
+}
+
 TEST(RecordTable, APageAtHomeIsTheBlocksOwn) {
   RecordTable table;
   EXPECT_EQ(table.pageAtHome(0), nullptr);
