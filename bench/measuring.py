@@ -44,6 +44,18 @@ class Usage:
                 "peakBytes": self.peak}
 
 
+class Pair:
+    """A short and a long run of the same test: the cost of what is between them, and the peak of the long one."""
+
+    def __init__(self, short, short_items, long, long_items):
+        items = long_items - short_items
+        if items <= 0:
+            raise Failed(f"the longer run moved {long_items}, the shorter {short_items}")
+        self.cpu = (long.cpu - short.cpu) * 1e9 / items
+        self.user = (long.user - short.user) * 1e9 / items
+        self.peak = long.peak
+
+
 def median_usage(usages):
     return Usage(*(statistics.median(getattr(usage, name) for usage in usages)
                    for name in ("user", "system", "wall", "peak")))
@@ -119,6 +131,12 @@ class Corvane:
         self.program = program
         self.output = os.path.join(folder, "output")
         self.clock = clock
+
+    def file_address(self, path):
+        """Of a file in memory as a drive. Plain calls hide the least: the system's part of each command is the same, and
+        small."""
+        engine = "sync" if knows_engine(self.program, "sync") else "uring"
+        return f"file:{path},direct=off,engine={engine}"
 
     def command(self, arguments):
         return [self.program, "run", "--quiet", "--output", self.output, *arguments]

@@ -29,5 +29,5 @@ fi
   --corvane "$trained" --json "$root/out/vs_fio.json" "$@"
 "$root/bench/vs_fio/run" --engine uring --order sequential --corvane "$trained" \
   --json "$root/out/vs_fio_anywhere.json" "$@"
-"$root/bench/growth/run" --json "$root/out/growth.json" "$@"
+"$root/bench/growth/run" --corvane "$trained" --json "$root/out/growth.json" "$@"
 exit "$status"

@@ -25,6 +25,8 @@ def script(name):
 
 vs_fio = script("vs_fio")
 growth = script("growth")
+outstanding = growth.outstanding
+drives = growth.drives
 instructions = script("instructions")
 
 
@@ -75,6 +77,13 @@ class Surroundings(unittest.TestCase):
         for folder, kind in (("/", "ext4"), ("/home", "ext4"), ("/dev/shm", "tmpfs"), ("/dev/shm/x", "tmpfs"),
                              ("/dev/shmother", "ramfs"), ("/dev/shmo", "ext4"), ("/mnt/a disk/x", "xfs")):
             self.assertEqual(measuring.file_system_of(folder, self.MOUNTS), kind, folder)
+
+    def test_the_cost_is_that_of_what_only_the_longer_run_did(self):
+        pair = measuring.Pair(usage(1.0), 1000, usage(3.0, peak=77), 2001000)
+        self.assertAlmostEqual(pair.cpu, 1000)
+        self.assertEqual(pair.peak, 77)
+        with self.assertRaises(measuring.Failed):
+            measuring.Pair(usage(1.0), 1000, usage(3.0), 1000)
 
     def test_only_a_clean_test_counts(self):
         drive = {"bytes": {"written": 5120, "compared": 4096}}
@@ -173,39 +182,47 @@ class Comparison(unittest.TestCase):
                     self.assertEqual((case.mebibytes[medium] << shift) % (case.transfer * 32), 0)
 
 
-class Growth(unittest.TestCase):
+class Outstanding(unittest.TestCase):
     def test_queue_sizes_are_writes_for_blocks(self):
-        self.assertEqual(growth.queue_sizes(4096, 8), (448, 512))
-        self.assertEqual(growth.queue_sizes(1_000_000, 1), (875_000, 1_000_000))
-        self.assertEqual(growth.queue_sizes(8, 8), (1, 2))
+        self.assertEqual(outstanding.queue_sizes(4096, 8), (448, 512))
+        self.assertEqual(outstanding.queue_sizes(1_000_000, 1), (875_000, 1_000_000))
+        self.assertEqual(outstanding.queue_sizes(8, 8), (1, 2))
 
-    def test_the_cost_is_that_of_what_only_the_longer_run_did(self):
-        pair = growth.Pair(usage(1.0), 1000, usage(3.0, peak=77), 2001000)
-        self.assertAlmostEqual(pair.cpu, 1000)
-        self.assertEqual(pair.peak, 77)
-        with self.assertRaises(measuring.Failed):
-            growth.Pair(usage(1.0), 1000, usage(3.0), 1000)
+    def test_growth_is_held_against_the_base_of_the_same_round(self):
+        def pair(nanoseconds, peak):
+            return measuring.Pair(usage(0.0), 0, usage(nanoseconds * 1e-9, peak=peak), 1)
 
-    def test_growth_is_held_against_the_base_of_the_same_length(self):
-        rows = [{"blocks": blocks, "outstanding": outstanding, "cpu": cpu, "user": cpu / 2, "peak": peak}
-                for blocks, outstanding, cpu, peak in ((1, 64, 90, 1000), (1, 4096, 100, 404200),
-                                                       (1, 65536, 150, 6548200), (8, 64, 10, 500), (8, 4096, 20, 1000))]
-        growth.with_growth(rows)
-        self.assertEqual([row["relative"] for row in rows], [0.9, 1.0, 1.5, 0.5, 1.0])
+        # The machine becomes slower from round to round, and what grows does so by the same part.
+        rounds = [{64: pair(90 * slow, 1000), 4096: pair(100 * slow, 404200), 65536: pair(150 * slow, 6548200),
+                   1_000_000: pair(120 * slow, 99994600)} for slow in (1, 10, 20)]
+        rows = outstanding.rows_of(8, rounds)
+        self.assertEqual([row["outstanding"] for row in rows], list(outstanding.OUTSTANDING))
+        self.assertEqual([round(row["relative"], 6) for row in rows], [0.9, 1.0, 1.5, 1.2])
+        self.assertEqual([round(row["relativeUser"], 6) for row in rows], [0.9, 1.0, 1.5, 1.2])
         self.assertIsNone(rows[0]["bytesPerBlock"])
         self.assertAlmostEqual(rows[2]["bytesPerBlock"], 100)
-        self.assertIn("| 1 | 65,536 | 150 ns | 75 ns | 1.50 | 7 MB | 100 |", growth.outstanding_table(rows))
+        self.assertIn("| 8 | 65,536 | 1500 ns | 1.50 | 1500 ns | 1.50 | 7 MB | 100 |", outstanding.rows_table(rows))
 
-    def test_what_drives_cost_begins_when_their_media_are_written(self):
-        length = growth.DRIVE_BLOCKS * 512
-        places = (growth.SIM_MEBIBYTES << 20) // length
-        writes = growth.DRIVE_COMMANDS // 2
+class Drives(unittest.TestCase):
+    def test_their_cost_begins_when_their_media_are_written(self):
+        length = drives.BLOCKS * 512
+        places = (drives.MEBIBYTES << 20) // length
+        writes = drives.COMMANDS // 2
         self.assertLess((1 - 1 / places) ** writes, 0.01)
-        words = growth.drive_commands(1, growth.DRIVE_COMMANDS)
-        self.assertEqual(words[words.index("--xfer") + 1], "8..8")
-        self.assertEqual(words[words.index("--drive") + 1], "sim:64m")
+        words = drives.arguments(["sim:64m"], drives.COMMANDS)
+        self.assertEqual(words[words.index("--xfer") + 1], f"{drives.BLOCKS}..{drives.BLOCKS}")
 
-    def test_the_longer_run_of_drives_is_four_times_the_shorter_and_the_first_does_not_count(self):
+    def test_each_has_a_medium_of_its_own(self):
+        with tempfile.TemporaryDirectory() as folder:
+            corvane = measuring.Corvane("/bin/true", folder, time.monotonic)
+            files = drives.make_media("file", corvane, folder, 3)
+            self.assertEqual(len(set(files)), 3)
+            for address in files:
+                path = address.removeprefix("file:").partition(",")[0]
+                self.assertEqual(os.path.getsize(path), drives.MEBIBYTES << 20)
+            self.assertEqual(drives.make_media("sim", corvane, folder, 2), ["sim:64m", "sim:64m"])
+
+    def test_the_longer_run_is_four_times_the_shorter_and_the_first_does_not_count(self):
         class Counted:
             def __init__(self):
                 self.commands = []
@@ -217,16 +234,29 @@ class Growth(unittest.TestCase):
                 return usage(self.commands[-1] * 3e-6 + dear), {"status": "clean", "drives": [drive] * words.count("--drive")}
 
         corvane = Counted()
-        row = growth.measure_drives(corvane, 3, 2, 1000)
-        self.assertEqual(corvane.commands, [1000, 1000, 4000, 1000, 1000, 4000])
-        self.assertAlmostEqual(row["cpu"], 1000)
+        pair = drives.measure_commands(corvane, ["a", "b", "c"], 1000)
+        self.assertEqual(corvane.commands, [1000, 1000, 4000])
+        self.assertAlmostEqual(pair.cpu, 1000)
 
-    def test_drives_are_held_against_one(self):
-        rows = growth.with_rates([{"drives": 1, "cpu": 1000.0, "peak": 1, "copies": 60.0},
-                                  {"drives": 16, "cpu": 1250.0, "peak": 2, "copies": 80.0}])
-        self.assertEqual([row["relativeCopies"] for row in rows], [1.0, 0.75])
-        self.assertAlmostEqual(rows[1]["relative"], 0.8)
-        self.assertEqual(rows[0]["commandsPerCpuSecond"], 1e6)
+    def test_many_are_held_against_one_of_the_same_minute(self):
+        minute = 0
+
+        def cost(count):
+            nonlocal minute
+            minute += count == 1
+            # The machine becomes ten times as slow; 16 drives always cost a quarter more than one.
+            nanoseconds = (1000.0 if minute <= 4 else 10000.0) * (1.25 if count == 16 else 1.0)
+            return measuring.Pair(usage(0.0), 0, usage(nanoseconds * 1e-9, peak=count), 1)
+
+        def copies(count):
+            return 50.0 * count
+
+        rows = drives.rows_of([drives.measure_round(drives.DRIVES, cost, copies) for _ in range(2)])
+        self.assertEqual([row["drives"] for row in rows], list(drives.DRIVES))
+        self.assertEqual([round(row["relative"], 6) for row in rows], [1.0, 1.0, 1.0, 1.0, 0.8])
+        self.assertEqual([row["relativeCopies"] for row in rows], [1.0, 0.5, 0.25, 0.125, 0.0625])
+        self.assertAlmostEqual(rows[-1]["cpu"], 1.25 * 5500)
+        self.assertIn("| file | 16 | 145,455 | 0.80 | 0.06 | 0 MB |", drives.rows_table({"file": rows}))
 
 
 class Instructions(unittest.TestCase):
@@ -269,6 +299,7 @@ class CommandLine(unittest.TestCase):
         self.refused("vs_fio", "memory; give another folder", "--medium", "disk", "--folder", "/dev/shm")
         self.refused("vs_fio", "--processor", "--processor", "99999")
         self.refused("growth", "--folder", "--folder", "/no-such-folder")
+        self.refused("growth", "give 2 or more", "--drives", "1")
         self.refused("growth", "--target vs_fio_floor", "--corvane", "/bin/true", "--floor", "/no-such-program")
         self.refused("instructions", "--limit", "--limit", "x")
         self.refused("instructions", "--update makes it", "--table", "/no-such-table")
