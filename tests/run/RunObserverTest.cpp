@@ -3,25 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "host/run/ConditionSet.h"
-#include "host/run/TestRun.h"
-#include "tests/run/FakeAgent.h"
-#include "tests/run/FakeDrive.h"
-#include "tests/run/ManualClock.h"
+#include "tests/run/TestRunFixture.h"
 
 namespace corvane::host {
 namespace {
 
 using ::testing::ElementsAre;
 using testing::FakeAgent;
-using testing::FakeDrive;
 using ::testing::IsEmpty;
-using testing::ManualClock;
 using ::testing::UnorderedElementsAre;
 
 /// Writes down what it is told.
@@ -47,50 +40,24 @@ struct NotingObserver final : RunObserver {
   std::vector<std::string> told;
 };
 
-class RunObserverTest : public ::testing::Test {
+class RunObserverTest : public testing::TestRunFixture {
  protected:
-  RunObserverTest() {
-    test.driveAddresses = {"fake:a"};
-    test.queueDepth = 4;
-    test.commandLimit = 20;
-  }
-
-  static int read(vdl::DriveThread& thread) {
-    const bool free = thread.freeTags->peekNextFreeTag() != 0xFFFFFFFF;
-    FakeAgent::apply(thread, free ? ConditionSet::readBit : 0);
-    return 0;
-  }
-
-  RunSurroundings surroundings() {
-    RunSurroundings world;
-    world.agent = &table;
-    world.clock = &clock;
-    world.openDrive = [](std::string_view, uint32_t, uint64_t, Overwriting) -> std::unique_ptr<Drive> {
-      auto drive = std::make_unique<FakeDrive>();
-      drive->answerAtOnce();
-      return drive;
-    };
-    return world;
-  }
+  RunObserverTest() { test.commandLimit = 20; }
 
   RunResult run(RunObserver* told) { return TestRun(test, told, surroundings()).run(); }
 
-  FakeAgent agent;
-  vdl::AgentTable table = agent.table();
-  ManualClock clock;
   NotingObserver observer;
-  TestDefinition test;
 };
 
 TEST_F(RunObserverTest, isToldOfEachResetAndOfTheEnd) {
-  agent.onExecute = read;
+  agent.onExecute = readEverything;
   test.resetEveryCommands = 8;
   run(&observer);
   EXPECT_THAT(observer.told, ElementsAre("0: reset", "0: reset", "0: end clean, 20 commands"));
 }
 
 TEST_F(RunObserverTest, isToldWhichDriveItIs) {
-  agent.onExecute = read;
+  agent.onExecute = readEverything;
   test.driveAddresses = {"fake:a", "fake:b"};
   test.resetEveryCommands = 12;
   run(&observer);
@@ -107,7 +74,7 @@ TEST_F(RunObserverTest, isToldOfAPowerCut) {
       FakeAgent::apply(thread, ConditionSet::powerToggleBit);
       return 0;
     }
-    return read(thread);
+    return readEverything(thread);
   };
   run(&observer);
   EXPECT_THAT(observer.told, ElementsAre("0: power cycle", "0: end clean, 20 commands"));
@@ -131,14 +98,14 @@ TEST_F(RunObserverTest, anotherFailureIsNoFinding) {
 }
 
 TEST_F(RunObserverTest, nobodyNeedsToListen) {
-  agent.onExecute = read;
+  agent.onExecute = readEverything;
   test.resetEveryCommands = 8;
   EXPECT_EQ(run(nullptr).totals().resets, 2U);
   EXPECT_THAT(observer.told, IsEmpty());
 }
 
 TEST_F(RunObserverTest, progressSaysHowEachDriveEnded) {
-  agent.onExecute = [](vdl::DriveThread& thread) { return thread.name == "b" ? -1046 : read(thread); };
+  agent.onExecute = [](vdl::DriveThread& thread) { return thread.name == "b" ? -1046 : readEverything(thread); };
   test.driveAddresses = {"fake:a", "fake:b"};
   TestRun both(test, nullptr, surroundings());
   ASSERT_EQ(both.progress().drives.size(), 2U);

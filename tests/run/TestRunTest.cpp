@@ -2,25 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 
-#include <atomic>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <set>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "host/base/CpuList.h"
 #include "host/drive/DriveError.h"
-#include "host/run/ConditionSet.h"
 #include "host/run/ConfigurationError.h"
-#include "tests/run/FakeAgent.h"
-#include "tests/run/FakeDrive.h"
-#include "tests/run/ManualClock.h"
-#include "tests/support/ThreadSchedule.h"
+#include "tests/run/TestRunFixture.h"
 
 namespace corvane::host {
 namespace {
@@ -30,69 +20,7 @@ using testing::FakeAgent;
 using testing::FakeDrive;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::ManualClock;
-
-struct QuietObserver : RunObserver {
-  void onAgentLine(uint32_t, int, std::string_view) override { ++lines; }
-  std::atomic<int> lines{0};
-};
-
-class TestRunTest : public ::testing::Test {
- protected:
-  TestRunTest() {
-    test.driveAddresses = {"fake:a"};
-    test.queueDepth = 4;
-    test.commandLimit = 50;
-    agent.onExecute = readEverything;
-  }
-
-  /// An agent that reads wherever the LBA agent says, whenever a tag is free.
-  static int readEverything(vdl::DriveThread& thread) {
-    const bool free = thread.freeTags->peekNextFreeTag() != 0xFFFFFFFF;
-    FakeAgent::apply(thread, free ? ConditionSet::readBit : 0);
-    return 0;
-  }
-
-  RunSurroundings surroundings() {
-    RunSurroundings world;
-    world.agent = &table;
-    world.clock = &clock;
-    world.openDrive = [this](std::string_view address, uint32_t, uint64_t seed, Overwriting) -> std::unique_ptr<Drive> {
-      opened.emplace_back(address);
-      seeds.push_back(seed);
-      auto drive = std::make_unique<FakeDrive>();
-      drive->answerAtOnce();
-      if (adapt) {
-        adapt(*drive);
-      }
-      return drive;
-    };
-    return world;
-  }
-
-  std::string complaint() {
-    try {
-      const TestRun run(test, nullptr, surroundings());
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "accepted";
-  }
-
-  RunResult runIt() {
-    TestRun run(test, &observer, surroundings());
-    return run.run();
-  }
-
-  FakeAgent agent;
-  vdl::AgentTable table = agent.table();
-  ManualClock clock;
-  QuietObserver observer;
-  TestDefinition test;
-  std::function<void(FakeDrive&)> adapt;
-  std::vector<std::string> opened;
-  std::vector<uint64_t> seeds;
-};
+using TestRunTest = testing::TestRunFixture;
 
 TEST_F(TestRunTest, RunsToTheCommandLimitAndCallsEverythingInOrder) {
   const RunResult result = runIt();
@@ -266,46 +194,6 @@ TEST_F(TestRunTest, AnAgentThatBreaksTheRulesIsAnInternalError) {
   EXPECT_THAT(result.drives[0].error, HasSubstr("more than one condition"));
 }
 
-TEST_F(TestRunTest, SeveralDrivesRunEachOnItsOwnThread) {
-  test.driveAddresses = {"fake:x/a", "fake:y/a", "fake:z"};
-  test.commandLimit = 2000;
-  std::mutex mutex;
-  std::map<std::string, int> steps;
-  agent.onExecute = [&](vdl::DriveThread& thread) {
-    {
-      const std::lock_guard lock(mutex);
-      ++steps[thread.name];
-    }
-    return readEverything(thread);
-  };
-  TestRun run(test, nullptr, surroundings());
-  ASSERT_EQ(run.drives().size(), 3U);
-  EXPECT_EQ(run.drives()[1].name, "a-1");
-  EXPECT_EQ(run.drives()[2].description, "fake drive");
-  EXPECT_EQ(run.drives()[2].endLba, 100'000U);
-  EXPECT_EQ(run.progress().drivesRunning, 0U);
-  const RunResult result = run.run();
-  EXPECT_EQ(result.status, RunStatus::clean);
-  EXPECT_EQ(result.totals().commandsIssued(), 6000U);
-  EXPECT_EQ(run.progress().totals.commandsCompleted(), 6000U);
-  EXPECT_EQ(run.progress().drivesRunning, 0U);
-  EXPECT_GE(steps["a"], 2000);
-  EXPECT_GE(steps["a-1"], 2000);
-  EXPECT_GE(steps["z"], 2000);
-  EXPECT_THROW(run.run(), std::logic_error);
-}
-
-TEST_F(TestRunTest, OneDrivesFailureLeavesTheOthersRunning) {
-  test.driveAddresses = {"fake:good", "fake:bad"};
-  agent.onExecute = [](vdl::DriveThread& thread) { return thread.name == "bad" ? -1062 : readEverything(thread); };
-  const RunResult result = runIt();
-  EXPECT_EQ(result.status, RunStatus::dataFailure);
-  EXPECT_EQ(result.drives[0].status, RunStatus::clean);
-  EXPECT_EQ(result.drives[0].totals.commandsIssued(), 50U);
-  ASSERT_EQ(result.findings.size(), 1U);
-  EXPECT_EQ(result.findings[0].drive, "bad");
-}
-
 TEST_F(TestRunTest, StopEndsATestWithoutLimits) {
   test.commandLimit = 0;
   TestRun* running = nullptr;
@@ -336,108 +224,6 @@ TEST_F(TestRunTest, TheTimeLimitEndsTheTest) {
   EXPECT_FALSE(result.stopped);
   EXPECT_EQ(result.totals().commandsIssued(), 300U);
   EXPECT_GE(result.elapsedMs, 300U);
-}
-
-TEST_F(TestRunTest, PinsTheThreadsOfTheDrivesInTurn) {
-  const std::vector<uint32_t> mayUse = allowedCpus();
-  test.pinnedCpus = {mayUse.back(), mayUse.front()};
-  if (mayUse.size() == 1) {
-    test.pinnedCpus.pop_back();
-  }
-  test.driveAddresses = {"fake:a", "fake:b", "fake:c"};
-  std::mutex mutex;
-  std::map<std::string, std::set<uint32_t>> ranOn;
-  std::map<std::string, std::vector<uint32_t>> allowed;
-  agent.onExecute = [&](vdl::DriveThread& thread) {
-    {
-      const std::lock_guard lock(mutex);
-      ranOn[thread.name].insert(static_cast<uint32_t>(sched_getcpu()));
-      allowed[thread.name] = allowedCpus();
-    }
-    return readEverything(thread);
-  };
-  EXPECT_EQ(runIt().status, RunStatus::clean);
-  ASSERT_EQ(ranOn.size(), 3U);
-  for (size_t drive = 0; drive < 3; ++drive) {
-    const std::string name(1, static_cast<char>('a' + drive));
-    const uint32_t cpu = test.pinnedCpus[drive % test.pinnedCpus.size()];
-    EXPECT_EQ(ranOn[name], std::set<uint32_t>{cpu}) << name;
-    EXPECT_EQ(allowed[name], std::vector<uint32_t>{cpu}) << name;
-  }
-  EXPECT_EQ(allowedCpus(), mayUse) << "the test's own thread is free";
-}
-
-class TurnsTest : public TestRunTest {
- protected:
-  TurnsTest() {
-    agent.onExecute = [this](vdl::DriveThread& thread) {
-      {
-        const std::lock_guard lock(mutex);
-        slices[thread.name] = tests::timeSliceUs();
-      }
-      return readEverything(thread);
-    };
-    // Those with an address that begins so answer from memory.
-    adapt = [this](FakeDrive& drive) { drive.offers.worksInCalls = opened.back().starts_with("fake:memory"); };
-  }
-
-  /// What a drive's thread has of its processor at a time, where the kernel lets it choose; else as everywhere.
-  uint64_t sliceAmong(size_t drives) {
-    test.driveAddresses.clear();
-    for (size_t drive = 0; drive < drives; ++drive) {
-      test.driveAddresses.push_back("fake:memory" + std::to_string(drive));
-    }
-    EXPECT_EQ(runIt().status, RunStatus::clean);
-    EXPECT_EQ(slices.size(), drives);
-    return slices["memory0"];
-  }
-
-  const uint64_t usual = tests::timeSliceUs();
-  const bool known = tests::kernelKnowsTimeSlices();
-  std::mutex mutex;
-  std::map<std::string, uint64_t> slices;
-};
-
-TEST_F(TurnsTest, MoreDrivesThanProcessorsTakeLongTurns) {
-  EXPECT_EQ(sliceAmong(allowedCpus().size() + 1), known ? 100'000 : usual);
-  EXPECT_EQ(tests::timeSliceUs(), usual) << "of the test's own thread";
-}
-
-TEST_F(TurnsTest, DrivesWithAProcessorEachTakeTheUsualOnes) { EXPECT_EQ(sliceAmong(allowedCpus().size()), usual); }
-
-TEST_F(TurnsTest, DrivesThatArePinnedToOneProcessorShareIt) {
-  test.pinnedCpus = {allowedCpus().front()};
-  EXPECT_EQ(sliceAmong(2), known ? 100'000 : usual);
-}
-
-TEST_F(TurnsTest, OneOfManyDrivesWaitsASecondForItsTurnAtMost) {
-  test.pinnedCpus = {allowedCpus().front()};
-  EXPECT_EQ(sliceAmong(40), known ? 12'500 : usual);
-}
-
-TEST_F(TurnsTest, ADriveHasItsTurnLongBeforeItWouldSeemToHang) {
-  test.pinnedCpus = {allowedCpus().front()};
-  test.watchdogMs = 800;
-  EXPECT_EQ(sliceAmong(2), known ? 25'000 : usual);
-}
-
-TEST_F(TurnsTest, ADriveThatWorksByItselfIsNotKeptWaiting) {
-  test.pinnedCpus = {allowedCpus().front()};
-  test.driveAddresses = {"fake:memory", "fake:itself"};
-  EXPECT_EQ(runIt().status, RunStatus::clean);
-  EXPECT_EQ(slices["memory"], known ? 100'000 : usual);
-  EXPECT_EQ(slices["itself"], usual);
-}
-
-TEST_F(TestRunTest, RefusesACpuThatTheProcessMayNotUse) {
-  test.pinnedCpus = {mostCpus - 1};
-  try {
-    runIt();
-    FAIL();
-  } catch (const ConfigurationError& error) {
-    EXPECT_NE(std::string(error.what()).find("CPU 8191"), std::string::npos) << error.what();
-    EXPECT_NE(std::string(error.what()).find(cpuListText(allowedCpus())), std::string::npos) << error.what();
-  }
 }
 
 TEST_F(TestRunTest, TheRateLimitSpacesTheCommands) {
@@ -554,105 +340,6 @@ TEST_F(TestRunTest, ResetsAndToggleStatisticsReachTheResult) {
   const RunResult result = runIt();
   EXPECT_EQ(result.status, RunStatus::clean);
   EXPECT_EQ(result.totals().resets, 5U);
-}
-
-TEST_F(TestRunTest, OperationsOnRangesRunWithSeedsOfTheirOwn) {
-  test.driveAddresses = {"fake:a", "fake:b"};
-  test.firstLba = 1000;
-  test.endLba = 9000;
-  test.maxBlocks = 16;
-  test.zoneResetEveryCommands = 5;
-  test.invalidateEveryCommands = 7;
-  const auto trace = [this](uint64_t seed) {
-    test.seed = seed;
-    std::vector<std::vector<uint64_t>> lbas;
-    adapt = [&lbas](FakeDrive& drive) {
-      drive.shape.zoneBlocks = 1000;
-      drive.offers.zoneReset = true;
-      drive.offers.invalidate = true;
-      const size_t index = lbas.size();
-      lbas.emplace_back();
-      drive.onSubmit = [&lbas, index, &drive](const DriveCommand& command) {
-        if (command.kind == CommandKind::zoneReset) {
-          EXPECT_EQ(command.lba % 1000, 0U);
-          EXPECT_EQ(command.blocks, 1000U);
-          lbas[index].push_back(command.lba);
-        } else if (command.kind == CommandKind::invalidate) {
-          EXPECT_LE(command.blocks, 16U);
-          lbas[index].push_back(command.lba);
-        }
-        if (command.kind == CommandKind::zoneReset || command.kind == CommandKind::invalidate) {
-          EXPECT_GE(command.lba, 1000U);
-          EXPECT_LE(command.endLba(), 9000U);
-        }
-        drive.completeTag(command.tag);
-      };
-    };
-    const RunResult result = runIt();
-    EXPECT_EQ(result.status, RunStatus::clean) << result.drives[0].error;
-    EXPECT_EQ(result.totals().zoneResets, 2U * 9U);
-    EXPECT_EQ(result.totals().invalidations, 2U * 7U);
-    EXPECT_EQ(result.totals().commandsIssued(), 100U);
-    return lbas;
-  };
-  const auto first = trace(3);
-  EXPECT_EQ(first, trace(3));
-  EXPECT_NE(first, trace(4));
-  EXPECT_NE(first[0], first[1]);
-}
-
-TEST_F(TestRunTest, OperationsOnRangesTakeAPlaceBesideTheQueue) {
-  test.zoneResetEveryCommands = 5;
-  adapt = [](FakeDrive& drive) {
-    drive.shape.zoneBlocks = 1000;
-    drive.offers.zoneReset = true;
-    drive.most = 4;
-  };
-  EXPECT_THAT(complaint(), HasSubstr("takes 4 commands at once, not 5"));
-  test.zoneResetEveryCommands = 0;
-  EXPECT_EQ(complaint(), "accepted");
-}
-
-TEST_F(TestRunTest, AHostManagedDriveIsEmptiedFirst) {
-  test.zoneResetEveryCommands = 1000;
-  test.endLba = 5000;
-  std::vector<DriveCommand> first;
-  adapt = [&first](FakeDrive& drive) {
-    drive.shape.zoneBlocks = 1000;
-    drive.offers.zoneReset = true;
-    drive.offers.hostManaged = true;
-    drive.onSubmit = [&first, &drive](const DriveCommand& command) {
-      if (first.size() < 6) {
-        first.push_back(command);
-      }
-      drive.completeTag(command.tag);
-    };
-  };
-  const RunResult result = runIt();
-  EXPECT_EQ(result.status, RunStatus::clean);
-  EXPECT_EQ(result.totals().zoneResets, 0U);
-  ASSERT_EQ(first.size(), 6U);
-  for (uint64_t zone = 0; zone < 5; ++zone) {
-    EXPECT_EQ(first[zone].kind, CommandKind::zoneReset);
-    EXPECT_EQ(first[zone].lba, zone * 1000);
-  }
-  EXPECT_EQ(first[5].kind, CommandKind::read);
-}
-
-TEST_F(TestRunTest, AHostManagedDriveThatCannotBeEmptiedHasFailed) {
-  test.zoneResetEveryCommands = 1000;
-  adapt = [](FakeDrive& drive) {
-    drive.shape.zoneBlocks = 1000;
-    drive.offers.zoneReset = true;
-    drive.offers.hostManaged = true;
-    drive.onSubmit = [&drive](const DriveCommand& command) {
-      drive.completeTag(command.tag, scsi_status::checkCondition);
-    };
-  };
-  const RunResult result = runIt();
-  EXPECT_EQ(result.status, RunStatus::drive);
-  EXPECT_THAT(result.drives[0].error, HasSubstr("failed a zone reset of LBA 0 to 999 (status 0x02)"));
-  EXPECT_THAT(agent.calls, ::testing::Contains("stopTest"));
 }
 
 }  // namespace
