@@ -25,7 +25,7 @@ class EventWriter {
     object_["warnings"] = start.warnings;
     Json& list = object_["drives"] = Json::array();
     for (const DriveIntroduction& drive : start.drives) {
-      addIntroduction(list.emplace_back(), drive);
+      addIntroduction(list.emplace_back(Json::object()), drive);
     }
   }
   void operator()(const ProgressEvent& progress) {
@@ -184,7 +184,7 @@ bool readEvent(const std::string& name, JsonFields& fields, RunEvent& event) {
 }  // namespace
 
 std::string eventLine(const RunEvent& event, const std::vector<std::string>& drives) {
-  Json object;
+  Json object = Json::object();
   object["t"] = event.ms;
   std::visit(EventWriter(object, drives), event.what);
   return object.dump(-1, ' ', false, Json::error_handler_t::replace);

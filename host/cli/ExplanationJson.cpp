@@ -14,7 +14,7 @@ Json orNull(const std::optional<Value>& value) {
 
 Json commandJson(const JournalEntry& command) {
   const bool finished = command.end == JournalEntry::End::finished;
-  Json object;
+  Json object = Json::object();
   object["number"] = command.number;
   object["id"] = command.commandId == 0 ? Json() : Json(command.commandId);
   object["kind"] = commandKindName(command.kind);
@@ -52,7 +52,7 @@ std::string hexText(std::span<const uint8_t> bytes) {
 }
 
 Json explanationJson(const Explanation& e, const std::string& replay) {
-  Json object;
+  Json object = Json::object();
   object["kind"] = findingKindName(e.kind);
   object["suspects"] = Json::array();
   for (const FaultClass suspect : e.suspects) {

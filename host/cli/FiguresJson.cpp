@@ -82,7 +82,7 @@ DriveGeometry geometryFrom(JsonFields& fields) {
 }  // namespace
 
 void addFigures(Json& object, const DriveTotals& totals) {
-  Json& commands = object["commands"];
+  Json& commands = object["commands"] = Json::object();
   commands["issued"] = byKind(totals.issued);
   commands["completed"] = byKind(totals.completed);
   commands["failed"] = totals.failed;

@@ -18,7 +18,7 @@ std::string hex(const std::vector<uint8_t>& bytes) {
 }
 
 Json alteredJson(const AlteredBlock& block) {
-  Json object;
+  Json object = Json::object();
   object["lba"] = block.lba;
   object["was"] = hex(block.was);
   object["is"] = block.is.empty() ? Json() : Json(hex(block.is));
@@ -35,7 +35,7 @@ Json alteredJson(const AlteredBlock& block) {
 Json injectionsJson(const std::vector<Injection>& injections) {
   Json list = Json::array();
   for (const Injection& injection : injections) {
-    Json object;
+    Json object = Json::object();
     object["class"] = faultClassInfo(injection.what).name;
     object["command"] = injection.command;
     object["kind"] = commandKindName(injection.kind);

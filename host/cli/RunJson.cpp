@@ -35,7 +35,7 @@ Json checkedJson(const CheckedBlocks& checked) {
       notCheckable[uncheckableText(static_cast<Uncheckable>(reason))] = checked.notCheckable[reason];
     }
   }
-  Json object;
+  Json object = Json::object();
   object["oneOutcome"] = checked.oneOutcome;
   object["severalOutcomes"] = std::move(several);
   object["notCheckable"] = std::move(notCheckable);
@@ -47,7 +47,7 @@ Json messagesJson(const AgentMessages& messages) {
   for (const AgentMessages::Line& line : messages.lines) {
     lines.push_back({{"level", line.level}, {"text", line.text}});
   }
-  Json object;
+  Json object = Json::object();
   object["warnings"] = messages.warnings;
   object["errors"] = messages.errors;
   object["lines"] = std::move(lines);
@@ -55,7 +55,7 @@ Json messagesJson(const AgentMessages& messages) {
 }
 
 Json latencyJson(const LatencyHistogram& histogram) {
-  Json object;
+  Json object = Json::object();
   object["count"] = histogram.count();
   object["minUs"] = histogram.minUs();
   object["meanUs"] = histogram.meanUs();
@@ -92,7 +92,7 @@ Json unansweredJson(const std::vector<UnansweredCommand>& commands) {
 }
 
 Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) {
-  Json object;
+  Json object = Json::object();
   addIntroduction(object, introduction);
   object["verdict"] = verdictText(drive);
   object["status"] = runStatusName(drive.status);
@@ -113,7 +113,7 @@ Json driveJson(const DriveResult& drive, const DriveIntroduction& introduction) 
 }
 
 Json heading(const RunSettings& settings, RunStatus status, std::string_view error) {
-  Json document;
+  Json document = Json::object();
   document["format"] = runDocumentFormat;
   document["version"] = programVersion();
   document["seed"] = settings.test.seed;
@@ -146,7 +146,7 @@ std::string runJson(const RunSettings& settings, const std::vector<DriveIntroduc
     document["drives"].push_back(driveJson(result.drives[i], drives.at(i)));
   }
   for (const Finding& finding : result.findings) {
-    Json object;
+    Json object = Json::object();
     object["drive"] = finding.drive;
     object["driveIndex"] = finding.driveIndex;
     object["agentStatus"] = finding.agentStatus;

@@ -40,11 +40,12 @@ Json examplesJson(const std::vector<CampaignExample>& examples) {
 }
 
 Json cellJson(const CellResult& cell) {
-  Json object;
+  Json object = Json::object();
   object["workload"] = cell.workload;
   object["runs"] = cell.runs;
+  Json& verdicts = object["verdicts"] = Json::object();
   for (const Verdict verdict : everyVerdict) {
-    object["verdicts"][verdictName(verdict)] = countOf(cell, verdict);
+    verdicts[verdictName(verdict)] = countOf(cell, verdict);
   }
   object["reasons"] = cell.reasons;
   object["explanations"] = {{"kinds", cell.kinds},
@@ -56,11 +57,12 @@ Json cellJson(const CellResult& cell) {
 }
 
 Json classJson(const ClassResult& result) {
-  Json object;
+  Json object = Json::object();
   object["class"] = faultClassInfo(result.what).name;
   object["visible"] = result.visible();
+  Json& verdicts = object["verdicts"] = Json::object();
   for (const Verdict verdict : everyVerdict) {
-    object["verdicts"][verdictName(verdict)] = result.total(verdict);
+    verdicts[verdictName(verdict)] = result.total(verdict);
   }
   object["inexpressible"] = result.inexpressible;
   Json& cells = object["workloads"] = Json::array();
@@ -163,7 +165,7 @@ std::string campaignSummary(const CampaignResult& result) {
 }
 
 std::string campaignJson(const CampaignResult& result) {
-  Json document;
+  Json document = Json::object();
   document["version"] = programVersion();
   document["passed"] = result.passed();
   Json& classes = document["classes"] = Json::array();

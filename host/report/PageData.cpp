@@ -40,7 +40,7 @@ Json injectionJson(const InjectedFault& fault) {
 }
 
 Json driveJson(const DriveOfResult& drive) {
-  Json object;
+  Json object = Json::object();
   object["name"] = drive.name;
   object["address"] = drive.address;
   object["description"] = drive.description;
@@ -78,7 +78,7 @@ Json driveJson(const DriveOfResult& drive) {
 
 Json commandJson(const ShownCommand& shown) {
   const ReportedCommand& command = shown.command;
-  Json object;
+  Json object = Json::object();
   object["number"] = command.number == 0 ? Json() : Json(std::to_string(command.number));
   object["id"] = wide(command.id);
   object["kind"] = command.kind;
@@ -159,7 +159,7 @@ void addWords(Json& object, const Explanation& explanation) {
 
 Json findingJson(const FindingView& view) {
   const FindingOfResult& finding = view.finding;
-  Json object;
+  Json object = Json::object();
   object["drive"] = finding.drive;
   object["text"] = finding.text;
   object["agentStatus"] = finding.agentStatus;
@@ -196,7 +196,7 @@ std::string withoutMarkup(const std::string& json) {
 
 std::string pageData(const RunReport& report) {
   const ResultDocument& result = report.result;
-  Json document;
+  Json document = Json::object();
   document["file"] = report.resultFile;
   document["version"] = result.version;
   document["status"] = result.status;
