@@ -14,6 +14,7 @@ namespace {
 
 std::string quoted(const std::string& text) {
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // without memory it would leave text out
   out << toml::toml_formatter(toml::value<std::string>(text), toml::format_flags::none);
   return out.str();
 }

@@ -63,6 +63,26 @@ TEST(CommandMemory, ARunThatRunsOutOfItSaysSoAndEndsWithTheStatusOfAnInternalErr
   EXPECT_GT(failEachAllocation(run, exit_status::clean, exit_status::internal, some), 100U);
 }
 
+TEST(CommandMemory, ATestFileThatRunsOutOfItIsNotSaidToBeWrong) {
+  const Workspace workspace;
+  tests::writeFile(workspace / "test.toml", R"(# a line
+drive = ["sim:1m"]
+time = "5m"
+condition = ["quiet"]
+phase = ["quiet,every=20,for=5"]
+random = ["write=3,trim=1"]
+
+[step]
+trim = "trim & !quiet"
+
+[options]
+"Bucket Count" = 64
+)");
+  const auto resolved = commandLine({"corvane", "run", workspace / "test.toml", "--dry-run", "--plugin",
+                                     CORVANE_AGENT_PATH, "--output", workspace / "out"});
+  EXPECT_GT(failEachAllocation(resolved, exit_status::clean, exit_status::internal, some), 100U);
+}
+
 TEST(CommandMemory, ARunThatRunsOutOfItNeverHidesWhatItFound) {
   const Workspace workspace;
   // Reports of many runs would take ever longer to name.
