@@ -37,11 +37,18 @@ std::string unescaped(const std::string& text) {
   return plain;
 }
 
+/// Lines or words of a text. Without memory it throws, where a stream would just end and a mount be missed.
+std::istringstream reading(const std::string& text) {
+  std::istringstream in(text);
+  in.exceptions(std::ios::badbit);
+  return in;
+}
+
 std::vector<Mount> mountsOf(const SystemView& system) {
   std::vector<Mount> mounts;
-  std::istringstream lines(system.text("/proc/self/mountinfo"));
+  std::istringstream lines = reading(system.text("/proc/self/mountinfo"));
   for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
+    std::istringstream words = reading(line);
     Mount mount;
     std::string skipped;
     words >> skipped >> skipped >> mount.number >> skipped >> mount.place;
@@ -178,7 +185,7 @@ class Search {
   }
 
   void addSwap(const Piece& piece) {
-    std::istringstream lines(system_.text("/proc/swaps"));
+    std::istringstream lines = reading(system_.text("/proc/swaps"));
     std::string line;
     std::getline(lines, line);  // the heading
     while (std::getline(lines, line)) {

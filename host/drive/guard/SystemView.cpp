@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 #include "host/base/SystemFile.h"
@@ -34,10 +33,8 @@ std::string resolvedName(const std::string& path) {
 std::string SystemView::text(const std::string& absolute) const { return contentOf(path(absolute)); }
 
 std::string SystemView::line(const std::string& absolute) const {
-  std::ifstream file(path(absolute));
-  std::string first;
-  std::getline(file, first);
-  return first;
+  const std::string all = text(absolute);
+  return all.substr(0, all.find('\n'));
 }
 
 std::vector<std::string> SystemView::names(const std::string& absolute) const {

@@ -8,7 +8,7 @@ namespace corvane::host {
 /// Where the kernel tells of block devices: sysfs, procfs and the device nodes.
 ///
 /// Devices have their kernel's names here ("sda1", "dm-0"), and numbers as "major:minor". What cannot be read is empty;
-/// nothing throws.
+/// nothing throws but for want of memory (std::bad_alloc).
 class SystemView {
  public:
   /// @param root in front of /sys, /proc and /dev; empty for the machine itself
