@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -238,19 +239,32 @@ class Program {
 constexpr const char* outOfMemory =
     "out of memory; free some, or lower the queue depth, the transfer length, \"Bucket Count\" or \"Max Queue Size\"";
 
+std::atomic<bool> memoryRanOut{false};
+
+[[noreturn]] void noteShortage() {
+  memoryRanOut = true;
+  throw std::bad_alloc();
+}
+
 /// Libraries that may not throw end the program where memory runs out; it says so all the same, and with its status.
 [[noreturn]] void endWithoutMemory() {
+  const std::exception_ptr error = std::current_exception();
+  // A function that may not throw and was compiled into its caller ends the program before anybody has caught.
+  bool forWantOfIt = error == nullptr && memoryRanOut;
   try {
-    if (const std::exception_ptr error = std::current_exception(); error != nullptr) {
+    if (error != nullptr) {
       std::rethrow_exception(error);
     }
   } catch (const std::bad_alloc&) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "corvane: %s\n", outOfMemory);
-    _exit(exit_status::internal);
+    forWantOfIt = true;
   } catch (...) {
   }
-  std::abort();
+  if (!forWantOfIt) {
+    std::abort();
+  }
+  std::fflush(stdout);
+  std::fprintf(stderr, "corvane: %s\n", outOfMemory);
+  _exit(exit_status::internal);
 }
 
 int failed(int status, const std::string& text) {
@@ -263,6 +277,7 @@ int failed(int status, const std::string& text) {
 void describeProgram(const std::function<void(const CLI::App&)>& reader) { reader(Program().app()); }
 
 int runProgram(int argc, const char* const* argv) noexcept {
+  std::set_new_handler(noteShortage);
   std::set_terminate(endWithoutMemory);
   try {
     return Program().run(argc, argv);

@@ -39,6 +39,12 @@ Json injectionJson(const InjectedFault& fault) {
           {"visible", fault.visible}};
 }
 
+Json checkedJson(const Coverage& checked) {
+  return {{"oneOutcome", checked.oneOutcome},
+          {"severalOutcomes", countsJson(checked.severalOutcomes)},
+          {"notCheckable", countsJson(checked.notCheckable)}};
+}
+
 Json driveJson(const DriveOfResult& drive) {
   Json object = Json::object();
   object["name"] = drive.name;
@@ -64,10 +70,7 @@ Json driveJson(const DriveOfResult& drive) {
   for (const LatencyFigures& figures : drive.latency) {
     latency.push_back(latencyJson(figures));
   }
-  object["checked"] = drive.checked ? Json{{"oneOutcome", drive.checked->oneOutcome},
-                                           {"severalOutcomes", countsJson(drive.checked->severalOutcomes)},
-                                           {"notCheckable", countsJson(drive.checked->notCheckable)}}
-                                    : Json();
+  object["checked"] = drive.checked ? checkedJson(*drive.checked) : Json();
   Json& injections = object["injections"] = Json::array();
   for (const InjectedFault& fault : drive.injections) {
     injections.push_back(injectionJson(fault));

@@ -102,6 +102,7 @@ TEST(DocumentMemory, OfAPage) {
   run.result.drives[0].issued.resize(1);
   run.result.drives[0].latency.resize(1);
   run.result.drives[0].injections.resize(1);
+  run.result.drives[0].checked.emplace();
   run.findings.resize(1);
   run.findings[0].finding.explanation.emplace();
   run.findings[0].commands.resize(1);

@@ -25,8 +25,19 @@ bool mustFail() noexcept {
   return true;
 }
 
+/// As the operators of the standard library do.
+void callNewHandler() noexcept {
+  try {
+    if (const std::new_handler handler = std::get_new_handler(); handler != nullptr) {
+      handler();
+    }
+  } catch (const std::bad_alloc&) {
+  }
+}
+
 void* getOrNull(std::size_t bytes, std::align_val_t alignment = anyAlignment) noexcept {
   if (mustFail()) {
+    callNewHandler();
     return nullptr;
   }
   living.fetch_add(1);
